@@ -1,0 +1,34 @@
+// The one header a host includes: the factory, the interface, the two callback interfaces and the
+// plain records that cross the interface.
+#pragma once
+
+#include <alg_factory/api/AlgBase.h>
+#include <alg_factory/api/DataSink.h>
+#include <alg_factory/api/Export.h>
+#include <alg_factory/api/LogSink.h>
+#include <alg_factory/service/HeadingAnswer.h>
+#include <alg_factory/service/InertialRecord.h>
+#include <alg_factory/service/PoseAnswer.h>
+#include <alg_factory/service/ResultBlock.h>
+#include <alg_factory/stereo3d/StereoCalibration.h>
+
+namespace algorithm {
+
+/// Creates algorithm objects.
+class AlgFactory {
+ public:
+  /// @param type  0, 1 or 2; it does not select a product (that is `Init`'s).
+  /// @return a new object bound to the process-wide pipeline, or null for any other `type`.
+  ///         The host keeps it for the life of the process: there is no release operation, and
+  ///         deleting through the interface, which has no virtual destructor, is not portable.
+  ///         The object holds a few bytes and no pipeline state.
+  static ALG_FACTORY_EXPORT AlgBase* CreateALG(int type);
+
+  AlgFactory() = default;
+  AlgFactory(const AlgFactory&) = default;
+
+  /// Copies nothing: a factory has no state. Returns the left-hand object.
+  ALG_FACTORY_EXPORT AlgFactory& operator=(const AlgFactory&);
+};
+
+}  // namespace algorithm

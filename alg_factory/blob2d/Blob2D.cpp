@@ -1,0 +1,66 @@
+#include <alg_factory/blob2d/Blob2D.h>
+
+#include <utility>
+
+#include <alg_factory/api/LogSink.h>
+#include <alg_factory/blob2d/BlobMerger.h>
+#include <alg_factory/blob2d/BlobMoments.h>
+
+namespace algorithm {
+
+bool Blob2D::init(std::uint32_t productType) {
+  switch (productType) {
+    case 0:
+    case 1:
+      blobIdCount_ = 3;
+      areaDivisor_ = 110;
+      break;
+    case 2:
+      blobIdCount_ = 6;
+      areaDivisor_ = 110;
+      break;
+    default:
+      logger_->Log(4, "alg: unknown product type!");
+  }
+  return true;
+}
+
+bool Blob2D::configure(std::vector<hid::RawBlob>* input, std::vector<Blob2DPoint>* output,
+                       std::string name) {
+  name_ = std::move(name);
+  if (!prepare()) return false;
+  input_ = input;
+  output_ = output;
+  return true;
+}
+
+bool Blob2D::setLogger(LogSink* logger) {
+  logger_ = logger;
+  return true;
+}
+
+bool Blob2D::prepare() {
+  groups_.resize(static_cast<std::size_t>(blobIdCount_));
+  return true;
+}
+
+bool Blob2D::process() {
+  takeInput();
+  groupById(rawBlobs_, areaDivisor_, groups_);
+  for (auto& group : groups_) mergeOverlapping(group);
+  writeOutput();
+  return true;
+}
+
+void Blob2D::takeInput() {
+  if (input_ == nullptr) return;
+  rawBlobs_.swap(*input_);
+  input_->clear();
+}
+
+void Blob2D::writeOutput() {
+  output_->clear();
+  for (const auto& group : groups_) output_->insert(output_->end(), group.begin(), group.end());
+}
+
+}  // namespace algorithm

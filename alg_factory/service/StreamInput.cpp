@@ -1,0 +1,166 @@
+#include <cstring>
+
+#include <alg_factory/api/DataSink.h>
+#include <alg_factory/api/LogSink.h>
+#include <alg_factory/service/FrameStamp.h>
+#include <alg_factory/service/InertialRecord.h>
+#include <alg_factory/service/StereoService.h>
+
+namespace algorithm {
+
+namespace {
+
+enum StreamType : unsigned {
+  kPacket = 0,
+  kAuxVector = 1,
+  kStampedPacket = 2,
+  kInertialA = 3,
+  kInertialB = 4,
+  kSideHint = 5,
+};
+
+constexpr unsigned kLastProductType = 2;
+constexpr int kStampSize = 4;
+
+template <typename Record>
+Record read(const unsigned char* bytes) {
+  Record record;
+  std::memcpy(&record, bytes, sizeof record);
+  return record;
+}
+
+/// Brings what the stabilisation stage knows of a record and leaves the host's fields alone.
+void merge(const TrackedPoint& from, TrackedPoint& to) {
+  to.id = from.id;
+  to.x = from.x;
+  to.y = from.y;
+  to.z = from.z;
+  to.bearing = from.bearing;
+}
+
+}  // namespace
+
+std::atomic<std::uint32_t> lastFrameStamp{0};
+
+bool StereoService::inputStream(int streamType, const unsigned char* buffer, int offset,
+                                int length) {
+  if (static_cast<unsigned>(productType_) > kLastProductType) {
+    logSink_->Log(4, "alg: unknown project type!\n");
+    return false;
+  }
+  const auto type = static_cast<unsigned>(streamType);
+  if (type > kSideHint) {
+    logSink_->Log(4, "alg: unknown stream types for current product type!\n");
+    return false;
+  }
+  const bool emptyPacket = type == kPacket && length == 0;
+  if (buffer == nullptr && !emptyPacket) return false;
+  if (length < 0 || (type == kStampedPacket && length < kStampSize)) return false;
+
+  const unsigned char* payload = buffer == nullptr ? nullptr : buffer + offset;
+  switch (type) {
+    case kPacket:
+      return inputPacket(payload, length, false);
+    case kStampedPacket:
+      return inputPacket(payload, length, true);
+    case kAuxVector: {
+      const auto record = read<InertialRecord>(payload);
+      return steady_.setAuxVector(record.p[0], record.p[1], record.p[2]);
+    }
+    case kInertialA:
+      return inputInertial(payload, 0);
+    case kInertialB:
+      return inputInertial(payload, 1);
+    default:
+      return steady_.setSideHint(read<std::int32_t>(payload));
+  }
+}
+
+bool StereoService::inputPacket(const unsigned char* packet, int length, bool stamped) {
+  const auto size = static_cast<std::size_t>(length);
+  std::size_t stampSize = 0;
+  if (stamped) {
+    lastFrameStamp.store(read<std::uint32_t>(packet), std::memory_order_relaxed);
+    stampSize = kStampSize;
+  }
+  // A stamped packet keeps four bytes too many, zeros behind its check byte (kept: the reports that
+  // follow from them are known to hosts).
+  streamBytes_.resize(size);
+  if (size > stampSize) std::memcpy(streamBytes_.data(), packet + stampSize, size - stampSize);
+
+  if (!protocol_.process()) return true;
+  blobLeft_.process();
+  blobRight_.process();
+  stereo_.process();
+  steady_.process();
+
+  ResultBlock stabilised;
+  steady_.copyResult(stabilised);
+  publish(stabilised, stamped);
+  return true;
+}
+
+void StereoService::publish(const ResultBlock& stabilised, bool stamped) {
+  LockGuard guard(resultLock_);
+  result_.header = stamped ? lastFrameStamp.load(std::memory_order_relaxed) : stabilised.header;
+  for (std::size_t k = 0; k < ResultBlock::kRecords; ++k) {
+    TrackedPoint& record = result_.records[k];
+    merge(stabilised.records[k], record);
+    // Every record is mirrored, whether it holds an object or not.
+    record.y = -record.y;
+    record.z = -record.z;
+  }
+  if (filterMode_ != -1) {
+    if (stamped) {
+      updateHeadFilters();
+    } else {
+      updateMarkerFilters();
+    }
+  }
+  dataSink_->Deliver(&result_, 0, sizeof result_);
+}
+
+template <std::size_t N, typename FilterOf>
+void StereoService::follow(Following<N>& following, FilterOf filterOf) {
+  for (std::size_t k = 0; k < N; ++k) {
+    const TrackedPoint& record = result_.records[k];
+    following.currentIds[k] = record.id;
+    following.lastPositions[k] = {record.x, record.y, record.z};
+    if (record.id != -1) {
+      const Eigen::Vector3d y(record.x, record.y, record.z);
+      KalmanFilter& filter = filterOf(k);
+      if (following.previousIds[k] == -1) filter.init(0.0, y);
+      filter.update(y);
+    }
+    following.previousIds[k] = following.currentIds[k];
+  }
+}
+
+void StereoService::updateMarkerFilters() {
+  follow(markers_, [this](std::size_t k) -> KalmanFilter& { return markerFilters_[k]; });
+}
+
+void StereoService::updateHeadFilters() {
+  follow(heads_, [this](std::size_t k) -> KalmanFilter& { return headFilterOf(k); });
+}
+
+bool StereoService::inputInertial(const unsigned char* bytes, std::size_t device) {
+  const auto record = read<InertialRecord>(bytes);
+  // The stage takes the angular rates first; the record holds them last.
+  const std::int16_t counts[6] = {record.gyroscope[0],     record.gyroscope[1],
+                                  record.gyroscope[2],     record.accelerometer[0],
+                                  record.accelerometer[1], record.accelerometer[2]};
+  if (device == 0) {
+    steady_.setImuA(counts);
+  } else {
+    steady_.setImuB(counts);
+  }
+
+  LockGuard guard(resultLock_);
+  TrackedPoint& target = result_.records[device];
+  std::memcpy(target.hostPosition, record.p, sizeof target.hostPosition);
+  std::memcpy(target.hostOrientation, record.q, sizeof target.hostOrientation);
+  return true;
+}
+
+}  // namespace algorithm

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace algorithm {
+
+/// Compares two headings of one rigid object: the optical one, given by the line between its two
+/// marker points, and the one of an orientation that the host sends. Angles are single-precision
+/// degrees; heading is about the camera's vertical axis.
+class HeadingAlignment {
+ public:
+  struct TaggedPoint {
+    float tag = 0;  ///< not read
+    float x = 0, y = 0, z = 0;
+  };
+
+  static constexpr std::size_t kDistances = 10;
+  static constexpr std::size_t kHeadings = 30;
+
+  HeadingAlignment();
+
+  /// Adds the two points of one frame. Ignored when the first point's coordinates are not pairwise
+  /// distinct (kept: such points are placeholders; only the first is looked at).
+  void addPair(const TaggedPoint& a, const TaggedPoint& b);
+
+  /// @param q  quaternion w, x, y, z
+  void setOrientation(const float (&q)[4]);
+
+  /// Writes yaw, pitch, roll, yaw - yaw offset, pair distance, score, and clears both flags.
+  /// @return -1 without an orientation since the last read-out (nothing is written), 1 when there
+  ///         is a new offset, else 0.
+  int readAngles(float (&out)[6]);
+
+  /// Writes the orientation turned by the yaw offset about the vertical axis; flags and results as
+  /// `readAngles`.
+  int readCorrectedOrientation(float (&out)[4]);
+
+  TaggedPoint pointA, pointB;  ///< the last pair, the one with the smaller x first
+  float yaw = 0, pitch = 0, roll = 0;
+  float orientation[4] = {};           ///< as received
+  float yawOffset = 0;                 ///< yaw minus the mean optical heading
+  bool hasResult = false;              ///< a new offset and score were computed
+  bool hasOrientation = false;         ///< an orientation was received
+  float pairDistance = 0;              ///< of the last pair
+  float score = 0;                     ///< 0 to 1, 1 = best
+  std::vector<float> distanceHistory;  ///< at most 10, oldest first
+  std::vector<float> headingHistory;   ///< at most 30, oldest first
+
+ private:
+  int takeFlags();
+};
+
+/// Polynomial arctangent in degrees, [-180, 180).
+float atan2Deg(float y, float x);
+
+/// Arcsine in degrees, clamped; 0 for not a number.
+float asinDeg(float v);
+
+/// Mean of the headings, over a divisor that is 30 even while fewer are held (kept: the mean grows
+/// in). Headings near +-180 degrees are averaged across the seam. Precondition: not empty.
+float meanHeading(const std::vector<float>& headings);
+
+/// Score 0 to 1 of a mean heading, the largest deviation from it, and the distance of the pair.
+float alignmentScore(float mean, float spread, float pairDistance);
+
+}  // namespace algorithm

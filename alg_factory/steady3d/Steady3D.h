@@ -1,0 +1,119 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include <alg_factory/filter/ConstantVelocityModel.h>
+#include <alg_factory/filter/KalmanFilter.h>
+#include <alg_factory/hid/BaseCV.h>
+#include <alg_factory/service/ResultBlock.h>
+#include <alg_factory/steady3d/HeadingAlignment.h>
+#include <alg_factory/steady3d/JumpGuard.h>
+#include <alg_factory/steady3d/PointAssignment.h>
+#include <alg_factory/steady3d/TrackedPoint.h>
+#include <alg_factory/steady3d/TwoPointObject.h>
+#include <alg_factory/stereo3d/StereoPoint.h>
+
+namespace algorithm {
+
+class LogSink;
+
+/// Angular rate and acceleration of one device.
+struct InertialSample {
+  float gyro[3] = {};   ///< degrees per second
+  float accel[3] = {};  ///< metres per second squared
+};
+
+/// Fourth stage: a frame's 3D points in, the table of ten tracked points out. Product types 0 and 2
+/// take the points as they come; product type 1 rejects jumps and keeps a two-point object.
+class Steady3D : public BaseCV {
+ public:
+  Steady3D();
+
+  /// Sets the product type's objects. An unknown type is logged (level 4), keeps the earlier ones
+  /// and is no failure: streams of such types are refused elsewhere.
+  bool init(std::int32_t productType);
+
+  /// Runs `prepare`, and binds input and output (not owned) only if that succeeded.
+  bool configure(std::vector<StereoPoint>* input, HeadingAlignment* output);
+
+  bool setLogger(LogSink* logger);
+
+  /// Takes the bound points by exchanging storage, leaves the input empty and fills the table.
+  /// Always true.
+  bool process() override;
+
+  /// Sizes the storage and, unless the filter mode is -1, builds both position filters anew.
+  bool prepare() override;
+
+  /// Copies the table: ids, positions and bearings. The header and all other fields are zero.
+  /// Positions are as measured, y and z not negated.
+  void copyResult(ResultBlock& block) const;
+
+  // Auxiliary inputs. Each stores its values and returns true.
+
+  /// Raw counts: three angular rates, then three accelerations.
+  bool setImuA(const std::int16_t (&counts)[6]);
+  bool setImuB(const std::int16_t (&counts)[6]);
+  bool setAuxVector(float x, float y, float z);
+  /// 1: the visible point of the two-point object is the first of its pair (smaller x), 2: the
+  /// second, any other value: decide by distance.
+  bool setSideHint(std::int32_t hint);
+  /// Stored, and read by the next `prepare`.
+  bool setFilterMode(std::int32_t mode);
+
+  std::int32_t productType() const { return productType_; }
+  std::int32_t filterMode() const { return filterMode_; }
+  std::int32_t objectCount() const { return objectCount_; }
+  const std::vector<std::int32_t>& pointsPerObject() const { return pointsPerObject_; }
+  float typeParam1() const { return typeParam1_; }
+  float typeParam2() const { return typeParam2_; }
+  const KalmanFilter& positionFilterA() const { return positionFilterA_; }
+  const KalmanFilter& positionFilterB() const { return positionFilterB_; }
+  const ObjectSightings& sightings() const { return sightings_; }
+  const MarkerPoints& markers() const { return markers_; }
+  const std::array<TrackedPoint, ResultBlock::kRecords>& table() const { return table_; }
+  const JumpGuard& guard(std::size_t object) const { return guards_[object]; }
+  const TwoPointObject& twoPointObject() const { return twoPointObject_; }
+  const InertialSample& imuA() const { return imuA_; }
+  const InertialSample& imuB() const { return imuB_; }
+  const std::array<float, 3>& auxVector() const { return auxVector_; }
+  std::int32_t sideHint() const { return sideHint_; }
+
+ private:
+  void setObjects(std::vector<std::int32_t> pointsPerObject);
+  void takeInput();
+  void fillTable();
+  void fillTableOfTypeOne();
+  void trackSingle(std::size_t object, const PointF& position);
+  void trackPair(std::size_t firstMarker);
+
+  std::int32_t productType_ = 0;
+  std::int32_t filterMode_ = -1;
+  std::int32_t objectCount_ = 0;
+  std::int32_t holdFrames_ = 0;  ///< zero for every product type: missing points are not held
+  std::vector<std::int32_t> pointsPerObject_;
+  float typeParam1_ = 0;  ///< carried, not read
+  float typeParam2_ = 0;  ///< largest factor of the two-point object's diameter ratio
+
+  ConstantVelocityModel model_;
+  KalmanFilter positionFilterA_, positionFilterB_;  ///< built, not run by `process`
+
+  std::vector<StereoPoint>* input_ = nullptr;
+  HeadingAlignment* output_ = nullptr;
+  LogSink* logger_ = nullptr;
+
+  std::vector<StereoPoint> points_;
+  ObjectSightings sightings_;
+  MarkerPoints markers_;
+  std::array<TrackedPoint, ResultBlock::kRecords> table_{};
+  std::array<JumpGuard, 2> guards_;  ///< objects 0 and 1 of product type 1
+  TwoPointObject twoPointObject_;    ///< object 2 of product type 1
+
+  InertialSample imuA_, imuB_;
+  std::array<float, 3> auxVector_{};
+  std::int32_t sideHint_ = 0;
+};
+
+}  // namespace algorithm

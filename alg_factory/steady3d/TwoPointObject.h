@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+
+#include <alg_factory/steady3d/JumpGuard.h>
+#include <alg_factory/steady3d/PointF.h>
+#include <alg_factory/stereo3d/StereoPoint.h>
+
+namespace algorithm {
+
+/// Which point of the pair, ordered by x.
+enum class PairSide { kFirst, kSecond };
+
+/// The object with two marker points. It is reported at their midpoint; while only one is visible,
+/// the midpoint is reconstructed from the pair seen last, and when the other comes back the report
+/// slides to the true midpoint over 90 frames.
+class TwoPointObject {
+ public:
+  static constexpr int kRampFrames = 90;
+  static constexpr float kMaxJump = 150.0f;
+
+  /// The object is absent.
+  void forget();
+
+  /// One point visible. @return the position to report.
+  /// @param sideHint  1: it is the first of the pair, 2: the second, else decided by distance
+  PointF seeOne(const PointF& point, std::int32_t sideHint);
+
+  /// Both points visible, in the order of the marker points; the sightings carry the diameters.
+  /// @param maxRatioChange  largest factor between the diameter ratio and its reference
+  /// @return the position to report
+  PointF seeBoth(const PointF& a, const PointF& b, const StereoPoint& sightingA,
+                 const StereoPoint& sightingB, std::int32_t sideHint, float maxRatioChange);
+
+  bool fresh() const { return guard_.fresh(); }
+  int rampCounter() const { return rampCounter_; }
+  float referenceRatio() const { return referenceRatio_; }
+  PairSide side() const { return side_; }
+  const JumpGuard& guard() const { return guard_; }
+
+ private:
+  /// The points of a pair, the one with the smaller x first.
+  struct Pair {
+    PointF first, second;
+    const PointF& at(PairSide side) const { return side == PairSide::kFirst ? first : second; }
+  };
+
+  void decideSide(const PointF& point, std::int32_t sideHint);
+  PointF reconstruct(const PointF& visible) const;
+  bool ratioHolds(std::int32_t diameterA, std::int32_t diameterB, float maxRatioChange);
+
+  JumpGuard guard_{kMaxJump};
+  float referenceRatio_ = 0;
+  std::int32_t rampCounter_ = 10000;
+  Pair remembered_;
+  PairSide side_ = PairSide::kSecond;
+  bool sawBoth_ = false;  ///< in the previous frame
+};
+
+/// Unsigned horizontal bearing of `position` from the origin, degrees: atan(|x| / |z|).
+float bearingOf(const PointF& position);
+
+}  // namespace algorithm

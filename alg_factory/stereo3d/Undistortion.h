@@ -1,0 +1,21 @@
+#pragma once
+
+#include <vector>
+
+#include <alg_factory/stereo3d/ImagePoint.h>
+
+namespace algorithm {
+
+/// Removes the distortion of an equidistant fisheye lens. With (x, y) the normalised raw point and
+/// r its distance from the centre, the angle theta to the optical axis solves
+///   r = theta (1 + k1 theta^2 + k2 theta^4 + k3 theta^6 + k4 theta^8)
+/// (Kannala and Brandt, 2006); ten fixed-point steps from theta = r find it, and the point moves to
+/// distance tan(theta). The skew of the camera matrix is not used.
+/// @param intrinsics  camera matrix, row by row
+/// @param distortion  k1 to k4
+/// @param raw         distorted points, pixels
+/// @param undistorted replaced by as many points, pixels of the same camera
+void undistort(const double (&intrinsics)[9], const double (&distortion)[8],
+               const std::vector<ImagePoint>& raw, std::vector<ImagePoint>& undistorted);
+
+}  // namespace algorithm
