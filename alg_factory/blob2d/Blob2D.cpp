@@ -5,6 +5,7 @@
 #include <alg_factory/api/LogSink.h>
 #include <alg_factory/blob2d/BlobMerger.h>
 #include <alg_factory/blob2d/BlobMoments.h>
+#include <alg_factory/hid/PacketDecoder.h>
 
 namespace algorithm {
 
@@ -40,7 +41,9 @@ bool Blob2D::setLogger(LogSink* logger) {
 }
 
 bool Blob2D::prepare() {
+  rawBlobs_.reserve(hid::kMaxRecords);
   groups_.resize(static_cast<std::size_t>(blobIdCount_));
+  for (auto& group : groups_) group.reserve(hid::kMaxRecords);
   return true;
 }
 
@@ -60,7 +63,9 @@ void Blob2D::takeInput() {
 
 void Blob2D::writeOutput() {
   output_->clear();
-  for (const auto& group : groups_) output_->insert(output_->end(), group.begin(), group.end());
+  for (const auto& group : groups_) {
+    for (const Blob2DPoint& point : group) output_->push_back(point);
+  }
 }
 
 }  // namespace algorithm

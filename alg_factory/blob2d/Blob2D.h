@@ -30,7 +30,7 @@ class Blob2D : public BaseCV {
   /// ids ascending, within an id the largest first. Requires `configure`. Always true.
   bool process() override;
 
-  /// One group per blob id.
+  /// One group per blob id, with room for a full packet, so that no frame allocates.
   bool prepare() override;
 
   int blobIdCount() const { return blobIdCount_; }

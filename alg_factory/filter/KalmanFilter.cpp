@@ -20,13 +20,15 @@ KalmanFilter::KalmanFilter(double timeStep, const Matrix& transition, const Matr
       timeStep_(timeStep),
       identity_(Matrix::Identity(stateDim_, stateDim_)),
       stateEstimate_(Vector::Zero(stateDim_)),
-      predictedState_(Vector::Zero(stateDim_)) {}
+      predictedState_(Vector::Zero(stateDim_)),
+      axis_(AxisFilter::recognise(transition, observation, processNoise, measurementNoise,
+                                  covariance)) {}
 
 void KalmanFilter::init() {
   init(0.0, Vector());
 }
 
-void KalmanFilter::init(double startTime, const Vector& x0) {
+void KalmanFilter::init(double startTime, const VectorRef& x0) {
   if (x0.size() == stateEstimate_.size()) {
     stateEstimate_ = x0;
   } else {
@@ -34,15 +36,27 @@ void KalmanFilter::init(double startTime, const Vector& x0) {
     stateEstimate_.setZero();
     stateEstimate_.head(given) = x0.head(given);
   }
-  covariance_ = initialCovariance_;
+  if (axis_) {
+    axis_->start();
+  } else {
+    covariance_ = initialCovariance_;
+  }
   startTime_ = startTime;
   time_ = startTime;
   initialized_ = true;
 }
 
-void KalmanFilter::update(const Vector& y) {
+void KalmanFilter::update(const VectorRef& y) {
   if (!initialized_) init();
+  if (axis_) {
+    updatePerAxis(y);
+  } else {
+    updateDense(y);
+  }
+  time_ += timeStep_;
+}
 
+void KalmanFilter::updateDense(const VectorRef& y) {
   predictedState_ = transition_ * stateEstimate_;
   covariance_ = (transition_ * covariance_) * transition_.transpose() + processNoise_;
   gain_ = (covariance_ * observation_.transpose()) *
@@ -50,13 +64,35 @@ void KalmanFilter::update(const Vector& y) {
   predictedState_ += gain_ * (y - observation_ * predictedState_);
   covariance_ = (identity_ - gain_ * observation_) * covariance_;
   stateEstimate_ = predictedState_;
-  time_ += timeStep_;
 }
 
-void KalmanFilter::update(const Vector& y, double timeStep, Matrix transition) {
+void KalmanFilter::updatePerAxis(const VectorRef& y) {
+  axis_->advanceCovariance();
+  if (axis_->advanceState(y.data(), stateEstimate_.data())) {
+    predictedState_ = stateEstimate_;
+    return;
+  }
+  predictedState_ = transition_ * stateEstimate_;
+  predictedState_ += gain() * (y - observation_ * predictedState_);
+  stateEstimate_ = predictedState_;
+}
+
+void KalmanFilter::update(const VectorRef& y, double timeStep, Matrix transition) {
+  // The new transition need not be of the recognised kind: go on densely from here.
+  covariance_ = covariance();
+  gain_ = gain();
+  axis_.reset();
   transition_ = std::move(transition);
   timeStep_ = timeStep;
   update(y);
+}
+
+KalmanFilter::Matrix KalmanFilter::covariance() const {
+  return axis_ ? axis_->covariance() : covariance_;
+}
+
+KalmanFilter::Matrix KalmanFilter::gain() const {
+  return axis_ ? axis_->gain() : gain_;
 }
 
 }  // namespace algorithm

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include <Eigen/Core>
+
+#include <alg_factory/filter/AxisFilter.h>
 
 namespace algorithm {
 
@@ -11,10 +14,16 @@ namespace algorithm {
 ///   predict  x = A x,  P = A P A^T + Q
 ///   correct  K = P C^T (C P C^T + R)^-1,  x += K (y - C x),  P = (I - K C) P
 /// No operation checks shapes or singularity: the caller guarantees them. Copies are deep.
+///
+/// The system's own model (constant velocity, position observed, noises that are multiples of the
+/// identity) falls apart into one small filter per axis. It is recognised when the filter is built
+/// and then runs without allocation, with the same bits as the dense products give.
 class KalmanFilter {
  public:
   using Matrix = Eigen::MatrixXd;
   using Vector = Eigen::VectorXd;
+  /// Any vector expression that lies in memory, without a copy.
+  using VectorRef = Eigen::Ref<const Vector>;
 
   /// A slot to be assigned from a built filter: every matrix is empty.
   KalmanFilter() = default;
@@ -34,14 +43,14 @@ class KalmanFilter {
 
   /// Starts at `startTime` from x0; a shorter x0 fills the leading entries and the rest are zero, a
   /// longer one is cut.
-  void init(double startTime, const Vector& x0);
+  void init(double startTime, const VectorRef& x0);
 
   /// One predict-and-correct step. Starts from the zero state if the filter was never started.
   /// @param y  measurement, m entries
-  void update(const Vector& y);
+  void update(const VectorRef& y);
 
   /// As `update(y)`, after replacing the time step and the transition matrix.
-  void update(const Vector& y, double timeStep, Matrix transition);
+  void update(const VectorRef& y, double timeStep, Matrix transition);
 
   /// The estimate, n entries; zeros before the first start, empty in a default-constructed filter.
   const Vector& state() const { return stateEstimate_; }
@@ -50,8 +59,8 @@ class KalmanFilter {
   const Matrix& observation() const { return observation_; }
   const Matrix& processNoise() const { return processNoise_; }
   const Matrix& measurementNoise() const { return measurementNoise_; }
-  const Matrix& covariance() const { return covariance_; }
-  const Matrix& gain() const { return gain_; }
+  Matrix covariance() const;  ///< empty until the first `init`
+  Matrix gain() const;        ///< empty until the first update
   const Matrix& initialCovariance() const { return initialCovariance_; }
   const Matrix& identity() const { return identity_; }
   const Vector& predictedState() const { return predictedState_; }
@@ -62,13 +71,19 @@ class KalmanFilter {
   double timeStep() const { return timeStep_; }
   bool initialized() const { return initialized_; }
 
+  /// True while the filter runs as one small filter per axis.
+  bool runsPerAxis() const { return axis_.has_value(); }
+
  private:
+  void updateDense(const VectorRef& y);
+  void updatePerAxis(const VectorRef& y);
+
   Matrix transition_;         ///< A
   Matrix observation_;        ///< C
   Matrix processNoise_;       ///< Q
   Matrix measurementNoise_;   ///< R
-  Matrix covariance_;         ///< P, empty until the first `init`
-  Matrix gain_;               ///< K, empty until the first update
+  Matrix covariance_;         ///< P; unused while `axis_` holds it
+  Matrix gain_;               ///< K; unused while `axis_` holds it
   Matrix initialCovariance_;  ///< P0
   std::int32_t measurementDim_ = 0;
   std::int32_t stateDim_ = 0;
@@ -79,6 +94,7 @@ class KalmanFilter {
   Matrix identity_;
   Vector stateEstimate_;
   Vector predictedState_;
+  std::optional<AxisFilter> axis_;
 };
 
 }  // namespace algorithm

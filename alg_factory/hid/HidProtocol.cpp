@@ -23,6 +23,11 @@ bool HidProtocol::configure(std::vector<std::uint8_t>* input, std::vector<RawBlo
   return prepare();
 }
 
+bool HidProtocol::prepare() {
+  packet_.reserve(kLongestInput);
+  return true;
+}
+
 bool HidProtocol::setLogger(algorithm::LogSink* logger) {
   logger_ = logger;
   return true;

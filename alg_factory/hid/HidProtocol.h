@@ -33,7 +33,8 @@ class HidProtocol : public algorithm::BaseCV {
   ///         (level 3) was logged.
   bool process() override;
 
-  bool prepare() override { return true; }
+  /// Makes room for the longest packet, so that no packet allocates.
+  bool prepare() override;
 
   int blobIdCount() const { return blobIdCount_; }
   const Frame& frame() const { return frame_; }

@@ -1,6 +1,6 @@
 #include <alg_factory/hid/PacketDecoder.h>
 
-#include <numeric>
+#include <cstring>
 
 namespace hid {
 
@@ -12,10 +12,11 @@ constexpr const char* kMessages[] = {
     "alg: fpga: check byte error.\n",
 };
 
+/// Little-endian, as every platform of the library is.
 std::uint32_t readU32(const Frame& frame, int position) {
-  const auto byte = [&](int i) { return std::uint32_t{frame[static_cast<std::size_t>(i)]}; };
-  return byte(position) | byte(position + 1) << 8 | byte(position + 2) << 16 |
-         byte(position + 3) << 24;
+  std::uint32_t value;
+  std::memcpy(&value, frame.data() + position, sizeof value);
+  return value;
 }
 
 std::uint8_t at(const Frame& frame, int position) {
@@ -59,7 +60,9 @@ RecordStep readRecord(const Frame& frame, int position, int end, int blobIdCount
 }
 
 std::uint8_t checkSum(const Frame& frame, int end) {
-  return static_cast<std::uint8_t>(std::accumulate(frame.begin(), frame.begin() + end, 0u));
+  std::uint8_t sum = 0;
+  for (int i = 0; i < end; ++i) sum = static_cast<std::uint8_t>(sum + at(frame, i));
+  return sum;
 }
 
 DecodeStatus decode(const Frame& frame, int length, int blobIdCount, std::vector<RawBlob>& left,

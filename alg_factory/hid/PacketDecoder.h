@@ -13,12 +13,16 @@ namespace hid {
 constexpr int kFrameSize = 512;
 /// Positions past the frame that decoding may look at; they always read as zero.
 constexpr int kFramePadding = 4;
+/// A full frame and the four bytes that a stamped packet brings along.
+constexpr std::size_t kLongestInput = kFrameSize + 4;
 using Frame = std::array<std::uint8_t, kFrameSize + kFramePadding>;
 
 constexpr std::uint8_t kStartByte0 = 0xAA;
 constexpr std::uint8_t kStartByte1 = 0x55;
 constexpr int kStartSize = 2;
 constexpr int kRecordSize = 12;
+/// As many records as a frame holds: no list of one frame is longer.
+constexpr std::size_t kMaxRecords = (kFrameSize - kStartSize - 1) / kRecordSize;
 constexpr int kHeaderOffset = 3;  ///< of the byte that holds camera and id, within a record
 
 /// What decoding reports. Values index the messages of `messageOf`.

@@ -46,6 +46,14 @@ bool StereoService::initializeStages(const unsigned char* calibration) {
 }
 
 bool StereoService::connectStages() {
+  // The vectors between the stages change places with the stages' own: all have room for a full
+  // packet.
+  streamBytes_.reserve(hid::kLongestInput);
+  leftRaw_.reserve(hid::kMaxRecords);
+  rightRaw_.reserve(hid::kMaxRecords);
+  leftBlobs_.reserve(hid::kMaxRecords);
+  rightBlobs_.reserve(hid::kMaxRecords);
+  points_.reserve(hid::kMaxRecords);
   return protocol_.configure(&streamBytes_, &leftRaw_, &rightRaw_) &&
          blobLeft_.configure(&leftRaw_, &leftBlobs_, "left") &&
          blobRight_.configure(&rightRaw_, &rightBlobs_, "right") &&

@@ -7,6 +7,8 @@ namespace algorithm {
 
 namespace {
 
+constexpr std::int32_t kTaken = std::numeric_limits<std::int32_t>::min();
+
 template <typename Points>
 auto findId(Points& points, std::size_t id) {
   return std::find_if(points.begin(), points.end(),
@@ -55,9 +57,12 @@ void distribute(const std::vector<std::int32_t>& pointsPerObject, std::vector<St
       markers.index[k] = static_cast<std::int32_t>(object);
       markers.position[k] = toSingle(*found);
       markers.sighting[k] = *found;
-      points.erase(found);
+      found->id = kTaken;
     }
   }
+  points.erase(std::remove_if(points.begin(), points.end(),
+                              [](const StereoPoint& p) { return p.id == kTaken; }),
+               points.end());
 }
 
 }  // namespace algorithm

@@ -1,9 +1,11 @@
 #include <alg_factory/steady3d/Steady3D.h>
 
+#include <algorithm>
 #include <numeric>
 #include <utility>
 
 #include <alg_factory/api/LogSink.h>
+#include <alg_factory/hid/PacketDecoder.h>
 
 namespace algorithm {
 
@@ -79,7 +81,7 @@ bool Steady3D::setLogger(LogSink* logger) {
 
 bool Steady3D::prepare() {
   const auto objects = static_cast<std::size_t>(objectCount_);
-  points_.reserve(objects);
+  points_.reserve(std::max(objects, hid::kMaxRecords));
   sightings_.lastSeen.resize(objects);
   sightings_.missCount.assign(objects, 0);
 

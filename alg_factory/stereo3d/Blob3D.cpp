@@ -5,6 +5,7 @@
 
 #include <Eigen/LU>
 
+#include <alg_factory/hid/PacketDecoder.h>
 #include <alg_factory/stereo3d/EpipolarLines.h>
 #include <alg_factory/stereo3d/Undistortion.h>
 
@@ -17,6 +18,11 @@ constexpr float kTuningExtra = 12.0f;
 
 Eigen::Matrix3d matrix3(const double (&rowByRow)[9]) {
   return Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(rowByRow);
+}
+
+template <typename... Lists>
+void reserveAll(Lists&... lists) {
+  (lists.reserve(hid::kMaxRecords), ...);
 }
 
 void takeRaw(const std::vector<Blob2DPoint>& blobs, std::vector<ImagePoint>& raw) {
@@ -82,6 +88,14 @@ bool Blob3D::prepare() {
   leftById_.resize(ids);
   rightById_.resize(ids);
   spareById_.resize(ids == 0 ? 0 : ids - 1);
+
+  reserveAll(leftBlobs_, rightBlobs_, leftRaw_, rightRaw_, leftUndistorted_, rightUndistorted_,
+             leftLines_, rightLines_, matchScratch_.left, matchScratch_.right,
+             surplusScratch_.candidates, currentPoints_, previousPoints_);
+  for (std::size_t g = 0; g < ids; ++g) {
+    reserveAll(leftById_[g], rightById_[g], pairsById_[g]);
+    historyById_[g].reserve(kHistoryLength + 1);
+  }
   return true;
 }
 
@@ -114,9 +128,7 @@ void Blob3D::undistortBoth() {
   leftUndistorted_.clear();
   rightUndistorted_.clear();
   if (leftRaw_.empty() || rightRaw_.empty()) return;
-  undistort(calibration_.leftIntrinsics, calibration_.leftDistortion, leftRaw_, leftUndistorted_);
-  undistort(calibration_.rightIntrinsics, calibration_.rightDistortion, rightRaw_,
-            rightUndistorted_);
+  algorithm::undistortBoth(calibration_, leftRaw_, rightRaw_, leftUndistorted_, rightUndistorted_);
 }
 
 void Blob3D::sortOntoLines() {

@@ -38,7 +38,8 @@ class Blob3D : public BaseCV {
   /// with the bound output. Does nothing while an input is not bound. Always true.
   bool process() override;
 
-  /// Sizes the lists by id. Histories of ids that remain are kept.
+  /// Sizes the lists by id, with room for a full packet, so that no frame allocates. Histories of
+  /// ids that remain are kept.
   bool prepare() override;
 
   std::int32_t blobIdCount() const { return blobIdCount_; }

@@ -18,17 +18,16 @@ ImageLine normalised(ImageLine line) {
 void epipolarLines(const double (&fundamental)[9], LineDirection direction,
                    const std::vector<ImagePoint>& points, std::vector<ImageLine>& lines) {
   const double(&f)[9] = fundamental;
-  lines.clear();
-  for (const auto& [x, y] : points) {
-    if (direction == LineDirection::kLeftToRight) {
-      lines.push_back(normalised({f[0] * x + f[1] * y + f[2],  //
-                                  f[3] * x + f[4] * y + f[5],  //
-                                  f[6] * x + f[7] * y + f[8]}));
-    } else {
-      lines.push_back(normalised({f[0] * x + f[3] * y + f[6],  //
-                                  f[1] * x + f[4] * y + f[7],  //
-                                  f[2] * x + f[5] * y + f[8]}));
-    }
+  const bool forward = direction == LineDirection::kLeftToRight;
+  const double m[9] = {f[0], forward ? f[1] : f[3], forward ? f[2] : f[6], forward ? f[3] : f[1],
+                       f[4], forward ? f[5] : f[7], forward ? f[6] : f[2], forward ? f[7] : f[5],
+                       f[8]};
+  lines.resize(points.size());
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    const auto& [x, y] = points[i];
+    lines[i] = normalised({m[0] * x + m[1] * y + m[2],  //
+                           m[3] * x + m[4] * y + m[5],  //
+                           m[6] * x + m[7] * y + m[8]});
   }
 }
 

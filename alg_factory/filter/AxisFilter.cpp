@@ -1,0 +1,110 @@
+#include <alg_factory/filter/AxisFilter.h>
+
+namespace algorithm {
+
+namespace {
+
+constexpr int kAxes = AxisFilter::kAxes;
+constexpr int kStates = AxisFilter::kStates;
+
+using Eigen::MatrixXd;
+
+/// The factor of a multiple of the identity; nothing for any other matrix, nor for factors so large
+/// or small that products of them could leave the range of double.
+std::optional<double> factorOfIdentity(const MatrixXd& matrix, int size, double smallest) {
+  constexpr double kLargest = 1e30;
+  if (matrix.rows() != size || matrix.cols() != size) return std::nullopt;
+  const double factor = matrix(0, 0);
+  if (!(factor >= smallest && factor <= kLargest)) return std::nullopt;
+  if (matrix != factor * MatrixXd::Identity(size, size)) return std::nullopt;
+  return factor;
+}
+
+}  // namespace
+
+std::optional<AxisFilter> AxisFilter::recognise(const MatrixXd& transition,
+                                                const MatrixXd& observation,
+                                                const MatrixXd& processNoise,
+                                                const MatrixXd& measurementNoise,
+                                                const MatrixXd& initialCovariance) {
+  if (transition.rows() != kStates || transition.cols() != kStates) return std::nullopt;
+  const auto step = factorOfIdentity(transition.topRightCorner(kAxes, kAxes), kAxes, 0.0);
+  const auto q = factorOfIdentity(processNoise, kStates, 0.0);
+  const auto r = factorOfIdentity(measurementNoise, kAxes, 1e-30);
+  const auto p = factorOfIdentity(initialCovariance, kStates, 0.0);
+  if (!step || !q || !r || !p) return std::nullopt;
+
+  MatrixXd constantVelocity = MatrixXd::Identity(kStates, kStates);
+  constantVelocity.topRightCorner(kAxes, kAxes) = *step * MatrixXd::Identity(kAxes, kAxes);
+  if (transition != constantVelocity) return std::nullopt;
+  if (observation.rows() != kAxes || observation.cols() != kStates) return std::nullopt;
+  if (observation != MatrixXd::Identity(kAxes, kStates)) return std::nullopt;
+  return AxisFilter(*step, *q, *r, *p);
+}
+
+void AxisFilter::start() {
+  pp_ = vv_ = initialVariance_;
+  pv_ = vp_ = 0.0;
+  started_ = true;
+}
+
+void AxisFilter::advanceCovariance() {
+  const double h = step_;
+  // A P, then (A P) A^T + Q
+  const double app = pp_ + h * vp_;
+  const double apv = pv_ + h * vv_;
+  const double pp = (app + apv * h) + processNoise_;
+  const double pv = apv;
+  const double vp = vp_ + vv_ * h;
+  const double vv = vv_ + processNoise_;
+
+  // The inverse as a factorisation with pivoting gives it: the reciprocal of the pivot.
+  const double inverse = 1.0 / (pp + measurementNoise_);
+  positionGain_ = pp * inverse;
+  velocityGain_ = vp * inverse;
+
+  const double keep = 1.0 - positionGain_;
+  pp_ = keep * pp;
+  pv_ = keep * pv;
+  vp_ = -velocityGain_ * pp + vp;
+  vv_ = -velocityGain_ * pv + vv;
+  updated_ = true;
+}
+
+bool AxisFilter::advanceState(const double* y, double* state) const {
+  double position[kAxes], velocity[kAxes], innovation[kAxes];
+  double zero = 0.0;  // stays zero while everything is finite
+  for (int i = 0; i < kAxes; ++i) {
+    // The dense products start their sums from zero, which turns a negative zero into a positive.
+    velocity[i] = 0.0 + state[i + kAxes];
+    position[i] = (0.0 + state[i]) + step_ * velocity[i];
+    innovation[i] = y[i] - position[i];
+    zero += 0.0 * position[i] + 0.0 * velocity[i] + 0.0 * innovation[i];
+  }
+  if (!(zero == 0.0)) return false;
+  for (int i = 0; i < kAxes; ++i) {
+    state[i] = position[i] + positionGain_ * innovation[i];
+    state[i + kAxes] = velocity[i] + velocityGain_ * innovation[i];
+  }
+  return true;
+}
+
+MatrixXd AxisFilter::covariance() const {
+  if (!started_) return {};
+  MatrixXd p = MatrixXd::Zero(kStates, kStates);
+  p.topLeftCorner(kAxes, kAxes).diagonal().setConstant(pp_);
+  p.topRightCorner(kAxes, kAxes).diagonal().setConstant(pv_);
+  p.bottomLeftCorner(kAxes, kAxes).diagonal().setConstant(vp_);
+  p.bottomRightCorner(kAxes, kAxes).diagonal().setConstant(vv_);
+  return p;
+}
+
+MatrixXd AxisFilter::gain() const {
+  if (!updated_) return {};
+  MatrixXd k = MatrixXd::Zero(kStates, kAxes);
+  k.topRows(kAxes).diagonal().setConstant(positionGain_);
+  k.bottomRows(kAxes).diagonal().setConstant(velocityGain_);
+  return k;
+}
+
+}  // namespace algorithm
