@@ -15,7 +15,7 @@ double angleFromRadius(double r, double k1, double k2, double k3, double k4) {
     const double theta2 = theta * theta;
     const double theta4 = theta2 * theta2;
     const double theta6 = theta4 * theta2;
-    const double theta8 = theta6 * theta2;
+    const double theta8 = theta4 * theta4;
     theta = r / (1.0 + k1 * theta2 + k2 * theta4 + k3 * theta6 + k4 * theta8);
   }
   return theta;
