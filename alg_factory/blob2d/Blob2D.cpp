@@ -48,6 +48,7 @@ bool Blob2D::prepare() {
 }
 
 bool Blob2D::process() {
+  if (output_ == nullptr) return true;
   takeInput();
   groupById(rawBlobs_, areaDivisor_, groups_);
   for (auto& group : groups_) mergeOverlapping(group);

@@ -27,7 +27,8 @@ class Blob2D : public BaseCV {
   bool setLogger(LogSink* logger);
 
   /// Takes the bound input by exchanging storage, leaves it empty, and replaces the bound output:
-  /// ids ascending, within an id the largest first. Requires `configure`. Always true.
+  /// ids ascending, within an id the largest first. Does nothing while no output is bound. Always
+  /// true.
   bool process() override;
 
   /// One group per blob id, with room for a full packet, so that no frame allocates.

@@ -88,6 +88,10 @@ bool StereoService::inputPacket(const unsigned char* packet, int length, bool st
   streamBytes_.resize(size);
   if (size > stampSize) std::memcpy(streamBytes_.data(), packet + stampSize, size - stampSize);
 
+  // Empty, unless an exception (no memory, or the host's log sink) kept an earlier packet's records
+  // from being taken: they are not part of this frame.
+  leftRaw_.clear();
+  rightRaw_.clear();
   if (!protocol_.process()) return true;
   blobLeft_.process();
   blobRight_.process();

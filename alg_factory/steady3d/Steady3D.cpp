@@ -6,6 +6,7 @@
 
 #include <alg_factory/api/LogSink.h>
 #include <alg_factory/hid/PacketDecoder.h>
+#include <alg_factory/stereo3d/ResizeTogether.h>
 
 namespace algorithm {
 
@@ -82,15 +83,13 @@ bool Steady3D::setLogger(LogSink* logger) {
 bool Steady3D::prepare() {
   const auto objects = static_cast<std::size_t>(objectCount_);
   points_.reserve(std::max(objects, hid::kMaxRecords));
-  sightings_.lastSeen.resize(objects);
-  sightings_.missCount.assign(objects, 0);
+  resizeTogether(objects, sightings_.lastSeen, sightings_.missCount);
+  std::fill(sightings_.missCount.begin(), sightings_.missCount.end(), 0);
 
   const auto markerCount = static_cast<std::size_t>(
       std::accumulate(pointsPerObject_.begin(), pointsPerObject_.end(), 0));
-  markers_.index.resize(markerCount);
+  resizeTogether(markerCount, markers_.index, markers_.position, markers_.sighting);
   std::iota(markers_.index.begin(), markers_.index.end(), 0);
-  markers_.position.resize(markerCount);
-  markers_.sighting.resize(markerCount);
 
   if (filterMode_ == -1) return true;
   model_ = ConstantVelocityModel::build(filterMode_);

@@ -7,6 +7,7 @@
 
 #include <alg_factory/hid/PacketDecoder.h>
 #include <alg_factory/stereo3d/EpipolarLines.h>
+#include <alg_factory/stereo3d/ResizeTogether.h>
 #include <alg_factory/stereo3d/Undistortion.h>
 
 namespace algorithm {
@@ -83,10 +84,7 @@ bool Blob3D::setLogger(LogSink* logger) {
 
 bool Blob3D::prepare() {
   const auto ids = static_cast<std::size_t>(blobIdCount_);
-  pairsById_.resize(ids);
-  historyById_.resize(ids);
-  leftById_.resize(ids);
-  rightById_.resize(ids);
+  resizeTogether(ids, pairsById_, historyById_, leftById_, rightById_);
   spareById_.resize(ids == 0 ? 0 : ids - 1);
 
   reserveAll(leftBlobs_, rightBlobs_, leftRaw_, rightRaw_, leftUndistorted_, rightUndistorted_,

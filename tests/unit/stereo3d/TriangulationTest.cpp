@@ -1,0 +1,151 @@
+#include <alg_factory/stereo3d/Triangulation.h>
+
+#include <cmath>
+#include <cstddef>
+#include <iostream>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <tests/unit/stereo3d/FisheyePair.h>
+
+namespace {
+
+using algorithm::Blob2DPoint;
+using algorithm::midpoint;
+using algorithm::StereoPoint;
+using algorithm::StereoRays;
+using algorithm::triangulate;
+using testing_support::blob;
+using testing_support::FisheyePair;
+
+static_assert(sizeof(StereoPoint) == 64 && offsetof(StereoPoint, z) == 16 &&
+                  offsetof(StereoPoint, leftX) == 24 && offsetof(StereoPoint, rightY) == 48 &&
+                  offsetof(StereoPoint, diameter) == 56 && offsetof(StereoPoint, id) == 60,
+              "field order");
+
+StereoRays raysOf(const FisheyePair& pair) {
+  return {pair.rotation * pair.left.matrix().inverse(), pair.right.matrix().inverse(),
+          pair.translation};
+}
+
+/// Pixels are directions: both camera matrices and the rotation are the identity.
+StereoRays plainRays(double x, double y, double z) {
+  return {Eigen::Matrix3d::Identity(), Eigen::Matrix3d::Identity(), Eigen::Vector3d(x, y, z)};
+}
+
+/// A pair whose midpoint is (0, 0, z) without any rounding, and its rays. dR = (0, 0, 1),
+/// dL = (1/8, 0, 1), T = (-z/8, 0, 0): the normal matrix is [1, 1; 1, 65/64], its determinant 1/64,
+/// its inverse [65, -64; -64, 64]; with (dR.T, dL.T) = (0, -z/64) it gives t = z and s = z.
+struct ExactDepth {
+  StereoRays rays;
+  std::vector<Blob2DPoint> pair = {blob(0.125, 0, 2, 0), blob(0, 0, 2, 0)};
+
+  explicit ExactDepth(double z) : rays(plainRays(-z / 8, 0, 0)) {}
+
+  std::vector<StereoPoint> points() const {
+    std::vector<StereoPoint> result;
+    triangulate(rays, pair, 0, result);
+    return result;
+  }
+};
+
+TEST(Midpoint, OfProjectionsIsThePointItself) {
+  constexpr unsigned kSeed = 4711;
+  std::cout << "seed " << kSeed << '\n';
+  std::mt19937 random(kSeed);
+  std::uniform_real_distribution<double> across(-900, 900), depth(50, 4500);
+  for (const FisheyePair& pair : {FisheyePair(), testing_support::unlikePair()}) {
+    const StereoRays rays = raysOf(pair);
+    for (int i = 0; i < 500; ++i) {
+      const Eigen::Vector3d p(across(random), across(random), depth(random));
+      const auto l = pair.left.pinhole(pair.inLeftFrame(p));
+      const auto r = pair.right.pinhole(p);
+      const Eigen::Vector3d got = midpoint(rays, blob(l.x, l.y, 2, 0), blob(r.x, r.y, 2, 0));
+      EXPECT_LT((got - p).norm(), 1e-6) << p.transpose();
+    }
+  }
+}
+
+TEST(Midpoint, OfSkewRaysIsHalfwayAlongTheirCommonPerpendicular) {
+  // The right ray is the z axis. The left one starts at (-100, 8, 0) with direction (0.1, 0, 1) and
+  // passes the axis 8 above (0, 0, 1000); the segment between is perpendicular to both.
+  const Eigen::Vector3d p = midpoint(plainRays(-100, 8, 0), blob(0.1, 0, 2, 0), blob(0, 0, 2, 0));
+  EXPECT_NEAR(p.x(), 0, 1e-9);
+  EXPECT_NEAR(p.y(), 4, 1e-9);
+  EXPECT_NEAR(p.z(), 1000, 1e-9);
+}
+
+TEST(Midpoint, OfRandomRaysIsTheClosestPointToBoth) {
+  // The sum of squared distances to two lines is least at the midpoint of the shortest segment, so
+  // any step away from it must not lower the sum.
+  constexpr unsigned kSeed = 99;
+  std::cout << "seed " << kSeed << '\n';
+  std::mt19937 random(kSeed);
+  std::uniform_real_distribution<double> slope(-0.5, 0.5), offset(-50, 50);
+  for (int i = 0; i < 200; ++i) {
+    const StereoRays rays = plainRays(offset(random), offset(random), offset(random));
+    const Eigen::Vector3d dL(slope(random), slope(random), 1), dR(slope(random), slope(random), 1);
+    const auto cost = [&](const Eigen::Vector3d& p) {
+      return (p - rays.leftCentreInRight).cross(dL).squaredNorm() / dL.squaredNorm() +
+             p.cross(dR).squaredNorm() / dR.squaredNorm();
+    };
+    const Eigen::Vector3d p =
+        midpoint(rays, blob(dL.x(), dL.y(), 2, 0), blob(dR.x(), dR.y(), 2, 0));
+    for (int axis = 0; axis < 3; ++axis) {
+      for (const double step : {-0.01, 0.01}) {
+        EXPECT_LE(cost(p), cost(p + step * Eigen::Vector3d::Unit(axis)));
+      }
+    }
+  }
+}
+
+TEST(Triangulate, PointAtExactly10IsDropped) {
+  const double justAbove = std::nextafter(10.0, 11.0);
+  EXPECT_TRUE(ExactDepth(10.0).points().empty());
+  ASSERT_EQ(ExactDepth(justAbove).points().size(), 1u);
+  EXPECT_EQ(ExactDepth(justAbove).points()[0].z, justAbove);
+}
+
+TEST(Triangulate, PointBehindTheRightCameraIsDropped) {
+  EXPECT_TRUE(ExactDepth(-1000.0).points().empty());
+}
+
+TEST(Triangulate, ParallelRaysGiveNothingFinite) {
+  const StereoRays rays = plainRays(-100, 0, 0);
+  const std::vector<Blob2DPoint> pair = {blob(0.25, 0, 2, 0), blob(0.25, 0, 2, 0)};
+  EXPECT_FALSE(midpoint(rays, pair[0], pair[1]).allFinite());
+  std::vector<StereoPoint> points;
+  triangulate(rays, pair, 0, points);
+  for (const StereoPoint& p : points) EXPECT_EQ(p.z, std::numeric_limits<double>::infinity());
+}
+
+TEST(Triangulate, FillsBothCentresTheMeanDiameterAndTheId) {
+  std::vector<StereoPoint> points(1);  // appended to
+  triangulate(plainRays(-100, 0, 0),
+              {blob(0.125, 0.25, 4, 9), blob(0, 0.25, 7, 9),  // 11 / 2 = 5
+               blob(0.25, 0.5, 2, 9), blob(0, 0.5, 2, 9)},
+              4, points);
+  ASSERT_EQ(points.size(), 3u);
+  // Rays meet where x = 0: s = 100 / 0.125 = 800, y = 0.25 * 800 = 200.
+  EXPECT_NEAR(points[1].x, 0, 1e-9);
+  EXPECT_NEAR(points[1].y, 200, 1e-9);
+  EXPECT_NEAR(points[1].z, 800, 1e-9);
+  EXPECT_EQ(points[1].leftX, 0.125);
+  EXPECT_EQ(points[1].leftY, 0.25);
+  EXPECT_EQ(points[1].rightX, 0);
+  EXPECT_EQ(points[1].rightY, 0.25);
+  EXPECT_EQ(points[1].diameter, 5);
+  EXPECT_EQ(points[1].id, 4);
+  EXPECT_NEAR(points[2].z, 400, 1e-9);
+}
+
+TEST(Triangulate, NoPairsGiveNoPoints) {
+  std::vector<StereoPoint> points;
+  triangulate(plainRays(-100, 0, 0), {}, 0, points);
+  EXPECT_TRUE(points.empty());
+}
+
+}  // namespace
