@@ -73,12 +73,11 @@ class ALG_FACTORY_INTERFACE AlgBase {
   /// @return 800, always.
   virtual int GetFixedCode() = 0;
 
-  /// Queries a pose or exchanges an orientation.
+  /// Queries a pose (events 0 to 5) or exchanges an orientation (event 16).
   ///
-  /// | eventType | input | output |
-  /// |---|---|---|
-  /// | 0 to 5 | not read (event 2 on product types 0 and 1: a 64-bit stamp in microseconds) |
-  /// PoseAnswer (52 bytes) | | 16 | OrientationSample (24 bytes) | HeadingAnswer (48 bytes) |
+  /// - Events 0 to 5 fill a PoseAnswer (52 bytes). The input is not read, except by event 2 on
+  ///   product types 0 and 1: a 64-bit stamp in microseconds.
+  /// - Event 16 takes an OrientationSample (24 bytes) and fills a HeadingAnswer (48 bytes).
   ///
   /// Buffers need not be aligned.
   /// @return false with "alg: unknown event type!\n"; false without a message where `output`, or an

@@ -23,7 +23,7 @@ struct HeadingAnswer {
   std::int32_t status = 0;        ///< 1 = new offset since the last answer, 0 = none
   std::uint32_t notWritten1 = 0;  ///< never written
   std::uint64_t value = 0;        ///< the input's value
-  float score = 0;                ///< quality of the offset, 0 to 1 (1 = best)
+  float score = 0;                ///< quality of the offset: 1 = best, 0 = worst
   std::uint32_t notWritten2 = 0;  ///< never written
 };
 

@@ -33,17 +33,19 @@ class HeadingAlignment {
   int readAngles(float (&out)[6]);
 
   /// Writes the orientation turned by the yaw offset about the vertical axis; flags and results as
-  /// `readAngles`.
+  /// `readAngles`. The second element has the other sign of s q3 than a rotation would give (kept:
+  /// hosts have adapted to it).
   int readCorrectedOrientation(float (&out)[4]);
 
   TaggedPoint pointA, pointB;  ///< the last pair, the one with the smaller x first
   float yaw = 0, pitch = 0, roll = 0;
-  float orientation[4] = {};           ///< as received
-  float yawOffset = 0;                 ///< yaw minus the mean optical heading
-  bool hasResult = false;              ///< a new offset and score were computed
-  bool hasOrientation = false;         ///< an orientation was received
-  float pairDistance = 0;              ///< of the last pair
-  float score = 0;                     ///< 0 to 1, 1 = best
+  float orientation[4] = {};    ///< as received
+  float yawOffset = 0;          ///< yaw minus the mean optical heading
+  bool hasResult = false;       ///< a new offset and score were computed
+  bool hasOrientation = false;  ///< an orientation was received
+  float pairDistance = 0;       ///< of the last pair
+  /// 1 = best, 0 = worst; a mean heading just under 45 degrees takes it a little below 0.
+  float score = 0;
   std::vector<float> distanceHistory;  ///< at most 10, oldest first
   std::vector<float> headingHistory;   ///< at most 30, oldest first
 
@@ -61,7 +63,7 @@ float asinDeg(float v);
 /// in). Headings near +-180 degrees are averaged across the seam. Precondition: not empty.
 float meanHeading(const std::vector<float>& headings);
 
-/// Score 0 to 1 of a mean heading, the largest deviation from it, and the distance of the pair.
+/// Score of a mean heading, the largest deviation from it, and the distance of the pair.
 float alignmentScore(float mean, float spread, float pairDistance);
 
 }  // namespace algorithm

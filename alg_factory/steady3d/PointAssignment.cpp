@@ -48,8 +48,7 @@ void distribute(const std::vector<std::int32_t>& pointsPerObject, std::vector<St
                 MarkerPoints& markers) {
   std::size_t k = 0;
   for (std::size_t object = 0; object < pointsPerObject.size(); ++object) {
-    for (std::int32_t n = 0; n < pointsPerObject[object]; ++n, ++k) {
-      if (k >= markers.index.size()) return;
+    for (std::int32_t n = 0; n < pointsPerObject[object] && k < markers.index.size(); ++n, ++k) {
       markers.index[k] = -1;
       markers.sighting[k].id = -1;
       const auto found = findId(points, object);

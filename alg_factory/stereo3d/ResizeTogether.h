@@ -4,8 +4,8 @@
 
 namespace algorithm {
 
-/// Resizes lists that are walked side by side. All storage is there before any of them changes: when
-/// memory runs out, they still have one size.
+/// Resizes lists that are walked side by side. All storage is there before any of them changes:
+/// when memory runs out, they still have one size.
 template <typename... Lists>
 void resizeTogether(std::size_t size, Lists&... lists) {
   (lists.reserve(size), ...);

@@ -27,7 +27,7 @@ int main() {
   c.fundamental[5] = 1, c.fundamental[7] = -1;  // a point's partner lies in the same row
 
   static Host host;  // the library keeps the sinks
-  algorithm::AlgBase* alg = algorithm::AlgFactory::CreateALG(2);
+  static algorithm::AlgBase* const alg = algorithm::AlgFactory::CreateALG(2);
   alg->SetLogCallback(&host);
   alg->SetDataCallback(&host);
   if (!alg->Init(2, reinterpret_cast<const unsigned char*>(&c), 0)) return 1;

@@ -98,7 +98,7 @@ std::size_t answerSize(const Call& call) {
 
 std::vector<Outcome> run(const std::vector<Call>& calls) {
   static Recorder recorder;  // the pipeline keeps a pointer to it
-  algorithm::AlgBase* alg = algorithm::AlgFactory::CreateALG(0);
+  static algorithm::AlgBase* const alg = algorithm::AlgFactory::CreateALG(0);
   alg->SetLogCallback(&recorder);
   alg->SetDataCallback(&recorder);
 

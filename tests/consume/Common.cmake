@@ -1,0 +1,70 @@
+# What the scripts of this folder share. Each is run as `cmake -D... -P script`.
+
+# Ends the script with a text that CMake does not wrap.
+function(fail text)
+  message(NOTICE "${text}")
+  message(FATAL_ERROR "failed")
+endfunction()
+
+# Runs a command and sets `output`; on failure ends the script with all that it said.
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  if(NOT result EQUAL 0)
+    list(JOIN ARGN " " command)
+    fail("${output}\nresult ${result}: ${command}")
+  endif()
+  set(output "${output}" PARENT_SCOPE)
+endfunction()
+
+# Reads a list file: one entry a line, '#' starts a comment line.
+function(read_list file list_name)
+  file(STRINGS "${file}" lines)
+  list(FILTER lines EXCLUDE REGEX "^(#|$)")
+  list(SORT lines)
+  set(${list_name} "${lines}" PARENT_SCOPE)
+endfunction()
+
+# Ends the script with the difference, unless the lists of these two names hold the same.
+function(expect_same what expected_name found_name)
+  set(missing ${${expected_name}})
+  set(surplus ${${found_name}})
+  list(REMOVE_ITEM missing ${${found_name}})
+  list(REMOVE_ITEM surplus ${${expected_name}})
+  set(difference "")
+  foreach(entry IN LISTS missing)
+    string(APPEND difference "\n- ${entry}")
+  endforeach()
+  foreach(entry IN LISTS surplus)
+    string(APPEND difference "\n+ ${entry}")
+  endforeach()
+  if(difference)
+    fail("${what} (- expected, + found):${difference}")
+  endif()
+endfunction()
+
+# Configures, builds and runs a copy of a consumer project together with host.cpp, so that nothing
+# beside them is in reach. Sets `command` to the compiler call of host.cpp.
+function(build_and_run consumer)
+  set(source "${SCRATCH}/source")
+  file(REMOVE_RECURSE "${SCRATCH}")
+  file(COPY "${CMAKE_CURRENT_LIST_DIR}/${consumer}/CMakeLists.txt" "${CMAKE_CURRENT_LIST_DIR}/host.cpp"
+    DESTINATION "${source}")
+  run("${CMAKE_COMMAND}" -S "${source}" -B "${SCRATCH}/build" -G "${GENERATOR}"
+    "-DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM}" "-DCMAKE_CXX_COMPILER=${COMPILER}"
+    "-DCMAKE_CXX_COMPILER_LAUNCHER=${LAUNCHER}" "-DCMAKE_CXX_FLAGS=${FLAGS}"
+    -DCMAKE_EXPORT_COMPILE_COMMANDS=ON ${ARGN})
+  run("${CMAKE_COMMAND}" --build "${SCRATCH}/build" --target consumer)
+  run("${SCRATCH}/build/consumer")
+  message(NOTICE "${output}")
+
+  file(READ "${SCRATCH}/build/compile_commands.json" calls)
+  string(JSON count LENGTH "${calls}")
+  math(EXPR last "${count} - 1")
+  foreach(i RANGE ${last})
+    string(JSON file GET "${calls}" ${i} file)
+    if(file MATCHES "/host\\.cpp$")
+      string(JSON command GET "${calls}" ${i} command)
+      set(command "${command}" PARENT_SCOPE)
+    endif()
+  endforeach()
+endfunction()
