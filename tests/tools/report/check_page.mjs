@@ -1,0 +1,173 @@
+// node check_page.mjs CHROMIUM PAGE < expectations
+// Opens the page in light and in dark, wide and narrow, and on paper. Expectations: {canvases, says,
+// numbers: what `algtrack report --json` printed, few: too few values for lines}.
+import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
+import { pathToFileURL } from 'node:url';
+import { Browser } from './browser.mjs';
+
+const [chromium, page] = process.argv.slice(2);
+const url = pathToFileURL(page).href;
+const { canvases, says = [], numbers, few = false } = JSON.parse(readFileSync(0, 'utf8'));
+
+// What follows runs in the page. The pixels are those of a copy: reading a canvas many times makes
+// the browser warn.
+const pixelsOf = `((canvas) => {
+  const copy = document.createElement('canvas');
+  [copy.width, copy.height] = [canvas.width, canvas.height];
+  const context = copy.getContext('2d', { willReadFrequently: true });
+  context.drawImage(canvas, 0, 0);
+  return context.getImageData(0, 0, copy.width, copy.height).data;
+})`;
+
+/** How many pixels of every canvas have a colour. Axes, grids and texts are grey or nearly so. */
+const countColours = `[...document.querySelectorAll('canvas')].map((canvas) => {
+  const data = ${pixelsOf}(canvas);
+  let coloured = 0;
+  for (let i = 0; i < data.length; i += 4) {
+    const [r, g, b, a] = data.subarray(i, i + 4);
+    if (a > 128 && Math.max(r, g, b) - Math.min(r, g, b) > 70) ++coloured;
+  }
+  return coloured;
+})`;
+
+/** How many pixels of the paths have an object's colour. */
+const countObject = (n) => `(() => {
+  const hex = getComputedStyle(document.documentElement).getPropertyValue('--object-${n}').trim();
+  const wanted = [1, 3, 5].map((at) => parseInt(hex.slice(at, at + 2), 16));
+  return [...document.querySelectorAll('.view canvas')].map((canvas) => {
+    const data = ${pixelsOf}(canvas);
+    let found = 0;
+    for (let i = 0; i < data.length; i += 4)
+      if (data[i + 3] > 200 && wanted.every((value, k) => Math.abs(data[i + k] - value) < 12)) ++found;
+    return found;
+  });
+})()`;
+
+const background = `(() => {
+  const [r, g, b] = getComputedStyle(document.body).backgroundColor.match(/\\d+/g).map(Number);
+  return (r + g + b) / 3;
+})()`;
+
+const theme = 'document.documentElement.dataset.theme';
+
+async function assertDrawn(browser, where) {
+  const coloured = await browser.evaluate(countColours);
+  assert.equal(coloured.length, canvases, `${where}: canvases`);
+  const least = few ? 4 : 100;
+  coloured.forEach((count, i) =>
+    assert.ok(count >= least, `${where}: canvas ${i} has ${count} coloured pixels`));
+}
+
+async function assertFits(browser, where) {
+  const { content, window } = await browser.evaluate(
+    '({ content: document.documentElement.scrollWidth, window: innerWidth })');
+  assert.ok(content <= window, `${where}: ${content} px of content in ${window} px`);
+}
+
+async function checkTexts(browser) {
+  const text = await browser.evaluate('document.body.innerText');
+  for (const said of says) assert.ok(text.includes(said), `the page must say ${said}`);
+  const rows = await browser.evaluate(
+    '[...document.querySelectorAll("tbody tr")].map((row) => row.innerText.split("\\t"))');
+  for (const { object, presence } of numbers.objects) {
+    const [, seen, without] = rows.find((row) => row[0] === `Object ${object}`);
+    assert.equal(without.replaceAll(',', ''), String(presence.packets - presence.seen));
+    assert.ok(Math.abs(parseFloat(seen) - 100 * presence.seen_share) <= 0.011, seen);
+  }
+}
+
+async function checkObjectToggle(browser) {
+  const before = await browser.evaluate(countObject(0));
+  assert.ok(before.every((count) => count > 15), `object 0 in the paths: ${before}`);
+  await browser.evaluate('document.querySelector(".toggle").click()');
+  assert.deepEqual(await browser.evaluate(countObject(0)), [0, 0, 0]);
+  await browser.evaluate('document.querySelector(".toggle").click()');
+  assert.deepEqual(await browser.evaluate(countObject(0)), before);
+}
+
+/** The mouse over one chart shows the values of that moment in all charts; a drag zooms all. */
+async function checkCharts(browser) {
+  const { x, y, width } = await browser.evaluate(`(() => {
+    const over = document.querySelector('.u-over');
+    over.scrollIntoView({ block: 'center' });
+    const { x, y, width } = over.getBoundingClientRect();
+    return { x, y, width };
+  })()`);
+  const mouse = (type, dx, button = 'none') => browser.send('Input.dispatchMouseEvent', {
+    type, x: x + dx, y: y + 30, button, buttons: button === 'left' ? 1 : 0, clickCount: 1,
+  });
+  const settled = 'new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)))';
+  const readouts = '[...document.querySelectorAll(".readout")].map((r) => r.textContent.split("   ")[0])';
+
+  await mouse('mouseMoved', width / 2);
+  await browser.evaluate(settled);
+  const times = await browser.evaluate(readouts);
+  assert.ok(times.length > 1 && times.every((time) => time && time === times[0]), `${times}`);
+
+  const picture = 'document.querySelectorAll(".u-wrap canvas")[1].toDataURL()';
+  const whole = await browser.evaluate(picture);
+  await mouse('mouseMoved', width / 4);
+  await mouse('mousePressed', width / 4, 'left');
+  await mouse('mouseMoved', width / 2, 'left');
+  await mouse('mouseReleased', width / 2, 'left');
+  await browser.evaluate(settled);
+  assert.notEqual(await browser.evaluate(picture), whole, 'a drag over one chart zooms the others');
+  await assertDrawn(browser, 'zoomed');
+}
+
+async function checkPaper(browser) {
+  await browser.evaluate('dispatchEvent(new Event("beforeprint"))');
+  assert.equal(await browser.evaluate(theme), 'light');
+  const widths = await browser.evaluate(
+    '[...document.querySelectorAll("canvas")].map((canvas) => canvas.clientWidth)');
+  assert.ok(widths.every((width) => width <= 680), `${widths}`);
+  await assertDrawn(browser, 'on paper');
+  await browser.evaluate('dispatchEvent(new Event("afterprint"))');
+  assert.equal(await browser.evaluate(theme), 'dark');
+  const { data } = await browser.send('Page.printToPDF', { printBackground: true });
+  const pdf = Buffer.from(data, 'base64').toString('latin1');
+  assert.ok(pdf.startsWith('%PDF') && (pdf.match(/\/Type\s*\/Page\b/g) ?? []).length >= 3);
+}
+
+const browser = await Browser.start(chromium);
+const problems = [];
+browser.on(({ method, params }) => {
+  if (method === 'Runtime.exceptionThrown')
+    problems.push(params.exceptionDetails.exception?.description ?? params.exceptionDetails.text);
+  if (method === 'Runtime.consoleAPICalled') problems.push(JSON.stringify(params.args));
+  if (method === 'Log.entryAdded') problems.push(params.entry.text);
+  if (method === 'Page.javascriptDialogOpening') problems.push(`dialog: ${params.message}`);
+  if (method === 'Network.requestWillBeSent' && params.request.url !== url &&
+      !params.request.url.startsWith('data:'))
+    problems.push(`fetches ${params.request.url}`);
+});
+
+try {
+  await browser.show({ dark: false });
+  await browser.open(url);
+  assert.equal(await browser.evaluate(theme), 'light');
+  assert.ok((await browser.evaluate(background)) > 200);
+  assert.ok((await browser.evaluate('document.title')).startsWith(numbers.recording.file));
+  await assertDrawn(browser, 'light');
+  await assertFits(browser, 'wide');
+  await checkTexts(browser);
+  if (!few) {
+    await checkObjectToggle(browser);
+    await checkCharts(browser);
+  }
+  await browser.evaluate('document.querySelector(".theme").click()');
+  assert.equal(await browser.evaluate(theme), 'dark');
+  await assertDrawn(browser, 'switched to dark');
+
+  await browser.show({ dark: true, width: 400, height: 800, scale: 2 });
+  await browser.open(url);
+  assert.equal(await browser.evaluate(theme), 'dark');
+  assert.ok((await browser.evaluate(background)) < 50);
+  await assertDrawn(browser, 'dark and narrow');
+  await assertFits(browser, 'narrow');
+  await checkPaper(browser);
+  assert.deepEqual(problems, []);
+} finally {
+  await browser.close();
+}

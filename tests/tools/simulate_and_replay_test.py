@@ -1,0 +1,300 @@
+#!/usr/bin/env python3
+"""algtrack simulate and replay, end to end."""
+import csv
+import json
+import os
+import struct
+import time
+import unittest
+
+from algtrack_case import AlgtrackCase
+
+NOISY = ["--seconds", 3, "--noise", 0.1, "--dropouts", 0.03, "--splits", 0.05, "--strays", 0.5,
+         "--reflections", 0.03, "--loss", 0.03, "--corrupt", 0.05, "--wrong-check", 0.05,
+         "--inertial", "--occlude", "1:1-2", "--occlude", "0:0.5-1:left"]
+
+
+class SimulateTest(AlgtrackCase):
+    def test_same_seed_gives_the_same_content(self):
+        self.simulate("a", *NOISY, "--seed", 5)
+        self.simulate("b", *NOISY, "--seed", 5)
+        self.simulate("c", *NOISY, "--seed", 6)
+        self.assertEqual(self.dump("a"), self.dump("b"))
+        self.assertNotEqual(self.dump("a"), self.dump("c"))
+
+    def test_truth_covers_every_frame_and_lost_packets_have_no_call(self):
+        self.simulate("a", "--seconds", 2, "--loss", 0.2)
+        ((frames, lost),) = self.query(
+            "a", "SELECT count(DISTINCT frame), count(DISTINCT frame) - count(DISTINCT call)"
+                 " FROM truth")
+        ((packets,),) = self.query(
+            "a", "SELECT count(*) FROM calls WHERE kind = 'InputStream'")
+        self.assertEqual(frames, 180)
+        self.assertEqual(packets, 180 - lost)
+        self.assertTrue(10 < lost < 70, lost)  # 36 are expected
+
+    def test_delivered_positions_are_the_mirrored_truth_at_rest(self):
+        for product_type in (0, 1, 2):
+            name = f"still{product_type}"
+            self.simulate(name, "--scene", "still", "--seconds", 1, "--product-type", product_type)
+            truth = {}  # the middle of an object's markers
+            for object_id, x, y, z in self.query(
+                    name, "SELECT object, avg(x), avg(y), avg(z) FROM truth GROUP BY object"):
+                truth[object_id] = (x, -y, -z)
+            (block,), = self.query(name, "SELECT block FROM blocks ORDER BY call DESC LIMIT 1")
+            found = self.positions(block)
+            self.assertEqual(found.keys(), truth.keys())
+            for object_id, position in found.items():
+                for a, b in zip(position, truth[object_id]):
+                    self.assertAlmostEqual(a, b, delta=2)
+
+    def test_an_occluded_object_is_missing_and_comes_back(self):
+        self.simulate("a", "--scene", "still", "--seconds", 4, "--occlude", "1:1-2")
+
+        def seen(second):
+            (block,), = self.query(
+                "a", "SELECT block FROM blocks JOIN calls ON calls.id = blocks.call"
+                     " WHERE start_ns >= ? ORDER BY call LIMIT 1", int(second * 1e9))
+            return set(self.positions(block))
+
+        self.assertEqual(seen(0.9), {0, 1, 2})
+        self.assertEqual(seen(1.9), {0, 2})
+        self.assertEqual(seen(3.5), {0, 1, 2})
+
+    def test_stream_types_follow_the_options(self):
+        def streams(*arguments):
+            self.simulate("a", "--force", "--seconds", 0.1, *arguments)
+            return dict(self.query("a", "SELECT type, count(*) FROM calls"
+                                        " WHERE kind = 'InputStream' GROUP BY type"))
+        self.assertEqual(streams("--product-type", 1), {2: 9})
+        self.assertEqual(streams("--product-type", 2), {0: 9})
+        self.assertEqual(streams("--framing", "plain", "--inertial"), {0: 9, 3: 9, 4: 9})
+        self.assertEqual(streams("--framing", "stamped", "--rate", 30), {2: 3})
+
+    def test_measured_motion_moves_every_object(self):
+        with open(self.path("motion.tum"), "w") as file:
+            for i in range(200):  # 0.5 m/s along the room's x
+                file.write(f"{100 + i * 0.01} {i * 0.005} 0 1 0 0 0 1\n")
+        self.simulate("a", "--trajectory", "motion.tum", "--start", 0.5, "--seconds", 60)
+        ((first, last, frames),) = self.query(
+            "a", "SELECT min(time_ns), max(time_ns), count(DISTINCT frame) FROM truth")
+        self.assertEqual(frames, round(1.49 * 90))  # what is left of the motion
+        for (moved,) in self.query(
+                "a", "SELECT max(x) - min(x) FROM truth GROUP BY object, marker"):
+            self.assertAlmostEqual(moved, 500 * (last - first) / 1e9, delta=1)
+
+
+class VerifyTest(AlgtrackCase):
+    def test_replays_every_product_type_and_framing_to_the_same_bytes(self):
+        for product_type in (0, 1, 2):
+            for framing in ("plain", "stamped"):
+                name = f"r{product_type}{framing}"
+                self.simulate(name, *NOISY, "--product-type", product_type, "--framing", framing,
+                              "--filter-mode", product_type - 1)
+                output = self.succeed("replay", name, "--verify")
+                self.assertIn("is the same, byte by byte", output)
+
+    def test_names_the_first_call_record_and_field_with_both_values(self):
+        self.simulate("good", "--seconds", 1, "--corrupt", 0.3)
+        (first, block), (second, _) = self.query(
+            "good", "SELECT call, block FROM blocks ORDER BY call LIMIT 2 OFFSET 30")
+        ((query, answer),) = self.query(
+            "good", "SELECT id, output FROM calls WHERE kind = 'HandleEvent' AND id > ?"
+                    " ORDER BY id LIMIT 1", first)
+        y = struct.unpack_from("<f", block, 8 + 52 + 8)[0]
+        changed_block = block[:8 + 52 + 8] + struct.pack("<f", 1.5) + block[8 + 52 + 12:]
+        changed_answer = answer[:28] + struct.pack("<f", -2.5) + answer[32:]
+        cases = [
+            ("UPDATE blocks SET block = ? WHERE call >= ? AND call < ?",
+             (changed_block, first, second),
+             [f"call {first} (InputStream, stream type 2): block 0, record 1, y: recorded 1.5, "
+              f"replayed {y:.9g}", "1 of "]),
+            ("UPDATE calls SET output = ? WHERE id = ?", (changed_answer, query),
+             [f"call {query} (HandleEvent, event 0): answer, filtered x: recorded -2.5, replayed "]),
+            ("UPDATE calls SET returned = 0 WHERE id = ?", (first,),
+             [f"call {first} ", "returned value: recorded 0, replayed 1"]),
+            ("UPDATE logs SET text = 'alg: other' WHERE call = "
+             "(SELECT min(call) FROM logs WHERE call > ?)", (first,),
+             ["message 0, text: recorded \"alg: other\", replayed \"alg: fpga: "]),
+            ("DELETE FROM blocks WHERE call = ?", (first,), ["blocks: recorded 0, replayed 1"]),
+        ]
+        for sql, parameters, expected in cases:
+            with open(self.path("good"), "rb") as source, open(self.path("bad"), "wb") as target:
+                target.write(source.read())
+            self.change("bad", sql, *parameters)
+            message = self.fail_in_one_line("replay", "bad", "--verify")
+            for text in expected:
+                self.assertIn(text, message)
+
+    def test_the_recording_host_example_replays_to_the_same_bytes(self):
+        import subprocess
+        host = subprocess.run([os.environ["ALG_RECORDING_HOST"], self.path("session.algrec")],
+                              capture_output=True, text=True, timeout=120)
+        self.assertEqual(host.returncode, 0, host.stderr)
+        self.assertIn("180 blocks; 1264 calls", host.stdout)
+        self.assertIn("is the same, byte by byte", self.succeed("replay", "session.algrec", "--verify"))
+        clock, durations = self.query(
+            "session.algrec", "SELECT (SELECT value FROM meta WHERE key = 'clock'),"
+                              " count(duration_ns) FROM calls")[0]
+        self.assertEqual((clock, durations), ("monotonic", 1264))
+
+
+class WhatIfTest(AlgtrackCase):
+    def test_a_changed_filter_mode_shows_against_the_original(self):
+        self.simulate("a", "--seconds", 1, "--noise", 0.2)
+        self.succeed("replay", "a", "--filter-mode", 1, "--record", "b")
+        self.succeed("replay", "b", "--verify")
+        message = self.fail_in_one_line("replay", "b", "--against", "a")
+        self.assertIn("call 3 (SetFilterMode): mode: there 0, here 1", message)
+        blocks = "SELECT block FROM blocks ORDER BY call"
+        self.assertEqual(self.query("a", blocks), self.query("b", blocks))  # only answers differ
+        answers = "SELECT output FROM calls WHERE kind = 'HandleEvent' ORDER BY id"
+        self.assertNotEqual(self.query("a", answers), self.query("b", answers))
+
+    def test_a_filter_mode_is_added_where_the_recording_sets_none(self):
+        self.simulate("a", "--seconds", 1, "--noise", 0.2, "--filter-mode", -1)
+        self.simulate("b", "--seconds", 1, "--noise", 0.2, "--filter-mode", 0)
+        self.succeed("replay", "a", "--filter-mode", 0, "--record", "c")
+        answers = "SELECT output FROM calls WHERE kind = 'HandleEvent' ORDER BY id"
+        self.assertEqual(self.query("b", answers), self.query("c", answers))
+        self.succeed("replay", "c", "--against", "b")
+
+    def test_a_changed_product_type_reaches_the_library(self):
+        self.simulate("a", "--seconds", 1, "--product-type", 1)
+        self.succeed("replay", "a", "--product-type", 0, "--record", "b")
+        self.assertEqual(self.query("b", "SELECT product_type FROM configurations"), [(0,)])
+        message = self.fail_in_one_line("replay", "a", "--product-type", 0, "--against", "a")
+        self.assertIn("product type: there 1, here 0", message)
+
+    def test_a_changed_calibration_reaches_the_library(self):
+        self.simulate("a", "--seconds", 1, "--scene", "still", "--product-type", 0)
+        # The same rig with half the baseline sees everything half as far away.
+        ((record,),) = self.query("a", "SELECT calibration FROM configurations")
+        values = list(struct.unpack("<115d", record))
+        values[44:47] = [value / 2 for value in values[44:47]]
+        with open(self.path("half.bin"), "wb") as file:
+            file.write(struct.pack("<115d", *values))
+        self.succeed("replay", "a", "--calibration", "half.bin", "--unit", "mm", "--record", "b")
+        last = "SELECT block FROM blocks ORDER BY call DESC LIMIT 1"
+        before = self.positions(self.query("a", last)[0][0])
+        after = self.positions(self.query("b", last)[0][0])
+        self.assertEqual(before.keys(), after.keys())
+        self.assertEqual(set(before), {0, 1, 2})
+        for object_id, position in before.items():
+            for a, b in zip(position, after[object_id]):
+                self.assertAlmostEqual(a / 2, b, delta=0.01)
+
+
+class RecordTest(AlgtrackCase):
+    def test_a_recorded_replay_keeps_times_and_truth_and_measures_durations(self):
+        self.simulate("a", "--seconds", 1, "--loss", 0.1)
+        self.succeed("replay", "a", "--record", "b")
+        for sql in ("SELECT * FROM truth ORDER BY frame, object, marker",
+                    "SELECT id, kind, type, payload, returned, output, start_ns FROM calls",
+                    "SELECT * FROM blocks", "SELECT * FROM logs"):
+            self.assertEqual(self.query("a", sql), self.query("b", sql), sql)
+        self.assertEqual(self.query("a", "SELECT count(duration_ns) FROM calls"), [(0,)])
+        self.assertEqual(self.query("b", "SELECT count(*) - count(duration_ns) FROM calls"), [(0,)])
+        self.assertIn("is the same, byte by byte", self.succeed("replay", "b", "--against", "a"))
+
+    def test_a_shorter_or_longer_other_recording_is_noticed(self):
+        self.simulate("short", "--seconds", 1, "--scene", "still")
+        self.simulate("long", "--seconds", 2, "--scene", "still")
+        message = self.fail_in_one_line("replay", "short", "--against", "long")
+        self.assertIn("this call is only there", message)
+        self.fail_in_one_line("replay", "long", "--against", "short")
+
+
+class ExportTest(AlgtrackCase):
+    def setUp(self):
+        super().setUp()
+        self.simulate("a", "--seconds", 1, "--noise", 0.1, "--corrupt", 0.1)
+        self.succeed("replay", "a", "--csv", "a.csv", "--jsonl", "a.jsonl", "--tum", "t",)
+        self.blocks = self.query(
+            "a", "SELECT call, start_ns, block FROM blocks JOIN calls ON calls.id = call"
+                 " ORDER BY call")
+        self.expected = []  # call, seconds, stamp, object, position: read from the file itself
+        for call, start_ns, block in self.blocks:
+            stamp = struct.unpack_from("<Q", block)[0]
+            for object_id, position in self.positions(block).items():
+                self.expected.append((call, start_ns / 1e9, stamp, object_id, position))
+
+    def lines(self, name):
+        with open(self.path(name)) as file:
+            return file.read().splitlines()
+
+    def test_csv_holds_every_position_in_both_axes(self):
+        lines = self.lines("a.csv")
+        header = " ".join(line for line in lines if line.startswith("#"))
+        for word in ("millimetres", "x right, y up, z towards the viewer", "simulated time",
+                     "x right, y down, z forward", "before the mirroring", "units per second"):
+            self.assertIn(word, header)
+        rows = list(csv.DictReader(line for line in lines if not line.startswith("#")))
+        found = [row for row in rows if row["source"] == "block"]
+        self.assertEqual(len(found), len(self.expected))
+        for row, (call, seconds, stamp, object_id, position) in zip(found, self.expected):
+            self.assertEqual((int(row["call"]), int(row["stamp_us"]), int(row["object"])),
+                             (call, stamp, object_id))
+            self.assertAlmostEqual(float(row["time_s"]), seconds, places=9)
+            for name, value in zip("xyz", position):
+                self.assertAlmostEqual(float(row[name]), value, delta=1e-5 * abs(value))
+                self.assertEqual(float(row["camera_" + name]),
+                                 float(row[name]) * (1 if name == "x" else -1))
+        answers = [row for row in rows if row["source"] == "answer"]
+        ((queries,),) = self.query("a", "SELECT count(*) FROM calls WHERE kind = 'HandleEvent'")
+        self.assertTrue(0 < len(answers) <= queries)
+
+    def test_json_lines_hold_blocks_answers_and_messages(self):
+        lines = [json.loads(line) for line in self.lines("a.jsonl")]
+        self.assertEqual(lines[0]["kind"], "header")
+        for key in ("time_s", "unit", "position", "camera_position", "stamp_us"):
+            self.assertIn(key, lines[0])
+        blocks = [line for line in lines if line["kind"] == "block"]
+        self.assertEqual([line["call"] for line in blocks], [call for call, _, _ in self.blocks])
+        found = [(line["call"], item["object"], tuple(item["position"]))
+                 for line in blocks for item in line["objects"]]
+        self.assertEqual(found, [(call, object_id, position)
+                                 for call, _, _, object_id, position in self.expected])
+        for line in blocks:
+            for item in line["objects"]:
+                x, y, z = item["position"]
+                self.assertEqual(item["camera_position"], [x, -y, -z])
+        messages = [(line["call"], line["level"], line["text"])
+                    for line in lines if line["kind"] == "message"]
+        self.assertEqual(messages,
+                         self.query("a", "SELECT call, level, text FROM logs ORDER BY call, step"))
+
+    def test_tum_holds_metres_per_object_in_the_axes_asked_for(self):
+        self.succeed("replay", "a", "--tum", "camera", "--axes", "camera")
+        for object_id in range(3):
+            expected = [(seconds, position) for _, seconds, _, found, position in self.expected
+                        if found == object_id]
+            for prefix, sign, axes in (("t", 1, "y up"), ("camera", -1, "y down")):
+                lines = self.lines(f"{prefix}-object{object_id}.tum")
+                header = " ".join(line for line in lines if line.startswith("#"))
+                self.assertIn("metres", header)
+                self.assertIn(axes, header)
+                rows = [list(map(float, line.split())) for line in lines
+                        if not line.startswith("#")]
+                self.assertEqual(len(rows), len(expected))
+                for row, (seconds, (x, y, z)) in zip(rows, expected):
+                    self.assertAlmostEqual(row[0], seconds, places=9)
+                    for a, b in zip(row[1:4], (x, sign * y, sign * z)):
+                        self.assertAlmostEqual(a, b / 1000, delta=1e-6)
+                    self.assertEqual(row[4:], [0, 0, 0, 1])
+        self.assertFalse(os.path.exists(self.path("t-object3.tum")))
+
+    def test_real_time_takes_as_long_as_the_recording(self):
+        begin = time.monotonic()
+        self.succeed("replay", "a", "--realtime", "--verify")
+        self.assertGreaterEqual(time.monotonic() - begin, 89 / 90)
+
+    def test_the_summary_is_there_as_json(self):
+        summary = {row["quantity"]: row["value"]
+                   for row in json.loads(self.succeed("replay", "a", "--json"))["summary"]}
+        self.assertEqual(summary["packets"], 90)
+        self.assertEqual(summary["blocks delivered"], len(self.blocks))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <tools/algtrack/PipelineTrace.h>
+#include <tools/algtrack/Table.h>
+
+#include <array>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+
+namespace algtrack {
+
+/// Where the blobs of many packets ended. What goes in is counted from the packets' bytes, where it
+/// ends from the blobs' fates: two ways that must give one sum.
+class BlobFunnel {
+ public:
+  void add(const PacketTrace& packet);
+
+  std::int64_t records(int camera) const { return records_[static_cast<std::size_t>(camera)]; }
+  std::int64_t ended(BlobFate fate, int camera) const {
+    return ends_[static_cast<std::size_t>(fate)][static_cast<std::size_t>(camera)];
+  }
+  std::int64_t ended(BlobFate fate) const { return ended(fate, 0) + ended(fate, 1); }
+
+  /// Every blob that went in ended in exactly one place, for each camera.
+  bool closes() const;
+
+  /// From the records to what was delivered, with the sums in between.
+  Table table() const;
+  nlohmann::ordered_json json() const;
+
+ private:
+  std::array<std::int64_t, 2> records_{};
+  std::array<std::array<std::int64_t, 2>, kBlobFates> ends_{};
+};
+
+}  // namespace algtrack

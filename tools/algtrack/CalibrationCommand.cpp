@@ -1,0 +1,359 @@
+#include <sim/StereoRig.h>
+#include <sim/TextFile.h>
+#include <tools/algtrack/Commands.h>
+#include <tools/algtrack/OutputFile.h>
+#include <tools/algtrack/RecordedPairs.h>
+#include <tools/algtrack/Table.h>
+#include <tools/calibration/CalibrationCheck.h>
+#include <tools/calibration/CalibrationFile.h>
+#include <tools/calibration/CalibrationJson.h>
+#include <tools/calibration/CalibrationRecord.h>
+#include <tools/recording/Recording.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace algtrack {
+namespace {
+
+using calibration::FieldOfView;
+using calibration::Finding;
+using calibration::FitQuality;
+using calibration::Geometry;
+using calibration::LoadedCalibration;
+using Json = nlohmann::ordered_json;
+
+struct CalibrationOptions {
+  std::vector<std::string> files;
+  std::string recording;
+  std::string unit;  ///< empty = as the file says
+  std::string outputUnit = "mm";
+  std::vector<std::string> outputs;
+  bool swapCameras = false;
+  bool force = false;
+  bool json = false;
+};
+
+std::string number(double value, const char* format = "%.6g") {
+  char text[64];
+  std::snprintf(text, sizeof text, format, value);
+  return text;
+}
+
+std::string unitOf(const LoadedCalibration& loaded) {
+  return loaded.unit.empty() ? "(unit not stated)" : loaded.unit;
+}
+
+/// For messages: what was read.
+std::string sourceOf(const CalibrationOptions& options) {
+  return options.files.empty() ? options.recording : options.files[0];
+}
+
+LoadedCalibration loadRecorded(const recording::RecordingReader& reader) {
+  LoadedCalibration loaded;
+  for (const recording::Configuration& configuration : reader.configurations()) {
+    if (!configuration.calibration) continue;
+    loaded = calibration::readRecord(calibration::recordBytes(*configuration.calibration),
+                                     reader.path());
+    loaded.format = "calibration of call " + std::to_string(configuration.call);
+  }
+  if (loaded.format.empty())
+    throw recording::RecordingError(reader.path(), "expected a calibration in it, found none");
+  return loaded;
+}
+
+LoadedCalibration load(const CalibrationOptions& options) {
+  if (options.files.empty() && options.recording.empty())
+    throw std::runtime_error("expected a calibration file or --recording, found neither");
+  if (options.files.empty()) return loadRecorded(recording::RecordingReader(options.recording));
+  return calibration::readCalibration(
+      options.files, options.unit.empty() ? std::nullopt : std::optional(options.unit));
+}
+
+bool isJsonPath(const std::string& path) {
+  const std::string ending = ".json";
+  return path.size() > ending.size() &&
+         path.compare(path.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+void runImport(const CalibrationOptions& options) {
+  for (const std::string& output : options.outputs) {
+    for (const std::string& input : options.files) checkNotInput(output, input);
+    if (std::count(options.outputs.begin(), options.outputs.end(), output) > 1)
+      throw std::runtime_error(output + ": expected different outputs, found it twice");
+    checkOutputPath(output, options.force);
+  }
+  LoadedCalibration loaded = load(options);
+  calibration::requireUsable(loaded, sourceOf(options));
+  if (options.swapCameras) loaded.calibration = calibration::withCamerasSwapped(loaded.calibration);
+  const std::vector<Finding> findings = calibration::judge(loaded, calibration::measure(loaded));
+
+  algorithm::StereoCalibration& c = loaded.calibration;
+  for (double& t : c.translation) t /= calibration::millimetresPer(options.outputUnit);
+  calibration::recomputeFundamental(c);
+  std::cout << sourceOf(options) << ": " << loaded.format << ", translation in "
+            << options.outputUnit << ", baseline " << number(calibration::baselineOf(c)) << " "
+            << options.outputUnit << ", F computed from K, R and T\n";
+  if (!loaded.left.stated || !loaded.right.stated)
+    std::cout << "Note: the file does not name its lens model; its coefficients are taken as the "
+                 "equidistant (fisheye) model's.\n";
+  for (const Finding& finding : findings) std::cout << "Note: " << finding.text << "\n";
+  for (const std::string& path : options.outputs) {
+    OutputFile file(path, options.force);
+    if (isJsonPath(path)) {
+      file.stream()
+          << calibration::toJson(c, options.outputUnit, loaded.width, loaded.height).dump(2)
+          << "\n";
+    } else {
+      file.stream() << calibration::recordBytes(c);
+    }
+    file.commit();
+    std::cout << "Wrote " << path << (isJsonPath(path) ? " (JSON)" : " (920-byte record)") << "\n";
+  }
+}
+
+template <std::size_t N>
+void printNumbers(const char* name, const double (&values)[N], std::size_t columns) {
+  for (std::size_t i = 0; i < N; ++i) {
+    if (i % columns == 0) std::printf("%-20s", i == 0 ? name : "");
+    std::printf(" %16.9g%s", values[i], i % columns == columns - 1 || i + 1 == N ? "\n" : "");
+  }
+}
+
+/// The four coefficients of the equidistant model, or all eight where a file gives more.
+void printDistortion(const char* name, const double (&distortion)[8]) {
+  double first[4];
+  std::copy_n(distortion, 4, first);
+  const bool more = std::any_of(distortion + 4, distortion + 8, [](double k) { return k != 0; });
+  more ? printNumbers(name, distortion, 4) : printNumbers(name, first, 4);
+}
+
+void runShow(const CalibrationOptions& options) {
+  const LoadedCalibration loaded = load(options);
+  const algorithm::StereoCalibration& c = loaded.calibration;
+  if (options.json) {
+    std::cout << calibration::toJson(c, loaded.unit, loaded.width, loaded.height).dump(2) << "\n";
+    return;
+  }
+  std::cout << sourceOf(options) << ": " << loaded.format;
+  if (loaded.width > 0) std::cout << ", images of " << loaded.width << " x " << loaded.height;
+  std::cout << "\n" << std::flush;
+  printNumbers("left K", c.leftIntrinsics, 3);
+  printDistortion("left distortion", c.leftDistortion);
+  printNumbers("right K", c.rightIntrinsics, 3);
+  printDistortion("right distortion", c.rightDistortion);
+  printNumbers("R (left to right)", c.rotation, 3);
+  printNumbers(("T, " + unitOf(loaded)).c_str(), c.translation, 3);
+  printNumbers(loaded.fundamentalInFile ? "F" : "F (computed)", c.fundamental, 3);
+  if (std::fflush(stdout) != 0) throw std::runtime_error("standard output: writing failed");
+}
+
+Json viewJson(const FieldOfView& view) {
+  return {{"horizontal", view.horizontal},
+          {"vertical", view.vertical},
+          {"diagonal", view.diagonal},
+          {"endsBeforeTheImage", view.folds}};
+}
+
+Json geometryJson(const Geometry& g) {
+  return {{"baseline", g.baseline},
+          {"rotationDegrees", g.rotationAngle},
+          {"rotationDeviation", g.rotationDeviation},
+          {"rotationDeterminant", g.rotationDeterminant},
+          {"convergenceDegrees", g.convergence},
+          {"imageWidth", g.width},
+          {"imageHeight", g.height},
+          {"imageSizeStated", g.sizeStated},
+          {"leftFieldOfView", viewJson(g.left)},
+          {"rightFieldOfView", viewJson(g.right)},
+          {"fundamentalErrorPx", g.fundamentalError}};
+}
+
+Json fitJson(const FitQuality& fit) {
+  return {{"pairs", fit.pairs},
+          {"medianResidualPx", fit.medianResidual},
+          {"p95ResidualPx", fit.highResidual},
+          {"acceptedShare", fit.accepted},
+          {"inFrontShare", fit.inFront},
+          {"medianDepth", fit.medianDepth}};
+}
+
+Json findingsJson(const std::vector<Finding>& findings) {
+  Json json = Json::array();
+  for (const Finding& finding : findings)
+    json.push_back({{"code", finding.code}, {"text", finding.text}});
+  return json;
+}
+
+std::string sideText(const LoadedCalibration& loaded, const Geometry& geometry) {
+  if (!geometry.sideBySide) return "the cameras do not stand side by side";
+  return loaded.calibration.translation[0] < 0 ? "the left camera is on the left"
+                                               : "the left camera is on the RIGHT";
+}
+
+std::string lensText(const calibration::Lens& lens) {
+  if (lens.stated) return lens.asFound;
+  return "not named: taken as equidistant";
+}
+
+void printGeometry(const LoadedCalibration& loaded, const Geometry& g) {
+  const auto line = [](const std::string& name, const std::string& text) {
+    std::cout << "  " << name << std::string(name.size() < 24 ? 24 - name.size() : 1, ' ') << text
+              << "\n";
+  };
+  const auto degrees = [](double value) { return number(value, "%.2f") + " degrees"; };
+  const auto view = [&](const FieldOfView& v) {
+    return number(v.horizontal, "%.1f") + " x " + number(v.vertical, "%.1f") +
+           " degrees, diagonal " + number(v.diagonal, "%.1f") +
+           (v.folds ? " (the model ends before the image)" : "");
+  };
+  const double* const t = loaded.calibration.translation;
+  line("baseline", number(g.baseline) + " " + unitOf(loaded));
+  line("left camera's place", "(" + number(t[0], "%.4g") + ", " + number(t[1], "%.4g") + ", " +
+                                  number(t[2], "%.4g") +
+                                  ") in the right camera's frame: " + sideText(loaded, g));
+  line("rotation", degrees(g.rotationAngle) + " between the cameras");
+  line("optical axes", g.convergence >= 0 ? "lean towards each other by " + degrees(g.convergence)
+                                          : "lean apart by " + degrees(-g.convergence));
+  line("orthonormal", "R R^T differs from the identity by " + number(g.rotationDeviation, "%.2g") +
+                          ", determinant " + number(g.rotationDeterminant));
+  line("images", std::to_string(g.width) + " x " + std::to_string(g.height) +
+                     (g.sizeStated ? "" : " (not stated: twice the principal point)"));
+  line("lens model",
+       lensText(loaded.left) + (lensText(loaded.left) == lensText(loaded.right)
+                                    ? ""
+                                    : " (left), " + lensText(loaded.right) + " (right)"));
+  line("field of view, left", view(g.left));
+  line("field of view, right", view(g.right));
+  line("F against K, R, T", "mean epipolar error " + number(g.fundamentalError, "%.3g") + " px" +
+                                (loaded.fundamentalInFile ? "" : " (F computed from them)"));
+}
+
+void printFit(const FitQuality& fit, const LoadedCalibration& loaded) {
+  std::cout << "  pairs                   " << fit.pairs
+            << " (both cameras saw one blob of an id)\n";
+  if (fit.pairs == 0) return;
+  std::cout << "  epipolar residual       median " << number(fit.medianResidual, "%.3g")
+            << " px, 95 % below " << number(fit.highResidual, "%.3g") << " px\n"
+            << "  accepted by the library " << number(100 * fit.accepted, "%.1f") << " %\n"
+            << "  in front of the cameras " << number(100 * fit.inFront, "%.1f")
+            << " %, median depth " << number(fit.medianDepth, "%.4g") << " " << unitOf(loaded)
+            << "\n";
+}
+
+void runCheck(const CalibrationOptions& options) {
+  const LoadedCalibration loaded = load(options);
+  const Geometry geometry = calibration::measure(loaded);
+  std::vector<Finding> findings = calibration::judge(loaded, geometry);
+  std::optional<FitQuality> fit;
+  if (!options.recording.empty()) {
+    const auto pairs = observedPairs(recording::RecordingReader(options.recording));
+    fit = calibration::fit(loaded.calibration, pairs);
+    calibration::judgeWithPairs(loaded, pairs, findings);
+  }
+
+  if (options.json) {
+    Json json = {{"file", sourceOf(options)},
+                 {"format", loaded.format},
+                 {"unit", loaded.unit.empty() ? Json(nullptr) : Json(loaded.unit)},
+                 {"geometry", geometryJson(geometry)}};
+    if (fit) json["recording"] = fitJson(*fit);
+    json["findings"] = findingsJson(findings);
+    std::cout << json.dump(2) << "\n";
+  } else {
+    std::cout << sourceOf(options) << ": " << loaded.format << "\n";
+    printGeometry(loaded, geometry);
+    if (fit) {
+      std::cout << options.recording << ": recording\n";
+      printFit(*fit, loaded);
+    }
+    std::cout << (findings.empty() ? "Nothing seems wrong.\n" : "What seems wrong:\n");
+    for (const Finding& finding : findings) std::cout << "  * " << finding.text << "\n";
+  }
+  if (findings.empty()) return;
+  std::string codes;
+  for (const Finding& finding : findings) codes += (codes.empty() ? "" : ", ") + finding.code;
+  throw std::runtime_error(sourceOf(options) + ": something seems wrong with it: " + codes);
+}
+
+void addInput(CLI::App& command, CalibrationOptions& options, bool required) {
+  auto* const files = command.add_option(
+      "files", options.files, "Calibration: one file, or OpenCV's intrinsics and extrinsics");
+  files->expected(1, 2);
+  if (required) files->required();
+  command
+      .add_option("--unit", options.unit,
+                  "Unit of the file's translation (Kalibr: m, record: mm; OpenCV's files say none)")
+      ->check(CLI::IsMember({"mm", "cm", "m", "in"}));
+}
+
+}  // namespace
+
+void addCalibrationCommand(CLI::App& app) {
+  auto* const command = app.add_subcommand(
+      "calibration",
+      "Reads, converts and judges stereo calibrations.\n"
+      "\n"
+      "  algtrack calibration import camchain.yaml -o rig.bin -o rig.json\n"
+      "  algtrack calibration import intrinsics.yml extrinsics.yml --unit m -o rig.bin\n"
+      "  algtrack calibration show rig.bin\n"
+      "  algtrack calibration check rig.bin --recording walk.algrec\n"
+      "\n"
+      "Formats: Kalibr's camera chain, OpenCV's FileStorage (K1 D1 K2 D2 R T, or M1 M2),\n"
+      "our 920-byte record, our JSON.\n");
+  command->require_subcommand(1);
+  const auto options = std::make_shared<CalibrationOptions>();
+  constexpr const char* kRecordingHelp = "Recording: its own calibration, where no file is given";
+
+  auto* const import = command->add_subcommand(
+      "import",
+      "Writes a calibration as the 920-byte record that Init takes, or as JSON.\n"
+      "\n"
+      "  algtrack calibration import camchain.yaml -o rig.bin\n"
+      "  algtrack calibration import stereo.yml --unit m -o rig.bin -o rig.json\n");
+  addInput(*import, *options, true);
+  import
+      ->add_option("-o,--output", options->outputs,
+                   "File to write; the ending .json gives JSON, any other the record")
+      ->required()
+      ->expected(1)
+      ->take_all();
+  import
+      ->add_option("--output-unit", options->outputUnit,
+                   "Unit to write the translation in; the library's limits are made for mm")
+      ->check(CLI::IsMember({"mm", "cm", "m", "in"}))
+      ->capture_default_str();
+  import->add_flag("--swap-cameras", options->swapCameras, "Exchange left and right");
+  import->add_flag("--force", options->force, "Overwrite existing files");
+  import->callback([options] { runImport(*options);
+});
+
+auto* const show = command->add_subcommand(
+    "show", "Prints a calibration.\n\n  algtrack calibration show rig.bin --json\n");
+addInput(*show, *options, false);
+show->add_option("--recording", options->recording, kRecordingHelp);
+show->add_flag("--json", options->json, "Print JSON");
+show->callback([options] { runShow(*options); });
+
+auto* const check = command->add_subcommand(
+    "check",
+    "Prints what a person can judge, and says what seems wrong. Exit code 0 if nothing does.\n"
+    "\n"
+    "  algtrack calibration check camchain.yaml\n"
+    "  algtrack calibration check rig.bin --recording walk.algrec\n");
+addInput(*check, *options, false);
+check->add_option("--recording", options->recording,
+                  std::string(kRecordingHelp) + "; its blobs are held against the calibration");
+check->add_flag("--json", options->json, "Print JSON");
+check->callback([options] { runCheck(*options); });
+}  // namespace algtrack
+
+}  // namespace algtrack

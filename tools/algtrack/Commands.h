@@ -1,0 +1,17 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+// One function per subcommand, each in a source file of its own name. It declares the subcommand's
+// options and, as the callback, what runs when it was chosen. What goes wrong is thrown.
+namespace algtrack {
+
+void addSimulateCommand(CLI::App& app);
+void addReplayCommand(CLI::App& app);
+void addInspectCommand(CLI::App& app);
+void addCalibrationCommand(CLI::App& app);
+void addReportCommand(CLI::App& app);
+
+}  // namespace algtrack

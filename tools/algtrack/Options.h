@@ -1,0 +1,31 @@
+// Options that several subcommands share.
+#pragma once
+
+#include <sim/StereoRig.h>
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace algtrack {
+
+/// A number from `low` to `high`, both included; nan and inf are refused in plain words.
+CLI::Validator numberFrom(double low, double high);
+
+/// Digits only: what reads unsigned numbers would take -1 for a very large one.
+CLI::Validator wholeNumber();
+
+/// A calibration given on the command line, in any format that `algtrack calibration` reads.
+struct RigOption {
+  std::string file;  ///< empty = not given
+  std::string unit;  ///< of its translation; empty = as the file says
+
+  bool given() const { return !file.empty(); }
+
+  /// @throws sim::FileError, in one line
+  sim::StereoRig read() const;
+};
+
+/// Declares --calibration FILE and --unit.
+void addRigOption(CLI::App& command, RigOption& rig, const std::string& description);
+
+}  // namespace algtrack

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace algtrack {
+
+/// A percentage on stderr while something long goes on; silent unless stderr is a terminal.
+class Progress {
+ public:
+  Progress(std::string label, std::int64_t total);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  void show(std::int64_t done);
+
+ private:
+  std::string label_;
+  std::int64_t total_;
+  bool terminal_;
+  int shown_ = -1;  ///< percent
+};
+
+}  // namespace algtrack

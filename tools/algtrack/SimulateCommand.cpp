@@ -1,0 +1,378 @@
+#include <alg_factory/api/AlgFactory.h>
+#include <sim/Simulator.h>
+#include <tools/algtrack/Commands.h>
+#include <tools/algtrack/Options.h>
+#include <tools/algtrack/OutputFile.h>
+#include <tools/algtrack/PartialRecording.h>
+#include <tools/algtrack/Progress.h>
+#include <tools/algtrack/Table.h>
+#include <tools/recording/RecordingAlg.h>
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace algtrack {
+namespace {
+
+// The stamp that asks for the filter's state as it is, without extrapolation.
+constexpr std::uint64_t kFilterStateStamp = 1234;
+constexpr double kMostFrames = 1e7;
+
+struct SimulateOptions {
+  std::string output;
+  bool force = false;
+  bool json = false;
+
+  RigOption rig;
+  std::string scene = "moving";
+  std::string trajectory;
+  double distance = 1700;
+  double start = 0;
+  int productType = 1;
+  double seconds = 20;
+  std::string framing = "auto";
+  bool inertial = false;
+  bool noQueries = false;
+  int filterMode = 0;
+  std::vector<std::string> occlusions;
+  sim::SimulatorOptions simulation;
+};
+
+/// OBJECT:FROM-TO, or OBJECT:FROM-TO:left.
+sim::Occlusion occlusionFrom(const std::string& text, int objects) {
+  const auto fail = [&]() -> sim::Occlusion {
+    throw std::runtime_error(
+        "--occlude: expected OBJECT:FROM-TO or OBJECT:FROM-TO:left (seconds; "
+        "object 0 to " +
+        std::to_string(objects - 1) + "), found '" + text + "'");
+  };
+  sim::Occlusion occlusion;
+  const char* position = text.data();
+  const char* const end = position + text.size();
+  const auto number = [&](auto& value) {
+    const auto [parsed, error] = std::from_chars(position, end, value);
+    if (error != std::errc()) return false;
+    position = parsed;
+    return true;
+  };
+  const auto skip = [&](char c) { return position != end && *position++ == c; };
+  if (!number(occlusion.objectId) || !skip(':') || !number(occlusion.from) || !skip('-') ||
+      !number(occlusion.to))
+    return fail();
+  const std::string camera(position, end);
+  if (camera == ":left") occlusion.camera = sim::Camera::kLeft;
+  if (camera == ":right") occlusion.camera = sim::Camera::kRight;
+  const bool valid = (camera.empty() || occlusion.camera) && occlusion.objectId >= 0 &&
+                     occlusion.objectId < objects && occlusion.from >= 0 &&
+                     occlusion.from < occlusion.to && std::isfinite(occlusion.to);
+  return valid ? occlusion : fail();
+}
+
+sim::Scene sceneFrom(SimulateOptions& options) {
+  if (options.trajectory.empty())
+    return options.scene == "still"
+               ? sim::Scene::still(options.productType)
+               : sim::Scene::moving(options.productType, options.simulation.seed);
+  sim::Trajectory motion = sim::Trajectory::readTum(options.trajectory);
+  if (options.start >= motion.duration())
+    throw std::runtime_error(options.trajectory + ": --start: expected less than the motion's " +
+                             std::to_string(motion.duration()) + " s, found " +
+                             std::to_string(options.start));
+  motion = motion.part(options.start, options.seconds).placedInFront(options.distance);
+  options.seconds = std::min(options.seconds, motion.duration());
+  return sim::Scene::following(options.productType, std::move(motion));
+}
+
+/// Everything that decides the file's content, for whoever finds the file later.
+std::string describe(const SimulateOptions& options) {
+  const auto nameOf = [](const std::string& path) {
+    return std::filesystem::path(path).filename().string();
+  };
+  const sim::SimulatorOptions& simulation = options.simulation;
+  nlohmann::ordered_json facts;
+  facts["seed"] = simulation.seed;
+  facts["calibration"] = options.rig.given() ? nameOf(options.rig.file) : "built in";
+  facts["motion"] = options.trajectory.empty() ? options.scene : nameOf(options.trajectory);
+  facts["product_type"] = options.productType;
+  facts["seconds"] = options.seconds;
+  facts["rate_hz"] = simulation.frameRate;
+  facts["marker_mm"] = simulation.blobs.markerDiameter;
+  facts["noise_px"] = simulation.blobs.pixelNoise;
+  facts["dropouts"] = simulation.blobs.dropoutProbability;
+  facts["splits"] = simulation.blobs.splitProbability;
+  facts["strays"] = simulation.blobs.strayRate;
+  facts["reflections"] = simulation.blobs.reflectionProbability;
+  facts["occlusions"] = options.occlusions;
+  facts["loss"] = simulation.faults.lossProbability;
+  facts["corrupt"] = simulation.faults.corruptProbability;
+  facts["wrong_check"] = simulation.faults.wrongCheckProbability;
+  return facts.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+/// A host in miniature: it counts what comes back.
+struct Host : algorithm::DataSink, algorithm::LogSink {
+  bool Deliver(const void*, int, int) override {
+    ++blocks;
+    return true;
+  }
+  bool Log(int, const char* message) override {
+    std::string text = message;
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    ++messages[text];
+    return true;
+  }
+  std::int64_t blocks = 0;
+  std::map<std::string, std::int64_t> messages;
+};
+
+struct Counts {
+  std::int64_t frames = 0, packets = 0, lost = 0, corrupted = 0, wrongCheck = 0;
+  std::int64_t blobs = 0, blobsCut = 0, calls = 0;
+};
+
+void addTruth(const sim::Frame& frame, std::int64_t timeNs, recording::RecordingAlg& alg,
+              std::optional<std::int64_t> call) {
+  std::vector<recording::TruthRow> rows;
+  for (const sim::MarkerTruth& marker : frame.truth.markers) {
+    recording::TruthRow& row = rows.emplace_back();
+    row.frame = frame.index;
+    row.call = call;
+    row.timeNs = timeNs;
+    row.object = marker.objectId;
+    row.marker = marker.markerIndex;
+    for (int i = 0; i < 3; ++i) row.position[i] = marker.position[i];
+    row.inLeft = marker.inLeft;
+    row.inRight = marker.inRight;
+  }
+  alg.addTruth(rows);
+}
+
+void input(recording::RecordingAlg& alg, int streamType, const sim::Bytes& payload) {
+  alg.InputStream(streamType, payload.data(), 0, static_cast<int>(payload.size()));
+}
+
+/// Drives the library through the recorder as a host would, in simulated time.
+Counts drive(const sim::Simulator& simulator, const SimulateOptions& options,
+             recording::RecordingAlg& alg, std::int64_t& nowNs, Host& host) {
+  const int productType = options.productType;
+  alg.SetLogCallback(&host);
+  alg.SetDataCallback(&host);
+  alg.Init(productType, reinterpret_cast<const unsigned char*>(&simulator.rig().calibration), 0);
+  if (options.filterMode != -1) alg.SetFilterMode(0, options.filterMode, nullptr);
+
+  Counts counts;
+  counts.frames = std::max<std::int64_t>(1, std::llround(options.seconds * simulator.frameRate()));
+  Progress progress("simulating", counts.frames);
+  sim::Frame frame;
+  for (std::int64_t n = 0; n < counts.frames; ++n) {
+    nowNs = std::llround(simulator.timeOf(n) * 1e9);
+    simulator.frame(n, frame);
+    if (options.inertial)
+      for (const int device : {0, 1})
+        input(alg, 3 + device, simulator.inertialPayloadOf(device, n));
+
+    const std::int64_t call = alg.nextIndex();
+    if (!frame.lost) input(alg, simulator.streamType(), frame.payload);
+    addTruth(frame, nowNs, alg, frame.lost ? std::nullopt : std::optional(call));
+
+    for (int object = 0; !options.noQueries && object < sim::objectCount(productType); ++object) {
+      const bool readsStamp = productType != 2 && object == 2;
+      algorithm::PoseAnswer answer;
+      alg.HandleEvent(object, readsStamp ? &kFilterStateStamp : nullptr, &answer);
+    }
+    counts.packets += frame.lost ? 0 : 1;
+    counts.lost += frame.lost ? 1 : 0;
+    counts.corrupted += frame.corrupted && !frame.lost ? 1 : 0;
+    counts.wrongCheck += frame.wrongCheck && !frame.lost ? 1 : 0;
+    counts.blobs += static_cast<std::int64_t>(frame.blobs.size());
+    counts.blobsCut += frame.blobsCut;
+    progress.show(n + 1);
+  }
+  counts.calls = alg.nextIndex();
+  return counts;
+}
+
+void printSummary(const SimulateOptions& options, const Counts& counts, const Host& host) {
+  Table table({"quantity", "value"});
+  table.addRow({"frames", counts.frames});
+  table.addRow({"packets", counts.packets});
+  table.addRow({"packets lost on the way", counts.lost});
+  table.addRow({"packets with a corrupted byte", counts.corrupted});
+  table.addRow({"packets with a wrong check byte", counts.wrongCheck});
+  table.addRow({"blobs", counts.blobs});
+  table.addRow({"blobs without room in their packet", counts.blobsCut});
+  table.addRow({"blocks delivered", host.blocks});
+  for (const auto& [text, count] : host.messages) table.addRow({"message \"" + text + "\"", count});
+  table.addRow({"calls recorded", counts.calls});
+  if (options.json) {
+    nlohmann::ordered_json json;
+    json["file"] = options.output;
+    json["summary"] = table.json();
+    std::cout << printable(json) << "\n";
+  } else {
+    table.print(std::cout);
+    std::cout << "Recording: " << options.output << "\n";
+  }
+}
+
+void simulate(SimulateOptions options) {
+  checkOutputPath(options.output, options.force);
+  checkNotInput(options.output, options.trajectory);
+  checkNotInput(options.output, options.rig.file);
+  const sim::StereoRig rig = options.rig.given() ? options.rig.read() : sim::builtInRig();
+  const sim::Scene scene = sceneFrom(options);
+  if (options.seconds * options.simulation.frameRate > kMostFrames)
+    throw std::runtime_error("--seconds: expected at most 10 million frames, found " +
+                             std::to_string(options.seconds) + " s at " +
+                             std::to_string(options.simulation.frameRate) + " Hz");
+  for (const std::string& text : options.occlusions)
+    options.simulation.blobs.occlusions.push_back(
+        occlusionFrom(text, sim::objectCount(options.productType)));
+  // The pose filters that the queries read are fed by one framing, which differs by product.
+  const bool stamped =
+      options.framing == "stamped" || (options.framing == "auto" && options.productType != 2);
+  options.simulation.framing = stamped ? sim::Framing::kStamped : sim::Framing::kPlain;
+  const sim::Simulator simulator(rig, scene, options.simulation);
+
+  PartialRecording partial(options.output);
+  std::int64_t nowNs = 0;
+  recording::RecordingAlgOptions recorder;
+  recorder.overwrite = true;
+  recorder.waitWhenFull = true;
+  recorder.clock = [&nowNs] { return nowNs; };
+  recorder.clockName = "simulated";
+  recorder.measureDurations = false;  // the only thing that would differ between two runs
+  recorder.facts = {{"source", "simulation"}, {"simulation", describe(options)}};
+  Host host;
+  recording::RecordingAlg alg(algorithm::AlgFactory::CreateALG(0), partial.path(), recorder);
+  const Counts counts = drive(simulator, options, alg, nowNs, host);
+  partial.complete(alg.close());
+  printSummary(options, counts, host);
+}
+
+}  // namespace
+
+void addSimulateCommand(CLI::App& app) {
+  const auto options = std::make_shared<SimulateOptions>();
+  CLI::App* const command = app.add_subcommand(
+      "simulate",
+      "Simulates cameras, markers and motion, drives the library with the packets and records\n"
+      "everything, with the truth. The same options and seed give the same content.\n"
+      "\n"
+      "  algtrack simulate -o walk.algrec\n"
+      "  algtrack simulate -o hard.algrec --noise 0.1 --dropouts 0.02 --splits 0.05 --strays 0.5\n"
+      "  algtrack simulate -o room.algrec --trajectory room.tum --calibration camchain.yaml\n"
+      "  algtrack simulate -o gap.algrec --product-type 2 --occlude 3:2.5-4 --occlude "
+      "0:1-2:left\n");
+  auto& sim = options->simulation;
+  const auto probability = numberFrom(0, 1);
+  command->add_option("-o,--output", options->output, "the recording to write")->required();
+  command->add_flag("--force", options->force, "replace an existing file");
+  command->add_flag("--json", options->json, "print the summary as JSON");
+
+  addRigOption(*command, options->rig,
+               "the camera pair, in any format that `algtrack calibration` reads (built in)");
+  CLI::Option* const scene = command->add_option("--scene", options->scene, "built-in motion")
+                                 ->check(CLI::IsMember({"moving", "still"}))
+                                 ->capture_default_str();
+  CLI::Option* const trajectory =
+      command
+          ->add_option("--trajectory", options->trajectory,
+                       "measured motion: lines of t tx ty tz qx qy qz qw (seconds, metres), "
+                       "moved in front of the cameras")
+          ->excludes(scene);
+  command->add_option("--distance", options->distance, "mm, mean distance of the measured motion")
+      ->check(numberFrom(100, 100000))
+      ->capture_default_str()
+      ->needs(trajectory);
+  command->add_option("--start", options->start, "seconds of the measured motion to leave out")
+      ->check(numberFrom(0, 1e6))
+      ->capture_default_str()
+      ->needs(trajectory);
+  command->add_option("--product-type", options->productType, "0, 1 or 2")
+      ->check(CLI::IsMember({0, 1, 2}))
+      ->capture_default_str();
+  command->add_option("--seconds", options->seconds, "length; at most the measured motion's")
+      ->check(numberFrom(0.001, 1e6))
+      ->capture_default_str();
+  command->add_option("--rate", sim.frameRate, "frames per second")
+      ->check(numberFrom(0.1, 10000))
+      ->capture_default_str();
+  command
+      ->add_option("--framing", options->framing,
+                   "plain packets (stream type 0), stamped ones (2), or those that feed the pose "
+                   "filters which the queries read (auto: 2 for product types 0 and 1, else 0)")
+      ->check(CLI::IsMember({"auto", "plain", "stamped"}))
+      ->capture_default_str();
+  command->add_flag("--inertial", options->inertial,
+                    "inertial samples of objects 0 and 1 (stream types 3, 4) before every packet");
+  command->add_flag("--no-queries", options->noQueries,
+                    "do not ask for every object's pose after every frame");
+  command
+      ->add_option("--filter-mode", options->filterMode,
+                   "of the pose filters: -1 off, 1 large measurement noise, else small")
+      ->check(numberFrom(-1, 1000))
+      ->capture_default_str();
+  command->add_option("--marker-size", sim.blobs.markerDiameter, "mm, diameter of the markers")
+      ->check(numberFrom(0.1, 1000))
+      ->capture_default_str();
+  command->add_option("--noise", sim.blobs.pixelNoise, "px, standard deviation of a blob's centre")
+      ->check(numberFrom(0, 100))
+      ->capture_default_str();
+  command
+      ->add_option("--dropouts", sim.blobs.dropoutProbability,
+                   "probability that a camera misses a marker in a frame")
+      ->check(probability)
+      ->capture_default_str();
+  command
+      ->add_option("--occlude", options->occlusions,
+                   "hide an object: OBJECT:FROM-TO (seconds), with :left or :right from one camera "
+                   "only; may be given again")
+      ->take_all()
+      ->expected(1, 1000)
+      ->allow_extra_args(false);
+  command
+      ->add_option("--splits", sim.blobs.splitProbability,
+                   "probability that a blob comes in two halves")
+      ->check(probability)
+      ->capture_default_str();
+  command
+      ->add_option("--strays", sim.blobs.strayRate,
+                   "mean number of blobs without a marker, per camera and frame")
+      ->check(numberFrom(0, 100))
+      ->capture_default_str();
+  command
+      ->add_option("--reflections", sim.blobs.reflectionProbability,
+                   "probability that a marker has a dimmer image of the same id nearby")
+      ->check(probability)
+      ->capture_default_str();
+  command->add_option("--loss", sim.faults.lossProbability, "probability that a packet is lost")
+      ->check(probability)
+      ->capture_default_str();
+  command
+      ->add_option("--corrupt", sim.faults.corruptProbability,
+                   "probability that a byte of a packet is changed")
+      ->check(probability)
+      ->capture_default_str();
+  command
+      ->add_option("--wrong-check", sim.faults.wrongCheckProbability,
+                   "probability that a packet's check byte is wrong")
+      ->check(probability)
+      ->capture_default_str();
+  command->add_option("--seed", sim.seed, "of everything random")
+      ->check(wholeNumber())
+      ->capture_default_str();
+  command->callback([options] { simulate(*options); });
+}
+
+}  // namespace algtrack

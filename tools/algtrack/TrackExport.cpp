@@ -1,0 +1,281 @@
+#include <tools/algtrack/TrackExport.h>
+
+#include <alg_factory/service/HeadingAnswer.h>
+#include <alg_factory/service/PoseAnswer.h>
+
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <utility>
+
+namespace algtrack {
+namespace {
+
+using nlohmann::ordered_json;
+using recording::CallKind;
+using recording::DeliveredBlock;
+using recording::Entry;
+
+constexpr int kHeadingEvent = 16;
+constexpr double kMillimetresPerMetre = 1000;
+
+constexpr const char* kDeliveredAxes =
+    "as the library delivers: the right camera's frame with y and z negated (x right, y up, z "
+    "towards the viewer)";
+constexpr const char* kCameraAxes =
+    "before the mirroring of y and z: the right camera's frame (x right, y down, z forward)";
+constexpr const char* kUnit = "the unit of the calibration's translation, millimetres as a rule";
+
+std::string clockText(const ExportOrigin& origin) {
+  return origin.clock == "simulated"
+             ? "seconds since frame 0 in simulated time"
+             : "seconds since the recording's first call, at entry of the call, on the recording "
+               "host's monotonic clock";
+}
+
+double secondsOf(const Entry& entry, const ExportOrigin& origin) {
+  return (static_cast<double>(entry.call.startNs) - static_cast<double>(origin.firstNs)) / 1e9;
+}
+
+std::string originText(const ExportOrigin& origin) {
+  return "algtrack replay of " + origin.file + ", library " + origin.libraryVersion;
+}
+
+std::string numberText(float value) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%.9g", static_cast<double>(value));
+  return text;
+}
+
+std::string secondsText(double seconds) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.9f", seconds);
+  return text;
+}
+
+/// The answer of a pose query that found its object.
+bool poseOf(const Entry& entry, algorithm::PoseAnswer& answer) {
+  if (entry.call.kind != CallKind::kHandleEvent || entry.call.type == kHeadingEvent) return false;
+  if (entry.call.output.size() != sizeof answer) return false;
+  std::memcpy(&answer, entry.call.output.data(), sizeof answer);
+  return answer.id != -1;
+}
+
+class CsvExport final : public TrackExport {
+ public:
+  CsvExport(const std::string& path, bool force, const ExportOrigin& origin)
+      : file_(path, force), origin_(origin) {
+    file_.stream()
+        << "# " << originText(origin) << "\n# time_s: " << clockText(origin)
+        << "\n# stamp_us: the packet's frame stamp in microseconds of the device's clock; "
+           "0 = packet without a stamp; empty in answers"
+        << "\n# source: block = delivered position; answer = pose query, with the "
+           "filtered position and its rate"
+        << "\n# x, y, z: " << kDeliveredAxes << "; " << kUnit
+        << "\n# camera_x, camera_y, camera_z: " << kCameraAxes << "; the same unit"
+        << "\n# rate_x, rate_y, rate_z: units per second, axes of x, y, z"
+        << "\n# bearing_deg: degrees; object 2 of product type 1 only"
+        << "\ncall,time_s,stamp_us,source,object,x,y,z,camera_x,camera_y,camera_z,"
+           "rate_x,rate_y,rate_z,bearing_deg\n";
+  }
+
+  void add(const Entry& entry) override {
+    for (const DeliveredBlock& delivered : entry.blocks)
+      for (const algorithm::TrackedPoint& point : delivered.block.records) {
+        if (point.id == -1) continue;
+        begin(entry, std::to_string(delivered.block.header), "block", point.id);
+        position(point.x, point.y, point.z);
+        file_.stream() << ",,,," << numberText(point.bearing) << "\n";
+      }
+    algorithm::PoseAnswer answer;
+    if (!poseOf(entry, answer)) return;
+    begin(entry, "", "answer", answer.id);
+    position(answer.filtered[0], answer.filtered[1], answer.filtered[2]);
+    for (const float rate : answer.rate) file_.stream() << "," << numberText(rate);
+    file_.stream() << ",\n";
+  }
+
+  void commit() override { file_.commit(); }
+  std::vector<std::string> files() const override { return {file_.path()}; }
+
+ private:
+  void begin(const Entry& entry, const std::string& stamp, const char* source, int object) {
+    file_.stream() << entry.call.index << "," << secondsText(secondsOf(entry, origin_)) << ","
+                   << stamp << "," << source << "," << object;
+  }
+  void position(float x, float y, float z) {
+    for (const float value : {x, y, z, x, -y, -z}) file_.stream() << "," << numberText(value);
+  }
+
+  OutputFile file_;
+  ExportOrigin origin_;
+};
+
+class JsonLinesExport final : public TrackExport {
+ public:
+  JsonLinesExport(const std::string& path, bool force, const ExportOrigin& origin)
+      : file_(path, force), origin_(origin) {
+    ordered_json header;
+    header["kind"] = "header";
+    header["origin"] = originText(origin);
+    header["time_s"] = clockText(origin);
+    header["stamp_us"] = "the packet's frame stamp in microseconds of the device's clock; 0 = none";
+    header["unit"] = kUnit;
+    header["position"] = kDeliveredAxes;
+    header["camera_position"] = kCameraAxes;
+    header["rate"] = "units per second, axes of position";
+    header["bearing_deg"] = "degrees; object 2 of product type 1 only";
+    write(header);
+  }
+
+  void add(const Entry& entry) override {
+    for (const recording::LogLine& log : entry.logs) {
+      ordered_json line = begin(entry, "message");
+      line["level"] = log.level;
+      line["text"] = log.text;
+      write(line);
+    }
+    for (const DeliveredBlock& delivered : entry.blocks) writeBlock(entry, delivered);
+    algorithm::PoseAnswer answer;
+    if (poseOf(entry, answer)) writeAnswer(entry, answer);
+    if (entry.call.output.size() == sizeof(algorithm::HeadingAnswer)) writeHeading(entry);
+  }
+
+  void commit() override { file_.commit(); }
+  std::vector<std::string> files() const override { return {file_.path()}; }
+
+ private:
+  ordered_json begin(const Entry& entry, const char* kind) const {
+    ordered_json line;
+    line["kind"] = kind;
+    line["call"] = entry.call.index;
+    line["time_s"] = secondsOf(entry, origin_);
+    return line;
+  }
+
+  void writeBlock(const Entry& entry, const DeliveredBlock& delivered) {
+    ordered_json line = begin(entry, "block");
+    line["stamp_us"] = delivered.block.header;
+    line["objects"] = ordered_json::array();
+    for (const algorithm::TrackedPoint& point : delivered.block.records) {
+      if (point.id == -1) continue;
+      ordered_json object;
+      object["object"] = point.id;
+      object["position"] = {point.x, point.y, point.z};
+      object["camera_position"] = {point.x, -point.y, -point.z};
+      object["bearing_deg"] = point.bearing;
+      line["objects"].push_back(std::move(object));
+    }
+    write(line);
+  }
+
+  void writeAnswer(const Entry& entry, const algorithm::PoseAnswer& answer) {
+    ordered_json line = begin(entry, "answer");
+    const auto &raw = answer.raw, &filtered = answer.filtered;
+    line["event"] = entry.call.type;
+    line["object"] = answer.id;
+    line["raw_position"] = raw;
+    line["raw_camera_position"] = {raw[0], -raw[1], -raw[2]};
+    line["position"] = filtered;
+    line["camera_position"] = {filtered[0], -filtered[1], -filtered[2]};
+    line["rate"] = answer.rate;
+    write(line);
+  }
+
+  void writeHeading(const Entry& entry) {
+    algorithm::HeadingAnswer answer;
+    std::memcpy(&answer, entry.call.output.data(), sizeof answer);
+    ordered_json line = begin(entry, "heading");
+    line["yaw_deg"] = answer.yaw;
+    line["negated_corrected_yaw_deg"] = answer.negatedCorrectedYaw;
+    line["status"] = answer.status;
+    line["score"] = answer.score;
+    write(line);
+  }
+
+  void write(const ordered_json& line) {
+    file_.stream() << line.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << "\n";
+  }
+
+  OutputFile file_;
+  ExportOrigin origin_;
+};
+
+class TumExport final : public TrackExport {
+ public:
+  TumExport(std::string prefix, bool force, bool cameraAxes, const ExportOrigin& origin)
+      : prefix_(std::move(prefix)), force_(force), cameraAxes_(cameraAxes), origin_(origin) {
+    // The objects show only while playing; refuse before that what would be refused then.
+    for (int object = 0; object < algorithm::ResultBlock::kRecords; ++object)
+      checkOutputPath(pathOf(object), force);
+  }
+
+  void add(const Entry& entry) override {
+    const std::string time = secondsText(secondsOf(entry, origin_));
+    const double sign = cameraAxes_ ? -1 : 1;
+    for (const DeliveredBlock& delivered : entry.blocks)
+      for (const algorithm::TrackedPoint& point : delivered.block.records) {
+        if (point.id == -1) continue;
+        char line[200];
+        std::snprintf(line, sizeof line, " %.9g %.9g %.9g 0 0 0 1\n",
+                      point.x / kMillimetresPerMetre, sign * point.y / kMillimetresPerMetre,
+                      sign * point.z / kMillimetresPerMetre);
+        fileOf(point.id).stream() << time << line;
+      }
+  }
+
+  void commit() override {
+    for (auto& [object, file] : files_) file->commit();
+  }
+
+  std::vector<std::string> files() const override {
+    std::vector<std::string> paths;
+    for (const auto& [object, file] : files_) paths.push_back(file->path());
+    return paths;
+  }
+
+ private:
+  std::string pathOf(int object) const {
+    return prefix_ + "-object" + std::to_string(object) + ".tum";
+  }
+
+  OutputFile& fileOf(int object) {
+    auto& file = files_[object];
+    if (file) return *file;
+    file = std::make_unique<OutputFile>(pathOf(object), force_);
+    file->stream() << "# " << originText(origin_) << "; object " << object
+                   << "\n# t: " << clockText(origin_)
+                   << "\n# x, y, z: metres (the calibration's translation taken as millimetres); "
+                   << (cameraAxes_
+                           ? std::string(kCameraAxes) + "; --axes delivered gives the other"
+                           : std::string(kDeliveredAxes) + "; --axes camera gives the other")
+                   << "\n# orientation: not measured, always 0 0 0 1\n# t x y z qx qy qz qw\n";
+    return *file;
+  }
+
+  std::string prefix_;
+  bool force_;
+  bool cameraAxes_;
+  ExportOrigin origin_;
+  std::map<int, std::unique_ptr<OutputFile>> files_;
+};
+
+}  // namespace
+
+std::unique_ptr<TrackExport> makeCsvExport(const std::string& path, bool force,
+                                           const ExportOrigin& origin) {
+  return std::make_unique<CsvExport>(path, force, origin);
+}
+
+std::unique_ptr<TrackExport> makeJsonLinesExport(const std::string& path, bool force,
+                                                 const ExportOrigin& origin) {
+  return std::make_unique<JsonLinesExport>(path, force, origin);
+}
+
+std::unique_ptr<TrackExport> makeTumExport(const std::string& prefix, bool force, bool cameraAxes,
+                                           const ExportOrigin& origin) {
+  return std::make_unique<TumExport>(prefix, force, cameraAxes, origin);
+}
+
+}  // namespace algtrack

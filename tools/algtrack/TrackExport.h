@@ -1,0 +1,47 @@
+#pragma once
+
+#include <tools/algtrack/OutputFile.h>
+#include <tools/recording/Recording.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace algtrack {
+
+/// What an export's header says about where its numbers come from.
+struct ExportOrigin {
+  std::string file;            ///< the recording's name
+  std::string libraryVersion;  ///< of the library that answered
+  std::string clock;           ///< Metadata::clock
+  std::int64_t firstNs = 0;    ///< Call::startNs of the first call, where the time begins
+};
+
+/// A file of tracked positions that is written while a recording is played. It has its final name
+/// only after `commit`.
+class TrackExport {
+ public:
+  virtual ~TrackExport() = default;
+  virtual void add(const recording::Entry& entry) = 0;
+  virtual void commit() = 0;
+  /// The files, for the summary; known after `commit`.
+  virtual std::vector<std::string> files() const = 0;
+};
+
+/// One row per object and block, and per pose answer. Positions in delivered and camera axes.
+std::unique_ptr<TrackExport> makeCsvExport(const std::string& path, bool force,
+                                           const ExportOrigin& origin);
+
+/// One JSON object per line: a header, then blocks, answers and messages in order.
+std::unique_ptr<TrackExport> makeJsonLinesExport(const std::string& path, bool force,
+                                                 const ExportOrigin& origin);
+
+/// PREFIX-object0.tum and so on: lines of t x y z 0 0 0 1 (seconds, metres) of the delivered
+/// blocks. Files are made for the objects that were seen.
+/// @param cameraAxes  before the mirroring of y and z, else as delivered
+std::unique_ptr<TrackExport> makeTumExport(const std::string& prefix, bool force, bool cameraAxes,
+                                           const ExportOrigin& origin);
+
+}  // namespace algtrack

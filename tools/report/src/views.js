@@ -1,0 +1,218 @@
+// What uPlot does not draw: paths in space, to scale, and who was there when.
+import { element, styleOf } from './dom.js';
+
+const kMargin = { left: 60, right: 10, top: 10, bottom: 30 };
+
+function prepare(canvas, width, height) {
+  const scale = window.devicePixelRatio || 1;
+  canvas.width = Math.round(width * scale);
+  canvas.height = Math.round(height * scale);
+  canvas.style.width = `${width}px`;
+  canvas.style.height = `${height}px`;
+  const context = canvas.getContext('2d');
+  context.scale(scale, scale);
+  context.font = `11px ${styleOf('--font')}`;
+  return context;
+}
+
+/** 1, 2 or 5 times a power of ten, for about `wanted` ticks. */
+function tickStep(range, wanted) {
+  const rough = range / wanted;
+  const power = 10 ** Math.floor(Math.log10(rough));
+  return power * [1, 2, 5, 10].find((m) => m * power >= rough);
+}
+
+function ticksIn(low, high, step) {
+  const ticks = [];
+  for (let tick = Math.ceil(low / step); tick * step <= high; ++tick) ticks.push(tick * step);
+  return ticks;
+}
+
+function rangeOf(paths, axis) {
+  let low = Infinity;
+  let high = -Infinity;
+  for (const path of paths)
+    for (const value of path[axis]) {
+      if (value == null) continue;
+      if (value < low) low = value;
+      if (value > high) high = value;
+    }
+  return low <= high ? [low, high] : [-1, 1];
+}
+
+function strokePath(context, across, up, toX, toY) {
+  context.beginPath();
+  let drawing = false;
+  for (let i = 0; i < across.length; ++i) {
+    if (across[i] == null) {
+      drawing = false;
+      continue;
+    }
+    const x = toX(across[i]);
+    const y = toY(up[i]);
+    if (drawing) context.lineTo(x, y);
+    else {
+      context.moveTo(x, y);
+      // A position that stands alone is a dot.
+      if (across[i + 1] == null) context.lineTo(x + 0.01, y);
+    }
+    drawing = true;
+  }
+  context.stroke();
+}
+
+/**
+ * The paths seen along one axis, with the same scale in both directions.
+ * @param view     {title, across, up, acrossLabel, upLabel}; across and up: 'x', 'y' or 'z'
+ * @param objects  [{path, truth, color}]
+ * @param shown    called when drawing; whether to draw object i
+ */
+export function pathView(view, objects, shown) {
+  const canvas = element('canvas', { role: 'img', 'aria-label': view.title });
+  const host = element('figure', { class: 'view' },
+    element('figcaption', {}, view.title), canvas);
+  return {
+    host,
+    draw(width) {
+      const height = Math.min(width, 380);
+      const context = prepare(canvas, width, height);
+      const visible = objects.filter((object, i) => shown(i));
+      const paths = visible.flatMap((object) => [object.path, object.truth]);
+      const [x0, x1] = rangeOf(paths, view.across);
+      const [y0, y1] = rangeOf(paths, view.up);
+      const inner = {
+        width: width - kMargin.left - kMargin.right,
+        height: height - kMargin.top - kMargin.bottom,
+      };
+      const perPixel = 1.08 * Math.max((x1 - x0) / inner.width, (y1 - y0) / inner.height, 0.002);
+      const centreX = (x0 + x1) / 2;
+      const centreY = (y0 + y1) / 2;
+      const toX = (x) => kMargin.left + inner.width / 2 + (x - centreX) / perPixel;
+      const toY = (y) => kMargin.top + inner.height / 2 - (y - centreY) / perPixel;
+
+      const step = tickStep(perPixel * inner.width, inner.width / 40);
+      context.strokeStyle = styleOf('--grid');
+      context.fillStyle = styleOf('--ink-soft');
+      context.lineWidth = 1;
+      context.textAlign = 'center';
+      context.textBaseline = 'top';
+      const halfWidth = (perPixel * inner.width) / 2;
+      for (const x of ticksIn(centreX - halfWidth, centreX + halfWidth, step)) {
+        line(context, toX(x), kMargin.top, toX(x), kMargin.top + inner.height);
+        context.fillText(`${+x.toPrecision(6)}`, toX(x), height - kMargin.bottom + 4);
+      }
+      context.textAlign = 'right';
+      context.textBaseline = 'middle';
+      const halfHeight = (perPixel * inner.height) / 2;
+      for (const y of ticksIn(centreY - halfHeight, centreY + halfHeight, step)) {
+        line(context, kMargin.left, toY(y), kMargin.left + inner.width, toY(y));
+        context.fillText(`${+y.toPrecision(6)}`, kMargin.left - 5, toY(y));
+      }
+      context.textAlign = 'right';
+      context.textBaseline = 'bottom';
+      context.fillText(view.acrossLabel, width - kMargin.right, height - 1);
+      context.save();
+      context.translate(11, kMargin.top);
+      context.rotate(-Math.PI / 2);
+      context.fillText(view.upLabel, 0, 4);
+      context.restore();
+
+      context.save();
+      context.beginPath();
+      context.rect(kMargin.left, kMargin.top, inner.width, inner.height);
+      context.clip();
+      context.lineJoin = 'round';
+      context.lineCap = 'round';
+      context.strokeStyle = styleOf('--truth');
+      context.lineWidth = 1;
+      context.setLineDash([4, 3]);
+      for (const object of visible)
+        strokePath(context, object.truth[view.across], object.truth[view.up], toX, toY);
+      context.setLineDash([]);
+      context.lineWidth = 1.25;
+      for (const object of visible) {
+        context.strokeStyle = styleOf(object.color);
+        context.fillStyle = styleOf(object.color);
+        const across = object.path[view.across];
+        const up = object.path[view.up];
+        strokePath(context, across, up, toX, toY);
+        if (across.length > 0) dot(context, toX(across.at(-1)), toY(up.at(-1)));
+      }
+      context.restore();
+    },
+  };
+}
+
+function dot(context, x, y) {
+  context.beginPath();
+  context.arc(x, y, 3, 0, 2 * Math.PI);
+  context.fill();
+}
+
+function line(context, x0, y0, x1, y1) {
+  context.beginPath();
+  context.moveTo(Math.round(x0) + 0.5, Math.round(y0) + 0.5);
+  context.lineTo(Math.round(x1) + 0.5, Math.round(y1) + 0.5);
+  context.stroke();
+}
+
+/**
+ * One row per object: filled where it was seen, a mark from below where packets were without it.
+ * @param objects  [{label, color, seen: [count], absent: [count]}]
+ */
+export function presenceView(times, objects) {
+  const canvas = element('canvas', { role: 'img', 'aria-label': 'when every object was seen' });
+  const rowHeight = 30;
+  const barHeight = 20;
+  return {
+    host: element('div', { class: 'chart' }, canvas),
+    draw(width) {
+      const left = 64;
+      const right = 12;
+      const height = objects.length * rowHeight + 26;
+      const context = prepare(canvas, width, height);
+      const begin = times[0];
+      const end = times[times.length - 1];
+      const toX = (t) => left + ((t - begin) / (end - begin || 1)) * (width - left - right);
+      const onePixel = 1 / (window.devicePixelRatio || 1);
+      const wholePixel = (x) => Math.round(x / onePixel) * onePixel;
+      const edge = (i) =>
+        i <= 0 ? begin : i >= times.length ? end : (times[i - 1] + times[i]) / 2;
+
+      objects.forEach((object, row) => {
+        const top = row * rowHeight + 4;
+        context.fillStyle = styleOf('--ink-soft');
+        context.textAlign = 'right';
+        context.textBaseline = 'middle';
+        context.fillText(object.label, left - 8, top + barHeight / 2);
+        context.fillStyle = styleOf('--sunken');
+        context.fillRect(left, top, width - left - right, barHeight);
+        const seenColor = styleOf(object.color);
+        const absentColor = styleOf('--absent');
+        for (let i = 0; i < times.length; ++i) {
+          const packets = object.seen[i] + object.absent[i];
+          if (packets === 0) continue;
+          // Whole device pixels: neighbours neither overlap nor leave a seam.
+          const x = wholePixel(toX(edge(i)));
+          const size = Math.max(wholePixel(toX(edge(i + 1))) - x, onePixel);
+          const missing = object.absent[i] / packets;
+          context.fillStyle = seenColor;
+          if (missing < 1) context.fillRect(x, top, size, barHeight);
+          if (missing === 0) continue;
+          // A single missing packet of many stays visible.
+          const mark = Math.max(missing * barHeight, 5);
+          context.fillStyle = absentColor;
+          context.fillRect(x, top + barHeight - mark, size, mark);
+        }
+      });
+
+      const axisTop = objects.length * rowHeight + 2;
+      context.fillStyle = styleOf('--ink-soft');
+      context.textAlign = 'center';
+      context.textBaseline = 'top';
+      if (end > begin)
+        for (const tick of ticksIn(begin, end, tickStep(end - begin, (width - left) / 70)))
+          context.fillText(`${+tick.toPrecision(6)} s`, toX(tick), axisTop + 4);
+    },
+  };
+}
