@@ -597,7 +597,6 @@ TEST(KalmanFilter, SelfAssignmentChangesNothing) {
 }
 
 TEST(KalmanFilter, InitFromPartOfItsOwnStateKeepsThatPart) {
-  using Matrix = KalmanFilter::Matrix;
   KalmanFilter filter(1.0, Matrix::Identity(6, 6), Matrix::Identity(3, 6), Matrix::Identity(6, 6),
                       Matrix::Identity(3, 3), Matrix::Zero(6, 6));
   filter.init(0.0, vec({1, 2, 3, 4, 5, 6}));
