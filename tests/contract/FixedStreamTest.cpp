@@ -55,7 +55,7 @@ constexpr std::uint64_t kRecordedMath = 0x12577fcddc2e4130u;
 // Elsewhere tan, atan2 and the like may differ in their last bit. The tracking carries that on, and
 // where it subtracts positions from each other more bits are lost; how far is measured in
 // docs/platforms.md. Of the larger of 1 and the value, in the value's own unit.
-constexpr double kOtherMathBound = 1e-3;
+constexpr double kOtherMathBound = 1e-6;
 
 TEST(FixedStream, GivesTheSameBytesAsWhenItWasRecorded) {
   const testing_support::FixedStream stream = testing_support::readFixedStream(streamPath());
