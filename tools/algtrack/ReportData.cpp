@@ -284,7 +284,9 @@ class Gatherer {
 
 /// The time of every packet in a replay through the public interface.
 void measureAnew(const recording::RecordingReader& reader, ReportData& data) {
-  Player player(algorithm::AlgFactory::CreateALG(0));
+  // Like the library behind it, it lives as long as the process.
+  static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
+  Player player(library);
   UnitCursor units(reader.entries());
   Progress progress("measuring", data.calls);
   std::vector<Entry> unit;

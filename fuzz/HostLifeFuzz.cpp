@@ -1,0 +1,20 @@
+// A host's whole life, read from the bytes call by call: any product type, calibration, stream,
+// packet, filter mode and event. What it was promised must hold.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include <tests/support/FreshAlg.h>
+#include <tests/support/HostLife.h>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const testing_support::Life life = testing_support::lifeFrom(data, size);
+  testing_support::FreshAlg alg;
+  const std::string problem =
+      testing_support::brokenPromise(life, testing_support::live(alg, life));
+  if (!problem.empty()) {
+    std::fprintf(stderr, "HostLifeFuzz: %s\n", problem.c_str());
+    std::abort();
+  }
+  return 0;
+}

@@ -1,0 +1,94 @@
+// Random hosts' lives. RapidCheck prints the seed of every run; RC_PARAMS="seed=..." repeats one.
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <unistd.h>
+
+#include <tests/property/LifeGenerator.h>
+#include <tests/support/FreshAlg.h>
+#include <tests/support/HostLife.h>
+
+namespace {
+
+using namespace testing_support;
+using Bytes = std::vector<std::uint8_t>;
+
+/// A file that is gone when the test ends.
+class ScratchFile {
+ public:
+  explicit ScratchFile(const std::string& name)
+      : path_(std::filesystem::temp_directory_path() /
+              ("alg_life_" + std::to_string(getpid()) + "_" + name)) {}
+  ~ScratchFile() { std::filesystem::remove(path_); }
+  std::string path() const { return path_.string(); }
+
+  void write(const Bytes& bytes) const {
+    std::ofstream(path_, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+  }
+  std::string read() const {
+    std::ifstream file(path_, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+RC_GTEST_PROP(HostLife, KeepsEveryPromiseWhateverTheHostDoes, ()) {
+  const Bytes bytes = *lifeBytes();
+  const Life life = lifeFrom(bytes.data(), bytes.size());
+  FreshAlg alg;
+  const std::vector<LifeAnswer> answers = live(alg, life);
+  RC_ASSERT(brokenPromise(life, answers) == "");
+
+  int objects = 0;
+  for (const LifeAnswer& answer : answers) {
+    for (const algorithm::ResultBlock& block : answer.blocks) {
+      for (const algorithm::TrackedPoint& record : block.records) objects += record.id != -1;
+    }
+  }
+  RC_CLASSIFY(life.size() > 50, "more than 50 calls");
+  RC_CLASSIFY(objects > 10, "more than 10 objects seen");
+}
+
+// The second process gets its memory filled with another byte pattern: what nobody set would show.
+RC_GTEST_PROP(HostLife, GivesTheSameBytesInTwoProcesses, ()) {
+  const Bytes bytes = *lifeBytes();
+  const ScratchFile life("calls"), first("first"), second("second");
+  life.write(bytes);
+  const auto run = [&](const std::string& environment, const ScratchFile& answers) {
+    const std::string command =
+        environment + " '" ALG_LIFE_RUNNER "' '" + life.path() + "' '" + answers.path() + "'";
+    return std::system(command.c_str());
+  };
+  RC_ASSERT(run("MALLOC_PERTURB_=0", first) == 0);
+  RC_ASSERT(run("MALLOC_PERTURB_=165", second) == 0);
+  RC_ASSERT(first.read() == second.read());
+  RC_ASSERT(bytes.empty() == first.read().empty());
+}
+
+// The one-pipeline library in the other process and a pipeline of its own in this one agree.
+RC_GTEST_PROP(HostLife, GivesTheSameBytesThroughTheSharedLibraryAndTheStages, ()) {
+  const Bytes bytes = *lifeBytes();
+  const Life life = lifeFrom(bytes.data(), bytes.size());
+  FreshAlg alg;
+  const Bytes here = bytesOf(live(alg, life));
+
+  const ScratchFile calls("calls"), answers("answers");
+  calls.write(bytes);
+  const std::string command =
+      "'" ALG_LIFE_RUNNER "' '" + calls.path() + "' '" + answers.path() + "'";
+  RC_ASSERT(std::system(command.c_str()) == 0);
+  RC_ASSERT(answers.read() == std::string(here.begin(), here.end()));
+}
+
+}  // namespace
