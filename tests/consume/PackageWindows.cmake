@@ -27,7 +27,7 @@ file(COPY "${CMAKE_CURRENT_LIST_DIR}/host.cpp"
 run("${CMAKE_COMMAND}" -S "${SCRATCH}" -B "${SCRATCH}/build" -G "${GENERATOR}"
   "-DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM}" -DCMAKE_SYSTEM_NAME=Windows
   "-DCMAKE_CXX_COMPILER=${MINGW}" -DCMAKE_EXE_LINKER_FLAGS=-static
-  "-Dalg_factory_DIR=${root}/lib/cmake/alg_factory")
+  "-DCMAKE_PREFIX_PATH=${root}" -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF)
 run("${CMAKE_COMMAND}" --build "${SCRATCH}/build")
 run("${MINGW}" -std=c++17 -Wall -Wextra -Werror -static -I "${root}/include"
   "${SOURCE}/examples/load_at_run_time/main.cpp" -o "${SCRATCH}/build/load_at_run_time.exe")
