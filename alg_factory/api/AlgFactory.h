@@ -25,7 +25,7 @@ class AlgFactory {
   static ALG_FACTORY_EXPORT AlgBase* CreateALG(int type);
 
   AlgFactory() = default;
-  AlgFactory(const AlgFactory&) = default;
+  AlgFactory(const AlgFactory&) = default;  ///< as the assignment
 
   /// Copies nothing: a factory has no state. Returns the left-hand object.
   ALG_FACTORY_EXPORT AlgFactory& operator=(const AlgFactory&);

@@ -9,7 +9,7 @@ namespace algorithm {
 
 /// What `DataSink::Deliver` receives.
 struct ResultBlock {
-  static constexpr int kRecords = 10;
+  static constexpr int kRecords = 10;  ///< records in every block, used or not
 
   std::uint64_t header = 0;        ///< frame stamp of stream type 2 (microseconds); 0 for type 0
   TrackedPoint records[kRecords];  ///< product types 0 and 2: one per object id; type 1: 0 to 2

@@ -23,10 +23,16 @@ class TwoPointObject {
   void forget();
 
   /// One point visible. @return the position to report.
+  /// @param point     where it is now
   /// @param sideHint  1: it is the first of the pair, 2: the second, else decided by distance
   PointF seeOne(const PointF& point, std::int32_t sideHint);
 
   /// Both points visible, in the order of the marker points; the sightings carry the diameters.
+  /// @param a               position of the first marker point
+  /// @param b               position of the second
+  /// @param sightingA       what the cameras saw of the first: its diameters
+  /// @param sightingB       the same of the second
+  /// @param sideHint        1, 2: the report slides from that side of the pair, else from the last
   /// @param maxRatioChange  largest factor between the diameter ratio and its reference
   /// @return the position to report
   PointF seeBoth(const PointF& a, const PointF& b, const StereoPoint& sightingA,

@@ -12,6 +12,9 @@ enum class LineDirection { kLeftToRight, kRightToLeft };
 
 /// Replaces `lines` by the normalised epipolar line, in the other image, of every point.
 /// @param fundamental  F, row by row
+/// @param direction    which image `points` lie in
+/// @param points       undistorted pixels
+/// @param[out] lines   as many as `points`, in their order
 void epipolarLines(const double (&fundamental)[9], LineDirection direction,
                    const std::vector<ImagePoint>& points, std::vector<ImageLine>& lines);
 

@@ -42,6 +42,32 @@ function(expect_same what expected_name found_name)
   endif()
 endfunction()
 
+# Compiles copies of sources as someone without CMake would, and checks that the library's headers
+# came from the installed tree. `flags_name` names a list: what the compiler gets on top.
+function(compile_plainly program flags_name)
+  file(REMOVE_RECURSE "${SCRATCH}")
+  file(COPY ${ARGN} DESTINATION "${SCRATCH}")
+  set(copies "")
+  foreach(source IN LISTS ARGN)
+    get_filename_component(name "${source}" NAME)
+    list(APPEND copies "${SCRATCH}/${name}")
+  endforeach()
+  run("${COMPILER}" -std=c++17 -Wall -Wextra -Wpedantic -Werror -MD -MF "${SCRATCH}/headers.d"
+    -o "${program}" ${copies} ${${flags_name}})
+  file(READ "${SCRATCH}/headers.d" dependencies)
+  string(REGEX MATCHALL "[^ \n]+/alg_factory/[a-z0-9]+/[A-Za-z]+\\.h" headers "${dependencies}")
+  if(NOT headers)
+    fail("no header of the library was read:\n${dependencies}")
+  endif()
+  foreach(header IN LISTS headers)
+    get_filename_component(real "${header}" REALPATH)
+    string(FIND "${real}" "${PREFIX}/include/" position)
+    if(NOT position EQUAL 0)
+      fail("${header} is not an installed header")
+    endif()
+  endforeach()
+endfunction()
+
 # Configures, builds and runs a copy of a consumer project together with host.cpp, so that nothing
 # beside them is in reach. Sets `command` to the compiler call of host.cpp.
 function(build_and_run consumer)

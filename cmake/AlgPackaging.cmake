@@ -1,0 +1,101 @@
+# Packages: .deb files (library, development files, tools) or one .zip for Windows. script/package
+# builds them; the version is the project's.
+set(ALG_FACTORY_PACKAGER "alg_factory developers <developers@example.org>" CACHE STRING
+  "Name and address of whoever answers for the packages")
+mark_as_advanced(ALG_FACTORY_PACKAGER)
+
+set(CPACK_PACKAGE_NAME alg-factory)
+set(CPACK_PACKAGE_VENDOR "alg_factory developers")
+set(CPACK_PACKAGE_CONTACT "${ALG_FACTORY_PACKAGER}")
+set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+if(TARGET algtrack)
+  list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
+
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_COMPONENTS_ALL runtime development)
+  set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
+  set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
+  set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
+  set(CPACK_PACKAGE_FILE_NAME "alg-factory-${PROJECT_VERSION}-windows-x86_64")
+  include(CPack)
+  return()
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libalg-factory)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+# A host that was linked against a newer library may need what an older one lacks.
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Stereo optical tracking, shared library
+A host application loads this library beside the driver of a stereo optical
+tracking device. It takes the device's packets and inertial samples and gives
+back stabilised, smoothed 3D positions.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libalg-factory-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libalg-factory (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Stereo optical tracking, development files
+Headers, CMake package and pkg-config file, for compiling hosts of the
+tracking library. They need no further library.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME alg-factory-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "Stereo optical tracking, command-line tools
+The program algtrack simulates a tracking device, replays and inspects
+recordings of the tracking library, converts and checks camera calibrations,
+and writes reports.")
+
+# What Debian wants beside the files, and `cmake --install` leaves out: copyright and changelog of each package, the reasons for what
+# lintian is told to overlook, and the trigger that makes a new library known to the loader.
+find_program(ALG_GZIP gzip)
+mark_as_advanced(ALG_GZIP)
+if(NOT ALG_GZIP)
+  return()
+endif()
+set(files "${PROJECT_SOURCE_DIR}/cmake/packaging")
+set(made "${PROJECT_BINARY_DIR}/packaging")
+
+function(alg_gzip file)
+  # -n: no name and time, so that equal files give equal packages.
+  execute_process(COMMAND "${ALG_GZIP}" -9nkf "${file}" COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+# Honours SOURCE_DATE_EPOCH.
+string(TIMESTAMP ALG_PACKAGE_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+  string(TOUPPER "${component}" COMPONENT)
+  set(ALG_PACKAGE "${CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME}")
+  configure_file("${files}/changelog.in" "${made}/${ALG_PACKAGE}/changelog" @ONLY)
+  alg_gzip("${made}/${ALG_PACKAGE}/changelog")
+  install(FILES "${files}/copyright" "${made}/${ALG_PACKAGE}/changelog.gz"
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${ALG_PACKAGE}" COMPONENT ${component} EXCLUDE_FROM_ALL)
+  if(EXISTS "${files}/${ALG_PACKAGE}.lintian-overrides")
+    install(FILES "${files}/${ALG_PACKAGE}.lintian-overrides"
+      DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" RENAME "${ALG_PACKAGE}"
+      COMPONENT ${component} EXCLUDE_FROM_ALL)
+  endif()
+endforeach()
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${files}/triggers")
+
+if(TARGET algtrack)
+  configure_file("${files}/algtrack.1.in" "${made}/algtrack.1" @ONLY)
+  alg_gzip("${made}/algtrack.1")
+  install(FILES "${made}/algtrack.1.gz" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1"
+    COMPONENT tools EXCLUDE_FROM_ALL)
+endif()
+
+include(CPack)

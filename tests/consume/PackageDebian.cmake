@@ -1,0 +1,77 @@
+# The .deb files: built from the source tree, judged by lintian, and used by a host from a scratch
+# root into which they are unpacked.
+#   SCRATCH, SOURCE, GENERATOR, MAKE_PROGRAM, COMPILER, LAUNCHER, VERSION,
+#   LINTIAN, DPKG_DEB, PKG_CONFIG, READELF
+include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
+
+set(build "${SCRATCH}/build")
+set(root "${SCRATCH}/root")
+file(REMOVE_RECURSE "${SCRATCH}")
+run("${CMAKE_COMMAND}" -S "${SOURCE}" -B "${build}" -G "${GENERATOR}"
+  "-DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM}" "-DCMAKE_CXX_COMPILER=${COMPILER}"
+  "-DCMAKE_CXX_COMPILER_LAUNCHER=${LAUNCHER}" -DCMAKE_BUILD_TYPE=Release
+  -DCMAKE_INSTALL_PREFIX=/usr -DBUILD_TESTING=OFF)
+run("${CMAKE_COMMAND}" --build "${build}" --target alg_factory algtrack)
+get_filename_component(cmake_folder "${CMAKE_COMMAND}" DIRECTORY)
+run("${CMAKE_COMMAND}" -E chdir "${build}" "${cmake_folder}/cpack")
+
+file(GLOB packages RELATIVE "${build}/packages" "${build}/packages/*.deb")
+run(dpkg --print-architecture)
+string(STRIP "${output}" architecture)
+set(expected "")
+foreach(package IN ITEMS libalg-factory libalg-factory-dev alg-factory-tools)
+  list(APPEND expected "${package}_${VERSION}_${architecture}.deb")
+endforeach()
+expect_same("packages" expected packages)
+
+set(files "")
+foreach(package IN LISTS packages)
+  list(APPEND files "${build}/packages/${package}")
+  run("${DPKG_DEB}" -x "${build}/packages/${package}" "${root}")
+endforeach()
+run("${LINTIAN}" --allow-root --no-tag-display-limit --fail-on error,warning ${files})
+message("lintian: ${output}")
+
+# Dependencies: the compiler's and C libraries from the symbols used, and this very library.
+function(expect_field package field pattern)
+  run("${DPKG_DEB}" -f "${build}/packages/${package}_${VERSION}_${architecture}.deb" ${field})
+  if(NOT output MATCHES "${pattern}")
+    fail("${package} ${field}: '${output}' is not like ${pattern}")
+  endif()
+endfunction()
+string(REPLACE "." "\\." version "${VERSION}")
+expect_field(libalg-factory Depends "libc6 \\(>= [0-9.]+\\).*libstdc\\+\\+6")
+expect_field(libalg-factory-dev Depends "^libalg-factory \\(= ${version}\\)\n$")
+expect_field(alg-factory-tools Depends "libsqlite3-0.*libyaml-cpp")
+
+# What belongs where.
+run("${DPKG_DEB}" -c "${build}/packages/libalg-factory_${VERSION}_${architecture}.deb")
+if(NOT output MATCHES "/libalg_factory\\.so\\.${version}\n" OR output MATCHES "\\.h\n|\\.so ->")
+  fail("libalg-factory does not hold the library alone:\n${output}")
+endif()
+file(GLOB libraries "${root}/usr/lib/*/libalg_factory.so.${VERSION}")
+if(NOT libraries)
+  fail("the library is not in a folder of this architecture")
+endif()
+get_filename_component(libdir "${libraries}" DIRECTORY)
+run("${READELF}" -S "${libraries}")
+if(output MATCHES "\\.debug_|\\.symtab")
+  fail("the library is not stripped")
+endif()
+
+run("${root}/usr/bin/algtrack" --version)
+if(NOT output MATCHES "${version}")
+  fail("algtrack is another version: ${output}")
+endif()
+
+# A host, by both ways in.
+file(RELATIVE_PATH LIBDIR "${root}/usr" "${libdir}")
+set(package_prefix "${root}/usr")
+set(SCRATCH "${SCRATCH}/find_package")
+build_and_run(find_package "-DCMAKE_PREFIX_PATH=${package_prefix}"
+  -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF)
+if(PKG_CONFIG)
+  run("${CMAKE_COMMAND}" "-DPREFIX=${package_prefix}" "-DLIBDIR=${LIBDIR}"
+    "-DSCRATCH=${SCRATCH}-pkg-config" "-DCOMPILER=${COMPILER}" "-DPKG_CONFIG=${PKG_CONFIG}"
+    -P "${CMAKE_CURRENT_LIST_DIR}/ConsumePkgConfig.cmake")
+endif()

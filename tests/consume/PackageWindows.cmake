@@ -1,0 +1,48 @@
+# The .zip for Windows: cross-built, unpacked and used by hosts that know nothing else: one linked,
+# one that loads the library itself. They run where wine is installed.
+#   SCRATCH, SOURCE, GENERATOR, MAKE_PROGRAM, LAUNCHER, VERSION, MINGW, WINE
+include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
+
+set(build "${SCRATCH}/build")
+file(REMOVE_RECURSE "${SCRATCH}")
+run("${CMAKE_COMMAND}" -S "${SOURCE}" -B "${build}" -G "${GENERATOR}"
+  "-DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM}" "-DCMAKE_CXX_COMPILER_LAUNCHER=${LAUNCHER}"
+  "-DCMAKE_TOOLCHAIN_FILE=${SOURCE}/cmake/toolchains/windows-x86_64.cmake"
+  -DCMAKE_BUILD_TYPE=Release -DALG_FACTORY_DEVELOPER=OFF)
+run("${CMAKE_COMMAND}" --build "${build}")
+get_filename_component(cmake_folder "${CMAKE_COMMAND}" DIRECTORY)
+run("${CMAKE_COMMAND}" -E chdir "${build}" "${cmake_folder}/cpack")
+
+set(name "alg-factory-${VERSION}-windows-x86_64")
+file(ARCHIVE_EXTRACT INPUT "${build}/packages/${name}.zip" DESTINATION "${SCRATCH}")
+set(root "${SCRATCH}/${name}")
+file(GLOB_RECURSE found RELATIVE "${root}/include" "${root}/include/*")
+list(SORT found)
+read_list("${CMAKE_CURRENT_LIST_DIR}/installed_headers.txt" expected)
+expect_same("headers in the .zip" expected found)
+
+set(SCRATCH "${SCRATCH}/host")
+file(COPY "${CMAKE_CURRENT_LIST_DIR}/host.cpp"
+  "${CMAKE_CURRENT_LIST_DIR}/find_package/CMakeLists.txt" DESTINATION "${SCRATCH}")
+run("${CMAKE_COMMAND}" -S "${SCRATCH}" -B "${SCRATCH}/build" -G "${GENERATOR}"
+  "-DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM}" -DCMAKE_SYSTEM_NAME=Windows
+  "-DCMAKE_CXX_COMPILER=${MINGW}" -DCMAKE_EXE_LINKER_FLAGS=-static
+  "-DCMAKE_PREFIX_PATH=${root}" -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF)
+run("${CMAKE_COMMAND}" --build "${SCRATCH}/build")
+run("${MINGW}" -std=c++17 -Wall -Wextra -Werror -static -I "${root}/include"
+  "${SOURCE}/examples/load_at_run_time/main.cpp" -o "${SCRATCH}/build/load_at_run_time.exe")
+
+file(GLOB library "${root}/bin/*.dll")
+file(COPY ${library} DESTINATION "${SCRATCH}/build")
+if(WINE)
+  set(ENV{WINEDEBUG} -all)
+  set(ENV{WINEPREFIX} "${SCRATCH}/wine")
+  unset(ENV{DISPLAY})
+  run("${WINE}" "${SCRATCH}/build/consumer.exe")
+  message("${output}")
+  get_filename_component(name "${library}" NAME)
+  run("${WINE}" "${SCRATCH}/build/load_at_run_time.exe" "${name}")
+  message("${output}")
+else()
+  message("wine is missing: the hosts were built, not run")
+endif()
