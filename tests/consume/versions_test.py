@@ -33,9 +33,9 @@ def load_conanfile():
     sys.modules.update({"conan": conan, "conan.tools": types.ModuleType("conan.tools"),
                         "conan.tools.cmake": cmake})
     sys.dont_write_bytecode = True
-    spec = importlib.util.spec_from_file_location("conanfile", Path(SOURCE, "conanfile.py"))
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
+    location = importlib.util.spec_from_file_location("conanfile", Path(SOURCE, "conanfile.py"))
+    module = importlib.util.module_from_spec(location)
+    location.loader.exec_module(module)
     return module
 
 
