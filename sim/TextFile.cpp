@@ -6,8 +6,21 @@
 
 namespace sim {
 
+namespace {
+
+/// Parsers quote the file's own characters, which may be anything.
+std::string onOneLine(std::string text) {
+  for (char& c : text) {
+    if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') c = '?';
+  }
+  return text;
+}
+
+}  // namespace
+
 FileError::FileError(const std::string& path, int line, const std::string& problem)
-    : std::runtime_error(path + (line > 0 ? ":" + std::to_string(line) : "") + ": " + problem) {}
+    : std::runtime_error(path + (line > 0 ? ":" + std::to_string(line) : "") + ": " +
+                         onOneLine(problem)) {}
 
 std::string readTextFile(const std::string& path, const std::string& kind) {
   std::error_code error;

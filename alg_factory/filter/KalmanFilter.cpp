@@ -33,8 +33,9 @@ void KalmanFilter::init(double startTime, const VectorRef& x0) {
     stateEstimate_ = x0;
   } else {
     const Eigen::Index given = std::min(x0.size(), stateEstimate_.size());
-    stateEstimate_.setZero();
+    // In this order: x0 may be a part of this very state.
     stateEstimate_.head(given) = x0.head(given);
+    stateEstimate_.tail(stateEstimate_.size() - given).setZero();
   }
   if (axis_) {
     axis_->start();
@@ -80,7 +81,6 @@ void KalmanFilter::updatePerAxis(const VectorRef& y) {
 void KalmanFilter::update(const VectorRef& y, double timeStep, Matrix transition) {
   // The new transition need not be of the recognised kind: go on densely from here.
   covariance_ = covariance();
-  gain_ = gain();
   axis_.reset();
   transition_ = std::move(transition);
   timeStep_ = timeStep;

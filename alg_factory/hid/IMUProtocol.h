@@ -27,7 +27,7 @@ class IMUProtocol {
   static std::uint16_t readU16(const std::uint8_t* bytes, std::int32_t offset);  ///< little-endian
   static float readFloat(const std::uint8_t* bytes, std::int32_t offset);        ///< little-endian
   static std::uint32_t readU32(const std::uint8_t* bytes, std::int32_t offset);  ///< little-endian
-  /// Big-endian, unlike the others (kept: the stamps it was made for come in that order).
+  /// Big-endian, unlike the others, by design.
   static std::uint64_t readU64(const std::uint8_t* bytes, std::int32_t offset);
 
  private:

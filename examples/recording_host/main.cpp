@@ -19,7 +19,8 @@ struct Host : algorithm::DataSink, algorithm::LogSink {
 
 void runSession(const char* file) {
   static Host host;  // the library keeps the sinks
-  recording::RecordingAlg alg(algorithm::AlgFactory::CreateALG(0), file);
+  static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
+  recording::RecordingAlg alg(library, file);
 
   // From here on it is a host like any other; a simulated device stands for the real one.
   const sim::Simulator device(sim::builtInRig(), sim::Scene::moving(2));

@@ -1,22 +1,61 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 
 #include "../support/FixedStream.h"
+#include "../support/OutcomeDifference.h"
 
 namespace {
 
 using testing_support::Outcome;
+using testing_support::OutcomeDifference;
 
 std::string streamPath() {
   const char* fromEnvironment = std::getenv("ALG_FIXED_STREAM");
   return fromEnvironment != nullptr ? fromEnvironment : ALG_FIXED_STREAM;
 }
 
-bool sameBytes(const algorithm::ResultBlock& a, const algorithm::ResultBlock& b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
+class Fingerprint {
+ public:
+  template <typename T>
+  void add(T value) {
+    unsigned char bytes[sizeof value];
+    std::memcpy(bytes, &value, sizeof value);
+    for (unsigned char byte : bytes) hash_ = (hash_ ^ byte) * 0x100000001b3u;
+  }
+  std::uint64_t value() const { return hash_; }
+
+ private:
+  std::uint64_t hash_ = 0xcbf29ce484222325u;
+};
+
+/// Of what the C library's functions return, over arguments that are exact on every platform.
+std::uint64_t mathFingerprint() {
+  Fingerprint fingerprint;
+  for (int k = -20000; k <= 20000; ++k) {
+    const double x = k / 16384.0;
+    const float xf = static_cast<float>(k) / 20000.0f;
+    fingerprint.add(std::tan(x));
+    fingerprint.add(std::atan(4 * x));
+    fingerprint.add(std::atan2(x, 0.71));
+    fingerprint.add(std::atan2(xf, 0.37f));
+    fingerprint.add(std::asin(xf));
+    fingerprint.add(std::sin(xf));
+    fingerprint.add(std::cos(xf));
+  }
+  return fingerprint.value();
 }
+
+// The functions that the stream was recorded with: glibc 2.36, x86-64 with fused multiply-add.
+constexpr std::uint64_t kRecordedMath = 0x12577fcddc2e4130u;
+
+// Elsewhere tan, atan2 and the like may differ in their last bit. The tracking carries that on, and
+// where it subtracts positions from each other more bits are lost; how far is measured in
+// docs/platforms.md. Of the larger of 1 and the value, in the value's own unit.
+constexpr double kOtherMathBound = 1e-6;
 
 TEST(FixedStream, GivesTheSameBytesAsWhenItWasRecorded) {
   const testing_support::FixedStream stream = testing_support::readFixedStream(streamPath());
@@ -25,18 +64,21 @@ TEST(FixedStream, GivesTheSameBytesAsWhenItWasRecorded) {
   const std::vector<Outcome> outcomes = testing_support::run(stream.calls);
 
   std::size_t blocks = 0;
-  for (std::size_t i = 0; i < outcomes.size(); ++i) {
-    const Outcome& expected = stream.outcomes[i];
-    const Outcome& found = outcomes[i];
-    ASSERT_EQ(found.result, expected.result) << "call " << i;
-    ASSERT_EQ(found.answer, expected.answer) << "call " << i;
-    ASSERT_TRUE(found.logLines == expected.logLines) << "call " << i;
-    ASSERT_EQ(found.blocks.size(), expected.blocks.size()) << "call " << i;
-    for (std::size_t b = 0; b < found.blocks.size(); ++b, ++blocks) {
-      ASSERT_TRUE(sameBytes(found.blocks[b], expected.blocks[b])) << "call " << i;
-    }
-  }
+  for (const Outcome& outcome : outcomes) blocks += outcome.blocks.size();
   EXPECT_GT(blocks, 300u);
+
+  const OutcomeDifference difference =
+      testing_support::compare(stream.calls, stream.outcomes, outcomes);
+  EXPECT_TRUE(difference.mismatches.empty());
+  const bool sameMath = mathFingerprint() == kRecordedMath;
+  std::cout << (sameMath ? "the recording's" : "other") << " mathematical functions, fingerprint "
+            << std::hex << mathFingerprint() << std::dec << '\n'
+            << difference;
+  if (sameMath) {
+    EXPECT_TRUE(difference.none());
+  } else {
+    EXPECT_LT(difference.relative(), kOtherMathBound);
+  }
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 #include <tests/support/Host.h>
 
-#if defined(__GNUC__) && !defined(_WIN32)
+#if defined(__GNUC__)
 
 namespace {
 

@@ -1,8 +1,11 @@
 // Writes the fixed stream that FixedStreamTest replays: run it only when the library's results are
-// meant to change.  make_fixed_stream FILE
+// meant to change.  make_fixed_stream FILE [TIMES]
+// TIMES makes every session that many times as long, for FixedStreamTest with
+// ALG_FIXED_STREAM=FILE.
 #include <sim/Simulator.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 
@@ -61,18 +64,19 @@ void appendSession(int productType, sim::Framing framing, int filterMode, int fr
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: make_fixed_stream FILE\n");
+  const int times = argc == 3 ? std::atoi(argv[2]) : 1;
+  if (argc < 2 || argc > 3 || times < 1) {
+    std::fprintf(stderr, "usage: make_fixed_stream FILE [TIMES]\n");
     return 2;
   }
   try {
     testing_support::FixedStream stream;
-    appendSession(2, sim::Framing::kPlain, 0, 80, 1, stream.calls);
-    appendSession(2, sim::Framing::kStamped, 1, 40, 2, stream.calls);
-    appendSession(1, sim::Framing::kStamped, 0, 80, 3, stream.calls);
-    appendSession(1, sim::Framing::kPlain, 1, 60, 4, stream.calls);
-    appendSession(0, sim::Framing::kPlain, 0, 40, 5, stream.calls);
-    appendSession(0, sim::Framing::kStamped, -1, 40, 6, stream.calls);
+    appendSession(2, sim::Framing::kPlain, 0, 80 * times, 1, stream.calls);
+    appendSession(2, sim::Framing::kStamped, 1, 40 * times, 2, stream.calls);
+    appendSession(1, sim::Framing::kStamped, 0, 80 * times, 3, stream.calls);
+    appendSession(1, sim::Framing::kPlain, 1, 60 * times, 4, stream.calls);
+    appendSession(0, sim::Framing::kPlain, 0, 40 * times, 5, stream.calls);
+    appendSession(0, sim::Framing::kStamped, -1, 40 * times, 6, stream.calls);
     stream.outcomes = testing_support::run(stream.calls);
     writeFixedStream(argv[1], stream);
   } catch (const std::exception& error) {

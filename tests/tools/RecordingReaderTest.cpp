@@ -131,6 +131,12 @@ TEST_F(RecordingReaderTest, RefusesAFileThatWasCutAnywhere) {
   }
 }
 
+// Found by fuzzing: SQLite gives the rows of a damaged table in the order it finds them.
+TEST_F(RecordingReaderTest, RefusesCallsThatADamagedFileHoldsOutOfOrder) {
+  EXPECT_THAT(problemOf(ALG_FUZZ_CORPUS "/recording_reader/calls_out_of_order"),
+              HasSubstr("expected a call behind call"));
+}
+
 TEST_F(RecordingReaderTest, RefusesANewerFormatInPlainWords) {
   makeRecording();
   change("PRAGMA user_version = 2");

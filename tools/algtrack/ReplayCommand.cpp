@@ -256,7 +256,8 @@ void replay(const ReplayOptions& options) {
   const std::int64_t firstNs = firstNsOf(reader);
   const auto exports = exportsFrom(options, reader, firstNs);
 
-  algorithm::AlgBase* const alg = algorithm::AlgFactory::CreateALG(0);
+  // Kept: the library has no release operation.
+  static algorithm::AlgBase* const alg = algorithm::AlgFactory::CreateALG(0);
   const bool addFilterMode = whatIf.filterMode && !hasCall(reader, CallKind::kSetFilterMode);
   Player player(alg, whatIf, addFilterMode);
   std::optional<ReRecording> reRecording;

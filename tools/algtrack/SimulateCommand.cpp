@@ -254,7 +254,9 @@ void simulate(SimulateOptions options) {
   recorder.measureDurations = false;  // the only thing that would differ between two runs
   recorder.facts = {{"source", "simulation"}, {"simulation", describe(options)}};
   Host host;
-  recording::RecordingAlg alg(algorithm::AlgFactory::CreateALG(0), partial.path(), recorder);
+  // Kept: the library has no release operation.
+  static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
+  recording::RecordingAlg alg(library, partial.path(), recorder);
   const Counts counts = drive(simulator, options, alg, nowNs, host);
   partial.complete(alg.close());
   printSummary(options, counts, host);

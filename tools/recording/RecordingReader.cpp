@@ -249,6 +249,7 @@ struct EntryCursor::State {
   std::string path;
   Statement calls, logs, blocks;
   bool begun = false, hasLog = false, hasBlock = false;
+  std::optional<std::int64_t> last;  // index of the latest call
 };
 
 EntryCursor::EntryCursor(Database& database, std::int64_t firstIndex)
@@ -267,6 +268,11 @@ bool EntryCursor::next(Entry& entry) {
     state_->hasBlock = state_->blocks.step();
   }
   readCall(state_->path, state_->calls, entry.call);
+  // SQLite trusts the order in which a damaged file holds its rows.
+  if (state_->last && entry.call.index <= *state_->last)
+    throw RecordingError(state_->path, callTitle(entry.call) + ": expected a call behind call " +
+                                           std::to_string(*state_->last) + ": the file is damaged");
+  state_->last = entry.call.index;
   state_->takeLogs(entry);
   state_->takeBlocks(entry);
   return true;

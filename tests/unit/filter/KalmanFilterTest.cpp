@@ -596,4 +596,12 @@ TEST(KalmanFilter, SelfAssignmentChangesNothing) {
   expectSame(filter, continued);
 }
 
+TEST(KalmanFilter, InitFromPartOfItsOwnStateKeepsThatPart) {
+  KalmanFilter filter(1.0, Matrix::Identity(6, 6), Matrix::Identity(3, 6), Matrix::Identity(6, 6),
+                      Matrix::Identity(3, 3), Matrix::Zero(6, 6));
+  filter.init(0.0, vec({1, 2, 3, 4, 5, 6}));
+  filter.init(0.0, filter.state().head(3));
+  EXPECT_EQ(filter.state(), vec({1, 2, 3, 0, 0, 0}));
+}
+
 }  // namespace
