@@ -4,9 +4,6 @@ namespace algorithm {
 
 namespace {
 
-constexpr int kAxes = AxisFilter::kAxes;
-constexpr int kStates = AxisFilter::kStates;
-
 using Eigen::MatrixXd;
 
 /// The factor of a multiple of the identity; nothing for any other matrix, nor for factors so large
