@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstring>
 #include <functional>
 #include <future>
@@ -46,8 +47,7 @@ struct FaultyHost {
     alg.SetLogCallback(&log);
     alg.SetDataCallback(&data);
   }
-  bool init(int productType) {
-    const auto calibration = handCalibration();
+  bool init(int productType, const algorithm::StereoCalibration& calibration = handCalibration()) {
     return alg.Init(productType, reinterpret_cast<const unsigned char*>(&calibration), 0);
   }
   bool input(int streamType, const Bytes& payload) {
@@ -267,6 +267,26 @@ TEST_P(OutOfMemoryIn, InputStreamCannotHappenOnceInitSucceeded) {
       }
     }
   }
+}
+
+// Only a calibration that is none gives such positions. The filters then fall back to matrices.
+TEST_P(OutOfMemoryIn, InputStreamOfAPositionBeyondSinglePrecisionLosesThatFrameOnly) {
+  const Bytes payload = packetOf({{0, 0, 0, 1000}});
+  algorithm::StereoCalibration farApart = handCalibration();
+  farApart.translation[1] = 1e39;
+  const int allocations = failEachAllocation(
+      [&](FaultyHost& host) {
+        host.init(productType(), farApart);
+        host.alg.SetFilterMode(0, 0, nullptr);
+      },
+      [&](FaultyHost& host) { host.input(0, payload); },
+      [&](FaultyHost& host) {
+        EXPECT_TRUE(host.input(0, payload));
+        EXPECT_TRUE(std::isinf(host.data.block.records[0].y));
+        ASSERT_TRUE(host.init(productType()));
+        expectWorking(host, productType(), false);
+      });
+  EXPECT_GT(allocations, 0);
 }
 
 // Longer than any device's packet: taken whole before it is cut to what is decoded.
