@@ -59,8 +59,9 @@ The program algtrack simulates a tracking device, replays and inspects
 recordings of the tracking library, converts and checks camera calibrations,
 and writes reports.")
 
-# What Debian wants beside the files, and `cmake --install` leaves out: copyright and changelog of each package, the reasons for what
-# lintian is told to overlook, and the trigger that makes a new library known to the loader.
+# What Debian wants beside the files, and `cmake --install` leaves out: copyright and changelog of
+# each package, the reasons for what lintian is told to overlook, and the trigger that makes a new
+# library known to the loader.
 find_program(ALG_GZIP gzip)
 mark_as_advanced(ALG_GZIP)
 if(NOT ALG_GZIP)

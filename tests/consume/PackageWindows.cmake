@@ -20,6 +20,9 @@ file(GLOB_RECURSE found RELATIVE "${root}/include" "${root}/include/*")
 list(SORT found)
 read_list("${CMAKE_CURRENT_LIST_DIR}/installed_headers.txt" expected)
 expect_same("headers in the .zip" expected found)
+file(GLOB found RELATIVE "${root}/lib" "${root}/lib/*.a" "${root}/lib/*.lib")
+set(expected alg_factory.lib libalg_factory.dll.a)
+expect_same("import libraries in the .zip" expected found)
 
 set(SCRATCH "${SCRATCH}/host")
 file(COPY "${CMAKE_CURRENT_LIST_DIR}/host.cpp"

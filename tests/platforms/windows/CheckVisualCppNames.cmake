@@ -6,8 +6,8 @@ include("${CMAKE_CURRENT_LIST_DIR}/../../consume/Common.cmake")
 set(assembly "${SCRATCH}/visual_cpp_host.s")
 file(MAKE_DIRECTORY "${SCRATCH}")
 run("${CLANG}" --target=x86_64-pc-windows-msvc -std=c++17 -ffreestanding -O1 -Wall -Wextra -Werror
-  -I "${CMAKE_CURRENT_LIST_DIR}/headers" -I "${SOURCE}"
-  -S "${CMAKE_CURRENT_LIST_DIR}/visual_cpp_host.cpp" -o "${assembly}")
+  -I "${CMAKE_CURRENT_LIST_DIR}/visual_cpp_host/headers" -I "${SOURCE}"
+  -S "${CMAKE_CURRENT_LIST_DIR}/visual_cpp_host/main.cpp" -o "${assembly}")
 file(READ "${assembly}" text)
 string(REGEX MATCHALL "__imp_[^\"]+" linked "${text}")
 list(TRANSFORM linked REPLACE "^__imp_" "")

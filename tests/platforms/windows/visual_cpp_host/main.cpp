@@ -1,6 +1,6 @@
 // What a Visual C++ host compiles: the public header's assertions hold there, and the assembly
-// names what it links against. It is compiled for that, and run: a host of one compiler's, a
-// library of the other's.
+// names what it links against. It is built for that and run: a host of one compiler's, a library of
+// the other's.
 #include <alg_factory/api/AlgFactory.h>
 
 namespace {
@@ -20,12 +20,26 @@ struct Sink : algorithm::DataSink, algorithm::LogSink {
   }
 };
 
-Sink sink;
-
 }  // namespace
 
-/// Returns 0, or the number of the first step that went wrong.
-extern "C" int visualCppHost() {
+// What Visual C++'s run-time library would bring: the mark of a program that uses floating point,
+// and the functions that the compiler calls by itself.
+extern "C" {
+int _fltused = 0;
+
+void* memset(void* to, int value, size_t count) {
+  for (size_t i = 0; i < count; ++i) static_cast<volatile char*>(to)[i] = static_cast<char>(value);
+  return to;
+}
+}
+
+// Named by the sinks' destructors, and never called.
+void operator delete(void*) noexcept {}
+void operator delete(void*, size_t) noexcept {}
+
+/// The program's entry. Its exit code is 0, or the number of the first step that went wrong.
+extern "C" int start() {
+  Sink sink;
   algorithm::AlgFactory factory, other;
   other = factory;
   if (algorithm::AlgFactory::CreateALG(3) != nullptr) return 1;
