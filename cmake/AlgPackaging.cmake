@@ -30,16 +30,11 @@ endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libalg-factory)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-# A host that was linked against a newer library may need what an older one lacks.
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Stereo optical tracking, shared library
 A host application loads this library beside the driver of a stereo optical
 tracking device. It takes the device's packets and inertial samples and gives
@@ -90,7 +85,11 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
       COMPONENT ${component} EXCLUDE_FROM_ALL)
   endif()
 endforeach()
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${files}/triggers")
+# What a packaged host depends on: it may need what an older library lacks, and a library of the next
+# major version, which takes this one's place, is another file.
+math(EXPR ALG_NEXT_MAJOR "${PROJECT_VERSION_MAJOR} + 1")
+configure_file("${files}/shlibs.in" "${made}/shlibs" @ONLY)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${files}/triggers" "${made}/shlibs")
 
 if(TARGET algtrack)
   configure_file("${files}/algtrack.1.in" "${made}/algtrack.1" @ONLY)

@@ -13,7 +13,8 @@ run("${CMAKE_COMMAND}" -S "${SOURCE}" -B "${build}" -G "${GENERATOR}"
   -DCMAKE_INSTALL_PREFIX=/usr -DBUILD_TESTING=OFF)
 run("${CMAKE_COMMAND}" --build "${build}" --target alg_factory algtrack)
 get_filename_component(cmake_folder "${CMAKE_COMMAND}" DIRECTORY)
-run("${CMAKE_COMMAND}" -E chdir "${build}" "${cmake_folder}/cpack")
+# CPack gives folders what the umask leaves.
+run(sh -c "umask 022 && cd \"$0\" && exec \"$1\"" "${build}" "${cmake_folder}/cpack")
 
 file(GLOB packages RELATIVE "${build}/packages" "${build}/packages/*.deb")
 run(dpkg --print-architecture)
@@ -43,6 +44,15 @@ string(REPLACE "." "\\." version "${VERSION}")
 expect_field(libalg-factory Depends "libc6 \\(>= [0-9.]+\\).*libstdc\\+\\+6")
 expect_field(libalg-factory-dev Depends "^libalg-factory \\(= ${version}\\)\n$")
 expect_field(alg-factory-tools Depends "libsqlite3-0.*libyaml-cpp")
+
+run("${DPKG_DEB}" -I "${build}/packages/libalg-factory_${VERSION}_${architecture}.deb" shlibs)
+string(REGEX MATCH "^[0-9]+" major "${VERSION}")
+math(EXPR next "${major} + 1")
+set(expected
+  "libalg_factory ${major} libalg-factory (>= ${VERSION}), libalg-factory (<< ${next})\n")
+if(NOT output STREQUAL expected)
+  fail("packages of hosts would depend on '${output}', expected '${expected}'")
+endif()
 
 # What belongs where.
 run("${DPKG_DEB}" -c "${build}/packages/libalg-factory_${VERSION}_${architecture}.deb")
