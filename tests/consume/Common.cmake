@@ -55,11 +55,13 @@ function(compile_plainly program flags_name)
   run("${COMPILER}" -std=c++17 -Wall -Wextra -Wpedantic -Werror -MD -MF "${SCRATCH}/headers.d"
     -o "${program}" ${copies} ${${flags_name}})
   file(READ "${SCRATCH}/headers.d" dependencies)
+  string(REPLACE "\\ " "\t" dependencies "${dependencies}")  # blanks within a path
   string(REGEX MATCHALL "[^ \n]+/alg_factory/[a-z0-9]+/[A-Za-z]+\\.h" headers "${dependencies}")
   if(NOT headers)
     fail("no header of the library was read:\n${dependencies}")
   endif()
   foreach(header IN LISTS headers)
+    string(REPLACE "\t" " " header "${header}")
     get_filename_component(real "${header}" REALPATH)
     string(FIND "${real}" "${PREFIX}/include/" position)
     if(NOT position EQUAL 0)

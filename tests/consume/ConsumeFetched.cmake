@@ -5,8 +5,9 @@ include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
 set(archive "${SCRATCH}-archive/alg_factory.tar.gz")
 file(REMOVE_RECURSE "${SCRATCH}-archive")
 file(MAKE_DIRECTORY "${SCRATCH}-archive")
+read_list("${CMAKE_CURRENT_LIST_DIR}/library_sources.txt" sources)
 execute_process(
-  COMMAND "${CMAKE_COMMAND}" -E tar czf "${archive}" CMakeLists.txt alg_factory cmake
+  COMMAND "${CMAKE_COMMAND}" -E tar czf "${archive}" ${sources}
   WORKING_DIRECTORY "${SOURCE}" COMMAND_ERROR_IS_FATAL ANY)
 
 build_and_run(fetch_content "-DALG_FACTORY_ARCHIVE=${archive}")
