@@ -1,7 +1,7 @@
 """Doxygen's view of a page: links that work among the files of the repository work in the site too.
 
 Headings get the names that links to them use; links to pages and headers become references; a link
-to what the site does not hold keeps its text only.
+to a file that the site does not hold keeps its text only. Dead links stay, and are found in the site.
 
 usage: doxygen_filter.py PAGE
 """
@@ -30,7 +30,7 @@ def reference(page, text, link):
         return f"[{text}]({link})"
     if target.suffix == ".h" and target.is_relative_to(ROOT / "alg_factory"):
         return f"[{text}](@ref {target.name})"
-    return text
+    return text if target.exists() else f"[{text}]({link})"
 
 
 def main(page):
