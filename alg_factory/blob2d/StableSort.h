@@ -10,6 +10,7 @@ namespace algorithm {
 template <typename Iterator, typename Before>
 void stableSort(Iterator first, Iterator last, Before before) {
   for (Iterator it = first; it != last; ++it) {
+    if (it == first || !before(*it, *std::prev(it))) continue;  // in place already
     std::rotate(std::upper_bound(first, it, *it, before), it, std::next(it));
   }
 }

@@ -20,25 +20,24 @@ void append(const Blob2DPoint& left, const Blob2DPoint& right, BlobPairs& pairs)
   pairs.push_back(right);
 }
 
-/// Replaces `centred` by the points relative to their mean.
-void centre(const std::vector<Blob2DPoint>& points, std::vector<Blob2DPoint>& centred) {
+/// Replaces `centred` by the blobs' centres relative to their mean.
+void centre(const std::vector<Blob2DPoint>& blobs, std::vector<ImagePoint>& centred) {
   double sumX = 0.0, sumY = 0.0;
-  for (const Blob2DPoint& point : points) {
-    sumX += point.x;
-    sumY += point.y;
+  for (const Blob2DPoint& blob : blobs) {
+    sumX += blob.x;
+    sumY += blob.y;
   }
-  const double meanX = sumX / static_cast<double>(points.size());
-  const double meanY = sumY / static_cast<double>(points.size());
-  centred = points;
-  for (Blob2DPoint& point : centred) {
-    point.x -= meanX;
-    point.y -= meanY;
+  const double meanX = sumX / static_cast<double>(blobs.size());
+  const double meanY = sumY / static_cast<double>(blobs.size());
+  centred.resize(blobs.size());
+  for (std::size_t i = 0; i < blobs.size(); ++i) {
+    centred[i] = {blobs[i].x - meanX, blobs[i].y - meanY};
   }
 }
 
 /// Index of the point nearest to `target`; the first of equals. Squares order as distances do.
-std::size_t nearest(const Blob2DPoint& target, const std::vector<Blob2DPoint>& points) {
-  const auto squaredDistance = [&](const Blob2DPoint& point) {
+std::size_t nearest(const ImagePoint& target, const std::vector<ImagePoint>& points) {
+  const auto squaredDistance = [&](const ImagePoint& point) {
     const double dx = point.x - target.x;
     const double dy = point.y - target.y;
     return dx * dx + dy * dy;

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include <alg_factory/blob2d/Blob2DPoint.h>
+#include <alg_factory/stereo3d/ImagePoint.h>
 
 namespace algorithm {
 
@@ -19,10 +20,11 @@ bool accepted(const Blob2DPoint& left, const Blob2DPoint& right);
 /// Where one camera saw more blobs, keeps as many of its largest as the other saw.
 void cutToSameCount(std::vector<Blob2DPoint>& left, std::vector<Blob2DPoint>& right);
 
-/// Working storage of `matchMutualNearest`, kept between frames.
+/// Working storage of `matchMutualNearest`, kept between frames: the centres relative to their
+/// mean.
 struct MatchScratch {
-  std::vector<Blob2DPoint> left;
-  std::vector<Blob2DPoint> right;
+  std::vector<ImagePoint> left;
+  std::vector<ImagePoint> right;
 };
 
 /// Appends the accepted pairs among blobs that are each other's nearest once the centroids of both

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include <alg_factory/blob2d/StableSort.h>
 
@@ -9,31 +10,38 @@ namespace algorithm {
 
 namespace {
 
+constexpr std::int32_t kSurplus = std::numeric_limits<std::int32_t>::min();
+
+/// Asks once for each point, from the first to the last.
 template <typename Condition>
 void removeIf(StereoPoints& points, Condition condition) {
-  points.erase(std::remove_if(points.begin(), points.end(), condition), points.end());
+  auto kept = points.begin();
+  for (StereoPoint& p : points) {
+    if (condition(p)) continue;
+    if (&*kept != &p) *kept = p;
+    ++kept;
+  }
+  points.erase(kept, points.end());
 }
 
-void keepFirst(int expected, int id, StereoPoints& points) {
+void markAllButFirst(int expected, int id, StereoPoints& points) {
   int seen = 0;
-  removeIf(points, [&](const StereoPoint& p) { return p.id == id && ++seen > expected; });
+  for (StereoPoint& p : points) {
+    if (p.id == id && ++seen > expected) p.id = kSurplus;
+  }
 }
 
-void keepNearest(int expected, int id, const PointMean& centre, SurplusScratch& scratch,
-                 StereoPoints& points) {
+void markAllButNearest(int expected, int id, const PointMean& centre, SurplusScratch& scratch,
+                       StereoPoints& points) {
   auto& candidates = scratch.candidates;
   candidates.clear();
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    if (points[i].id == id) candidates.push_back({distance(points[i], centre), i});
+  for (StereoPoint& p : points) {
+    if (p.id == id) candidates.push_back({distance(p, centre), &p});
   }
   stableSort(candidates.begin(), candidates.end(),
              [](const auto& a, const auto& b) { return a.distance > b.distance; });
   candidates.resize(candidates.size() - static_cast<std::size_t>(expected));
-  stableSort(candidates.begin(), candidates.end(),
-             [](const auto& a, const auto& b) { return a.index > b.index; });
-  for (const auto& candidate : candidates) {
-    points.erase(points.begin() + static_cast<std::ptrdiff_t>(candidate.index));
-  }
+  for (const auto& candidate : candidates) candidate.point->id = kSurplus;
 }
 
 }  // namespace
@@ -67,9 +75,11 @@ void removeTooDeep(double maxDepth, StereoPoints& points) {
 }
 
 void removeJumps(const StereoPoints& previous, StereoPoints& points) {
-  if (previous.empty()) return;
+  if (previous.empty() || points.empty()) return;
+  int id = points.front().id;  // points come id by id: one mean serves all of an id
+  PointMean mean = meanOfId(previous, id);
   removeIf(points, [&](const StereoPoint& p) {
-    const PointMean mean = meanOfId(previous, p.id);
+    if (p.id != id) mean = meanOfId(previous, id = p.id);
     return mean.count > 0 && distance(p, mean) > kMaxJump;
   });
 }
@@ -91,11 +101,12 @@ void removeSurplus(const std::vector<std::int32_t>& expectedPoints, const Stereo
                                      [&](const StereoPoint& p) { return p.id == id; });
     if (count <= expected) continue;
     if (previous.empty()) {
-      keepFirst(expected, id, points);
+      markAllButFirst(expected, id, points);
     } else {
-      keepNearest(expected, id, meanOfId(previous, id), scratch, points);
+      markAllButNearest(expected, id, meanOfId(previous, id), scratch, points);
     }
   }
+  removeIf(points, [](const StereoPoint& p) { return p.id == kSurplus; });
 }
 
 }  // namespace algorithm

@@ -40,7 +40,7 @@ void removeFarFromReference(int expectedOfReference, StereoPoints& points);
 struct SurplusScratch {
   struct Candidate {
     double distance;
-    std::size_t index;
+    StereoPoint* point;
   };
   std::vector<Candidate> candidates;
 };
