@@ -19,7 +19,7 @@ set(Eigen3_DIR /usr/share/eigen3/cmake CACHE PATH "")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static")
 
-# A wine of this build's own, silent and without a display.
+# A wine of this build's own.
 find_program(ALG_WINE NAMES wine64 wine PATHS /usr/lib/wine)
-set(CMAKE_CROSSCOMPILING_EMULATOR "${CMAKE_COMMAND};-E;env;--unset=DISPLAY;WINEDEBUG=-all"
-  "WINEPREFIX=${CMAKE_BINARY_DIR}/wine" "${ALG_WINE}")
+set(CMAKE_CROSSCOMPILING_EMULATOR
+  "${CMAKE_CURRENT_LIST_DIR}/run-under-wine" "${ALG_WINE}" "${CMAKE_BINARY_DIR}/wine")
