@@ -10,7 +10,7 @@ namespace algorithm {
 
 namespace {
 
-constexpr std::int32_t kSurplus = std::numeric_limits<std::int32_t>::min();
+constexpr std::int32_t kSurplus = std::numeric_limits<std::int32_t>::min();  // instead of an id
 
 /// Asks once for each point, from the first to the last.
 template <typename Condition>
