@@ -5,8 +5,7 @@
 namespace algorithm {
 
 AlgBase* AlgFactory::CreateALG(int type) {
-  constexpr unsigned kLastType = 2;
-  if (static_cast<unsigned>(type) > kLastType) return nullptr;
+  if (!isProductType(type)) return nullptr;
   return new StereoSubsystem;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <alg_factory/api/AlgBase.h>
+#include <alg_factory/api/Constants.h>
 #include <alg_factory/api/DataSink.h>
 #include <alg_factory/api/Export.h>
 #include <alg_factory/api/LogSink.h>

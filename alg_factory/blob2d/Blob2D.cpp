@@ -6,22 +6,17 @@
 #include <alg_factory/blob2d/BlobMerger.h>
 #include <alg_factory/blob2d/BlobMoments.h>
 #include <alg_factory/hid/PacketDecoder.h>
+#include <alg_factory/service/ProductTable.h>
 
 namespace algorithm {
 
 bool Blob2D::init(std::uint32_t productType) {
-  switch (productType) {
-    case 0:
-    case 1:
-      blobIdCount_ = 3;
-      areaDivisor_ = 110;
-      break;
-    case 2:
-      blobIdCount_ = 6;
-      areaDivisor_ = 110;
-      break;
-    default:
-      logger_->Log(4, "alg: unknown product type!");
+  const auto type = static_cast<std::int32_t>(productType);
+  if (const Product* product = findProduct(type)) {
+    blobIdCount_ = objectCount(type);
+    areaDivisor_ = product->areaDivisor;
+  } else {
+    logger_->Log(kServiceMessage, "alg: unknown product type!");
   }
   return true;
 }

@@ -10,7 +10,7 @@ ConstantVelocityModel ConstantVelocityModel::build(int filterMode) {
   model.observation = Matrix::Zero(3, 6);
   model.observation.leftCols(3) = Matrix::Identity(3, 3);
   model.processNoise = 1e-5 * Matrix::Identity(6, 6);
-  model.measurementNoise = (filterMode == kSmoothMode ? 1e-4 : 1e-6) * Matrix::Identity(3, 3);
+  model.measurementNoise = (filterMode == kFilterSmooth ? 1e-4 : 1e-6) * Matrix::Identity(3, 3);
   model.initialCovariance = Matrix::Zero(6, 6);
   return model;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <alg_factory/api/Constants.h>
 #include <alg_factory/filter/KalmanFilter.h>
 
 namespace algorithm {
@@ -8,7 +9,6 @@ namespace algorithm {
 /// over frames of 1/90 s. The matrices are empty until `build`.
 struct ConstantVelocityModel {
   static constexpr double kTimeStep = 0.011111111111111112;  ///< seconds, 1/90
-  static constexpr int kSmoothMode = 1;  ///< trusts measurements a hundred times less
 
   KalmanFilter::Matrix transition;         ///< 6x6, identity with the time step above the diagonal
   KalmanFilter::Matrix observation;        ///< 3x6, the position

@@ -3,15 +3,18 @@
 #include <algorithm>
 
 #include <alg_factory/api/LogSink.h>
+#include <alg_factory/service/ProductTable.h>
 
 namespace hid {
 
 namespace {
-constexpr int kLogLevel = 3;
+constexpr int kIdsOfUnknownProducts = 3;
 }
 
 bool HidProtocol::init(std::uint32_t productType) {
-  blobIdCount_ = productType == 2 ? 6 : 3;
+  const auto type = static_cast<std::int32_t>(productType);
+  blobIdCount_ =
+      algorithm::isProductType(type) ? algorithm::objectCount(type) : kIdsOfUnknownProducts;
   return true;
 }
 
@@ -44,7 +47,7 @@ bool HidProtocol::process() {
   std::copy_n(packet_.begin(), frameLength_, frame_.begin());
 
   const DecodeStatus status = decode(frame_, frameLength_, blobIdCount_, *leftOut_, *rightOut_);
-  if (status != DecodeStatus::kNone) logger_->Log(kLogLevel, messageOf(status));
+  if (status != DecodeStatus::kNone) logger_->Log(algorithm::kDecoderMessage, messageOf(status));
   return true;
 }
 

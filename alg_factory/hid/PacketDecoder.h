@@ -6,15 +6,16 @@
 #include <cstdint>
 #include <vector>
 
+#include <alg_factory/api/Constants.h>
 #include <alg_factory/hid/RawBlob.h>
 
 namespace hid {
 
-constexpr int kFrameSize = 512;
+constexpr int kFrameSize = algorithm::kMaxPacketSize;
 /// Positions past the frame that decoding may look at; they always read as zero.
 constexpr int kFramePadding = 4;
 /// A full frame and the four bytes that a stamped packet brings along.
-constexpr std::size_t kLongestInput = kFrameSize + 4;
+constexpr std::size_t kLongestInput = kFrameSize + algorithm::kStampSize;
 using Frame = std::array<std::uint8_t, kFrameSize + kFramePadding>;
 
 constexpr std::uint8_t kStartByte0 = 0xAA;

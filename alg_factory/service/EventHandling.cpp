@@ -1,6 +1,7 @@
 #include <cmath>
 #include <cstring>
 
+#include <alg_factory/api/Constants.h>
 #include <alg_factory/api/LogSink.h>
 #include <alg_factory/service/FrameStamp.h>
 #include <alg_factory/service/StereoService.h>
@@ -9,40 +10,33 @@ namespace algorithm {
 
 namespace {
 
-constexpr unsigned kHeadingEvent = 16;
-constexpr unsigned kMarkerEvents = 3;  // events from here to 5 read markers on every product type
-constexpr unsigned kLastPoseEvent = 5;
-constexpr std::uint64_t kStampOfFilterState = 1234;  // asks for the state, not extrapolated
-constexpr double kMaxExtrapolation = 0.1;            // seconds
 constexpr double kMicrosecondsPerSecond = 1000000;
-constexpr float kUnfilteredDepth = 1500.0f;  // heads nearer than this are answered unfiltered
 constexpr int kStateSize = 6;
 
 }  // namespace
 
 bool StereoService::handleEvent(int eventType, const void* input, void* output) {
-  const auto event = static_cast<unsigned>(eventType);
-  if (event > kLastPoseEvent && event != kHeadingEvent) {
-    logSink_->Log(4, "alg: unknown event type!\n");
+  if (!isEvent(eventType)) {
+    logSink_->Log(kServiceMessage, "alg: unknown event type!\n");
     return false;
   }
   if (output == nullptr) return false;
-  if (event == kHeadingEvent) return input != nullptr && answerHeading(input, output);
+  if (input == nullptr && eventInputSize(productType_, eventType) > 0) return false;
+  if (eventType == kHeadingExchange) return answerHeading(input, output);
 
-  const bool hasHeads = productType_ == 0 || productType_ == 1;
-  const bool readsStamp = hasHeads && event == 2;
-  if (readsStamp && input == nullptr) return false;
-
+  const auto record = static_cast<std::size_t>(eventType);
   LockGuard guard(resultLock_);
-  if (event >= kMarkerEvents || productType_ == 2) return answerMarker(event, output);
-  if (!hasHeads) return copyPose(output);
-  return readsStamp ? answerHeadAtStamp(input, output) : answerHead(event, output);
+  if (readsStamp(productType_, eventType)) return answerHeadAtStamp(input, output);
+  if (isHeadEvent(productType_, eventType)) return answerHead(record, output);
+  // An unknown product has no objects to answer events 0 to 2 from.
+  if (record < kHeads && !isProductType(productType_)) return copyPose(output);
+  return answerMarker(record, output);
 }
 
 bool StereoService::answerMarker(std::size_t record, void* output) {
   // Miss bridging: a vanished object is reported for up to `missLimit_` queries.
   std::int32_t& id = markers_.currentIds[record];
-  if (id != -1) {
+  if (id != kNoObject) {
     missCounts_[record] = 0;
   } else if (missCounts_[record] < missLimit_) {
     id = static_cast<std::int32_t>(record);
@@ -50,8 +44,8 @@ bool StereoService::answerMarker(std::size_t record, void* output) {
   }
 
   pose_.id = id;
-  if (id == -1) return copyPose(output);
-  if (filterMode_ == -1) {
+  if (id == kNoObject) return copyPose(output);
+  if (filterMode_ == kFilterOff) {
     fillUnfiltered(record);
   } else {
     fillFiltered(record, markerFilters_[record], 0.0);
@@ -61,9 +55,9 @@ bool StereoService::answerMarker(std::size_t record, void* output) {
 
 bool StereoService::answerHead(std::size_t record, void* output) {
   pose_.id = heads_.currentIds[record];
-  if (pose_.id == -1) return copyPose(output);
+  if (pose_.id == kNoObject) return copyPose(output);
   const bool near = std::fabs(result_.records[record].z) < kUnfilteredDepth;
-  if (filterMode_ == -1 || (filterMode_ != ConstantVelocityModel::kSmoothMode && near)) {
+  if (filterMode_ == kFilterOff || (filterMode_ != kFilterSmooth && near)) {
     fillUnfiltered(record);
   } else {
     fillFiltered(record, headFilterOf(record), 0.0);
@@ -76,14 +70,14 @@ bool StereoService::answerHeadAtStamp(const void* input, void* output) {
   std::uint64_t stamp;
   std::memcpy(&stamp, input, sizeof stamp);
   pose_.id = heads_.currentIds[kRecord];
-  if (pose_.id == -1) return copyPose(output);
+  if (pose_.id == kNoObject) return copyPose(output);
 
   // Unsigned on purpose: a stamp before the frame wraps to a time far beyond the limit.
   const double dt = static_cast<double>(stamp - lastFrameStamp.load(std::memory_order_relaxed)) /
                     kMicrosecondsPerSecond;
-  if (filterMode_ == -1) {
+  if (filterMode_ == kFilterOff) {
     fillUnfiltered(kRecord);
-  } else if (stamp == kStampOfFilterState) {
+  } else if (stamp == kFilterStateStamp) {
     fillFiltered(kRecord, headFilterOf(kRecord), 0.0);
   } else if (0.0 < dt && dt < kMaxExtrapolation) {
     fillFiltered(kRecord, headFilterOf(kRecord), dt);

@@ -6,7 +6,7 @@ namespace algorithm {
 
 bool StereoService::setFilterMode(int parameter, int mode, void* /*reserved*/) {
   if (parameter != 0) return false;
-  if (mode == -1) {
+  if (mode == kFilterOff) {
     filterMode_ = mode;
     return steady_.setFilterMode(mode);
   }
@@ -25,7 +25,7 @@ bool StereoService::setFilterMode(int parameter, int mode, void* /*reserved*/) {
   markerFilters_ = std::move(markers);
   // Only the head filters start again at once; a marker filter starts again when its object has
   // been absent for one block (kept: hosts switch modes in mid-stream).
-  heads_.previousIds.fill(-1);
+  heads_.previousIds.fill(kNoObject);
   return true;
 }
 

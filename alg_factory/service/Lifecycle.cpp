@@ -28,14 +28,14 @@ bool StereoService::initialize(int productType, const unsigned char* config, int
   // The two messages stand crosswise to what failed (kept: hosts search their logs for them).
   if (!initializeStages(config + configOffset)) return reportConfigureFailure();
   if (!connectStages()) {
-    logSink_->Log(4, "alg: init failed!\n");
+    logSink_->Log(kServiceMessage, "alg: init failed!\n");
     return false;
   }
   return true;
 }
 
 bool StereoService::reportConfigureFailure() {
-  logSink_->Log(4, "alg: configure failed!\n");
+  logSink_->Log(kServiceMessage, "alg: configure failed!\n");
   return false;
 }
 
@@ -67,7 +67,7 @@ bool StereoService::setLogCallback(LogSink* sink) {
       stereo_.setLogger(sink) && steady_.setLogger(sink)) {
     return true;
   }
-  logSink_->Log(4, "alg: set log callback failed!\n");
+  logSink_->Log(kServiceMessage, "alg: set log callback failed!\n");
   return false;
 }
 

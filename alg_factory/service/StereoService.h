@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include <alg_factory/api/Constants.h>
 #include <alg_factory/blob2d/Blob2D.h>
 #include <alg_factory/filter/ConstantVelocityModel.h>
 #include <alg_factory/filter/KalmanFilter.h>
@@ -127,8 +128,8 @@ class StereoService {
   std::array<KalmanFilter, kMarkers> markerFilters_;  ///< fed by stream type 0
   Following<kMarkers> markers_;
   std::array<std::int32_t, kMarkers> missCounts_{};
-  std::int32_t missLimit_ = 90;  ///< queries for which a vanished object is still reported
-  std::int32_t filterMode_ = -1;
+  std::int32_t missLimit_ = kBridgedQueries;
+  std::int32_t filterMode_ = kFilterOff;
   Lock resultLock_;
   LogSink* logSink_ = nullptr;
   DataSink* dataSink_ = nullptr;

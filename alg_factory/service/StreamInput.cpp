@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include <alg_factory/api/Constants.h>
 #include <alg_factory/api/DataSink.h>
 #include <alg_factory/api/LogSink.h>
 #include <alg_factory/service/FrameStamp.h>
@@ -9,18 +10,6 @@
 namespace algorithm {
 
 namespace {
-
-enum StreamType : unsigned {
-  kPacket = 0,
-  kAuxVector = 1,
-  kStampedPacket = 2,
-  kInertialA = 3,
-  kInertialB = 4,
-  kSideHint = 5,
-};
-
-constexpr unsigned kLastProductType = 2;
-constexpr int kStampSize = 4;
 
 template <typename Record>
 Record read(const unsigned char* bytes) {
@@ -44,21 +33,20 @@ std::atomic<std::uint32_t> lastFrameStamp{0};
 
 bool StereoService::inputStream(int streamType, const unsigned char* buffer, int offset,
                                 int length) {
-  if (static_cast<unsigned>(productType_) > kLastProductType) {
-    logSink_->Log(4, "alg: unknown project type!\n");
+  if (!isProductType(productType_)) {
+    logSink_->Log(kServiceMessage, "alg: unknown project type!\n");
     return false;
   }
-  const auto type = static_cast<unsigned>(streamType);
-  if (type > kSideHint) {
-    logSink_->Log(4, "alg: unknown stream types for current product type!\n");
+  if (!isStreamType(streamType)) {
+    logSink_->Log(kServiceMessage, "alg: unknown stream types for current product type!\n");
     return false;
   }
-  const bool emptyPacket = type == kPacket && length == 0;
+  const bool emptyPacket = streamType == kPacket && length == 0;
   if (buffer == nullptr && !emptyPacket) return false;
-  if (length < 0 || (type == kStampedPacket && length < kStampSize)) return false;
+  if (length < 0 || (streamType == kStampedPacket && length < kStampSize)) return false;
 
   const unsigned char* payload = buffer == nullptr ? nullptr : buffer + offset;
-  switch (type) {
+  switch (streamType) {
     case kPacket:
       return inputPacket(payload, length, false);
     case kStampedPacket:
@@ -114,7 +102,7 @@ void StereoService::publish(const ResultBlock& stabilised, bool stamped) {
     record.y = -record.y;
     record.z = -record.z;
   }
-  if (filterMode_ != -1) {
+  if (filterMode_ != kFilterOff) {
     if (stamped) {
       updateHeadFilters();
     } else {
@@ -130,10 +118,10 @@ void StereoService::follow(Following<N>& following, FilterOf filterOf) {
     const TrackedPoint& record = result_.records[k];
     following.currentIds[k] = record.id;
     following.lastPositions[k] = {record.x, record.y, record.z};
-    if (record.id != -1) {
+    if (record.id != kNoObject) {
       const Eigen::Vector3d y(record.x, record.y, record.z);
       KalmanFilter& filter = filterOf(k);
-      if (following.previousIds[k] == -1) filter.init(0.0, y);
+      if (following.previousIds[k] == kNoObject) filter.init(0.0, y);
       filter.update(y);
     }
     following.previousIds[k] = following.currentIds[k];

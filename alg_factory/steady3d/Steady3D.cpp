@@ -6,6 +6,7 @@
 
 #include <alg_factory/api/LogSink.h>
 #include <alg_factory/hid/PacketDecoder.h>
+#include <alg_factory/service/ProductTable.h>
 #include <alg_factory/stereo3d/ResizeTogether.h>
 
 namespace algorithm {
@@ -43,20 +44,14 @@ HeadingAlignment::TaggedPoint untagged(const PointF& p) {
 Steady3D::Steady3D() : guards_{JumpGuard(kSingleMaxJump), JumpGuard(kSingleMaxJump)} {}
 
 bool Steady3D::init(std::int32_t productType) {
-  switch (productType) {
-    case 0:
-      setObjects({1, 1, 1});
-      break;
-    case 1:
-      setObjects({1, 1, 2});
-      typeParam1_ = 1.5f;
-      typeParam2_ = 1.2f;
-      break;
-    case 2:
-      setObjects({1, 1, 1, 1, 1, 1});
-      break;
-    default:
-      logger_->Log(4, "alg: unknown product type!");
+  if (const Product* product = findProduct(productType)) {
+    setObjects(markersByObject(productType));
+    if (product->guardsJumps) {
+      typeParam1_ = product->typeParam1;
+      typeParam2_ = product->typeParam2;
+    }
+  } else {
+    logger_->Log(kServiceMessage, "alg: unknown product type!");
   }
   productType_ = productType;
   return true;
@@ -116,8 +111,9 @@ void Steady3D::takeInput() {
 void Steady3D::fillTable() {
   if (markers_.index.empty()) return;
   for (TrackedPoint& record : table_) record.id = -1;
-  if (productType_ == 1) {
-    fillTableOfTypeOne();
+  const Product* product = findProduct(productType_);
+  if (product != nullptr && product->guardsJumps) {
+    fillTableWithGuards();
     return;
   }
   for (std::size_t k = 0; k < markers_.index.size(); ++k) {
@@ -126,7 +122,7 @@ void Steady3D::fillTable() {
   }
 }
 
-void Steady3D::fillTableOfTypeOne() {
+void Steady3D::fillTableWithGuards() {
   std::size_t marker = 0;
   for (std::size_t object = 0; object < pointsPerObject_.size(); ++object) {
     if (marker >= markers_.index.size()) break;
@@ -136,7 +132,7 @@ void Steady3D::fillTableOfTypeOne() {
       trackSingle(object, markers_.position[marker]);
     } else if (object < guards_.size()) {
       guards_[object].forget();
-      sightings_.lastSeen[object].id = -1;
+      sightings_.lastSeen[object].id = kNoObject;
     }
     marker += static_cast<std::size_t>(pointsPerObject_[object]);
   }

@@ -85,7 +85,7 @@ class Steady3D : public BaseCV {
   void setObjects(std::vector<std::int32_t> pointsPerObject);
   void takeInput();
   void fillTable();
-  void fillTableOfTypeOne();
+  void fillTableWithGuards();
   void trackSingle(std::size_t object, const PointF& position);
   void trackPair(std::size_t firstMarker);
 

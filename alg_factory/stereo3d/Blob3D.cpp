@@ -6,6 +6,7 @@
 #include <Eigen/LU>
 
 #include <alg_factory/hid/PacketDecoder.h>
+#include <alg_factory/service/ProductTable.h>
 #include <alg_factory/stereo3d/EpipolarLines.h>
 #include <alg_factory/stereo3d/ResizeTogether.h>
 #include <alg_factory/stereo3d/Undistortion.h>
@@ -36,19 +37,9 @@ void takeRaw(const std::vector<Blob2DPoint>& blobs, std::vector<ImagePoint>& raw
 double Blob3D::maxDepth = 3000.0;
 
 bool Blob3D::init(std::uint32_t productType, const void* calibration) {
-  switch (productType) {
-    case 0:
-      applySettings({1, 1, 1}, 3500.0);
-      break;
-    case 1:
-      applySettings({1, 1, 2}, 3500.0);
-      break;
-    case 2:
-      applySettings({1, 1, 1, 1, 1, 1}, 4500.0);
-      break;
-    default:
-      break;
-  }
+  const auto type = static_cast<std::int32_t>(productType);
+  if (const Product* product = findProduct(type))
+    applySettings(markersByObject(type), product->maxDepth);
   productType_ = productType;
 
   std::memcpy(&calibration_, calibration, sizeof calibration_);
@@ -158,7 +149,8 @@ void Blob3D::triangulatePairs() {
 void Blob3D::filterPoints() {
   removeTooDeep(maxDepth, currentPoints_);
   removeJumps(previousPoints_, currentPoints_);
-  if (productType_ == 0 || productType_ == 1) {
+  const Product* product = findProduct(static_cast<std::int32_t>(productType_));
+  if (product != nullptr && product->keepsNearReference) {
     const int expected = expectedPoints_.empty() ? 0 : expectedPoints_[kReferenceId];
     removeFarFromReference(expected, currentPoints_);
   }
