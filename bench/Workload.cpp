@@ -18,7 +18,7 @@ Workload record(std::string name, sim::Scene scene, sim::Framing framing, int re
   load.productType = scene.productType();
   load.streamType = static_cast<int>(framing);
   load.records = records;
-  load.rig = sim::builtInRig();
+  load.rig = rig::builtInRig();
 
   sim::SimulatorOptions options;
   options.framing = framing;

@@ -13,7 +13,7 @@ struct Workload {
   int productType = 2;
   int streamType = 0;
   int records = 0;  ///< blobs in every packet
-  sim::StereoRig rig;
+  rig::StereoRig rig;
   /// 257 different frames, forwards and then backwards: played in a circle, nothing ever jumps.
   std::vector<sim::Bytes> payloads;
 };

@@ -55,8 +55,8 @@ const std::vector<std::int32_t> kExpectedPoints(6, 1);
 StereoRays raysOf(const StereoCalibration& calibration) {
   StereoRays rays;
   rays.leftRayInRight =
-      sim::matrixFrom(calibration.rotation) * sim::matrixFrom(calibration.leftIntrinsics).inverse();
-  rays.rightRay = sim::matrixFrom(calibration.rightIntrinsics).inverse();
+      rig::matrixFrom(calibration.rotation) * rig::matrixFrom(calibration.leftIntrinsics).inverse();
+  rays.rightRay = rig::matrixFrom(calibration.rightIntrinsics).inverse();
   rays.leftCentreInRight = Eigen::Map<const Eigen::Vector3d>(calibration.translation);
   return rays;
 }

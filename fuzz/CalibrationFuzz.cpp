@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
+#include <alg_kit/calibration/CalibrationCheck.h>
+#include <alg_kit/calibration/CalibrationFile.h>
+#include <alg_kit/calibration/CalibrationRecord.h>
+#include <alg_kit/text/TextFile.h>
 #include <fuzz/ScratchFile.h>
-#include <sim/TextFile.h>
-#include <tools/calibration/CalibrationCheck.h>
-#include <tools/calibration/CalibrationFile.h>
-#include <tools/calibration/CalibrationRecord.h>
 
 namespace {
 
@@ -30,7 +30,7 @@ void use(const calibration::LoadedCalibration& loaded, const std::string& path) 
   calibration::judge(loaded, calibration::measure(loaded));
   try {
     calibration::requireUsable(loaded, path);
-  } catch (const sim::FileError& error) {
+  } catch (const text::FileError& error) {
     checkMessage(error.what());
   }
   const std::string problem = calibration::problemOf(loaded.calibration);
@@ -39,7 +39,7 @@ void use(const calibration::LoadedCalibration& loaded, const std::string& path) 
   try {
     const auto again = calibration::readRecord(bytes, path);
     if (calibration::recordBytes(again.calibration) != bytes) fail("a record changed on its way");
-  } catch (const sim::FileError& error) {
+  } catch (const text::FileError& error) {
     refusal = error.what();
     checkMessage(refusal);
   }
@@ -70,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   first.write(data, firstSize);
   try {
     use(calibration::readCalibration(paths, kUnits[how % 4]), first.path());
-  } catch (const sim::FileError& error) {
+  } catch (const text::FileError& error) {
     checkMessage(error.what());
   }
   return 0;

@@ -20,7 +20,7 @@ const Eigen::Vector3d kReflectionOffset(25, 130, 60);  // mm
 
 }  // namespace
 
-BlobRecord blobRecord(int id, Camera camera, const FisheyeCamera::Image& image) {
+BlobRecord blobRecord(int id, rig::Camera camera, const rig::FisheyeCamera::Image& image) {
   const double area = kPi / 4 * image.diameter * image.diameter;
   // A blob of more weight would not fit its fields: the hardware saturates.
   const double momentLimit = kLargestMoment / std::max({image.x, image.y, 1.0});
@@ -32,25 +32,25 @@ BlobRecord blobRecord(int id, Camera camera, const FisheyeCamera::Image& image) 
   return {id, camera, static_cast<std::uint32_t>(weight), moment(image.x), moment(image.y)};
 }
 
-BlobSource::BlobSource(const StereoRig& rig, BlobOptions options)
+BlobSource::BlobSource(const rig::StereoRig& rig, BlobOptions options)
     : calibration_(rig.calibration),
-      left_(cameraOf(rig, Camera::kLeft)),
-      right_(cameraOf(rig, Camera::kRight)),
+      left_(rig::cameraOf(rig, rig::Camera::kLeft)),
+      right_(rig::cameraOf(rig, rig::Camera::kRight)),
       options_(std::move(options)) {}
 
 void BlobSource::observe(SceneState& state, int idCount, Random& random,
                          std::vector<BlobRecord>& blobs) const {
   blobs.clear();
   for (MarkerTruth& marker : state.markers) {
-    marker.inLeft = observeMarker(marker, Camera::kLeft, state.time, random, blobs);
-    marker.inRight = observeMarker(marker, Camera::kRight, state.time, random, blobs);
+    marker.inLeft = observeMarker(marker, rig::Camera::kLeft, state.time, random, blobs);
+    marker.inRight = observeMarker(marker, rig::Camera::kRight, state.time, random, blobs);
     if (random.chance(options_.reflectionProbability)) observeReflection(marker, random, blobs);
   }
-  addStrays(Camera::kLeft, idCount, random, blobs);
-  addStrays(Camera::kRight, idCount, random, blobs);
+  addStrays(rig::Camera::kLeft, idCount, random, blobs);
+  addStrays(rig::Camera::kRight, idCount, random, blobs);
 }
 
-bool BlobSource::observeMarker(const MarkerTruth& marker, Camera camera, double time,
+bool BlobSource::observeMarker(const MarkerTruth& marker, rig::Camera camera, double time,
                                Random& random, std::vector<BlobRecord>& blobs) const {
   // All draws come first: what is switched on or hidden does not shift the draws of other markers.
   const double noiseX = options_.pixelNoise * random.normal();
@@ -87,15 +87,15 @@ void BlobSource::observeReflection(const MarkerTruth& marker, Random& random,
                                    std::vector<BlobRecord>& blobs) const {
   const Eigen::Vector3d position =
       marker.position + kReflectionOffset + Eigen::Vector3d(random.uniform(-10, 10), 0, 0);
-  for (const Camera camera : {Camera::kLeft, Camera::kRight})
+  for (const rig::Camera camera : {rig::Camera::kLeft, rig::Camera::kRight})
     if (const auto image = imageOf(position, options_.markerDiameter * kReflectionShare, camera))
       blobs.push_back(blobRecord(marker.objectId, camera, *image));
 }
 
-void BlobSource::addStrays(Camera camera, int idCount, Random& random,
+void BlobSource::addStrays(rig::Camera camera, int idCount, Random& random,
                            std::vector<BlobRecord>& blobs) const {
   for (int i = random.poisson(options_.strayRate); i > 0; --i) {
-    FisheyeCamera::Image image;
+    rig::FisheyeCamera::Image image;
     image.x = random.uniform(0, lens(camera).width());
     image.y = random.uniform(0, lens(camera).height());
     image.diameter = random.uniform(kStrayDiameters[0], kStrayDiameters[1]);
@@ -103,7 +103,7 @@ void BlobSource::addStrays(Camera camera, int idCount, Random& random,
   }
 }
 
-bool BlobSource::occluded(const MarkerTruth& marker, Camera camera, double time) const {
+bool BlobSource::occluded(const MarkerTruth& marker, rig::Camera camera, double time) const {
   return std::any_of(options_.occlusions.begin(), options_.occlusions.end(),
                      [&](const Occlusion& o) {
                        return o.objectId == marker.objectId && time >= o.from && time < o.to &&
@@ -112,14 +112,15 @@ bool BlobSource::occluded(const MarkerTruth& marker, Camera camera, double time)
                      });
 }
 
-std::optional<FisheyeCamera::Image> BlobSource::imageOf(const Eigen::Vector3d& p_R, double diameter,
-                                                        Camera camera) const {
-  return camera == Camera::kLeft ? left_.imageOf(rightToLeft(calibration_, p_R), diameter)
-                                 : right_.imageOf(p_R, diameter);
+std::optional<rig::FisheyeCamera::Image> BlobSource::imageOf(const Eigen::Vector3d& p_R,
+                                                             double diameter,
+                                                             rig::Camera camera) const {
+  return camera == rig::Camera::kLeft ? left_.imageOf(rig::rightToLeft(calibration_, p_R), diameter)
+                                      : right_.imageOf(p_R, diameter);
 }
 
-const FisheyeCamera& BlobSource::lens(Camera camera) const {
-  return camera == Camera::kLeft ? left_ : right_;
+const rig::FisheyeCamera& BlobSource::lens(rig::Camera camera) const {
+  return camera == rig::Camera::kLeft ? left_ : right_;
 }
 
 }  // namespace sim

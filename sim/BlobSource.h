@@ -1,6 +1,6 @@
 #pragma once
 
-#include <sim/FisheyeCamera.h>
+#include <alg_kit/rig/FisheyeCamera.h>
 #include <sim/PacketWriter.h>
 #include <sim/Random.h>
 #include <sim/Scene.h>
@@ -13,10 +13,10 @@ namespace sim {
 /// Hides markers for a while.
 struct Occlusion {
   int objectId = 0;
-  std::optional<int> markerIndex;  ///< none = all markers of the object
-  std::optional<Camera> camera;    ///< none = both cameras
-  double from = 0;                 ///< seconds, inclusive
-  double to = 0;                   ///< seconds, exclusive
+  std::optional<int> markerIndex;     ///< none = all markers of the object
+  std::optional<rig::Camera> camera;  ///< none = both cameras
+  double from = 0;                    ///< seconds, inclusive
+  double to = 0;                      ///< seconds, exclusive
 };
 
 /// How the cameras see. The defaults are a perfect sensor.
@@ -33,7 +33,7 @@ struct BlobOptions {
 /// Images a scene with both cameras of a rig and gives the blobs that their hardware would report.
 class BlobSource {
  public:
-  BlobSource(const StereoRig& rig, BlobOptions options);
+  BlobSource(const rig::StereoRig& rig, BlobOptions options);
 
   /// @param state    markers to image; their `inLeft` and `inRight` are filled
   /// @param idCount  stray blobs carry ids below it
@@ -42,24 +42,25 @@ class BlobSource {
                std::vector<BlobRecord>& blobs) const;
 
  private:
-  bool occluded(const MarkerTruth& marker, Camera camera, double time) const;
-  bool observeMarker(const MarkerTruth& marker, Camera camera, double time, Random& random,
+  bool occluded(const MarkerTruth& marker, rig::Camera camera, double time) const;
+  bool observeMarker(const MarkerTruth& marker, rig::Camera camera, double time, Random& random,
                      std::vector<BlobRecord>& blobs) const;
   void observeReflection(const MarkerTruth& marker, Random& random,
                          std::vector<BlobRecord>& blobs) const;
-  void addStrays(Camera camera, int idCount, Random& random, std::vector<BlobRecord>& blobs) const;
-  std::optional<FisheyeCamera::Image> imageOf(const Eigen::Vector3d& p_R, double diameter,
-                                              Camera camera) const;
-  const FisheyeCamera& lens(Camera camera) const;
+  void addStrays(rig::Camera camera, int idCount, Random& random,
+                 std::vector<BlobRecord>& blobs) const;
+  std::optional<rig::FisheyeCamera::Image> imageOf(const Eigen::Vector3d& p_R, double diameter,
+                                                   rig::Camera camera) const;
+  const rig::FisheyeCamera& lens(rig::Camera camera) const;
 
   algorithm::StereoCalibration calibration_;
-  FisheyeCamera left_;
-  FisheyeCamera right_;
+  rig::FisheyeCamera left_;
+  rig::FisheyeCamera right_;
   BlobOptions options_;
 };
 
 /// The record of a round blob: its weight is 110 units per pixel of area, its first moments are
 /// rounded to whole numbers.
-BlobRecord blobRecord(int id, Camera camera, const FisheyeCamera::Image& image);
+BlobRecord blobRecord(int id, rig::Camera camera, const rig::FisheyeCamera::Image& image);
 
 }  // namespace sim

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <alg_factory/service/InertialRecord.h>
-#include <sim/StereoRig.h>
+#include <alg_kit/rig/StereoRig.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +14,7 @@ using Bytes = std::vector<std::uint8_t>;
 /// One blob as the camera's hardware reports it: its id and moments.
 struct BlobRecord {
   int id = 0;  ///< 0 to 15 on the wire
-  Camera camera = Camera::kLeft;
+  rig::Camera camera = rig::Camera::kLeft;
   std::uint32_t weight = 0;  ///< zeroth moment, 24 bits on the wire
   std::uint32_t sumX = 0;    ///< first moment: x in pixels = sumX / weight
   std::uint32_t sumY = 0;    ///< first moment: y in pixels = sumY / weight

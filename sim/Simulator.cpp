@@ -32,7 +32,7 @@ void check(const SimulatorOptions& options) {
 
 }  // namespace
 
-Simulator::Simulator(const StereoRig& rig, Scene scene, SimulatorOptions options)
+Simulator::Simulator(const rig::StereoRig& rig, Scene scene, SimulatorOptions options)
     : rig_(rig),
       scene_(std::move(scene)),
       options_(std::move(options)),

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <alg_kit/rig/StereoRig.h>
 #include <sim/BlobSource.h>
 #include <sim/InertialSource.h>
 #include <sim/PacketWriter.h>
 #include <sim/Scene.h>
-#include <sim/StereoRig.h>
 
 #include <cstdint>
 
@@ -50,11 +50,11 @@ class Simulator {
  public:
   /// @throws std::invalid_argument for a frame rate that is not positive, a probability outside
   ///         0 to 1, a negative or non-finite number, or a marker without size
-  Simulator(const StereoRig& rig, Scene scene, SimulatorOptions options = {});
+  Simulator(const rig::StereoRig& rig, Scene scene, SimulatorOptions options = {});
 
   int streamType() const { return static_cast<int>(options_.framing); }
   const Scene& scene() const { return scene_; }
-  const StereoRig& rig() const { return rig_; }
+  const rig::StereoRig& rig() const { return rig_; }
   double frameRate() const { return options_.frameRate; }  ///< Hz
   double timeOf(std::int64_t index) const;                 ///< seconds
 
@@ -67,7 +67,7 @@ class Simulator {
   Bytes inertialPayloadOf(int device, std::int64_t index) const;
 
  private:
-  StereoRig rig_;
+  rig::StereoRig rig_;
   Scene scene_;
   SimulatorOptions options_;
   BlobSource source_;

@@ -1,4 +1,4 @@
-#include <sim/TextFile.h>
+#include <alg_kit/text/TextFile.h>
 #include <sim/Trajectory.h>
 
 #include <algorithm>
@@ -29,21 +29,23 @@ std::vector<std::string_view> wordsOf(std::string_view line) {
 
 TimedPose poseFrom(const std::vector<std::string_view>& words, const std::string& path, int line) {
   if (words.size() != kFields)
-    throw FileError(path, line,
-                    "expected 8 numbers (t tx ty tz qx qy qz qw), found " +
-                        std::to_string(words.size()) + (words.size() == 1 ? " word" : " words"));
+    throw text::FileError(path, line,
+                          "expected 8 numbers (t tx ty tz qx qy qz qw), found " +
+                              std::to_string(words.size()) +
+                              (words.size() == 1 ? " word" : " words"));
   std::array<double, kFields> v{};
   for (int i = 0; i < kFields; ++i) {
     const char* const end = words[i].data() + words[i].size();
     const auto [parsed, error] = std::from_chars(words[i].data(), end, v[i]);
     if (error != std::errc() || parsed != end || !std::isfinite(v[i]))
-      throw FileError(path, line, "expected a finite number, found " + quoted(words[i]));
+      throw text::FileError(path, line,
+                            "expected a finite number, found " + text::quoted(words[i]));
   }
   const Eigen::Quaterniond orientation(v[7], v[4], v[5], v[6]);
   const double norm = orientation.norm();
   if (!(norm > 1e-6) || !std::isfinite(norm))
-    throw FileError(path, line,
-                    "expected a rotation quaternion, found one of length " + std::to_string(norm));
+    throw text::FileError(
+        path, line, "expected a rotation quaternion, found one of length " + std::to_string(norm));
   return {v[0],
           {Eigen::Vector3d(v[1], v[2], v[3]) * kMillimetresPerMetre, orientation.normalized()}};
 }
@@ -58,7 +60,7 @@ Trajectory::Trajectory(std::vector<TimedPose> poses) : poses_(std::move(poses)) 
 }
 
 Trajectory Trajectory::readTum(const std::string& path) {
-  const std::string text = readTextFile(path, "a trajectory");
+  const std::string text = text::readTextFile(path, "a trajectory");
   std::vector<TimedPose> poses;
   int lineNumber = 0;
   for (std::string_view rest = text; !rest.empty();) {
@@ -70,11 +72,12 @@ Trajectory Trajectory::readTum(const std::string& path) {
     if (words.empty()) continue;
     const TimedPose pose = poseFrom(words, path, lineNumber);
     if (!poses.empty() && !(pose.time > poses.back().time))
-      throw FileError(path, lineNumber,
-                      "expected a time after the line before, found " + quoted(words[0]));
+      throw text::FileError(
+          path, lineNumber,
+          "expected a time after the line before, found " + text::quoted(words[0]));
     poses.push_back(pose);
   }
-  if (poses.empty()) throw FileError(path, 0, "expected a trajectory, found no pose");
+  if (poses.empty()) throw text::FileError(path, 0, "expected a trajectory, found no pose");
   return Trajectory(std::move(poses));
 }
 

@@ -38,7 +38,7 @@ struct Material {
   std::vector<sim::Bytes> inertial;  // one of each device
 };
 
-Material material(int productType, sim::Framing framing, const sim::StereoRig& rig) {
+Material material(int productType, sim::Framing framing, const rig::StereoRig& rig) {
   sim::SimulatorOptions options;
   options.framing = framing;
   options.blobs.pixelNoise = 0.05;
@@ -116,7 +116,7 @@ long allocationsSoFar() {
 class Soak {
  public:
   Soak() {
-    const sim::StereoRig rig = sim::builtInRig();
+    const rig::StereoRig rig = rig::builtInRig();
     calibration_ = rig.calibration;
     for (const int productType : {0, 1, 2}) {
       for (const sim::Framing framing : {sim::Framing::kPlain, sim::Framing::kStamped}) {

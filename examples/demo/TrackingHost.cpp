@@ -77,7 +77,7 @@ Run TrackingHost::run(const sim::Simulator& simulator, int frameCount, int filte
     auto& samples = run_.frames.emplace_back();
     for (int object = 0; object < run_.objects; ++object) {
       ObjectSample& sample = samples.emplace_back();
-      sample.truth = sim::mirrored(frame.truth.objects[static_cast<std::size_t>(object)].position);
+      sample.truth = rig::mirrored(frame.truth.objects[static_cast<std::size_t>(object)].position);
       if (!block_ || block_->records[object].id != object) continue;
       const auto& record = block_->records[object];
       sample.raw = Eigen::Vector3d(record.x, record.y, record.z);

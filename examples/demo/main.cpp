@@ -1,10 +1,10 @@
 // Drives the library with a simulated scene, compares what it delivers with the truth, prints a
 // table and draws a picture.
+#include <alg_kit/calibration/KalibrFile.h>
 #include <examples/demo/DemoOptions.h>
 #include <examples/demo/PathPicture.h>
 #include <examples/demo/Summary.h>
 #include <examples/demo/TrackingHost.h>
-#include <sim/KalibrFile.h>
 #include <sim/Simulator.h>
 
 #include <algorithm>
@@ -48,9 +48,9 @@ sim::Scene sceneFor(int productType, const std::optional<sim::Trajectory>& traje
 }
 
 void runDemo(const demo::DemoOptions& options) {
-  const sim::StereoRig rig = options.calibration.empty()
-                                 ? sim::builtInRig()
-                                 : sim::readKalibrCameraChain(options.calibration);
+  const rig::StereoRig rig = options.calibration.empty()
+                                 ? rig::builtInRig()
+                                 : calibration::readKalibrCameraChain(options.calibration);
   double seconds = options.seconds;
   std::optional<sim::Trajectory> trajectory;
   if (!options.trajectory.empty()) {

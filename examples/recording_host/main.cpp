@@ -23,7 +23,7 @@ void runSession(const char* file) {
   recording::RecordingAlg alg(library, file);
 
   // From here on it is a host like any other; a simulated device stands for the real one.
-  const sim::Simulator device(sim::builtInRig(), sim::Scene::moving(2));
+  const sim::Simulator device(rig::builtInRig(), sim::Scene::moving(2));
   alg.SetLogCallback(&host);
   alg.SetDataCallback(&host);
   alg.Init(2, reinterpret_cast<const unsigned char*>(&device.rig().calibration), 0);

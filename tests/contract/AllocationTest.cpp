@@ -51,7 +51,7 @@ sim::Frame fullFrame(int productType, sim::Framing framing) {
   sim::SimulatorOptions options;
   options.framing = framing;
   constexpr int kMarkers = static_cast<int>(sim::kMaxPacketRecords) / 2;
-  return sim::Simulator(sim::builtInRig(), crowdedScene(productType, kMarkers), options).frame(0);
+  return sim::Simulator(rig::builtInRig(), crowdedScene(productType, kMarkers), options).frame(0);
 }
 
 /// All that a real view has: noise, split and stray blobs, reflections, damaged packets, and
@@ -71,7 +71,7 @@ sim::SimulatorOptions troubledView(int productType, sim::Framing framing) {
   for (int id = 0; id < sim::objectCount(productType); ++id) {
     options.blobs.occlusions.push_back({id, std::nullopt, std::nullopt, 1.0 + id, 1.7 + id});
     options.blobs.occlusions.push_back(
-        {id, std::nullopt, sim::Camera::kLeft, 8.0 + 0.5 * id, 8.3 + 0.5 * id});
+        {id, std::nullopt, rig::Camera::kLeft, 8.0 + 0.5 * id, 8.3 + 0.5 * id});
   }
   options.blobs.occlusions.push_back({2, 1, std::nullopt, 6.0, 7.0});  // one of a pair
   return options;
@@ -94,7 +94,7 @@ class Allocation : public testing::TestWithParam<std::tuple<int, sim::Framing, i
 #if !ALG_COUNTS_ALLOCATIONS
     GTEST_SKIP() << "malloc cannot be replaced here";
 #endif
-    const sim::StereoRig rig = sim::builtInRig();
+    const rig::StereoRig rig = rig::builtInRig();
     alg_->SetLogCallback(&host_);
     alg_->SetDataCallback(&host_);
     const auto* config = reinterpret_cast<const unsigned char*>(&rig.calibration);
@@ -145,7 +145,7 @@ algorithm::AlgBase* const Allocation::alg_ = algorithm::AlgFactory::CreateALG(0)
 SilentHost Allocation::host_;
 
 TEST_P(Allocation, DoesNotHappenOnceWarm) {
-  const sim::Simulator view(sim::builtInRig(), sim::Scene::moving(productType()),
+  const sim::Simulator view(rig::builtInRig(), sim::Scene::moving(productType()),
                             troubledView(productType(), framing()));
   const sim::Frame full = fullFrame(productType(), framing());
   ASSERT_EQ(full.blobs.size(), sim::kMaxPacketRecords);

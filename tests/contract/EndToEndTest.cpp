@@ -10,7 +10,7 @@
 #include <string>
 #include <tuple>
 
-#include <sim/KalibrFile.h>
+#include <alg_kit/calibration/KalibrFile.h>
 #include <sim/Simulator.h>
 #include <sim/Trajectory.h>
 #include <tests/support/Host.h>
@@ -68,7 +68,7 @@ std::map<int, Follow> track(const sim::Simulator& simulator, int frames) {
         ++follow.visible;
         if (record.id == object.objectId) {
           ++follow.reported;
-          const double error = (reported - sim::mirrored(object.position)).norm();
+          const double error = (reported - rig::mirrored(object.position)).norm();
           if (error < kOneMillimetre) {
             ++follow.close;
             follow.worst = std::max(follow.worst, error);
@@ -125,7 +125,7 @@ class EndToEnd : public testing::TestWithParam<std::tuple<int, sim::Framing>> {
 };
 
 TEST_P(EndToEnd, ObjectsAtRestAreFoundWhereTheyAre) {
-  const sim::Simulator simulator(sim::builtInRig(), sim::Scene::still(productType()), options());
+  const sim::Simulator simulator(rig::builtInRig(), sim::Scene::still(productType()), options());
   const auto follows = track(simulator, 30);
   report(follows);
   ASSERT_EQ(follows.size(), static_cast<std::size_t>(objects()));
@@ -138,7 +138,7 @@ TEST_P(EndToEnd, ObjectsAtRestAreFoundWhereTheyAre) {
 
 // Ten seconds of handheld motion.
 TEST_P(EndToEnd, MovingObjectsAreFollowed) {
-  const sim::Simulator simulator(sim::builtInRig(), sim::Scene::moving(productType()), options());
+  const sim::Simulator simulator(rig::builtInRig(), sim::Scene::moving(productType()), options());
   const auto follows = track(simulator, 900);
   expectFollowed(follows, 900);
 }
@@ -151,10 +151,10 @@ TEST_P(EndToEnd, MeasuredMotionBeforeARealCameraPairIsFollowed) {
   if (!std::filesystem::exists(motion) || !std::filesystem::exists(cameras)) {
     GTEST_SKIP() << "no measured data in " << dataFolder();
   }
-#if !defined(SIM_READS_KALIBR_FILES)
+#if !defined(ALG_READS_KALIBR_FILES)
   GTEST_SKIP() << "no YAML library for this platform";
 #else
-  const sim::StereoRig rig = sim::readKalibrCameraChain(cameras.string());
+  const rig::StereoRig rig = calibration::readKalibrCameraChain(cameras.string());
   const sim::Trajectory trajectory = sim::Trajectory::readTum(motion.string());
   const sim::Simulator simulator(
       rig, sim::Scene::following(productType(), trajectory.part(10, 20).placedInFront(1500)),

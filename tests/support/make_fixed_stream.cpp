@@ -23,7 +23,7 @@ std::vector<std::uint8_t> bytesOf(const void* data, std::size_t size) {
 
 void appendSession(int productType, sim::Framing framing, int filterMode, int frames,
                    std::uint64_t seed, std::vector<Call>& calls) {
-  const sim::StereoRig rig = sim::builtInRig();
+  const rig::StereoRig rig = rig::builtInRig();
   sim::SimulatorOptions options;
   options.framing = framing;
   options.seed = seed;

@@ -49,7 +49,7 @@ void run(const char* recordingPath, const char* notesPath) {
                         std::chrono::steady_clock::now().time_since_epoch())
                         .count();
   };
-  const sim::Simulator device(sim::builtInRig(), sim::Scene::moving(0));
+  const sim::Simulator device(rig::builtInRig(), sim::Scene::moving(0));
   returned(alg.SetLogCallback(&host));
   returned(alg.SetDataCallback(&host));
   returned(alg.Init(0, reinterpret_cast<const unsigned char*>(&device.rig().calibration), 0));

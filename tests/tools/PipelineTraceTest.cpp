@@ -335,7 +335,7 @@ sim::SimulatorOptions everythingWrong(const NoisyScene& scene) {
 TEST_P(NoisyScenes, CloseTheirSumsAndArriveAtTheLibrarysBlocks) {
   const NoisyScene& scene = GetParam();
   SCOPED_TRACE("seed " + std::to_string(scene.seed));
-  const sim::StereoRig rig = sim::builtInRig();
+  const rig::StereoRig rig = rig::builtInRig();
   const sim::Simulator simulator(rig, sim::Scene::moving(scene.productType, scene.seed),
                                  everythingWrong(scene));
   sim::Random random(scene.seed, 1u << 20);
@@ -408,7 +408,7 @@ BlobFunnel funnelOf(const sim::BlobOptions& blobs, std::vector<sim::Frame>& fram
   sim::SimulatorOptions options;
   options.blobs = blobs;
   options.seed = 21;
-  const sim::StereoRig rig = sim::builtInRig();
+  const rig::StereoRig rig = rig::builtInRig();
   const sim::Simulator simulator(rig, sim::Scene::still(2), options);
   PipelineTrace trace;
   trace.feed(initCall(2, rig.calibration));

@@ -1,13 +1,13 @@
-#include <sim/StereoRig.h>
-#include <sim/TextFile.h>
+#include <alg_kit/calibration/CalibrationCheck.h>
+#include <alg_kit/calibration/CalibrationFile.h>
+#include <alg_kit/calibration/CalibrationJson.h>
+#include <alg_kit/calibration/CalibrationRecord.h>
+#include <alg_kit/rig/StereoRig.h>
+#include <alg_kit/text/TextFile.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/OutputFile.h>
 #include <tools/algtrack/RecordedPairs.h>
 #include <tools/algtrack/Table.h>
-#include <tools/calibration/CalibrationCheck.h>
-#include <tools/calibration/CalibrationFile.h>
-#include <tools/calibration/CalibrationJson.h>
-#include <tools/calibration/CalibrationRecord.h>
 #include <tools/recording/Recording.h>
 
 #include <CLI/CLI.hpp>
@@ -24,11 +24,11 @@
 namespace algtrack {
 namespace {
 
-using calibration::FieldOfView;
 using calibration::Finding;
 using calibration::FitQuality;
 using calibration::Geometry;
 using calibration::LoadedCalibration;
+using rig::FieldOfView;
 using Json = nlohmann::ordered_json;
 
 struct CalibrationOptions {

@@ -1,10 +1,10 @@
+#include <alg_kit/calibration/CalibrationFile.h>
 #include <tools/algtrack/BlobFunnel.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/PacketListing.h>
 #include <tools/algtrack/PipelineTrace.h>
 #include <tools/algtrack/Progress.h>
 #include <tools/algtrack/RecordingSurvey.h>
-#include <tools/calibration/CalibrationFile.h>
 #include <tools/recording/Recording.h>
 
 #include <CLI/CLI.hpp>

@@ -1,6 +1,6 @@
 #include <tools/algtrack/Options.h>
 
-#include <tools/calibration/CalibrationFile.h>
+#include <alg_kit/calibration/CalibrationFile.h>
 
 #include <charconv>
 #include <cmath>
@@ -49,11 +49,11 @@ CLI::Validator wholeNumber() {
       "");
 }
 
-sim::StereoRig RigOption::read() const {
+rig::StereoRig RigOption::read() const {
   const auto loaded = calibration::readCalibration(
       {file}, unit.empty() ? std::nullopt : std::optional<std::string>(unit));
   calibration::requireUsable(loaded, file);
-  sim::StereoRig rig;
+  rig::StereoRig rig;
   rig.calibration = loaded.calibration;
   rig.width = loaded.width > 0 ? loaded.width : sizeAround(rig.calibration.leftIntrinsics[2]);
   rig.height = loaded.height > 0 ? loaded.height : sizeAround(rig.calibration.leftIntrinsics[5]);

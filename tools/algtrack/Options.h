@@ -1,7 +1,7 @@
 // Options that several subcommands share.
 #pragma once
 
-#include <sim/StereoRig.h>
+#include <alg_kit/rig/StereoRig.h>
 
 #include <CLI/CLI.hpp>
 #include <string>
@@ -21,8 +21,8 @@ struct RigOption {
 
   bool given() const { return !file.empty(); }
 
-  /// @throws sim::FileError, in one line
-  sim::StereoRig read() const;
+  /// @throws text::FileError, in one line
+  rig::StereoRig read() const;
 };
 
 /// Declares --calibration FILE and --unit.

@@ -7,7 +7,7 @@
 #include <alg_factory/stereo3d/EpipolarMatcher.h>
 #include <alg_factory/stereo3d/PointFilter.h>
 #include <alg_factory/stereo3d/Triangulation.h>
-#include <sim/StereoRig.h>
+#include <alg_kit/rig/StereoRig.h>
 #include <tools/algtrack/PipelineTrace.h>
 
 #include <Eigen/Dense>
@@ -104,10 +104,10 @@ std::size_t nearestOf(const std::vector<Blob2DPoint>& from, std::size_t i,
 }
 
 algorithm::StereoRays raysOf(const algorithm::StereoCalibration& c) {
-  const Eigen::Matrix3d leftInverse = sim::matrixFrom(c.leftIntrinsics).inverse();
+  const Eigen::Matrix3d leftInverse = rig::matrixFrom(c.leftIntrinsics).inverse();
   algorithm::StereoRays rays;
-  rays.leftRayInRight = sim::matrixFrom(c.rotation) * leftInverse;
-  rays.rightRay = sim::matrixFrom(c.rightIntrinsics).inverse();
+  rays.leftRayInRight = rig::matrixFrom(c.rotation) * leftInverse;
+  rays.rightRay = rig::matrixFrom(c.rightIntrinsics).inverse();
   rays.leftCentreInRight = Eigen::Vector3d(c.translation);
   return rays;
 }

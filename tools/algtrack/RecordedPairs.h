@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tools/calibration/StereoFit.h>
+#include <alg_kit/calibration/StereoFit.h>
 #include <tools/recording/Recording.h>
 
 #include <vector>

@@ -70,8 +70,8 @@ sim::Occlusion occlusionFrom(const std::string& text, int objects) {
       !number(occlusion.to))
     return fail();
   const std::string camera(position, end);
-  if (camera == ":left") occlusion.camera = sim::Camera::kLeft;
-  if (camera == ":right") occlusion.camera = sim::Camera::kRight;
+  if (camera == ":left") occlusion.camera = rig::Camera::kLeft;
+  if (camera == ":right") occlusion.camera = rig::Camera::kRight;
   const bool valid = (camera.empty() || occlusion.camera) && occlusion.objectId >= 0 &&
                      occlusion.objectId < objects && occlusion.from >= 0 &&
                      occlusion.from < occlusion.to && std::isfinite(occlusion.to);
@@ -229,7 +229,7 @@ void simulate(SimulateOptions options) {
   checkOutputPath(options.output, options.force);
   checkNotInput(options.output, options.trajectory);
   checkNotInput(options.output, options.rig.file);
-  const sim::StereoRig rig = options.rig.given() ? options.rig.read() : sim::builtInRig();
+  const rig::StereoRig rig = options.rig.given() ? options.rig.read() : rig::builtInRig();
   const sim::Scene scene = sceneFrom(options);
   if (options.seconds * options.simulation.frameRate > kMostFrames)
     throw std::runtime_error("--seconds: expected at most 10 million frames, found " +

@@ -76,7 +76,7 @@ TEST_F(ReportDataTest, AnswersForALaterMomentAreComparedWithTheTruthOfThatMoment
   sim::SimulatorOptions options;
   options.framing = sim::Framing::kStamped;
   std::vector<algorithm::PoseAnswer> answers;
-  const ReportData data = gather(sim::Simulator(sim::builtInRig(), scene, options), 0, 1, kFrames,
+  const ReportData data = gather(sim::Simulator(rig::builtInRig(), scene, options), 0, 1, kFrames,
                                  [&](recording::RecordingAlg& alg, const sim::Frame& frame) {
                                    const std::uint64_t stamp =
                                        frame.stamp + std::llround(kAhead * 1e6);
@@ -102,7 +102,7 @@ TEST_F(ReportDataTest, AnswersForALaterMomentAreComparedWithTheTruthOfThatMoment
 TEST_F(ReportDataTest, AnswersAboutAnObjectThatIsAwayAreCountedAndNotDrawn) {
   sim::SimulatorOptions options;
   options.blobs.occlusions.push_back({4, std::nullopt, std::nullopt, 1, 2});
-  const ReportData data = gather(sim::Simulator(sim::builtInRig(), sim::Scene::still(2), options),
+  const ReportData data = gather(sim::Simulator(rig::builtInRig(), sim::Scene::still(2), options),
                                  2, 0, 270, [](recording::RecordingAlg& alg, const sim::Frame&) {
                                    algorithm::PoseAnswer answer;
                                    alg.HandleEvent(4, nullptr, &answer);
@@ -120,7 +120,7 @@ TEST_F(ReportDataTest, AnswersAboutAnObjectThatIsAwayAreCountedAndNotDrawn) {
 
 TEST_F(ReportDataTest, TheTwoPointObjectIsComparedWithTheMiddleOfItsMarkers) {
   const ReportData data =
-      gather(sim::Simulator(sim::builtInRig(), sim::Scene::still(1)), 1, -1, 60, nullptr);
+      gather(sim::Simulator(rig::builtInRig(), sim::Scene::still(1)), 1, -1, 60, nullptr);
   const algtrack::ObjectTrack& track = data.objects[2];
   // Its mount in the scene, mirrored.
   EXPECT_NEAR(static_cast<double>(track.truth[30].x), 0, 1e-3);
@@ -132,7 +132,7 @@ TEST_F(ReportDataTest, TheTwoPointObjectIsComparedWithTheMiddleOfItsMarkers) {
 
 TEST_F(ReportDataTest, TheDurationsOfTheRecordingAreTheTimesOfThePackets) {
   const ReportData data =
-      gather(sim::Simulator(sim::builtInRig(), sim::Scene::still(0)), 0, -1, 30, nullptr);
+      gather(sim::Simulator(rig::builtInRig(), sim::Scene::still(0)), 0, -1, 30, nullptr);
   EXPECT_FALSE(data.measuredAnew);
   const recording::RecordingReader reader(folder_.path("r"));
   for (std::size_t n = 0; n < 30; ++n) {

@@ -219,7 +219,7 @@ TEST_F(HidProtocolTest, MomentsAreUnsignedAndLittleEndian) {
 }
 
 TEST_F(HidProtocolTest, RecordsKeepTheirOrderPerCamera) {
-  using sim::Camera;
+  using rig::Camera;
   EXPECT_TRUE(feed(sim::devicePacket({{2, Camera::kLeft, 1, 10, 20},
                                       {0, Camera::kRight, 2, 11, 21},
                                       {1, Camera::kLeft, 3, 12, 22},
@@ -413,7 +413,7 @@ TEST_F(HidProtocolTest, ReportsGoToTheLoggerSetLast) {
 
 TEST_F(HidProtocolTest, PacketThatFillsTheFrameIsDecodedWhole) {
   // 5 leading bytes, start word, 42 records, check byte: 5 + 2 + 504 + 1 = 512.
-  const std::vector<sim::BlobRecord> records(42, {1, sim::Camera::kRight, 7, 8, 9});
+  const std::vector<sim::BlobRecord> records(42, {1, rig::Camera::kRight, 7, 8, 9});
   const Bytes packet = sim::devicePacket(records, Bytes(5, 0x01));
   ASSERT_THAT(packet, SizeIs(512));
   EXPECT_TRUE(feed(packet));
@@ -422,7 +422,7 @@ TEST_F(HidProtocolTest, PacketThatFillsTheFrameIsDecodedWhole) {
 }
 
 TEST_F(HidProtocolTest, LongerPacketIsCutToItsFirst512Bytes) {
-  const std::vector<sim::BlobRecord> records(42, {1, sim::Camera::kRight, 7, 8, 9});
+  const std::vector<sim::BlobRecord> records(42, {1, rig::Camera::kRight, 7, 8, 9});
   const Bytes whole = sim::devicePacket(records, Bytes(5, 0x01));
   // 65536 + 15 would be 15 if the length were kept to 16 bits before the cut.
   for (const std::size_t length : {513u, 514u, 516u, 1024u, 65536u, 65551u, 70000u}) {
@@ -436,7 +436,7 @@ TEST_F(HidProtocolTest, LongerPacketIsCutToItsFirst512Bytes) {
 }
 
 TEST_F(HidProtocolTest, CheckByteOfACutPacketIsItsByte511) {
-  const std::vector<sim::BlobRecord> records(43, {1, sim::Camera::kRight, 7, 8, 9});
+  const std::vector<sim::BlobRecord> records(43, {1, rig::Camera::kRight, 7, 8, 9});
   const Bytes packet = sim::devicePacket(records);
   ASSERT_THAT(packet, SizeIs(519));
   // Byte 511 is the header's neighbour: 2 + 42 * 12 = 506 starts the last record, 511 is the second

@@ -11,9 +11,9 @@
 
 #include <alg_factory/api/DataSink.h>
 #include <alg_factory/service/StereoService.h>
-#include <sim/FisheyeCamera.h>
+#include <alg_kit/rig/FisheyeCamera.h>
+#include <alg_kit/rig/StereoRig.h>
 #include <sim/PacketWriter.h>
-#include <sim/StereoRig.h>
 #include <tests/support/RecordingLog.h>
 
 namespace algorithm {
@@ -51,7 +51,7 @@ class ServiceFixture : public testing::Test {
 
   static StereoCalibration calibration() {
     const Eigen::Vector4d lens(500, 500, 320, 240);
-    return sim::makeCalibration(lens, Eigen::Vector4d::Zero(), lens, Eigen::Vector4d::Zero(),
+    return rig::makeCalibration(lens, Eigen::Vector4d::Zero(), lens, Eigen::Vector4d::Zero(),
                                 Eigen::Matrix3d::Identity(), Eigen::Vector3d(-100, 0, 0));
   }
 
@@ -62,11 +62,11 @@ class ServiceFixture : public testing::Test {
 
   static sim::Bytes packetOf(const std::vector<Marker>& markers) {
     const StereoCalibration record = calibration();
-    const sim::FisheyeCamera lens(record.leftIntrinsics, record.leftDistortion, 640, 480);
+    const rig::FisheyeCamera lens(record.leftIntrinsics, record.leftDistortion, 640, 480);
     std::vector<sim::BlobRecord> blobs;
     for (const Marker& marker : markers) {
-      for (const sim::Camera camera : {sim::Camera::kLeft, sim::Camera::kRight}) {
-        const double shift = camera == sim::Camera::kLeft ? 100 : 0;
+      for (const rig::Camera camera : {rig::Camera::kLeft, rig::Camera::kRight}) {
+        const double shift = camera == rig::Camera::kLeft ? 100 : 0;
         const auto pixel = lens.project({marker.x + shift, marker.y, marker.z}).value();
         sim::BlobRecord blob;
         blob.id = marker.id;
