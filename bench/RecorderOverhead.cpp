@@ -2,7 +2,7 @@
 // nothing else takes time; a call through the recorder is compared with the same call without it.
 //   alg_recorder_overhead [SECONDS]
 #include <alg_factory/api/AlgFactory.h>
-#include <tools/recording/RecordingAlg.h>
+#include <alg_kit/recording/RecordingAlg.h>
 
 #include <algorithm>
 #include <chrono>

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <string>
 
+#include <alg_kit/recording/Recording.h>
 #include <fuzz/ScratchFile.h>
-#include <tools/recording/Recording.h>
 
 namespace {
 
@@ -16,18 +16,18 @@ namespace {
 
 void readAll(const recording::RecordingReader& reader) {
   recording::EntryCursor cursor = reader.entries();
-  recording::Entry entry;
+  session::Entry entry;
   std::int64_t previous = -1;
   while (cursor.next(entry)) {
-    const recording::Call& call = entry.call;
+    const session::Call& call = entry.call;
     if (call.index <= previous) fail("calls out of order");
     previous = call.index;
     // A player hands the payload to the library: it must be as long as what is read there.
-    if (!call.payload.empty() && call.payload.size() != recording::payloadSize(call, 0)) {
+    if (!call.payload.empty() && call.payload.size() != session::payloadSize(call, 0)) {
       fail("a payload of the wrong size");
     }
   }
-  reader.callCount(recording::CallKind::kInputStream);
+  reader.callCount(session::CallKind::kInputStream);
   reader.entry(reader.callCount() / 2);
   if (const auto packet = reader.packetCall(0)) reader.truthOf(*packet);
   reader.configurations();

@@ -1,8 +1,8 @@
 // A host that records its session: the line that makes the RecordingAlg is all it takes.
 //   alg_recording_host session.algrec
 #include <alg_factory/api/AlgFactory.h>
+#include <alg_kit/recording/RecordingAlg.h>
 #include <sim/Simulator.h>
-#include <tools/recording/RecordingAlg.h>
 
 #include <chrono>
 #include <cstdio>

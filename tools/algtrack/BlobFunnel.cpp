@@ -4,11 +4,11 @@
 
 namespace algtrack {
 
-void BlobFunnel::add(const PacketTrace& packet) {
-  for (const PacketPiece& piece : packet.pieces)
-    if (piece.kind == PacketPiece::Kind::kRecord)
+void BlobFunnel::add(const trace::PacketTrace& packet) {
+  for (const trace::PacketPiece& piece : packet.pieces)
+    if (piece.kind == trace::PacketPiece::Kind::kRecord)
       ++records_[static_cast<std::size_t>(piece.step.camera)];
-  for (const TracedBlob& blob : packet.blobs)
+  for (const trace::TracedBlob& blob : packet.blobs)
     ++ends_[static_cast<std::size_t>(blob.fate)][static_cast<std::size_t>(blob.camera)];
 }
 
@@ -29,40 +29,41 @@ Table BlobFunnel::table() const {
   };
   const auto addSum = [&](const char* text) { addRow(text, left); };
   addSum("records decoded");
-  for (int i = 0; i < static_cast<int>(BlobFate::kDelivered); ++i) {
+  for (int i = 0; i < static_cast<int>(trace::BlobFate::kDelivered); ++i) {
     const auto& counts = ends_[static_cast<std::size_t>(i)];
-    addRow(std::string("  - ") + describe(static_cast<BlobFate>(i)), counts);
+    addRow(std::string("  - ") + trace::describe(static_cast<trace::BlobFate>(i)), counts);
     for (std::size_t camera = 0; camera < 2; ++camera) left[camera] -= counts[camera];
-    switch (static_cast<BlobFate>(i)) {
-      case BlobFate::kMerged:
+    switch (static_cast<trace::BlobFate>(i)) {
+      case trace::BlobFate::kMerged:
         addSum("= after merging");
         break;
-      case BlobFate::kNotMutual:
+      case trace::BlobFate::kNotMutual:
         addSum("= with a partner");
         break;
-      case BlobFate::kEpipolar:
+      case trace::BlobFate::kEpipolar:
         addSum("= of accepted pairs");
         break;
-      case BlobFate::kTooNear:
+      case trace::BlobFate::kTooNear:
         addSum("= of points");
         break;
-      case BlobFate::kTooMany:
+      case trace::BlobFate::kTooMany:
         addSum("= of points after the filter");
         break;
       default:
         break;
     }
   }
-  addRow("= delivered", ends_[static_cast<std::size_t>(BlobFate::kDelivered)]);
+  addRow("= delivered", ends_[static_cast<std::size_t>(trace::BlobFate::kDelivered)]);
   return table;
 }
 
 nlohmann::ordered_json BlobFunnel::json() const {
   nlohmann::ordered_json json;
   json["records"] = {{"left", records_[0]}, {"right", records_[1]}};
-  for (int i = 0; i < kBlobFates; ++i) {
+  for (int i = 0; i < trace::kBlobFates; ++i) {
     const auto& counts = ends_[static_cast<std::size_t>(i)];
-    json["ends"][keyOf(static_cast<BlobFate>(i))] = {{"left", counts[0]}, {"right", counts[1]}};
+    json["ends"][trace::keyOf(static_cast<trace::BlobFate>(i))] = {{"left", counts[0]},
+                                                                   {"right", counts[1]}};
   }
   json["closes"] = closes();
   return json;

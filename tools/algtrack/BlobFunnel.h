@@ -1,7 +1,7 @@
 #pragma once
 
-#include <tools/algtrack/PipelineTrace.h>
-#include <tools/algtrack/Table.h>
+#include <alg_kit/trace/PipelineTrace.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <array>
 #include <cstdint>
@@ -13,13 +13,13 @@ namespace algtrack {
 /// ends from the blobs' fates: two ways that must give one sum.
 class BlobFunnel {
  public:
-  void add(const PacketTrace& packet);
+  void add(const trace::PacketTrace& packet);
 
   std::int64_t records(int camera) const { return records_[static_cast<std::size_t>(camera)]; }
-  std::int64_t ended(BlobFate fate, int camera) const {
+  std::int64_t ended(trace::BlobFate fate, int camera) const {
     return ends_[static_cast<std::size_t>(fate)][static_cast<std::size_t>(camera)];
   }
-  std::int64_t ended(BlobFate fate) const { return ended(fate, 0) + ended(fate, 1); }
+  std::int64_t ended(trace::BlobFate fate) const { return ended(fate, 0) + ended(fate, 1); }
 
   /// Every blob that went in ended in exactly one place, for each camera.
   bool closes() const;
@@ -30,7 +30,7 @@ class BlobFunnel {
 
  private:
   std::array<std::int64_t, 2> records_{};
-  std::array<std::array<std::int64_t, 2>, kBlobFates> ends_{};
+  std::array<std::array<std::int64_t, 2>, trace::kBlobFates> ends_{};
 };
 
 }  // namespace algtrack

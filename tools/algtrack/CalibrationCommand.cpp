@@ -2,13 +2,13 @@
 #include <alg_kit/calibration/CalibrationFile.h>
 #include <alg_kit/calibration/CalibrationJson.h>
 #include <alg_kit/calibration/CalibrationRecord.h>
+#include <alg_kit/calibration/RecordedPairs.h>
+#include <alg_kit/recording/Recording.h>
 #include <alg_kit/rig/StereoRig.h>
 #include <alg_kit/text/TextFile.h>
 #include <tools/algtrack/Commands.h>
-#include <tools/algtrack/OutputFile.h>
-#include <tools/algtrack/RecordedPairs.h>
-#include <tools/algtrack/Table.h>
-#include <tools/recording/Recording.h>
+#include <tools/algtrack/terminal/OutputFile.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -255,7 +255,7 @@ void runCheck(const CalibrationOptions& options) {
   std::vector<Finding> findings = calibration::judge(loaded, geometry);
   std::optional<FitQuality> fit;
   if (!options.recording.empty()) {
-    const auto pairs = observedPairs(recording::RecordingReader(options.recording));
+    const auto pairs = calibration::observedPairs(recording::RecordingReader(options.recording));
     fit = calibration::fit(loaded.calibration, pairs);
     calibration::judgeWithPairs(loaded, pairs, findings);
   }

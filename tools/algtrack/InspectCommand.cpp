@@ -1,11 +1,11 @@
 #include <alg_kit/calibration/CalibrationFile.h>
+#include <alg_kit/recording/Recording.h>
+#include <alg_kit/trace/PipelineTrace.h>
 #include <tools/algtrack/BlobFunnel.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/PacketListing.h>
-#include <tools/algtrack/PipelineTrace.h>
-#include <tools/algtrack/Progress.h>
 #include <tools/algtrack/RecordingSurvey.h>
-#include <tools/recording/Recording.h>
+#include <tools/algtrack/terminal/Progress.h>
 
 #include <CLI/CLI.hpp>
 #include <cstring>
@@ -31,7 +31,7 @@ struct InspectOptions {
 /// Compares what the trace's stages delivered with what was recorded.
 class CrossCheck {
  public:
-  void add(const recording::Entry& entry, const std::optional<algorithm::ResultBlock>& block) {
+  void add(const session::Entry& entry, const std::optional<algorithm::ResultBlock>& block) {
     if (entry.blocks.empty() && !block) return;
     ++compared_;
     const bool equal = entry.blocks.size() == 1 && block &&
@@ -107,19 +107,19 @@ void printSection(const std::string& title, const Table& table) {
 
 void inspectFile(const InspectOptions& options) {
   const recording::RecordingReader reader(options.file);
-  PipelineTrace trace;
+  trace::PipelineTrace trace;
   RecordingSurvey survey;
   BlobFunnel funnel;
   CrossCheck check;
   {
     Progress progress("inspecting", reader.callCount());
     auto entries = reader.entries();
-    recording::Entry entry;
+    session::Entry entry;
     while (entries.next(entry)) {
-      const PacketTrace* const packet = trace.feed(entry.call);
+      const trace::PacketTrace* const packet = trace.feed(entry.call);
       survey.add(entry, packet);
       if (packet != nullptr) funnel.add(*packet);
-      if (entry.call.kind == recording::CallKind::kInputStream) check.add(entry, trace.block());
+      if (entry.call.kind == session::CallKind::kInputStream) check.add(entry, trace.block());
       progress.show(survey.calls());
     }
   }
@@ -155,7 +155,7 @@ void inspectFile(const InspectOptions& options) {
 }
 
 /// Why the library did not decode a packet.
-std::string undecodedReason(const recording::Entry& entry, bool configured) {
+std::string undecodedReason(const session::Entry& entry, bool configured) {
   if (!entry.logs.empty()) {
     std::string text = entry.logs.front().text;
     while (!text.empty() && text.back() == '\n') text.pop_back();
@@ -167,8 +167,9 @@ std::string undecodedReason(const recording::Entry& entry, bool configured) {
   return configured ? "the library delivered nothing" : "the library was not configured yet (Init)";
 }
 
-void printPacket(const InspectOptions& options, const recording::Entry& entry,
-                 const PacketTrace& packet, const PipelineTrace& trace, std::int64_t number) {
+void printPacket(const InspectOptions& options, const session::Entry& entry,
+                 const trace::PacketTrace& packet, const trace::PipelineTrace& trace,
+                 std::int64_t number) {
   const bool explain = options.explain.has_value();
   const char* const message = hid::messageOf(packet.status);
   std::string report = message == nullptr ? "none" : message;
@@ -217,8 +218,8 @@ void inspectPacket(const InspectOptions& options) {
   if (!target) {
     std::int64_t packets = 0;
     auto entries = reader.entries();
-    for (recording::Entry entry; entries.next(entry);)
-      packets += entry.call.kind == recording::CallKind::kInputStream &&
+    for (session::Entry entry; entries.next(entry);)
+      packets += entry.call.kind == session::CallKind::kInputStream &&
                  (entry.call.type == 0 || entry.call.type == 2);
     throw std::runtime_error(options.file + ": " +
                              (packets == 0 ? std::string("expected a packet, found none")
@@ -228,14 +229,14 @@ void inspectPacket(const InspectOptions& options) {
   }
 
   // The frames before decide too: what they left behind in the decoder, the filter and the objects.
-  PipelineTrace trace;
+  trace::PipelineTrace trace;
   Progress progress("inspecting", *target + 1);
   bool configured = false;
   auto entries = reader.entries();
-  for (recording::Entry entry; entries.next(entry);) {
-    const PacketTrace* const packet = trace.feed(entry.call);
+  for (session::Entry entry; entries.next(entry);) {
+    const trace::PacketTrace* const packet = trace.feed(entry.call);
     progress.show(entry.call.index + 1);
-    configured |= entry.call.kind == recording::CallKind::kInit && entry.call.returned == 1;
+    configured |= entry.call.kind == session::CallKind::kInit && entry.call.returned == 1;
     if (entry.call.index != *target) continue;
     if (packet == nullptr)
       throw std::runtime_error(options.file + ": packet " + std::to_string(number) + " (call " +

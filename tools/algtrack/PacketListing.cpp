@@ -29,7 +29,7 @@ std::string hex(const std::uint8_t* bytes, int count) {
 
 class ByteLister {
  public:
-  ByteLister(const recording::Call& call, const PacketTrace& packet)
+  ByteLister(const session::Call& call, const trace::PacketTrace& packet)
       : call_(call), packet_(packet), shift_(packet.streamType == 2 ? kStampSize : 0) {}
 
   Table list() {
@@ -40,7 +40,7 @@ class ByteLister {
       table_.addRow({0, kStampSize, hex(p.data(), kStampSize),
                      "frame stamp: " + std::to_string(stamp) + " us"});
     }
-    for (const PacketPiece& piece : packet_.pieces) addPiece(piece);
+    for (const trace::PacketPiece& piece : packet_.pieces) addPiece(piece);
     if (call_.payload.size() > static_cast<std::size_t>(packet_.length + shift_)) {
       const int from = packet_.length + shift_;
       const int size = static_cast<int>(call_.payload.size()) - from;
@@ -50,9 +50,9 @@ class ByteLister {
   }
 
  private:
-  using Kind = PacketPiece::Kind;
+  using Kind = trace::PacketPiece::Kind;
 
-  void addPiece(const PacketPiece& piece) {
+  void addPiece(const trace::PacketPiece& piece) {
     switch (piece.kind) {
       case Kind::kRecord:
         addRecord(piece);
@@ -82,10 +82,10 @@ class ByteLister {
 
   bool hasStart() const {
     return std::any_of(packet_.pieces.begin(), packet_.pieces.end(),
-                       [](const PacketPiece& piece) { return piece.kind == Kind::kStart; });
+                       [](const trace::PacketPiece& piece) { return piece.kind == Kind::kStart; });
   }
 
-  void addRecord(const PacketPiece& piece) {
+  void addRecord(const trace::PacketPiece& piece) {
     const hid::RawBlob& raw = piece.step.blob;
     const std::string name = "record " + std::to_string(records_++) + ": ";
     const auto centre = [&](std::uint32_t sum) {
@@ -102,7 +102,7 @@ class ByteLister {
            name + "sumY " + std::to_string(raw.sumY) + ", y = " + centre(raw.sumY));
   }
 
-  void addRun(const PacketPiece& piece, const std::string& meaning) {
+  void addRun(const trace::PacketPiece& piece, const std::string& meaning) {
     for (int done = 0; done < piece.size; done += kBytesPerRow)
       addRow(piece.offset + done, std::min(kBytesPerRow, piece.size - done), meaning);
   }
@@ -116,8 +116,8 @@ class ByteLister {
     table_.addRow({offset + shift_, size, hex(packet_.frame.data() + offset, size), meaning});
   }
 
-  const recording::Call& call_;
-  const PacketTrace& packet_;
+  const session::Call& call_;
+  const trace::PacketTrace& packet_;
   int shift_;  ///< of the packet in the payload
   int records_ = 0;
   Table table_{{"offset", "size", "bytes", "meaning"}};
@@ -125,33 +125,35 @@ class ByteLister {
 
 }  // namespace
 
-Table byteTable(const recording::Call& call, const PacketTrace& packet) {
+Table byteTable(const session::Call& call, const trace::PacketTrace& packet) {
   return ByteLister(call, packet).list();
 }
 
-std::optional<bool> deviceCheckByteRight(const recording::Call& call, const PacketTrace& packet) {
+std::optional<bool> deviceCheckByteRight(const session::Call& call,
+                                         const trace::PacketTrace& packet) {
   const int end = static_cast<int>(call.payload.size()) - kStampSize - 1;
   if (packet.streamType != 2 || end < 0 || end >= hid::kFrameSize) return std::nullopt;
   return hid::checkSum(packet.frame, end) == packet.frame[static_cast<std::size_t>(end)];
 }
 
-Table blobTable(const PacketTrace& packet) {
+Table blobTable(const trace::PacketTrace& packet) {
   Table table({"blob", "camera", "id", "x", "y", "diameter", "end", "reason"});
   for (std::size_t i = 0; i < packet.blobs.size(); ++i) {
-    const TracedBlob& blob = packet.blobs[i];
+    const trace::TracedBlob& blob = packet.blobs[i];
     table.addRow({static_cast<int>(i), kCameras[blob.camera], int{blob.raw.id}, Cell(blob.x, 3),
-                  Cell(blob.y, 3), blob.diameter, keyOf(blob.fate), reasonOf(packet, blob)});
+                  Cell(blob.y, 3), blob.diameter, trace::keyOf(blob.fate),
+                  trace::reasonOf(packet, blob)});
   }
   return table;
 }
 
-Table pointTable(const PacketTrace& packet) {
+Table pointTable(const trace::PacketTrace& packet) {
   Table table(
       {"id", "left blob", "right blob", "epipolar distance", "ray gap", "x", "y", "z", "end"});
-  for (const TracedPoint& point : packet.points)
+  for (const trace::TracedPoint& point : packet.points)
     table.addRow({point.id, point.left, point.right, Cell(point.epipolarDistance, 3),
                   Cell(point.rayGap, 3), Cell(point.position[0], 3), Cell(point.position[1], 3),
-                  Cell(point.position[2], 3), keyOf(point.fate)});
+                  Cell(point.position[2], 3), trace::keyOf(point.fate)});
   return table;
 }
 

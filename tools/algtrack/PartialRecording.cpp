@@ -1,6 +1,6 @@
 #include <tools/algtrack/PartialRecording.h>
 
-#include <tools/algtrack/OutputFile.h>
+#include <tools/algtrack/terminal/OutputFile.h>
 
 #include <filesystem>
 #include <stdexcept>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <tools/recording/Recorder.h>
+#include <alg_kit/recording/Recorder.h>
 
 #include <string>
 

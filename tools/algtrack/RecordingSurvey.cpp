@@ -16,8 +16,8 @@ std::string streamName(int streamType) {
   return known ? kNames[streamType] : "unknown";
 }
 
-void RecordingSurvey::add(const recording::Entry& entry, const PacketTrace* packet) {
-  const recording::Call& call = entry.call;
+void RecordingSurvey::add(const session::Entry& entry, const trace::PacketTrace* packet) {
+  const session::Call& call = entry.call;
   if (calls_++ == 0) firstNs_ = call.startNs;
   lastNs_ = call.startNs;
   Calls& ofKind = byKind_[call.kind];
@@ -26,7 +26,7 @@ void RecordingSurvey::add(const recording::Entry& entry, const PacketTrace* pack
   ofKind.threw += !call.returned;
 
   std::optional<std::int64_t> packetNumber;
-  if (call.kind == recording::CallKind::kInputStream) {
+  if (call.kind == session::CallKind::kInputStream) {
     Stream& stream = streams_[call.type];
     ++stream.count;
     stream.bytes += std::max(call.length, 0);
@@ -34,19 +34,19 @@ void RecordingSurvey::add(const recording::Entry& entry, const PacketTrace* pack
     stream.startsNs.push_back(call.startNs);
     if (call.type == 0 || call.type == 2) packetNumber = packets_++;
   }
-  for (const recording::LogLine& line : entry.logs) {
+  for (const session::LogLine& line : entry.logs) {
     const auto [at, isNew] = messages_.try_emplace({line.level, line.text});
     if (isNew) at->second = {0, call.index, packetNumber};
     ++at->second.count;
   }
   if (packet == nullptr) return;
   ++decoded_;
-  for (const PacketPiece& piece : packet->pieces) {
+  for (const trace::PacketPiece& piece : packet->pieces) {
     Pieces& pieces = pieces_[static_cast<std::size_t>(piece.kind)];
     ++pieces.count;
     pieces.bytes += piece.size;
   }
-  for (const TracedBlob& blob : packet->blobs) {
+  for (const trace::TracedBlob& blob : packet->blobs) {
     Blobs& blobs = blobs_[blob.raw.id][static_cast<std::size_t>(blob.camera)];
     ++blobs.count;
     blobs.diameters += blob.diameter;
@@ -56,7 +56,7 @@ void RecordingSurvey::add(const recording::Entry& entry, const PacketTrace* pack
 Table RecordingSurvey::callTable() const {
   Table table({"operation", "calls", "returned false", "threw"});
   for (const auto& [kind, calls] : byKind_) {
-    const bool isBool = kind != recording::CallKind::kGetFixedCode;
+    const bool isBool = kind != session::CallKind::kGetFixedCode;
     table.addRow({nameOf(kind), calls.count, isBool ? calls.refused : 0, calls.threw});
   }
   return table;
@@ -107,9 +107,10 @@ Table RecordingSurvey::logTable() const {
 Table RecordingSurvey::byteTable() const {
   Table table({"bytes of packets", "pieces", "bytes"});
   std::int64_t count = 0, bytes = 0;
-  for (int kind = 0; kind < kPieceKinds; ++kind) {
+  for (int kind = 0; kind < trace::kPieceKinds; ++kind) {
     const Pieces& pieces = pieces_[static_cast<std::size_t>(kind)];
-    table.addRow({describe(static_cast<PacketPiece::Kind>(kind)), pieces.count, pieces.bytes});
+    table.addRow(
+        {trace::describe(static_cast<trace::PacketPiece::Kind>(kind)), pieces.count, pieces.bytes});
     count += pieces.count;
     bytes += pieces.bytes;
   }

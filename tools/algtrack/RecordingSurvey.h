@@ -1,8 +1,8 @@
 #pragma once
 
-#include <tools/algtrack/PipelineTrace.h>
-#include <tools/algtrack/Table.h>
-#include <tools/recording/Recording.h>
+#include <alg_kit/recording/Recording.h>
+#include <alg_kit/trace/PipelineTrace.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <array>
 #include <cstdint>
@@ -18,7 +18,7 @@ namespace algtrack {
 class RecordingSurvey {
  public:
   /// @param packet  what the trace says of the entry's packet; null if none was decoded
-  void add(const recording::Entry& entry, const PacketTrace* packet);
+  void add(const session::Entry& entry, const trace::PacketTrace* packet);
 
   std::int64_t calls() const { return calls_; }
   std::int64_t packets() const { return packets_; }  ///< stream types 0 and 2
@@ -55,10 +55,10 @@ class RecordingSurvey {
 
   std::int64_t calls_ = 0, packets_ = 0, decoded_ = 0;
   std::int64_t firstNs_ = 0, lastNs_ = 0;
-  std::map<recording::CallKind, Calls> byKind_;
+  std::map<session::CallKind, Calls> byKind_;
   std::map<int, Stream> streams_;
   std::map<std::pair<int, std::string>, Message> messages_;
-  std::array<Pieces, kPieceKinds> pieces_{};
+  std::array<Pieces, trace::kPieceKinds> pieces_{};
   std::map<int, std::array<Blobs, 2>> blobs_;  ///< by id, then camera
 };
 

@@ -1,14 +1,15 @@
 #include <alg_factory/api/AlgFactory.h>
+#include <alg_kit/recording/RecordingAlg.h>
+#include <alg_kit/recording/UnitCursor.h>
+#include <alg_kit/session/Comparison.h>
+#include <alg_kit/session/Player.h>
 #include <tools/algtrack/Commands.h>
-#include <tools/algtrack/Comparison.h>
-#include <tools/algtrack/Options.h>
-#include <tools/algtrack/OutputFile.h>
 #include <tools/algtrack/PartialRecording.h>
-#include <tools/algtrack/Player.h>
-#include <tools/algtrack/Progress.h>
-#include <tools/algtrack/Table.h>
 #include <tools/algtrack/TrackExport.h>
-#include <tools/recording/RecordingAlg.h>
+#include <tools/algtrack/terminal/Options.h>
+#include <tools/algtrack/terminal/OutputFile.h>
+#include <tools/algtrack/terminal/Progress.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -25,10 +26,10 @@
 namespace algtrack {
 namespace {
 
-using recording::Call;
-using recording::CallKind;
-using recording::Entry;
 using recording::RecordingReader;
+using session::Call;
+using session::CallKind;
+using session::Entry;
 using Clock = std::chrono::steady_clock;
 
 struct ReplayOptions {
@@ -72,14 +73,16 @@ class Verdict {
     std::optional<std::string> difference;
     if (expected == nullptr || found == nullptr) {
       const Call& call = (expected != nullptr ? expected : found)->call;
-      note(titleOf(call) + ": this call is only " +
+      note(session::titleOf(call) + ": this call is only " +
            (expected != nullptr ? expectedName_ : foundName_));
       return;
     }
     if (argumentsToo)
-      difference = differenceInArguments(expected->call, found->call, expectedName_, foundName_);
-    if (!difference) difference = differenceInOutcome(*expected, *found, expectedName_, foundName_);
-    if (difference) note(titleOf(found->call) + ": " + *difference);
+      difference =
+          session::differenceInArguments(expected->call, found->call, expectedName_, foundName_);
+    if (!difference)
+      difference = session::differenceInOutcome(*expected, *found, expectedName_, foundName_);
+    if (difference) note(session::titleOf(found->call) + ": " + *difference);
   }
 
   void setNames(std::string expected, std::string found) {
@@ -124,7 +127,7 @@ class Against {
 /// the recorded calls.
 class ReRecording {
  public:
-  ReRecording(const ReplayOptions& options, const RecordingReader& reader, Player& player,
+  ReRecording(const ReplayOptions& options, const RecordingReader& reader, session::Player& player,
               algorithm::AlgBase* alg)
       : reader_(reader), partial_(options.record) {
     recording::RecordingAlgOptions recorder;
@@ -143,8 +146,8 @@ class ReRecording {
   }
 
   void finish() {
-    std::vector<recording::TruthRow> truth = reader_.truth();
-    for (recording::TruthRow& row : truth) {
+    std::vector<session::TruthRow> truth = reader_.truth();
+    for (session::TruthRow& row : truth) {
       if (!row.call) continue;
       const auto found = newIndex_.find(*row.call);
       row.call = found == newIndex_.end() ? std::nullopt : std::optional(found->second);
@@ -189,8 +192,8 @@ std::vector<std::unique_ptr<TrackExport>> exportsFrom(const ReplayOptions& optio
   return exports;
 }
 
-WhatIf whatIfFrom(const ReplayOptions& options) {
-  WhatIf whatIf;
+session::WhatIf whatIfFrom(const ReplayOptions& options) {
+  session::WhatIf whatIf;
   whatIf.productType = options.productType;
   whatIf.filterMode = options.filterMode;
   if (options.rig.given()) whatIf.calibration = options.rig.read().calibration;
@@ -252,14 +255,14 @@ void replay(const ReplayOptions& options) {
   const RecordingReader reader(options.file);
   std::optional<Against> against;
   if (!options.against.empty()) against.emplace(options.against);
-  const WhatIf whatIf = whatIfFrom(options);
+  const session::WhatIf whatIf = whatIfFrom(options);
   const std::int64_t firstNs = firstNsOf(reader);
   const auto exports = exportsFrom(options, reader, firstNs);
 
   // Kept: the library has no release operation.
   static algorithm::AlgBase* const alg = algorithm::AlgFactory::CreateALG(0);
   const bool addFilterMode = whatIf.filterMode && !hasCall(reader, CallKind::kSetFilterMode);
-  Player player(alg, whatIf, addFilterMode);
+  session::Player player(alg, whatIf, addFilterMode);
   std::optional<ReRecording> reRecording;
   if (!options.record.empty()) reRecording.emplace(options, reader, player, alg);
 
@@ -270,7 +273,7 @@ void replay(const ReplayOptions& options) {
     Progress progress("replaying", reader.callCount());
     const Pace pace(firstNs);
     const auto begin = Clock::now();
-    UnitCursor units(reader.entries());
+    recording::UnitCursor units(reader.entries());
     std::vector<Entry> unit;
     while (units.next(unit)) {
       if (options.realtime) pace.wait(unit[0].call.startNs);

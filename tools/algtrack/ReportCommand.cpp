@@ -1,9 +1,9 @@
+#include <alg_kit/report/ReportPage.h>
 #include <tools/algtrack/Commands.h>
-#include <tools/algtrack/Options.h>
-#include <tools/algtrack/OutputFile.h>
 #include <tools/algtrack/ReportJson.h>
-#include <tools/algtrack/Table.h>
-#include <tools/report/ReportPage.h>
+#include <tools/algtrack/terminal/Options.h>
+#include <tools/algtrack/terminal/OutputFile.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <CLI/CLI.hpp>
 #include <iostream>

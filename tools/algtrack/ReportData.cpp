@@ -1,10 +1,11 @@
 #include <alg_factory/api/AlgFactory.h>
 #include <alg_factory/service/PoseAnswer.h>
+#include <alg_kit/recording/UnitCursor.h>
+#include <alg_kit/session/Player.h>
+#include <alg_kit/trace/PipelineTrace.h>
 #include <sim/Scene.h>
-#include <tools/algtrack/PipelineTrace.h>
-#include <tools/algtrack/Player.h>
-#include <tools/algtrack/Progress.h>
 #include <tools/algtrack/ReportData.h>
+#include <tools/algtrack/terminal/Progress.h>
 
 #include <algorithm>
 #include <cmath>
@@ -15,10 +16,10 @@
 namespace algtrack {
 namespace {
 
-using recording::Call;
-using recording::CallKind;
-using recording::Entry;
-using recording::TruthRow;
+using session::Call;
+using session::CallKind;
+using session::Entry;
+using session::TruthRow;
 
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr std::size_t kMostObjects = 6;
@@ -102,12 +103,12 @@ class Truth {
   std::map<std::int64_t, bool> lost_;
 };
 
-Place placeOf(const TruePlace& place) {
+analysis::Place placeOf(const TruePlace& place) {
   return {static_cast<float>(place.x), static_cast<float>(place.y), static_cast<float>(place.z)};
 }
 
-float errorOf(const Place& found, const TruePlace& truth) {
-  if (!isSomewhere(found)) return kNaN;
+float errorOf(const analysis::Place& found, const TruePlace& truth) {
+  if (!analysis::isSomewhere(found)) return kNaN;
   return static_cast<float>(std::hypot(axisOf(found, 0) - truth.x, axisOf(found, 1) - truth.y,
                                        axisOf(found, 2) - truth.z));
 }
@@ -134,7 +135,7 @@ class Gatherer {
     if (call.kind == CallKind::kInit) productType_ = call.type;
     if (call.kind == CallKind::kSetFilterMode && call.type == 0) filterMode_ = call.mode;
 
-    const PacketTrace* const packet = trace_.feed(call);
+    const trace::PacketTrace* const packet = trace_.feed(call);
     const auto* const block = entry.blocks.empty() ? nullptr : &entry.blocks.back().block;
     if (block != nullptr) ++data_.blocks;
     const auto& traced = trace_.block();
@@ -152,7 +153,7 @@ class Gatherer {
   }
 
   void addMessages(const Entry& entry) {
-    for (const recording::LogLine& line : entry.logs) {
+    for (const session::LogLine& line : entry.logs) {
       std::string text = line.text;
       while (!text.empty() && text.back() == '\n') text.pop_back();
       const auto same = std::find_if(
@@ -166,7 +167,7 @@ class Gatherer {
   }
 
   void addPacket(const Call& call, double time, const algorithm::ResultBlock* block,
-                 const PacketTrace* packet) {
+                 const trace::PacketTrace* packet) {
     if (!data_.times.empty() && time < data_.times.back()) {
       ++data_.timesBackwards;
       time = data_.times.back();
@@ -183,17 +184,17 @@ class Gatherer {
     for (ObjectTrack& track : data_.objects) {
       const auto object = static_cast<std::size_t>(track.object);
       if (object >= expected) {
-        append(track, Presence::kNoSuchObject, nowhere());
+        append(track, analysis::Presence::kNoSuchObject, analysis::nowhere());
         continue;
       }
       const bool seen = block != nullptr && block->records[object].id != -1;
-      Place place = nowhere();
+      analysis::Place place = analysis::nowhere();
       if (seen) {
         const algorithm::TrackedPoint& record = block->records[object];
         place = {record.x, record.y, record.z};
-        track.notFinite += isSomewhere(place) ? 0 : 1;
+        track.notFinite += analysis::isSomewhere(place) ? 0 : 1;
       }
-      append(track, seen ? Presence::kSeen : Presence::kAbsent, place);
+      append(track, seen ? analysis::Presence::kSeen : analysis::Presence::kAbsent, place);
       if (const TruePlace* const truth = truth_.at(call.index, object)) {
         track.truth.back() = placeOf(*truth);
         track.rawError.back() = errorOf(place, *truth);
@@ -204,21 +205,23 @@ class Gatherer {
     if (packet != nullptr) addPairs(*packet);
   }
 
-  static void append(ObjectTrack& track, Presence presence, const Place& place) {
+  static void append(ObjectTrack& track, analysis::Presence presence,
+                     const analysis::Place& place) {
     track.presence.push_back(presence);
     track.raw.push_back(place);
-    track.filtered.push_back(nowhere());
-    track.truth.push_back(nowhere());
+    track.filtered.push_back(analysis::nowhere());
+    track.truth.push_back(analysis::nowhere());
     for (auto* row : {&track.rawError, &track.filteredError, &track.epipolar, &track.rayGap})
       row->push_back(kNaN);
   }
 
   /// Of the points that reached their object.
-  void addPairs(const PacketTrace& packet) {
+  void addPairs(const trace::PacketTrace& packet) {
     std::array<bool, kMostObjects> held{};
-    for (const TracedPoint& point : packet.points) {
-      const bool kept = point.fate == BlobFate::kHeldByJump || point.fate == BlobFate::kHeldByRatio;
-      if (!kept && point.fate != BlobFate::kDelivered) continue;
+    for (const trace::TracedPoint& point : packet.points) {
+      const bool kept =
+          point.fate == trace::BlobFate::kHeldByJump || point.fate == trace::BlobFate::kHeldByRatio;
+      if (!kept && point.fate != trace::BlobFate::kDelivered) continue;
       const auto object = static_cast<std::size_t>(point.id);
       if (object >= data_.objects.size()) continue;
       ObjectTrack& track = data_.objects[object];
@@ -247,7 +250,7 @@ class Gatherer {
       return;  // an old place under its old name: no measurement of this packet
     }
     if (std::memcmp(answer.filtered, answer.raw, sizeof answer.raw) != 0) ++track.answersFiltered;
-    if (track.presence.back() != Presence::kSeen) return;  // the packet gave no block
+    if (track.presence.back() != analysis::Presence::kSeen) return;  // the packet gave no block
     track.filtered.back() = {answer.filtered[0], answer.filtered[1], answer.filtered[2]};
     track.filteredError.back() = kNaN;
     const TruePlace* const truth = truth_.at(packetCall_, object);
@@ -274,7 +277,7 @@ class Gatherer {
   ReportData& data_;
   const Truth& truth_;
   std::int64_t firstNs_;
-  PipelineTrace trace_;
+  trace::PipelineTrace trace_;
   int productType_ = 0;
   int filterMode_ = -1;
   std::uint32_t stamp_ = 0;  ///< of the latest stamped packet, microseconds
@@ -286,8 +289,8 @@ class Gatherer {
 void measureAnew(const recording::RecordingReader& reader, ReportData& data) {
   // Like the library behind it, it lives as long as the process.
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
-  Player player(library);
-  UnitCursor units(reader.entries());
+  session::Player player(library);
+  recording::UnitCursor units(reader.entries());
   Progress progress("measuring", data.calls);
   std::vector<Entry> unit;
   std::int64_t calls = 0;

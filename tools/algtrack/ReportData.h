@@ -1,7 +1,7 @@
 #pragma once
 
-#include <tools/algtrack/ReportStatistics.h>
-#include <tools/recording/Recording.h>
+#include <alg_kit/analysis/ReportStatistics.h>
+#include <alg_kit/recording/Recording.h>
 
 #include <cstdint>
 #include <map>
@@ -16,10 +16,10 @@ namespace algtrack {
 /// (the unit of the calibration's translation).
 struct ObjectTrack {
   int object = 0;
-  std::vector<Presence> presence;
-  std::vector<Place> raw;       ///< of the delivered blocks
-  std::vector<Place> filtered;  ///< of the last answer before the next packet
-  std::vector<Place> truth;
+  std::vector<analysis::Presence> presence;
+  std::vector<analysis::Place> raw;       ///< of the delivered blocks
+  std::vector<analysis::Place> filtered;  ///< of the last answer before the next packet
+  std::vector<analysis::Place> truth;
   std::vector<float> rawError, filteredError;  ///< distance from the truth; NaN = unknown
   std::vector<float> epipolar;  ///< px; of the pairs behind the position, the largest; NaN = none
   std::vector<float> rayGap;    ///< mm; likewise

@@ -29,14 +29,14 @@ ordered_json rounded(const std::vector<double>& values) {
   return array;
 }
 
-ordered_json jsonOf(const Distribution& d) {
+ordered_json jsonOf(const analysis::Distribution& d) {
   if (d.count == 0) return nullptr;
   return {{"count", d.count},   {"mean", d.mean}, {"rms", d.rootMeanSquare},
           {"median", d.median}, {"p90", d.p90},   {"p95", d.p95},
           {"p99", d.p99},       {"p999", d.p999}, {"largest", d.largest}};
 }
 
-ordered_json jsonOf(const Jitter& jitter) {
+ordered_json jsonOf(const analysis::Jitter& jitter) {
   if (jitter.windows == 0) return nullptr;
   return {{"windows", jitter.windows}, {"x", jitter.deviation[0]}, {"y", jitter.deviation[1]},
           {"z", jitter.deviation[2]},  {"total", jitter.total},    {"largest", jitter.largest}};
@@ -46,20 +46,20 @@ std::vector<double> widened(const std::vector<float>& values) {
   return {values.begin(), values.end()};
 }
 
-Distribution distributionOf(const std::vector<float>& values) {
-  return algtrack::distributionOf(widened(values));
+analysis::Distribution distributionOf(const std::vector<float>& values) {
+  return analysis::distributionOf(widened(values));
 }
 
-std::vector<double> column(const std::vector<Place>& places, std::size_t axis) {
+std::vector<double> column(const std::vector<analysis::Place>& places, std::size_t axis) {
   std::vector<double> values;
   values.reserve(places.size());
-  for (const Place& place : places) values.push_back(axisOf(place, axis));
+  for (const analysis::Place& place : places) values.push_back(axisOf(place, axis));
   return values;
 }
 
-bool anywhere(const std::vector<Place>& places) {
-  for (const Place& place : places)
-    if (isSomewhere(place)) return true;
+bool anywhere(const std::vector<analysis::Place>& places) {
+  for (const analysis::Place& place : places)
+    if (analysis::isSomewhere(place)) return true;
   return false;
 }
 
@@ -70,7 +70,7 @@ std::string plural(std::int64_t count, const std::string& one, const std::string
 double medianInterval(const std::vector<double>& times) {
   std::vector<double> intervals;
   for (std::size_t i = 1; i < times.size(); ++i) intervals.push_back(times[i] - times[i - 1]);
-  return algtrack::distributionOf(std::move(intervals)).median;
+  return analysis::distributionOf(std::move(intervals)).median;
 }
 
 ordered_json calibrationOf(const ReportData& data) {
@@ -146,17 +146,17 @@ ordered_json presenceOf(const ReportData& data, const ObjectTrack& track) {
   std::int64_t packets = 0, seen = 0;
   ordered_json first = nullptr, last = nullptr;
   for (std::size_t packet = 0; packet < track.presence.size(); ++packet) {
-    if (track.presence[packet] == Presence::kNoSuchObject) continue;
+    if (track.presence[packet] == analysis::Presence::kNoSuchObject) continue;
     ++packets;
-    if (track.presence[packet] != Presence::kSeen) continue;
+    if (track.presence[packet] != analysis::Presence::kSeen) continue;
     ++seen;
     if (first.is_null()) first = data.times[packet];
     last = data.times[packet];
   }
-  const std::vector<Gap> gaps = gapsOf(track.presence);
+  const std::vector<analysis::Gap> gaps = analysis::gapsOf(track.presence);
   double longest = 0, total = 0;
   std::size_t longestPackets = 0;
-  for (const Gap& gap : gaps) {
+  for (const analysis::Gap& gap : gaps) {
     // From the last time it was seen to the next.
     const double seconds = data.times[gap.first + gap.packets] - data.times[gap.first - 1];
     longest = std::max(longest, seconds);
@@ -182,10 +182,11 @@ ordered_json presenceOf(const ReportData& data, const ObjectTrack& track) {
 
 ordered_json jitterOf(const ReportData& data, const ObjectTrack& track) {
   const bool known = data.hasTruth && anywhere(track.truth);
-  const auto windows = known ? restAgainstTruth(track.raw, track.truth) : suspectedRest(track.raw);
+  const auto windows = known ? analysis::restAgainstTruth(track.raw, track.truth)
+                             : analysis::suspectedRest(track.raw);
   return {{"rest_known_from_truth", known},
-          {"raw", jsonOf(algtrack::jitterOf(track.raw, windows))},
-          {"filtered", jsonOf(algtrack::jitterOf(track.filtered, windows))}};
+          {"raw", jsonOf(analysis::jitterOf(track.raw, windows))},
+          {"filtered", jsonOf(analysis::jitterOf(track.filtered, windows))}};
 }
 
 ordered_json objectOf(const ReportData& data, const ObjectTrack& track, std::size_t jumps) {
@@ -207,14 +208,15 @@ ordered_json objectOf(const ReportData& data, const ObjectTrack& track, std::siz
 }
 
 ordered_json swapsOf(const ReportData& data) {
-  std::vector<std::vector<Place>> places, truths;
+  std::vector<std::vector<analysis::Place>> places, truths;
   for (const ObjectTrack& track : data.objects) {
     places.push_back(track.raw);
     truths.push_back(track.truth);
   }
-  const auto swaps = data.hasTruth ? swapsAgainstTruth(places, truths) : suspectedSwaps(places);
+  const auto swaps = data.hasTruth ? analysis::swapsAgainstTruth(places, truths)
+                                   : analysis::suspectedSwaps(places);
   auto events = ordered_json::array();
-  for (const Swap& swap : swaps) {
+  for (const analysis::Swap& swap : swaps) {
     if (events.size() == kMostEvents) break;
     events.push_back({{"time_s", data.times[swap.first]},
                       {"packet", swap.first},
@@ -226,23 +228,23 @@ ordered_json swapsOf(const ReportData& data) {
 
 ordered_json timesOf(const ReportData& data) {
   auto bins = ordered_json::array();
-  for (const HistogramBin& bin : logarithmicHistogram(data.packetTimes))
+  for (const analysis::HistogramBin& bin : analysis::logarithmicHistogram(data.packetTimes))
     bins.push_back({bin.from, bin.to, bin.count});
   return {{"source", data.measuredAnew ? "replayed" : "recorded"},
-          {"distribution", jsonOf(algtrack::distributionOf(data.packetTimes))},
+          {"distribution", jsonOf(analysis::distributionOf(data.packetTimes))},
           {"histogram", std::move(bins)}};
 }
 
-ordered_json pathOf(const ReportData& data, const std::vector<Place>& places) {
+ordered_json pathOf(const ReportData& data, const std::vector<analysis::Place>& places) {
   auto x = ordered_json::array(), y = ordered_json::array(), z = ordered_json::array();
   std::size_t last = 0;
   double present = 0;  // the time up to which the object was there
-  const std::vector<std::size_t> packets = pathPackets(places, kMostPathPoints);
+  const std::vector<std::size_t> packets = analysis::pathPackets(places, kMostPathPoints);
   for (const std::size_t packet : packets) {
     // Look through the packets that are not drawn: only a true gap ends a line.
     bool broken = false;
     for (std::size_t between = last + 1; !x.empty() && between <= packet; ++between) {
-      if (!isSomewhere(places[between])) continue;
+      if (!analysis::isSomewhere(places[between])) continue;
       broken = broken || data.times[between] - present > kLongestBridge;
       present = data.times[between];
     }
@@ -257,13 +259,14 @@ ordered_json pathOf(const ReportData& data, const std::vector<Place>& places) {
   return {{"x", std::move(x)}, {"y", std::move(y)}, {"z", std::move(z)}};
 }
 
-ordered_json seriesOf(const Buckets& buckets, const std::vector<double>& values) {
-  const Envelope envelope = buckets.envelopeOf(values);
+ordered_json seriesOf(const analysis::Buckets& buckets, const std::vector<double>& values) {
+  const analysis::Envelope envelope = buckets.envelopeOf(values);
   if (!buckets.shared()) return {{"values", rounded(envelope.low)}};
   return {{"low", rounded(envelope.low)}, {"high", rounded(envelope.high)}};
 }
 
-ordered_json placesOf(const Buckets& buckets, const std::vector<Place>& places) {
+ordered_json placesOf(const analysis::Buckets& buckets,
+                      const std::vector<analysis::Place>& places) {
   if (!anywhere(places)) return nullptr;
   return {{"x", seriesOf(buckets, column(places, 0))},
           {"y", seriesOf(buckets, column(places, 1))},
@@ -279,9 +282,9 @@ ordered_json numbersOf(const ReportData& data, const ReportRules& rules) {
   auto objects = ordered_json::array(), jumpEvents = ordered_json::array();
   std::size_t jumpCount = 0;
   for (const ObjectTrack& track : data.objects) {
-    const std::vector<Jump> jumps = jumpsOf(track.raw, rules.jumpLimit);
+    const std::vector<analysis::Jump> jumps = analysis::jumpsOf(track.raw, rules.jumpLimit);
     jumpCount += jumps.size();
-    for (const Jump& jump : jumps) {
+    for (const analysis::Jump& jump : jumps) {
       if (jumpEvents.size() == kMostEvents) break;
       jumpEvents.push_back({{"time_s", data.times[jump.packet]},
                             {"packet", jump.packet},
@@ -307,8 +310,8 @@ ordered_json numbersOf(const ReportData& data, const ReportRules& rules) {
 }
 
 ordered_json rowsOf(const ReportData& data) {
-  const Buckets buckets(data.times, kMostBuckets);
-  const Buckets coarse(data.times, kPresenceBuckets);
+  const analysis::Buckets buckets(data.times, kMostBuckets);
+  const analysis::Buckets coarse(data.times, kPresenceBuckets);
   ordered_json json;
   json["times"] = rounded(buckets.times());
   json["bucket_s"] = buckets.width();
@@ -323,10 +326,10 @@ ordered_json rowsOf(const ReportData& data) {
     object["filtered_error"] = seriesOf(buckets, widened(track.filteredError));
     object["epipolar"] = seriesOf(buckets, widened(track.epipolar));
     object["ray_gap"] = seriesOf(buckets, widened(track.rayGap));
-    object["seen"] =
-        coarse.count([&](std::size_t packet) { return track.presence[packet] == Presence::kSeen; });
+    object["seen"] = coarse.count(
+        [&](std::size_t packet) { return track.presence[packet] == analysis::Presence::kSeen; });
     object["absent"] = coarse.count(
-        [&](std::size_t packet) { return track.presence[packet] == Presence::kAbsent; });
+        [&](std::size_t packet) { return track.presence[packet] == analysis::Presence::kAbsent; });
     object["path"] = pathOf(data, track.raw);
     object["true_path"] = pathOf(data, track.truth);
     objects.push_back(std::move(object));

@@ -1,12 +1,12 @@
 #include <alg_factory/api/AlgFactory.h>
+#include <alg_kit/recording/RecordingAlg.h>
 #include <sim/Simulator.h>
 #include <tools/algtrack/Commands.h>
-#include <tools/algtrack/Options.h>
-#include <tools/algtrack/OutputFile.h>
 #include <tools/algtrack/PartialRecording.h>
-#include <tools/algtrack/Progress.h>
-#include <tools/algtrack/Table.h>
-#include <tools/recording/RecordingAlg.h>
+#include <tools/algtrack/terminal/Options.h>
+#include <tools/algtrack/terminal/OutputFile.h>
+#include <tools/algtrack/terminal/Progress.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <CLI/CLI.hpp>
 #include <charconv>
@@ -142,9 +142,9 @@ struct Counts {
 
 void addTruth(const sim::Frame& frame, std::int64_t timeNs, recording::RecordingAlg& alg,
               std::optional<std::int64_t> call) {
-  std::vector<recording::TruthRow> rows;
+  std::vector<session::TruthRow> rows;
   for (const sim::MarkerTruth& marker : frame.truth.markers) {
-    recording::TruthRow& row = rows.emplace_back();
+    session::TruthRow& row = rows.emplace_back();
     row.frame = frame.index;
     row.call = call;
     row.timeNs = timeNs;

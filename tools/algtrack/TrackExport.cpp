@@ -13,9 +13,9 @@ namespace algtrack {
 namespace {
 
 using nlohmann::ordered_json;
-using recording::CallKind;
-using recording::DeliveredBlock;
-using recording::Entry;
+using session::CallKind;
+using session::DeliveredBlock;
+using session::Entry;
 
 constexpr int kHeadingEvent = 16;
 constexpr double kMillimetresPerMetre = 1000;
@@ -130,7 +130,7 @@ class JsonLinesExport final : public TrackExport {
   }
 
   void add(const Entry& entry) override {
-    for (const recording::LogLine& log : entry.logs) {
+    for (const session::LogLine& log : entry.logs) {
       ordered_json line = begin(entry, "message");
       line["level"] = log.level;
       line["text"] = log.text;

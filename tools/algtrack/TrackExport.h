@@ -1,7 +1,7 @@
 #pragma once
 
-#include <tools/algtrack/OutputFile.h>
-#include <tools/recording/Recording.h>
+#include <alg_kit/recording/Recording.h>
+#include <tools/algtrack/terminal/OutputFile.h>
 
 #include <cstdint>
 #include <map>
@@ -24,7 +24,7 @@ struct ExportOrigin {
 class TrackExport {
  public:
   virtual ~TrackExport() = default;
-  virtual void add(const recording::Entry& entry) = 0;
+  virtual void add(const session::Entry& entry) = 0;
   virtual void commit() = 0;
   /// The files, for the summary; known after `commit`.
   virtual std::vector<std::string> files() const = 0;

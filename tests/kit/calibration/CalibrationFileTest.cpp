@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <tests/support/HandRig.h>
-#include <tests/tools/ScratchFolder.h>
+#include <tests/support/ScratchFolder.h>
 
 #include <cmath>
 #include <cstring>

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <alg_kit/recording/Recording.h>
+
+#include <vector>
+
+namespace recording {
+
+/// Reads a recording in units: an outermost call with the calls nested in it.
+class UnitCursor {
+ public:
+  explicit UnitCursor(EntryCursor entries) : entries_(std::move(entries)) {}
+
+  /// Fills `unit`, outermost call first; false after the last one.
+  bool next(std::vector<session::Entry>& unit);
+
+ private:
+  EntryCursor entries_;
+  session::Entry ahead_;
+  bool begun_ = false, hasAhead_ = false;
+};
+
+}  // namespace recording

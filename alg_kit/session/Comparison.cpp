@@ -1,0 +1,245 @@
+#include <alg_kit/session/Comparison.h>
+
+#include <alg_factory/service/HeadingAnswer.h>
+#include <alg_factory/service/PoseAnswer.h>
+#include <alg_factory/service/ResultBlock.h>
+
+#include <cstdio>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+namespace session {
+namespace {
+
+enum class FieldType { kInt32, kUint32, kUint64, kFloat };
+
+struct Field {
+  std::string name;
+  std::size_t offset;
+  FieldType type;
+};
+
+std::size_t sizeOf(FieldType type) {
+  return type == FieldType::kUint64 ? 8 : 4;
+}
+
+template <typename T>
+T read(const std::uint8_t* bytes) {
+  T value;
+  std::memcpy(&value, bytes, sizeof value);
+  return value;
+}
+
+std::string valueText(const Field& field, const std::uint8_t* bytes) {
+  bytes += field.offset;
+  switch (field.type) {
+    case FieldType::kInt32:
+      return std::to_string(read<std::int32_t>(bytes));
+    case FieldType::kUint32:
+      return std::to_string(read<std::uint32_t>(bytes));
+    case FieldType::kUint64:
+      return std::to_string(read<std::uint64_t>(bytes));
+    case FieldType::kFloat: {
+      char text[40];
+      std::snprintf(text, sizeof text, "%.9g", static_cast<double>(read<float>(bytes)));
+      return text;
+    }
+  }
+  return {};
+}
+
+void addFloats(std::vector<Field>& fields, const std::string& name, std::size_t offset,
+               std::initializer_list<const char*> parts) {
+  for (const char* const part : parts) {
+    fields.push_back({name + part, offset, FieldType::kFloat});
+    offset += sizeof(float);
+  }
+}
+
+std::vector<Field> blockFields() {
+  using algorithm::ResultBlock;
+  using algorithm::TrackedPoint;
+  std::vector<Field> fields = {{"header", 0, FieldType::kUint64}};
+  for (std::size_t k = 0; k < ResultBlock::kRecords; ++k) {
+    const std::size_t at = offsetof(ResultBlock, records) + k * sizeof(TrackedPoint);
+    const std::string record = "record " + std::to_string(k) + ", ";
+    fields.push_back({record + "id", at, FieldType::kInt32});
+    addFloats(fields, record, at + offsetof(TrackedPoint, x), {"x", "y", "z"});
+    addFloats(fields, record + "host position ", at + offsetof(TrackedPoint, hostPosition),
+              {"0", "1", "2"});
+    addFloats(fields, record + "host orientation ", at + offsetof(TrackedPoint, hostOrientation),
+              {"0", "1", "2", "3"});
+    addFloats(fields, record, at + offsetof(TrackedPoint, reserved), {"reserved", "bearing"});
+  }
+  return fields;
+}
+
+std::vector<Field> poseFields() {
+  using algorithm::PoseAnswer;
+  std::vector<Field> fields = {{"id", 0, FieldType::kInt32}};
+  addFloats(fields, "raw ", offsetof(PoseAnswer, raw), {"x", "y", "z"});
+  addFloats(fields, "rate ", offsetof(PoseAnswer, rate), {"x", "y", "z"});
+  addFloats(fields, "filtered ", offsetof(PoseAnswer, filtered), {"x", "y", "z"});
+  addFloats(fields, "second rate ", offsetof(PoseAnswer, rateCopy), {"x", "y", "z"});
+  return fields;
+}
+
+std::vector<Field> headingFields() {
+  using algorithm::HeadingAnswer;
+  std::vector<Field> fields;
+  addFloats(fields, "orientation ", 0, {"0", "1", "2", "3"});
+  addFloats(fields, "", offsetof(HeadingAnswer, yaw), {"yaw", "negated corrected yaw"});
+  fields.push_back({"status", offsetof(HeadingAnswer, status), FieldType::kInt32});
+  fields.push_back({"bytes 28 to 31", offsetof(HeadingAnswer, notWritten1), FieldType::kUint32});
+  fields.push_back({"value", offsetof(HeadingAnswer, value), FieldType::kUint64});
+  fields.push_back({"score", offsetof(HeadingAnswer, score), FieldType::kFloat});
+  fields.push_back({"bytes 44 to 47", offsetof(HeadingAnswer, notWritten2), FieldType::kUint32});
+  return fields;
+}
+
+/// In quotes, without the newline at its end, and fit for a terminal.
+std::string quoted(std::string text) {
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  for (char& c : text)
+    if (c < ' ' || c > '~') c = '?';
+  return "\"" + text + "\"";
+}
+
+class Comparison {
+ public:
+  Comparison(std::string expectedName, std::string foundName)
+      : expectedName_(std::move(expectedName)), foundName_(std::move(foundName)) {}
+
+  std::string both(const std::string& what, const std::string& expected,
+                   const std::string& found) const {
+    return what + ": " + expectedName_ + " " + expected + ", " + foundName_ + " " + found;
+  }
+
+  template <typename Number>
+  std::optional<std::string> numbers(const std::string& what, Number expected, Number found) const {
+    if (expected == found) return std::nullopt;
+    return both(what, std::to_string(expected), std::to_string(found));
+  }
+
+  std::optional<std::string> texts(const std::string& what, const std::string& expected,
+                                   const std::string& found) const {
+    if (expected == found) return std::nullopt;
+    return both(what, quoted(expected), quoted(found));
+  }
+
+  /// Both have the size that the fields describe; between them the fields cover every byte.
+  std::optional<std::string> fields(const std::string& what, const std::vector<Field>& fields,
+                                    const std::uint8_t* expected, const std::uint8_t* found) const {
+    for (const Field& field : fields) {
+      if (std::memcmp(expected + field.offset, found + field.offset, sizeOf(field.type)) == 0)
+        continue;
+      std::string a = valueText(field, expected), b = valueText(field, found);
+      if (a == b) {  // two kinds of nan, two zeros
+        a += " (" + hex(expected + field.offset, sizeOf(field.type)) + ")";
+        b += " (" + hex(found + field.offset, sizeOf(field.type)) + ")";
+      }
+      return both(what + field.name, a, b);
+    }
+    return std::nullopt;
+  }
+
+  std::optional<std::string> bytes(const std::string& what, const Bytes& expected,
+                                   const Bytes& found) const {
+    if (expected.size() != found.size())
+      return both(what, std::to_string(expected.size()) + " bytes",
+                  std::to_string(found.size()) + " bytes");
+    for (std::size_t i = 0; i < expected.size(); ++i)
+      if (expected[i] != found[i])
+        return both(what + ", byte " + std::to_string(i), hex(&expected[i], 1), hex(&found[i], 1));
+    return std::nullopt;
+  }
+
+ private:
+  static std::string hex(const std::uint8_t* bytes, std::size_t size) {
+    std::string text;
+    char digits[8];
+    for (std::size_t i = 0; i < size; ++i) {
+      std::snprintf(digits, sizeof digits, "%s%02X", i > 0 ? " " : "", bytes[i]);
+      text += digits;
+    }
+    return text;
+  }
+
+  std::string expectedName_, foundName_;
+};
+
+std::string returnedText(const std::optional<int>& returned) {
+  return returned ? std::to_string(*returned) : "an exception";
+}
+
+}  // namespace
+
+std::string titleOf(const Call& call) {
+  std::string title = "call " + std::to_string(call.index) + " (" + nameOf(call.kind);
+  if (call.kind == CallKind::kInputStream) title += ", stream type " + std::to_string(call.type);
+  if (call.kind == CallKind::kHandleEvent) title += ", event " + std::to_string(call.type);
+  return title + ")";
+}
+
+std::optional<std::string> differenceInOutcome(const Entry& expected, const Entry& found,
+                                               const std::string& expectedName,
+                                               const std::string& foundName) {
+  const Comparison compare(expectedName, foundName);
+  if (expected.call.returned != found.call.returned)
+    return compare.both("returned value", returnedText(expected.call.returned),
+                        returnedText(found.call.returned));
+
+  if (auto text = compare.numbers("messages", expected.logs.size(), found.logs.size())) {
+    const auto& more = expected.logs.size() > found.logs.size() ? expected.logs : found.logs;
+    const auto& first = more[std::min(expected.logs.size(), found.logs.size())].text;
+    return *text + "; the first that only one has: " + quoted(first);
+  }
+  for (std::size_t i = 0; i < expected.logs.size(); ++i) {
+    const auto &a = expected.logs[i], &b = found.logs[i];
+    const std::string what = "message " + std::to_string(i);
+    if (auto text = compare.texts(what + ", text", a.text, b.text)) return text;
+    if (auto text = compare.numbers(what + ", level", a.level, b.level)) return text;
+    if (auto text = compare.numbers(what + ", place", a.step, b.step)) return text;
+  }
+
+  if (auto text = compare.numbers("blocks", expected.blocks.size(), found.blocks.size()))
+    return text;
+  static const auto blocks = blockFields();
+  for (std::size_t i = 0; i < expected.blocks.size(); ++i) {
+    const auto &a = expected.blocks[i], &b = found.blocks[i];
+    const std::string what = "block " + std::to_string(i) + ", ";
+    if (auto text = compare.fields(what, blocks, reinterpret_cast<const std::uint8_t*>(&a.block),
+                                   reinterpret_cast<const std::uint8_t*>(&b.block)))
+      return text;
+    if (auto text = compare.numbers(what + "place", a.step, b.step)) return text;
+  }
+
+  const auto &a = expected.call.output, &b = found.call.output;
+  if (a.size() != b.size()) return compare.bytes("answer", a, b);
+  if (a.empty()) return std::nullopt;
+  static const auto pose = poseFields(), heading = headingFields();
+  return compare.fields("answer, ", a.size() == sizeof(algorithm::PoseAnswer) ? pose : heading,
+                        a.data(), b.data());
+}
+
+std::optional<std::string> differenceInArguments(const Call& expected, const Call& found,
+                                                 const std::string& expectedName,
+                                                 const std::string& foundName) {
+  const Comparison compare(expectedName, foundName);
+  if (auto text = compare.texts("operation", nameOf(expected.kind), nameOf(found.kind)))
+    return text;
+  const char* const type = expected.kind == CallKind::kInit ? "product type" : "type";
+  if (auto text = compare.numbers(type, expected.type, found.type)) return text;
+  if (auto text = compare.numbers("mode", expected.mode, found.mode)) return text;
+  if (auto text = compare.numbers("length", expected.length, found.length)) return text;
+  if (auto text =
+          compare.numbers("pointer given", int{expected.pointerGiven}, int{found.pointerGiven}))
+    return text;
+  if (auto text =
+          compare.numbers("output given", int{expected.outputGiven}, int{found.outputGiven}))
+    return text;
+  return compare.bytes("payload", expected.payload, found.payload);
+}
+
+}  // namespace session

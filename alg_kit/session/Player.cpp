@@ -1,0 +1,163 @@
+#include <alg_kit/session/Player.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+namespace session {
+namespace {
+
+constexpr std::size_t kDeepest = 32;  // calls inside callbacks inside calls
+// Where a changed product type makes a query read a stamp that was not recorded: the stamp that
+// asks for the filter's state.
+constexpr std::uint64_t kFilterStateStamp = 1234;
+
+/// Stands for whatever the host's sink threw.
+class SinkThrew : public std::exception {
+ public:
+  const char* what() const noexcept override { return "the recorded sink threw"; }
+};
+
+std::int64_t monotonicNs() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+}  // namespace
+
+Player::Player(algorithm::AlgBase* alg, WhatIf whatIf, bool addFilterMode)
+    : alg_(alg), whatIf_(std::move(whatIf)), addFilterMode_(addFilterMode) {
+  // The library uses its sinks without a test: a file that never sets them must not crash us.
+  alg_->SetLogCallback(this);
+  alg_->SetDataCallback(this);
+}
+
+const std::vector<Entry>& Player::play(const std::vector<Entry>& unit) {
+  recorded_ = &unit;
+  played_.resize(unit.size());
+  done_.assign(unit.size(), false);
+  playCall(0);
+  // Calls whose parent is not in this unit.
+  for (std::size_t place = 1; place < unit.size(); ++place)
+    if (!done_[place]) playCall(place);
+  return played_;
+}
+
+void Player::playCall(std::size_t place) {
+  if (running_.size() == kDeepest)
+    throw std::runtime_error("call " + std::to_string((*recorded_)[place].call.index) +
+                             ": expected at most " + std::to_string(kDeepest) +
+                             " calls inside each other, found more");
+  done_[place] = true;
+  const Entry& recorded = (*recorded_)[place];
+  Entry& played = played_[place];
+  played.call = recorded.call;
+  played.call.output.clear();
+  played.logs.clear();
+  played.blocks.clear();
+  recordedNs_ = recorded.call.startNs;
+
+  running_.push_back({place, 0});
+  const std::int64_t begin = monotonicNs();
+  try {
+    played.call.returned = perform(played.call);
+  } catch (const SinkThrew&) {
+    played.call.returned = std::nullopt;
+  }
+  played.call.durationNs = monotonicNs() - begin;
+  running_.pop_back();
+  if (running_.empty()) libraryNs_ += *played.call.durationNs;
+
+  if (played.call.kind == CallKind::kInit && addFilterMode_)
+    alg_->SetFilterMode(0, *whatIf_.filterMode, nullptr);
+  // With a what-if a callback may stay away; the calls from inside it still belong to the host.
+  playNested(place, std::nullopt);
+}
+
+std::optional<int> Player::perform(Call& call) {
+  const unsigned char* const payload = call.payload.empty() ? nullptr : call.payload.data();
+  switch (call.kind) {
+    case CallKind::kInit: {
+      if (whatIf_.productType) call.type = *whatIf_.productType;
+      if (whatIf_.calibration && !call.payload.empty())
+        std::memcpy(call.payload.data(), &*whatIf_.calibration, sizeof *whatIf_.calibration);
+      return alg_->Init(call.type, payload, 0);
+    }
+    case CallKind::kInputStream:
+      // Without recorded bytes the library read none: a null pointer is refused as quietly.
+      return alg_->InputStream(call.type, payload, 0, call.length);
+    case CallKind::kSetDataCallback:
+      return alg_->SetDataCallback(call.pointerGiven ? this : nullptr);
+    case CallKind::kSetLogCallback:
+      return alg_->SetLogCallback(call.pointerGiven ? this : nullptr);
+    case CallKind::kSetFilterMode:
+      if (whatIf_.filterMode) call.mode = *whatIf_.filterMode;
+      return alg_->SetFilterMode(call.type, call.mode, nullptr);
+    case CallKind::kGetFixedCode:
+      return alg_->GetFixedCode();
+    case CallKind::kHandleEvent: {
+      std::array<std::uint8_t, sizeof(algorithm::OrientationSample)> input{};
+      std::memcpy(input.data(), &kFilterStateStamp, sizeof kFilterStateStamp);
+      std::copy(call.payload.begin(), call.payload.end(), input.begin());
+      std::array<std::uint8_t, sizeof(algorithm::PoseAnswer)> output{};
+      const bool answered = alg_->HandleEvent(call.type, call.pointerGiven ? input.data() : nullptr,
+                                              call.outputGiven ? output.data() : nullptr);
+      if (answered && call.outputGiven)
+        call.output.assign(output.begin(),
+                           output.begin() + static_cast<std::ptrdiff_t>(answerSize(call.type)));
+      return answered;
+    }
+  }
+  return std::nullopt;
+}
+
+void Player::playNested(std::size_t parent, std::optional<int> step) {
+  const std::int64_t index = (*recorded_)[parent].call.index;
+  for (std::size_t place = parent + 1; place < recorded_->size(); ++place) {
+    const Call& call = (*recorded_)[place].call;
+    if (!done_[place] && call.parent == index && (!step || call.parentStep == *step))
+      playCall(place);
+  }
+}
+
+bool Player::threwAt(std::size_t place, int step) const {
+  const Entry& recorded = (*recorded_)[place];
+  const auto here = [step](const auto& callback) {
+    return callback.step == step && callback.threw;
+  };
+  return std::any_of(recorded.logs.begin(), recorded.logs.end(), here) ||
+         std::any_of(recorded.blocks.begin(), recorded.blocks.end(), here);
+}
+
+bool Player::Deliver(const void* buffer, int offset, int length) {
+  if (running_.empty() || length != sizeof(algorithm::ResultBlock)) return true;
+  const std::size_t place = running_.back().place;
+  const int step = running_.back().steps++;
+  const bool throws = threwAt(place, step);
+  DeliveredBlock& delivered = played_[place].blocks.emplace_back();
+  delivered.step = step;
+  delivered.threw = throws;
+  std::memcpy(&delivered.block, static_cast<const unsigned char*>(buffer) + offset,
+              sizeof delivered.block);
+  playNested(place, step);
+  if (throws) throw SinkThrew();
+  return true;
+}
+
+bool Player::Log(int level, const char* message) {
+  if (running_.empty()) return true;
+  const std::size_t place = running_.back().place;
+  const int step = running_.back().steps++;
+  const bool throws = threwAt(place, step);
+  played_[place].logs.push_back({step, level, message, throws});
+  playNested(place, step);
+  if (throws) throw SinkThrew();
+  return true;
+}
+
+}  // namespace session

@@ -1,0 +1,65 @@
+#include <alg_factory/service/HeadingAnswer.h>
+#include <alg_factory/service/InertialRecord.h>
+#include <alg_factory/service/PoseAnswer.h>
+#include <alg_factory/stereo3d/StereoCalibration.h>
+#include <alg_kit/session/Session.h>
+
+#include <array>
+
+namespace session {
+namespace {
+
+constexpr int kHeadingEvent = 16;
+
+constexpr std::array<const char*, 7> kCallNames = {
+    "Init",          "InputStream",  "SetDataCallback", "SetLogCallback",
+    "SetFilterMode", "GetFixedCode", "HandleEvent"};
+
+}  // namespace
+
+const char* nameOf(CallKind kind) {
+  return kCallNames[static_cast<std::size_t>(kind)];
+}
+
+std::optional<CallKind> callKindNamed(std::string_view name) {
+  for (std::size_t i = 0; i < kCallNames.size(); ++i)
+    if (name == kCallNames[i]) return static_cast<CallKind>(i);
+  return std::nullopt;
+}
+
+std::size_t payloadSize(const Call& call, int productType) {
+  if (!call.pointerGiven) return 0;
+  switch (call.kind) {
+    case CallKind::kInit:
+      return sizeof(algorithm::StereoCalibration);
+    case CallKind::kInputStream:
+      if (productType < 0 || productType > 2 || call.length < 0) return 0;
+      switch (call.type) {
+        case 0:
+          return static_cast<std::size_t>(call.length);
+        case 2:
+          return call.length < 4 ? 0 : static_cast<std::size_t>(call.length);
+        case 1:
+        case 3:
+        case 4:
+          return sizeof(algorithm::InertialRecord);
+        case 5:
+          return sizeof(std::int32_t);
+        default:
+          return 0;
+      }
+    case CallKind::kHandleEvent:
+      if (!call.outputGiven) return 0;
+      if (call.type == kHeadingEvent) return sizeof(algorithm::OrientationSample);
+      return call.type == 2 && (productType == 0 || productType == 1) ? sizeof(std::uint64_t) : 0;
+    default:
+      return 0;
+  }
+}
+
+std::size_t answerSize(int eventType) {
+  return eventType == kHeadingEvent ? sizeof(algorithm::HeadingAnswer)
+                                    : sizeof(algorithm::PoseAnswer);
+}
+
+}  // namespace session

@@ -1,0 +1,202 @@
+#!/usr/bin/env python3
+"""algtrack calibration, through the command line; the numbers are read back with Python."""
+import json
+import os
+import struct
+import unittest
+
+from algtrack_case import AlgtrackCase
+
+OPENCV = os.path.join(os.environ["ALG_SOURCE"], "tests/kit/calibration/data/opencv")
+STEREO = os.path.join(OPENCV, "stereo_fisheye.yml")
+INTRINSICS = os.path.join(OPENCV, "intrinsics.yml")
+EXTRINSICS = os.path.join(OPENCV, "extrinsics.yml")
+RADTAN = os.path.join(OPENCV, "intrinsics_radtan.yml")
+
+# Offsets in doubles.
+LEFT_K, RIGHT_K, ROTATION, TRANSLATION, FUNDAMENTAL = 1, 18, 35, 44, 47
+
+
+class CalibrationTest(AlgtrackCase):
+    def doubles(self, name):
+        with open(self.path(name), "rb") as file:
+            return list(struct.unpack("<115d", file.read()))
+
+    def write_doubles(self, name, values):
+        with open(self.path(name), "wb") as file:
+            file.write(struct.pack("<115d", *values))
+
+    def import_rig(self):
+        self.succeed("calibration", "import", STEREO, "--unit", "m", "-o", "rig.bin")
+        return self.doubles("rig.bin")
+
+    def findings(self, *arguments):
+        result = self.run_algtrack("calibration", "check", *arguments, "--json")
+        codes = [f["code"] for f in json.loads(result.stdout)["findings"]]
+        self.assertEqual(result.returncode, 1 if codes else 0)
+        self.assertEqual(result.stderr.count("\n"), 1 if codes else 0)
+        return codes
+
+    def test_import_writes_the_record_in_millimetres(self):
+        d = self.import_rig()
+        self.assertEqual(d[LEFT_K:LEFT_K + 9], [381.2, 0, 321.5, 0, 380.7, 238.4, 0, 0, 1])
+        self.assertEqual(d[10:14], [0.021, -0.0064, 0.0018, -0.0005])
+        self.assertEqual(d[RIGHT_K], 379.6)
+        for found, expected in zip(d[TRANSLATION:TRANSLATION + 3], (-100.3, 0.8, -1.6)):
+            self.assertAlmostEqual(found, expected, places=9)
+        self.assertEqual(d[56:], [0] * 59)
+
+    def test_import_computes_the_fundamental_matrix(self):
+        d = self.import_rig()
+        # A point that both ideal cameras see: q^T F p = 0, in numbers of Python's own.
+        R = [d[ROTATION + 3 * i:ROTATION + 3 * i + 3] for i in range(3)]
+        T = d[TRANSLATION:TRANSLATION + 3]
+        F = [d[FUNDAMENTAL + 3 * i:FUNDAMENTAL + 3 * i + 3] for i in range(3)]
+        for point in ((100, 50, 900), (-300, 200, 1500), (10, -400, 700)):
+            right = [sum(R[i][k] * point[k] for k in range(3)) + T[i] for i in range(3)]
+            p = [d[LEFT_K] * point[0] / point[2] + d[LEFT_K + 2],
+                 d[LEFT_K + 4] * point[1] / point[2] + d[LEFT_K + 5], 1]
+            q = [d[RIGHT_K] * right[0] / right[2] + d[RIGHT_K + 2],
+                 d[RIGHT_K + 4] * right[1] / right[2] + d[RIGHT_K + 5], 1]
+            line = [sum(F[i][k] * p[k] for k in range(3)) for i in range(3)]
+            distance = sum(a * b for a, b in zip(line, q)) / (line[0] ** 2 + line[1] ** 2) ** 0.5
+            self.assertLess(abs(distance), 1e-9)
+
+    def test_import_reads_separate_files_and_writes_json(self):
+        self.succeed("calibration", "import", INTRINSICS, EXTRINSICS, "--unit", "m",
+                     "-o", "two.bin", "-o", "two.json")
+        self.assertEqual(self.doubles("two.bin"), self.import_rig())
+        with open(self.path("two.json")) as file:
+            data = json.load(file)
+        self.assertEqual(data["unit"], "mm")
+        self.assertEqual(data["left"]["cameraMatrix"][0], [381.2, 0, 321.5])
+        self.succeed("calibration", "import", "two.json", "-o", "again.bin")
+        self.assertEqual(self.doubles("again.bin"), self.doubles("two.bin"))
+
+    def test_import_settles_the_unit(self):
+        self.assertIn("say --unit",
+                      self.fail_in_one_line("calibration", "import", STEREO, "-o", "x"))
+        out = self.succeed("calibration", "import", STEREO, "--unit", "m", "--output-unit", "m",
+                           "-o", "metres.bin", "-o", "metres.json")
+        self.assertIn("translation in m", out)
+        self.assertAlmostEqual(self.doubles("metres.bin")[TRANSLATION], -0.1003, places=12)
+        with open(self.path("metres.json")) as file:
+            self.assertEqual(json.load(file)["unit"], "m")
+        self.succeed("calibration", "import", "metres.json", "-o", "back.bin")
+        self.assertAlmostEqual(self.doubles("back.bin")[TRANSLATION], -100.3, places=9)
+
+    def test_import_keeps_existing_files_and_its_input(self):
+        self.import_rig()
+        before = self.doubles("rig.bin")
+        self.fail_in_one_line("calibration", "import", RADTAN, EXTRINSICS, "--unit", "m",
+                              "-o", "rig.bin", "--force")
+        self.fail_in_one_line("calibration", "import", STEREO, "--unit", "m", "-o", "rig.bin")
+        self.fail_in_one_line("calibration", "import", "rig.bin", "-o", "rig.bin", "--force")
+        self.fail_in_one_line("calibration", "import", STEREO, "--unit", "m", "-o", "a", "-o", "a")
+        self.fail_in_one_line("calibration", "import", STEREO, "--unit", "m",
+                              "-o", "no/such/folder.bin")
+        self.assertEqual(self.doubles("rig.bin"), before)
+        self.assertEqual(os.listdir(self.folder), ["rig.bin"])
+        self.succeed("calibration", "import", STEREO, "--unit", "m", "-o", "rig.bin", "--force")
+
+    def test_swapping_twice_changes_nothing(self):
+        d = self.import_rig()
+        self.succeed("calibration", "import", "rig.bin", "--swap-cameras", "-o", "swapped.bin")
+        swapped = self.doubles("swapped.bin")
+        self.assertEqual(swapped[LEFT_K:LEFT_K + 9], d[RIGHT_K:RIGHT_K + 9])
+        self.succeed("calibration", "import", "swapped.bin", "--swap-cameras", "-o", "back.bin")
+        for a, b in zip(self.doubles("back.bin"), d):
+            self.assertAlmostEqual(a, b, places=9)
+
+    def test_show_prints_what_is_in_a_file_or_recording(self):
+        self.import_rig()
+        self.assertIn("381.2", self.succeed("calibration", "show", "rig.bin"))
+        shown = json.loads(self.succeed("calibration", "show", "rig.bin", "--json"))
+        self.assertEqual(shown["translation"], self.doubles("rig.bin")[TRANSLATION:TRANSLATION + 3])
+        self.simulate("a", "--seconds", 1, "--calibration", "rig.bin")
+        recorded = json.loads(self.succeed("calibration", "show", "--recording", "a", "--json"))
+        self.assertEqual(recorded["fundamental"], shown["fundamental"])
+
+    def test_check_names_the_mistake_with_and_without_a_recording(self):
+        d = self.import_rig()
+        self.simulate("a", "--seconds", 5, "--calibration", "rig.bin", "--noise", 0.1,
+                      "--strays", 0.1, "--dropouts", 0.02, "--product-type", 2)
+        recording = ("--recording", "a")
+        self.assertEqual(self.findings("rig.bin"), [])
+        self.assertEqual(self.findings("rig.bin", *recording), [])
+        self.assertEqual(self.findings(*recording), [])
+
+        at = slice(TRANSLATION, TRANSLATION + 3)
+        inverted = d[:]
+        inverted[at] = [-t for t in d[at]]
+        self.write_doubles("inverted.bin", inverted)
+        self.assertEqual(self.findings("inverted.bin"), ["translation-inverted"])
+        self.assertEqual(self.findings("inverted.bin", *recording), ["translation-inverted"])
+
+        metres = d[:]
+        metres[at] = [t / 1000 for t in d[at]]
+        self.write_doubles("metres.bin", metres)
+        self.assertEqual(self.findings("metres.bin"), ["unit-metres"])
+        self.assertEqual(self.findings("metres.bin", *recording), ["unit-metres"])
+        self.assertEqual(self.findings(STEREO), ["unit-metres"])
+
+        self.succeed("calibration", "import", "rig.bin", "--swap-cameras", "-o", "swapped.bin")
+        self.assertEqual(self.findings("swapped.bin"), ["cameras-swapped"])
+        self.assertEqual(self.findings("swapped.bin", *recording), ["cameras-swapped"])
+
+        self.assertEqual(self.findings(RADTAN, EXTRINSICS, "--unit", "m"),
+                         ["distortion-model", "distortion-model"])
+
+        broken = d[:]
+        broken[FUNDAMENTAL + 8] *= 1.5
+        self.write_doubles("broken.bin", broken)
+        self.assertEqual(self.findings("broken.bin"), ["fundamental"])
+
+    def test_check_says_it_in_plain_words(self):
+        self.import_rig()
+        self.assertIn("Nothing seems wrong", self.succeed("calibration", "check", "rig.bin"))
+        result = self.run_algtrack("calibration", "check", STEREO)
+        self.assertIn("The unit of the translation seems to be metres", result.stdout)
+        result = self.run_algtrack("calibration", "check", RADTAN, EXTRINSICS, "--unit", "m")
+        self.assertIn("distortion model of the left camera is wrong", result.stdout)
+
+    def test_a_recording_made_with_the_wrong_calibration_can_be_judged(self):
+        # The device is the rig; the host configured the library with an inverted translation.
+        d = self.import_rig()
+        self.simulate("a", "--seconds", 3, "--calibration", "rig.bin", "--product-type", 2)
+        wrong = d[:]
+        wrong[TRANSLATION:TRANSLATION + 3] = [-t for t in d[TRANSLATION:TRANSLATION + 3]]
+        self.change("a", "UPDATE calls SET payload = ? WHERE kind = 'Init'",
+                    struct.pack("<115d", *wrong))
+        self.assertEqual(self.findings("--recording", "a"), ["translation-inverted"])
+        # Every pair then lies behind the camera, and the funnel says so.
+        result = self.run_algtrack("inspect", "a", "--json")
+        ends = json.loads(result.stdout)["funnel"]["ends"]
+        self.assertGreater(ends["too-near"]["left"], 1000)
+        self.assertEqual(ends["delivered"]["left"], 0)
+
+    def test_refuses_bad_input_in_one_line(self):
+        self.import_rig()
+        self.simulate("a", "--seconds", 1)
+        with open(self.path("text"), "w") as file:
+            file.write("hello: world\n")
+        open(self.path("empty"), "w").close()
+        with open(self.path("short.bin"), "wb") as file:
+            file.write(b"\0" * 919)
+        self.write_doubles("nan.bin", [float("nan")] * 115)
+        for name in ("nowhere", ".", "text", "empty", "short.bin", "nan.bin", "a"):
+            for command in (["show"], ["check"], ["import", "-o", "x"]):
+                self.fail_in_one_line("calibration", command[0], name, *command[1:])
+        for arguments in ([], ["check"], ["show"], ["import"], ["import", "rig.bin"], ["fly"],
+                          ["check", "rig.bin", "--recording", "text"],
+                          ["check", "rig.bin", "--recording", "nowhere"],
+                          ["check", "rig.bin", "--unit", "furlong"],
+                          ["import", "rig.bin", "-o", "x", "--unit", "nan"],
+                          ["show", "rig.bin", "rig.bin"],
+                          ["show", "rig.bin", "rig.bin", "rig.bin"]):
+            self.fail_in_one_line("calibration", *arguments)
+        self.assertFalse(os.path.exists(self.path("x")))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,66 @@
+#!/usr/bin/env python3
+"""The page of algtrack report, in headless Chromium. Skipped where chromium or node is missing."""
+import json
+import os
+import shutil
+import subprocess
+import sys
+import unittest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "algtrack"))
+from algtrack_case import AlgtrackCase
+
+NODE = shutil.which("node")
+CHROMIUM = shutil.which("chromium") or shutil.which("chromium-browser")
+SKIPPED = 77
+
+
+class ReportPageTest(AlgtrackCase):
+    def check_page(self, name, **expected):
+        """Makes the page of a recording and lets the browser check it."""
+        self.succeed("report", name, "-o", f"{name}.html")
+        expected["numbers"] = json.loads(self.succeed("report", name, "--json"))
+        result = subprocess.run(
+            [NODE, os.path.join(HERE, "check_page.mjs"), CHROMIUM, self.path(f"{name}.html")],
+            input=json.dumps(expected), text=True, capture_output=True, timeout=240)
+        self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
+
+    def test_a_simulated_recording_with_everything(self):
+        self.simulate("walk.algrec", "--seconds", 12, "--noise", 0.05, "--dropouts", 0.02,
+                      "--strays", 0.5, "--splits", 0.05, "--loss", 0.01, "--corrupt", 0.01,
+                      "--occlude", "1:4-5.5")
+        # Per object x, y, z, error, residual and ray gap; three paths, presence, histogram.
+        self.check_page("walk.algrec", canvases=3 * 6 + 5)
+
+    def test_a_long_recording_of_six_objects_at_rest(self):
+        self.simulate("still.algrec", "--seconds", 60, "--noise", 0.05, "--scene", "still",
+                      "--product-type", 2)
+        self.check_page("still.algrec", canvases=6 * 6 + 5, says=["Jitter at rest", "Total"])
+
+    def test_without_truth_or_answers_and_with_an_object_that_never_came(self):
+        self.simulate("bare.algrec", "--seconds", 3, "--product-type", 0, "--no-queries",
+                      "--occlude", "2:0-99")
+        self.change("bare.algrec", "DELETE FROM truth")
+        self.check_page("bare.algrec", canvases=2 * 5 + 5,
+                        says=["Never seen in this recording", "holds no truth",
+                              "asked for no poses"])
+
+    def test_text_from_the_recording_is_only_text(self):
+        name = "<b>&amp; \u00fc.algrec"
+        self.simulate(name, "--seconds", 1, "--wrong-check", 0.5, "--framing", "plain")
+        hostile = "</script><script>document.title = 'taken'</script><img src=x onerror=alert(1)>"
+        self.change(name, "UPDATE logs SET text = ?", hostile)
+        self.change(name, "UPDATE meta SET value = ? WHERE key = 'platform'", hostile)
+        self.check_page(name, canvases=3 * 6 + 5, says=[hostile, name])
+
+    def test_one_packet_is_enough(self):
+        self.simulate("one.algrec", "--seconds", 0.001, "--product-type", 0)
+        self.check_page("one.algrec", canvases=3 * 6 + 5, few=True)
+
+
+if __name__ == "__main__":
+    if not NODE or not CHROMIUM:
+        print(f"skipped: {'node' if not NODE else 'chromium'} is missing")
+        sys.exit(SKIPPED)
+    unittest.main()
