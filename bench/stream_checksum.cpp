@@ -94,7 +94,7 @@ class Host {
 
   void session(const Kind& kind, int productType, sim::Framing framing, int filterMode,
                int frames) {
-    const sim::StereoRig rig = sim::builtInRig();
+    const rig::StereoRig rig = rig::builtInRig();
     sim::SimulatorOptions options;
     options.framing = framing;
     options.blobs = kind.blobs;
@@ -125,7 +125,8 @@ class Host {
   }
 
   void query(int n, std::uint64_t frameStamp) {
-    const std::uint64_t stamp = n % 7 == 0 ? 1234 : frameStamp + 8000u * static_cast<unsigned>(n % 20);
+    const std::uint64_t stamp =
+        n % 7 == 0 ? 1234 : frameStamp + 8000u * static_cast<unsigned>(n % 20);
     algorithm::PoseAnswer pose;
     note(alg_->HandleEvent(n % 6, &stamp, &pose));
     sinks.checksum.add(&pose, sizeof pose);
