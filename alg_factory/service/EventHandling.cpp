@@ -11,7 +11,6 @@ namespace algorithm {
 namespace {
 
 constexpr double kMicrosecondsPerSecond = 1000000;
-constexpr int kStateSize = 6;
 
 }  // namespace
 
@@ -101,8 +100,9 @@ void StereoService::fillUnfiltered(std::size_t record) {
 void StereoService::fillFiltered(std::size_t record, const KalmanFilter& filter,
                                  double extrapolation) {
   fillUnfiltered(record);
+  // Built by `SetFilterMode`, but no block has started it: it knows no position.
+  if (!filter.initialized()) return;
   const KalmanFilter::Vector& state = filter.state();
-  if (state.size() < kStateSize) return;
   for (int i = 0; i < 3; ++i) {
     const double position = state(i);
     const double rate = state(i + 3);
@@ -122,7 +122,8 @@ bool StereoService::answerHeading(const void* input, void* output) {
   OrientationSample sample;
   std::memcpy(&sample, input, sizeof sample);
   const float(&in)[4] = sample.orientation;
-  tracked_.setOrientation({in[3], in[0], in[1], in[2]});
+  const float scalarFirst[4] = {in[3], in[0], in[1], in[2]};
+  tracked_.setOrientation(scalarFirst);
   float angles[6] = {};
   heading_.status = tracked_.readAngles(angles);
 

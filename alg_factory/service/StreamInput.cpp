@@ -138,14 +138,13 @@ void StereoService::updateHeadFilters() {
 
 bool StereoService::inputInertial(const unsigned char* bytes, std::size_t device) {
   const auto record = read<InertialRecord>(bytes);
+  const auto& rate = record.gyroscope;
+  const auto& force = record.accelerometer;
   // The stage takes the angular rates first; the record holds them last.
-  const std::int16_t counts[6] = {record.gyroscope[0],     record.gyroscope[1],
-                                  record.gyroscope[2],     record.accelerometer[0],
-                                  record.accelerometer[1], record.accelerometer[2]};
   if (device == 0) {
-    steady_.setImuA(counts);
+    steady_.setImuA(rate[0], rate[1], rate[2], force[0], force[1], force[2]);
   } else {
-    steady_.setImuB(counts);
+    steady_.setImuB(rate[0], rate[1], rate[2], force[0], force[1], force[2]);
   }
 
   LockGuard guard(resultLock_);

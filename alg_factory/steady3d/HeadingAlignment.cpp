@@ -112,8 +112,8 @@ void HeadingAlignment::addPair(const TaggedPoint& a, const TaggedPoint& b) {
   score = alignmentScore(mean, spread, pairDistance);
 }
 
-void HeadingAlignment::setOrientation(const float (&q)[4]) {
-  std::copy(std::begin(q), std::end(q), std::begin(orientation));
+void HeadingAlignment::setOrientation(const float* q) {
+  std::copy_n(q, 4, orientation);
   roll = atan2Deg(2.0f * (q[1] * q[0] + q[2] * q[3]), 1.0f - 2.0f * (q[1] * q[1] + q[2] * q[2]));
   pitch = -asinDeg(2.0f * (q[0] * q[2] - q[3] * q[1]));
   yaw = -atan2Deg(2.0f * (q[3] * q[0] + q[2] * q[1]), 1.0f - 2.0f * (q[2] * q[2] + q[3] * q[3]));
@@ -127,7 +127,7 @@ int HeadingAlignment::takeFlags() {
   return status;
 }
 
-int HeadingAlignment::readAngles(float (&out)[6]) {
+int HeadingAlignment::readAngles(float* out) {
   if (!hasOrientation) return -1;
   out[0] = yaw;
   out[1] = pitch;
@@ -138,7 +138,7 @@ int HeadingAlignment::readAngles(float (&out)[6]) {
   return takeFlags();
 }
 
-int HeadingAlignment::readCorrectedOrientation(float (&out)[4]) {
+int HeadingAlignment::readCorrectedOrientation(float* out) {
   if (!hasOrientation) return -1;
   const float(&q)[4] = orientation;
   const float half = yawOffset * 3.1415927f / 360.0f;

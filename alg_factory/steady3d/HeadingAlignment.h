@@ -24,18 +24,19 @@ class HeadingAlignment {
   /// distinct (kept: such points are placeholders; only the first is looked at).
   void addPair(const TaggedPoint& a, const TaggedPoint& b);
 
-  /// @param q  quaternion w, x, y, z
-  void setOrientation(const float (&q)[4]);
+  /// @param q  four values: quaternion w, x, y, z
+  void setOrientation(const float* q);
 
-  /// Writes yaw, pitch, roll, yaw - yaw offset, pair distance, score, and clears both flags.
+  /// Writes six values (yaw, pitch, roll, yaw - yaw offset, pair distance, score) and clears both
+  /// flags.
   /// @return -1 without an orientation since the last read-out (nothing is written), 1 when there
   ///         is a new offset, else 0.
-  int readAngles(float (&out)[6]);
+  int readAngles(float* out);
 
-  /// Writes the orientation turned by the yaw offset about the vertical axis; flags and results as
-  /// `readAngles`. The second element has the other sign of s q3 than a rotation would give (kept:
-  /// hosts have adapted to it).
-  int readCorrectedOrientation(float (&out)[4]);
+  /// Writes four values, the orientation turned by the yaw offset about the vertical axis; flags
+  /// and results as `readAngles`. The second element has the other sign of s q3 than a rotation
+  /// would give (kept: hosts have adapted to it).
+  int readCorrectedOrientation(float* out);
 
   TaggedPoint pointA, pointB;  ///< the last pair, the one with the smaller x first
   float yaw = 0, pitch = 0, roll = 0;

@@ -20,13 +20,12 @@ constexpr float kGyroCountsPerDegree = 16.4f;
 constexpr float kGravity = 9.81f;
 constexpr float kGravitiesPerCount = 0.00048828125f;
 
-InertialSample scaled(const std::int16_t (&counts)[6]) {
-  InertialSample sample;
-  for (int i = 0; i < 3; ++i) {
-    sample.gyro[i] = static_cast<float>(counts[i]) / kGyroCountsPerDegree;
-    sample.accel[i] = static_cast<float>(counts[i + 3]) * kGravity * kGravitiesPerCount;
-  }
-  return sample;
+float angularRate(std::int16_t count) {
+  return static_cast<float>(count) / kGyroCountsPerDegree;
+}
+
+float acceleration(std::int16_t count) {
+  return static_cast<float>(count) * kGravity * kGravitiesPerCount;
 }
 
 void place(const PointF& position, TrackedPoint& record) {
@@ -175,13 +174,17 @@ void Steady3D::copyResult(ResultBlock& block) const {
   for (std::size_t k = 0; k < table_.size(); ++k) block.records[k] = table_[k];
 }
 
-bool Steady3D::setImuA(const std::int16_t (&counts)[6]) {
-  imuA_ = scaled(counts);
+bool Steady3D::setImuA(std::int16_t r0, std::int16_t r1, std::int16_t r2, std::int16_t r3,
+                       std::int16_t r4, std::int16_t r5) {
+  gyroA_ = {angularRate(r0), angularRate(r1), angularRate(r2)};
+  accelA_ = {acceleration(r3), acceleration(r4), acceleration(r5)};
   return true;
 }
 
-bool Steady3D::setImuB(const std::int16_t (&counts)[6]) {
-  imuB_ = scaled(counts);
+bool Steady3D::setImuB(std::int16_t r0, std::int16_t r1, std::int16_t r2, std::int16_t r3,
+                       std::int16_t r4, std::int16_t r5) {
+  gyroB_ = {angularRate(r0), angularRate(r1), angularRate(r2)};
+  accelB_ = {acceleration(r3), acceleration(r4), acceleration(r5)};
   return true;
 }
 

@@ -19,12 +19,6 @@ namespace algorithm {
 
 class LogSink;
 
-/// Angular rate and acceleration of one device.
-struct InertialSample {
-  float gyro[3] = {};   ///< degrees per second
-  float accel[3] = {};  ///< metres per second squared
-};
-
 /// Fourth stage: a frame's 3D points in, the table of ten tracked points out. Product types 0 and 2
 /// take the points as they come; product type 1 rejects jumps and keeps a two-point object.
 class Steady3D : public BaseCV {
@@ -53,9 +47,12 @@ class Steady3D : public BaseCV {
 
   // Auxiliary inputs. Each stores its values and returns true.
 
-  /// Raw counts: three angular rates, then three accelerations.
-  bool setImuA(const std::int16_t (&counts)[6]);
-  bool setImuB(const std::int16_t (&counts)[6]);
+  /// Raw counts: three angular rates r0 to r2 (16.4 per degree per second), then three
+  /// accelerations r3 to r5 (2048 per g).
+  bool setImuA(std::int16_t r0, std::int16_t r1, std::int16_t r2, std::int16_t r3, std::int16_t r4,
+               std::int16_t r5);
+  bool setImuB(std::int16_t r0, std::int16_t r1, std::int16_t r2, std::int16_t r3, std::int16_t r4,
+               std::int16_t r5);
   bool setAuxVector(float x, float y, float z);
   /// 1: the visible point of the two-point object is the first of its pair (smaller x), 2: the
   /// second, any other value: decide by distance.
@@ -76,8 +73,12 @@ class Steady3D : public BaseCV {
   const std::array<TrackedPoint, ResultBlock::kRecords>& table() const { return table_; }
   const JumpGuard& guard(std::size_t object) const { return guards_[object]; }
   const TwoPointObject& twoPointObject() const { return twoPointObject_; }
-  const InertialSample& imuA() const { return imuA_; }
-  const InertialSample& imuB() const { return imuB_; }
+
+  // The auxiliary inputs last set; no step reads them.
+  const std::array<float, 3>& gyroA() const { return gyroA_; }    ///< degrees per second
+  const std::array<float, 3>& gyroB() const { return gyroB_; }    ///< degrees per second
+  const std::array<float, 3>& accelA() const { return accelA_; }  ///< metres per second squared
+  const std::array<float, 3>& accelB() const { return accelB_; }  ///< metres per second squared
   const std::array<float, 3>& auxVector() const { return auxVector_; }
   std::int32_t sideHint() const { return sideHint_; }
 
@@ -111,8 +112,7 @@ class Steady3D : public BaseCV {
   std::array<JumpGuard, 2> guards_;  ///< objects 0 and 1 of product type 1
   TwoPointObject twoPointObject_;    ///< object 2 of product type 1
 
-  InertialSample imuA_, imuB_;
-  std::array<float, 3> auxVector_{};
+  std::array<float, 3> gyroA_{}, gyroB_{}, accelA_{}, accelB_{}, auxVector_{};
   std::int32_t sideHint_ = 0;
 };
 

@@ -14,7 +14,6 @@
 namespace {
 
 using algorithm::PoseAnswer;
-using testing::Each;
 using testing::IsEmpty;
 using testing_support::AxisFilter;
 using testing_support::Host;
@@ -190,18 +189,37 @@ TEST(FilterMode, FirstBlockAfterSwitchingOnStartsEveryPresentObject) {
   }
 }
 
-// A filter that was built but never started reads out as zeros.
-TEST(FilterMode, BuiltFilterReadsZeroBeforeItsFirstBlock) {
-  const Host host(2);
-  host.see({{1, 30, 20, 1000}});
-  ASSERT_TRUE(host.alg->SetFilterMode(0, 0, nullptr));
-  const PoseAnswer answer = host.pose(1);
-  EXPECT_EQ(answer.id, 1);
-  EXPECT_NEAR(answer.raw[0], 30, 1e-3);
-  EXPECT_NEAR(answer.raw[2], -1000, 1e-3);
-  EXPECT_THAT(answer.filtered, Each(0.0f));
-  EXPECT_THAT(answer.rate, Each(0.0f));
-  EXPECT_THAT(answer.rateCopy, Each(0.0f));
+// A filter that was built but has seen no block knows no position: a visible object must not jump
+// to the origin when its host switches the mode.
+TEST(FilterMode, BuiltFilterAnswersAsMeasuredBeforeItsFirstBlock) {
+  for (const int mode : {0, 1}) {
+    const Host host(2);
+    host.see({{1, 30, 20, 1000}});
+    ASSERT_TRUE(host.alg->SetFilterMode(0, mode, nullptr));
+    const PoseAnswer answer = host.pose(1);
+    EXPECT_EQ(answer.id, 1);
+    EXPECT_NEAR(answer.raw[0], 30, 1e-3);
+    EXPECT_NEAR(answer.raw[2], -1000, 1e-3);
+    EXPECT_TRUE(unfiltered(answer)) << "mode " << mode;
+  }
+}
+
+TEST(FilterMode, BuiltHeadFilterAnswersAsMeasuredBeforeItsFirstBlock) {
+  for (const int product : {0, 1}) {
+    const Host host(product);
+    ASSERT_TRUE(host.alg->SetFilterMode(0, 1, nullptr));
+    host.seeAt(1000000, {{0, 30, 20, 1000}, {1, -30, 20, 1000}, {2, 30, -200, 1000}});
+    ASSERT_TRUE(host.alg->SetFilterMode(0, 1, nullptr)) << "builds them anew";
+    for (int k = 0; k < 3; ++k) {
+      // Event 2: with the reserved stamp, and with one that asks for 50 ms ahead.
+      for (const std::uint64_t stamp : {std::uint64_t{1234}, std::uint64_t{1050000}}) {
+        const PoseAnswer answer = host.pose(k, stamp);
+        EXPECT_EQ(answer.id, k);
+        EXPECT_NE(answer.raw[2], 0.0f);
+        EXPECT_TRUE(unfiltered(answer)) << "event " << k << ", stamp " << stamp;
+      }
+    }
+  }
 }
 
 TEST(FilterMode, FilterStartsAgainAfterAnAbsenceOfOneBlock) {
@@ -235,7 +253,8 @@ TEST(FilterMode, PacketsWithAndWithoutStampFeedDifferentFilters) {
   for (int n = 0; n < 5; ++n) marker.seeAt(n, {{0, 10.0 * n, 0, 1000}});
   const PoseAnswer answer = marker.pose(0);
   EXPECT_EQ(answer.id, 0) << "bridged: no marker filter has seen the object";
-  EXPECT_THAT(answer.filtered, Each(0.0f)) << "built, never started";
+  EXPECT_NE(answer.raw[2], 0.0f);
+  EXPECT_TRUE(unfiltered(answer)) << "built, never started";
 
   const Host head(0);
   ASSERT_TRUE(head.alg->SetFilterMode(0, 1, nullptr));

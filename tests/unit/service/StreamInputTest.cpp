@@ -110,8 +110,8 @@ TEST_F(StreamInputTest, APayloadThatIsNoneIsRefusedSilentlyAndChangesNothing) {
   EXPECT_EQ(lastFrameStamp.load(), 4711u);
   EXPECT_EQ(service_.result().header, 4711u);
   EXPECT_THAT(service_.steady().auxVector(), Each(0.0f));
-  EXPECT_THAT(service_.steady().imuA().gyro, Each(0.0f));
-  EXPECT_THAT(service_.steady().imuB().gyro, Each(0.0f));
+  EXPECT_THAT(service_.steady().gyroA(), Each(0.0f));
+  EXPECT_THAT(service_.steady().gyroB(), Each(0.0f));
   EXPECT_EQ(service_.steady().sideHint(), 0);
   EXPECT_EQ(service_.result().records[0].hostPosition[0], 0.0f);
 }
@@ -399,17 +399,17 @@ TEST_F(StreamInputTest, InertialSamplesReachTheStageWithTheRatesFirst) {
   initialize(0);
   EXPECT_TRUE(input(3, sim::inertialPayload(inertialRecord())));
   for (int i = 0; i < 3; ++i) {
-    EXPECT_NEAR(service_.steady().imuA().gyro[i], -10.0 * (i + 1), 1e-5);
-    EXPECT_NEAR(service_.steady().imuA().accel[i], 9.81 * (i + 1), 1e-5);
+    EXPECT_NEAR(service_.steady().gyroA()[i], -10.0 * (i + 1), 1e-5);
+    EXPECT_NEAR(service_.steady().accelA()[i], 9.81 * (i + 1), 1e-5);
   }
-  EXPECT_THAT(service_.steady().imuB().gyro, Each(0.0f));
-  EXPECT_THAT(service_.steady().imuB().accel, Each(0.0f));
+  EXPECT_THAT(service_.steady().gyroB(), Each(0.0f));
+  EXPECT_THAT(service_.steady().accelB(), Each(0.0f));
   InertialRecord other = inertialRecord();
   other.gyroscope[0] = 328;
   EXPECT_TRUE(input(4, sim::inertialPayload(other)));
-  EXPECT_NEAR(service_.steady().imuB().gyro[0], 20.0, 1e-5);
-  EXPECT_NEAR(service_.steady().imuB().accel[2], 29.43, 1e-5);
-  EXPECT_NEAR(service_.steady().imuA().gyro[0], -10.0, 1e-5);
+  EXPECT_NEAR(service_.steady().gyroB()[0], 20.0, 1e-5);
+  EXPECT_NEAR(service_.steady().accelB()[2], 29.43, 1e-5);
+  EXPECT_NEAR(service_.steady().gyroA()[0], -10.0, 1e-5);
 }
 
 TEST_F(StreamInputTest, InertialSamplesWriteTheirPoseIntoTheDevicesRecord) {
@@ -453,7 +453,7 @@ TEST_F(StreamInputTest, TheAuxiliaryVectorIsThePositionOfTheRecord) {
   initialize(0);
   EXPECT_TRUE(input(1, sim::inertialPayload(inertialRecord())));
   EXPECT_THAT(service_.steady().auxVector(), ElementsAre(10.0f, 20.0f, 30.0f));
-  EXPECT_THAT(service_.steady().imuA().gyro, Each(0.0f));
+  EXPECT_THAT(service_.steady().gyroA(), Each(0.0f));
   EXPECT_THAT(service_.result().records[0].hostPosition, Each(0.0f));
   EXPECT_THAT(data_.blocks, IsEmpty());
 }

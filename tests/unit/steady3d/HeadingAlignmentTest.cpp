@@ -359,9 +359,13 @@ TEST(HeadingAlignment, ARollJustBelow10GivesAResult) {
 
 // ----------------------------------------------------------------------------- setOrientation
 
+void orient(HeadingAlignment& record, const float (&q)[4]) {
+  record.setOrientation(q);
+}
+
 TEST(HeadingAlignment, KeepsTheOrientationAsReceived) {
   HeadingAlignment record;
-  record.setOrientation({0.5f, -2.0f, 3.0f, 4.0f});  // not normalised either
+  orient(record, {0.5f, -2.0f, 3.0f, 4.0f});  // not normalised either
   EXPECT_THAT(record.orientation, ElementsAre(0.5f, -2.0f, 3.0f, 4.0f));
   EXPECT_TRUE(record.hasOrientation);
   EXPECT_FALSE(record.hasResult);
@@ -371,15 +375,15 @@ TEST(HeadingAlignment, TurnsAboutOneAxisGiveOneAngle) {
   const auto s = static_cast<float>(std::sin(15 * kDegree));
   const auto c = static_cast<float>(std::cos(15 * kDegree));
   HeadingAlignment record;
-  record.setOrientation({c, s, 0, 0});
+  orient(record, {c, s, 0, 0});
   EXPECT_NEAR(record.roll, 30, 0.02);
   EXPECT_NEAR(record.pitch, 0, 1e-5);
   EXPECT_NEAR(record.yaw, 0, 0.02);
-  record.setOrientation({c, 0, s, 0});
+  orient(record, {c, 0, s, 0});
   EXPECT_NEAR(record.roll, 0, 0.02);
   EXPECT_NEAR(record.pitch, -30, 1e-4);
   EXPECT_NEAR(record.yaw, 0, 0.02);
-  record.setOrientation({c, 0, 0, s});
+  orient(record, {c, 0, 0, s});
   EXPECT_NEAR(record.roll, 0, 0.02);
   EXPECT_NEAR(record.pitch, 0, 1e-5);
   EXPECT_NEAR(record.yaw, -30, 0.02);
@@ -394,8 +398,8 @@ TEST(HeadingAlignment, TheAnglesAreThoseOfTheRotationMatrix) {
                                    Eigen::AngleAxisd(pitch * kDegree, Eigen::Vector3d::UnitY()) *
                                    Eigen::AngleAxisd(roll * kDegree, Eigen::Vector3d::UnitX()));
         HeadingAlignment record;
-        record.setOrientation({static_cast<float>(q.w()), static_cast<float>(q.x()),
-                               static_cast<float>(q.y()), static_cast<float>(q.z())});
+        orient(record, {static_cast<float>(q.w()), static_cast<float>(q.x()),
+                        static_cast<float>(q.y()), static_cast<float>(q.z())});
         // The arctangents are good to 0.02 degrees, the arcsine to single precision.
         EXPECT_NEAR(record.yaw, -yaw, 0.02);
         EXPECT_NEAR(record.pitch, -pitch, 1e-3);
@@ -436,27 +440,27 @@ TEST(HeadingAlignment, ReadsTheAnglesInOrder) {
 TEST(HeadingAlignment, AReadOutDeliversAResultOnce) {
   HeadingAlignment record;
   record.addPair({0, 0, 1, 2}, {0, 68, 1, 2});
-  record.setOrientation({1, 0, 0, 0});
+  orient(record, {1, 0, 0, 0});
   float angles[6];
   EXPECT_EQ(record.readAngles(angles), 1);
   EXPECT_FALSE(record.hasResult);
   EXPECT_FALSE(record.hasOrientation);
   EXPECT_EQ(record.readAngles(angles), -1);
-  record.setOrientation({1, 0, 0, 0});
+  orient(record, {1, 0, 0, 0});
   EXPECT_EQ(record.readAngles(angles), 0);
 }
 
 TEST(HeadingAlignment, TheTwoReadOutsShareTheirFlags) {
   HeadingAlignment record;
   record.addPair({0, 0, 1, 2}, {0, 68, 1, 2});
-  record.setOrientation({1, 0, 0, 0});
+  orient(record, {1, 0, 0, 0});
   float turned[4];
   EXPECT_EQ(record.readCorrectedOrientation(turned), 1);
   EXPECT_FALSE(record.hasResult);
   EXPECT_FALSE(record.hasOrientation);
   float angles[6];
   EXPECT_EQ(record.readAngles(angles), -1);
-  record.setOrientation({1, 0, 0, 0});
+  orient(record, {1, 0, 0, 0});
   EXPECT_EQ(record.readCorrectedOrientation(turned), 0);
 }
 

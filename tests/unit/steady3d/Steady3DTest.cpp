@@ -541,43 +541,43 @@ TEST_F(Steady3DTest, TheResultIsTheTableWithAnEmptyHeader) {
 // ------------------------------------------------------------------------- auxiliary inputs
 
 TEST_F(Steady3DTest, AuxiliaryInputsStartAtZero) {
-  EXPECT_THAT(stage_.imuA().gyro, Each(0.0f));
-  EXPECT_THAT(stage_.imuA().accel, Each(0.0f));
-  EXPECT_THAT(stage_.imuB().gyro, Each(0.0f));
+  EXPECT_THAT(stage_.gyroA(), Each(0.0f));
+  EXPECT_THAT(stage_.accelA(), Each(0.0f));
+  EXPECT_THAT(stage_.gyroB(), Each(0.0f));
   EXPECT_THAT(stage_.auxVector(), Each(0.0f));
   EXPECT_EQ(stage_.sideHint(), 0);
 }
 
 TEST_F(Steady3DTest, ScalesInertialCounts) {
   // 164 / 16.4 = 10 degrees per second; 2048 / 2048 g = 9.81 m/s2.
-  EXPECT_TRUE(stage_.setImuA({164, -164, 0, 2048, -2048, 0}));
-  EXPECT_NEAR(stage_.imuA().gyro[0], 10.0, 1e-6);
-  EXPECT_NEAR(stage_.imuA().gyro[1], -10.0, 1e-6);
-  EXPECT_EQ(stage_.imuA().gyro[2], 0.0f);
-  EXPECT_FLOAT_EQ(stage_.imuA().accel[0], 9.81f);
-  EXPECT_FLOAT_EQ(stage_.imuA().accel[1], -9.81f);
-  EXPECT_EQ(stage_.imuA().accel[2], 0.0f);
-  EXPECT_THAT(stage_.imuB().gyro, Each(0.0f));
+  EXPECT_TRUE(stage_.setImuA(164, -164, 0, 2048, -2048, 0));
+  EXPECT_NEAR(stage_.gyroA()[0], 10.0, 1e-6);
+  EXPECT_NEAR(stage_.gyroA()[1], -10.0, 1e-6);
+  EXPECT_EQ(stage_.gyroA()[2], 0.0f);
+  EXPECT_FLOAT_EQ(stage_.accelA()[0], 9.81f);
+  EXPECT_FLOAT_EQ(stage_.accelA()[1], -9.81f);
+  EXPECT_EQ(stage_.accelA()[2], 0.0f);
+  EXPECT_THAT(stage_.gyroB(), Each(0.0f));
 }
 
 TEST_F(Steady3DTest, ScalesInSinglePrecisionGravityFirst) {
-  stage_.setImuA({32767, -32768, 7, 32767, -32768, 3});
-  EXPECT_EQ(stage_.imuA().gyro[0], 32767.0f / 16.4f);
-  EXPECT_EQ(stage_.imuA().gyro[1], -32768.0f / 16.4f);
-  EXPECT_EQ(stage_.imuA().gyro[2], 7.0f / 16.4f);
-  EXPECT_EQ(stage_.imuA().accel[0], (32767.0f * 9.81f) * 0.00048828125f);
-  EXPECT_EQ(stage_.imuA().accel[1], (-32768.0f * 9.81f) * 0.00048828125f);
-  EXPECT_EQ(stage_.imuA().accel[2], (3.0f * 9.81f) * 0.00048828125f);
+  stage_.setImuA(32767, -32768, 7, 32767, -32768, 3);
+  EXPECT_EQ(stage_.gyroA()[0], 32767.0f / 16.4f);
+  EXPECT_EQ(stage_.gyroA()[1], -32768.0f / 16.4f);
+  EXPECT_EQ(stage_.gyroA()[2], 7.0f / 16.4f);
+  EXPECT_EQ(stage_.accelA()[0], (32767.0f * 9.81f) * 0.00048828125f);
+  EXPECT_EQ(stage_.accelA()[1], (-32768.0f * 9.81f) * 0.00048828125f);
+  EXPECT_EQ(stage_.accelA()[2], (3.0f * 9.81f) * 0.00048828125f);
 }
 
 TEST_F(Steady3DTest, TheSecondDeviceHasItsOwnSample) {
-  EXPECT_TRUE(stage_.setImuB({164, 328, 492, 2048, 4096, 6144}));
+  EXPECT_TRUE(stage_.setImuB(164, 328, 492, 2048, 4096, 6144));
   for (int i = 0; i < 3; ++i) {
-    EXPECT_NEAR(stage_.imuB().gyro[i], 10.0 * (i + 1), 1e-5);
-    EXPECT_NEAR(stage_.imuB().accel[i], 9.81 * (i + 1), 1e-5);
+    EXPECT_NEAR(stage_.gyroB()[i], 10.0 * (i + 1), 1e-5);
+    EXPECT_NEAR(stage_.accelB()[i], 9.81 * (i + 1), 1e-5);
   }
-  EXPECT_THAT(stage_.imuA().gyro, Each(0.0f));
-  EXPECT_THAT(stage_.imuA().accel, Each(0.0f));
+  EXPECT_THAT(stage_.gyroA(), Each(0.0f));
+  EXPECT_THAT(stage_.accelA(), Each(0.0f));
 }
 
 TEST_F(Steady3DTest, KeepsTheAuxiliaryVectorAndTheSideHint) {
