@@ -83,6 +83,17 @@ class ALG_FACTORY_INTERFACE AlgBase {
   /// @return false with "alg: unknown event type!\n"; false without a message where `output`, or an
   ///         `input` that is read, is null.
   virtual bool HandleEvent(int eventType, const void* input, void* output) = 0;
+
+  /// `delete alg` and `std::unique_ptr<AlgBase>` free what `CreateALG` made; the pipeline and the
+  /// other objects stay as they are. The memory is the library's and is given back to the operator
+  /// delete of the program that deletes: the two must share one C++ runtime's heap, as they do on
+  /// Linux and in a Windows host built with the mingw-w64 of the library. A host of another runtime
+  /// (Visual C++) keeps its objects, a few bytes each, for the life of the process.
+  ///
+  /// Without a virtual destructor only what `CreateALG` made may be deleted through this class; a
+  /// class that a host derives from it is deleted as what it is. For the same reason compilers warn
+  /// of a bare `delete alg`, and not of a unique_ptr.
+  static void operator delete(void* object) noexcept { ::operator delete(object); }
 };
 
 }  // namespace algorithm

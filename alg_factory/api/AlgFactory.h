@@ -20,9 +20,8 @@ class AlgFactory {
  public:
   /// @param type  0, 1 or 2; it does not select a product (that is `Init`'s).
   /// @return a new object bound to the process-wide pipeline, or null for any other `type`.
-  ///         The host keeps it for the life of the process: there is no release operation, and
-  ///         deleting through the interface, which has no virtual destructor, is not portable.
-  ///         The object holds a few bytes and no pipeline state.
+  ///         It holds a few bytes and no pipeline state. The host may keep it for the life of the
+  ///         process, or delete it as AlgBase says.
   static ALG_FACTORY_EXPORT AlgBase* CreateALG(int type);
 
   AlgFactory() = default;

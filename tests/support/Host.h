@@ -11,8 +11,8 @@
 
 namespace testing_support {
 
-/// Creates an object and keeps it, as hosts do, for the life of the process: it cannot be released,
-/// and leak checkers accept what a global still points to.
+/// Creates an object and keeps it, as most hosts do, for the life of the process; leak checkers
+/// accept what a global still points to.
 inline algorithm::AlgBase* createAndKeep(int type) {
   static auto* const kept = new std::vector<algorithm::AlgBase*>;
   kept->push_back(algorithm::AlgFactory::CreateALG(type));
