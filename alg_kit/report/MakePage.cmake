@@ -60,7 +60,7 @@ else()
 endif()
 
 file(WRITE "${OUTPUT}" "// Made by alg_kit/report/MakePage.cmake.
-#include <alg_kit/report/ReportPage.h>
+#include <alg_kit/report/BuiltInPage.h>
 
 namespace report {
 namespace {
@@ -70,7 +70,7 @@ ${bytes}0};
 
 }  // namespace
 
-std::string_view page() {
+std::string_view builtInPage() {
   return {reinterpret_cast<const char*>(kPage), ${size}};
 }
 

@@ -1,11 +1,18 @@
 #pragma once
 
-#include <string_view>
+#include <alg_kit/analysis/ReportCurves.h>
+#include <alg_kit/analysis/ReportNumbers.h>
+
+#include <ostream>
 
 namespace report {
 
-/// The page of `algtrack report`: one HTML file, with the mark @REPORT_DATA@ where the data belong.
-/// Empty if the page could not be made when the program was built.
-std::string_view page();
+/// Whether the page could be made when the program was built.
+bool hasPage();
+
+/// Writes the page: one HTML file that needs nothing else.
+/// @throws std::logic_error without a page
+void writePage(std::ostream& stream, const analysis::ReportNumbers& numbers,
+               const analysis::ReportCurves& curves);
 
 }  // namespace report

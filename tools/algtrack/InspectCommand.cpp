@@ -1,10 +1,11 @@
+#include <alg_kit/analysis/BlobFunnel.h>
+#include <alg_kit/analysis/RecordingSurvey.h>
 #include <alg_kit/calibration/CalibrationFile.h>
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/trace/PipelineTrace.h>
-#include <tools/algtrack/BlobFunnel.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/PacketListing.h>
-#include <tools/algtrack/RecordingSurvey.h>
+#include <tools/algtrack/SurveyTables.h>
 #include <tools/algtrack/terminal/Progress.h>
 
 #include <CLI/CLI.hpp>
@@ -71,7 +72,7 @@ class CrossCheck {
   std::optional<std::int64_t> firstDifference_;
 };
 
-Json fileJson(const recording::RecordingReader& reader, const RecordingSurvey& survey) {
+Json fileJson(const recording::RecordingReader& reader, const analysis::RecordingSurvey& survey) {
   const recording::Metadata& metadata = reader.metadata();
   return {{"file", reader.path()},         {"libraryVersion", metadata.libraryVersion},
           {"platform", metadata.platform}, {"clock", metadata.clock},
@@ -108,8 +109,8 @@ void printSection(const std::string& title, const Table& table) {
 void inspectFile(const InspectOptions& options) {
   const recording::RecordingReader reader(options.file);
   trace::PipelineTrace trace;
-  RecordingSurvey survey;
-  BlobFunnel funnel;
+  analysis::RecordingSurvey survey;
+  analysis::BlobFunnel funnel;
   CrossCheck check;
   {
     Progress progress("inspecting", reader.callCount());
@@ -129,12 +130,12 @@ void inspectFile(const InspectOptions& options) {
   if (options.json) {
     Json json = file;
     json["configurations"] = configurationTable(reader).json();
-    json["operations"] = survey.callTable().json();
-    json["streams"] = survey.streamTable().json();
-    json["messages"] = survey.logTable().json();
-    json["packetBytes"] = survey.byteTable().json();
-    json["blobs"] = survey.blobTable().json();
-    json["funnel"] = funnel.json();
+    json["operations"] = callTable(survey).json();
+    json["streams"] = streamTable(survey).json();
+    json["messages"] = logTable(survey).json();
+    json["packetBytes"] = byteTable(survey).json();
+    json["blobs"] = blobTable(survey).json();
+    json["funnel"] = funnelJson(funnel);
     json["crossCheck"] = check.json();
     std::cout << json.dump(2) << "\n";
   } else {
@@ -142,12 +143,12 @@ void inspectFile(const InspectOptions& options) {
       std::cout << key << ": " << (value.is_string() ? value.get<std::string>() : value.dump())
                 << "\n";
     printSection("Configurations (Init)", configurationTable(reader));
-    printSection("Operations", survey.callTable());
-    printSection("Streams", survey.streamTable());
-    printSection("Messages of the library", survey.logTable());
-    printSection("Packets, byte by byte", survey.byteTable());
-    printSection("Blobs by id", survey.blobTable());
-    printSection("Where the blobs ended", funnel.table());
+    printSection("Operations", callTable(survey));
+    printSection("Streams", streamTable(survey));
+    printSection("Messages of the library", logTable(survey));
+    printSection("Packets, byte by byte", byteTable(survey));
+    printSection("Blobs by id", blobTable(survey));
+    printSection("Where the blobs ended", funnelTable(funnel));
     std::cout << "\nCross-check: " << check.text() << "\n";
   }
   if (!check.agrees())

@@ -1,87 +1,84 @@
+#include <alg_factory/api/AlgFactory.h>
+#include <alg_kit/analysis/ReportCurves.h>
+#include <alg_kit/analysis/ReportData.h>
+#include <alg_kit/analysis/ReportNumbers.h>
+#include <alg_kit/report/ReportJson.h>
 #include <alg_kit/report/ReportPage.h>
 #include <tools/algtrack/Commands.h>
-#include <tools/algtrack/ReportJson.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
+#include <tools/algtrack/terminal/Progress.h>
 #include <tools/algtrack/terminal/Table.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
 namespace algtrack {
 namespace {
 
-using nlohmann::ordered_json;
-
 struct ReportOptions {
   std::string file;
   std::string output;
-  ReportRules rules;
+  analysis::ReportRules rules;
   bool force = false;
   bool json = false;
 };
 
-/// Text in a recording may be anything: bytes that are no UTF-8 are replaced.
-std::string textOf(const ordered_json& json, int indent = -1) {
-  return json.dump(indent, ' ', false, ordered_json::error_handler_t::replace);
-}
-
-/// Inside a script element only '<' could end it.
-std::string embedded(const ordered_json& json) {
-  std::string safe;
-  for (const char c : textOf(json)) {
-    if (c == '<')
-      safe += "\\u003c";
-    else
-      safe += c;
+/// The percentages of one step after the other.
+class Steps {
+ public:
+  void operator()(const std::string& step, std::int64_t done, std::int64_t total) {
+    if (step != step_) progress_ = std::make_unique<Progress>(step_ = step, total);
+    progress_->show(done);
   }
-  return safe;
+
+ private:
+  std::string step_;
+  std::unique_ptr<Progress> progress_;
+};
+
+analysis::ReportData gather(const recording::RecordingReader& reader) {
+  // Kept: the library has no release operation.
+  static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
+  Steps steps;
+  return analysis::gatherReport(reader, *library, std::ref(steps));
 }
 
-void writePage(const ReportOptions& options, const ordered_json& data) {
-  constexpr std::string_view kMark = "@REPORT_DATA@";
-  const std::string_view page = report::page();
-  const std::size_t mark = page.find(kMark);
-  if (mark == std::string_view::npos)
-    throw std::logic_error("the page that was built in has no place for the data");
-  OutputFile file(options.output, options.force);
-  file.stream() << page.substr(0, mark) << embedded(data) << page.substr(mark + kMark.size());
-  file.commit();
+Cell cell(std::int64_t count, double number, int decimals) {
+  return count == 0 ? Cell("-") : Cell(number, decimals);
 }
 
-Cell cell(const ordered_json& number, int decimals, double factor = 1) {
-  return number.is_null() ? Cell("-") : Cell(factor * number.get<double>(), decimals);
+Cell median(const analysis::Distribution& distribution) {
+  return cell(distribution.count, distribution.median, 3);
 }
 
-/// `key` of a distribution that may be missing.
-Cell cell(const ordered_json& distribution, const char* key, int decimals) {
-  return distribution.is_null() ? Cell("-") : cell(distribution[key], decimals);
-}
-
-void printSummary(const ordered_json& numbers) {
+void printSummary(const analysis::ReportNumbers& numbers) {
   Table table({"object", "seen, %", "gaps", "longest gap, s", "error, mm (median)",
                "epipolar, px (median)", "ray gap, mm (median)", "jitter at rest, mm", "jumps"});
-  for (const ordered_json& object : numbers["objects"]) {
-    const ordered_json& presence = object["presence"];
-    table.addRow({object["object"].get<int>(), cell(presence["seen_share"], 2, 100),
-                  presence["gaps"].get<std::int64_t>(), cell(presence["longest_gap_s"], 3),
-                  cell(object["error_mm"]["raw"], "median", 3),
-                  cell(object["epipolar_px"], "median", 3), cell(object["ray_gap_mm"], "median", 3),
-                  cell(object["jitter_mm"]["raw"], "total", 3),
-                  object["jumps"].get<std::int64_t>()});
+  for (const analysis::ObjectNumbers& object : numbers.objects) {
+    const analysis::PresenceNumbers& presence = object.presence;
+    table.addRow(
+        {object.object,
+         cell(presence.packets,
+              100 * (static_cast<double>(presence.seen) / static_cast<double>(presence.packets)),
+              2),
+         presence.gaps, Cell(presence.longestGapS, 3), median(object.rawErrorMm),
+         median(object.epipolarPx), median(object.rayGapMm),
+         cell(static_cast<std::int64_t>(object.rawJitterMm.windows), object.rawJitterMm.total, 3),
+         object.jumps});
   }
   table.print(std::cout);
-  for (const ordered_json& notice : numbers["notices"])
-    std::cout << "Note: " << notice.get<std::string>() << "\n";
+  for (const std::string& notice : numbers.notices) std::cout << "Note: " << notice << "\n";
 }
 
 void makeReport(const ReportOptions& options) {
   if (!options.output.empty()) {
-    if (report::page().empty())
+    if (!report::hasPage())
       throw std::runtime_error(
           "this build carries no report page (npm could not provide it when the program was "
           "built); --json without -o prints the numbers");
@@ -89,11 +86,15 @@ void makeReport(const ReportOptions& options) {
     checkNotInput(options.output, options.file);
   }
   const recording::RecordingReader reader(options.file);
-  const ReportData data = gatherReport(reader);
-  const ordered_json numbers = numbersOf(data, options.rules);
-  if (!options.output.empty()) writePage(options, {{"numbers", numbers}, {"rows", rowsOf(data)}});
+  const analysis::ReportData data = gather(reader);
+  const analysis::ReportNumbers numbers = analysis::numbersOf(data, options.rules);
+  if (!options.output.empty()) {
+    OutputFile file(options.output, options.force);
+    report::writePage(file.stream(), numbers, analysis::curvesOf(data, options.rules));
+    file.commit();
+  }
   if (options.json) {
-    std::cout << textOf(numbers, 2) << "\n";
+    std::cout << report::textOf(report::jsonOf(numbers), 2) << "\n";
     return;
   }
   printSummary(numbers);
@@ -115,7 +116,7 @@ void addReportCommand(CLI::App& app) {
   command->add_option("file", options->file, "the recording")->required();
   command->add_option("-o,--output", options->output, "the page to write");
   command
-      ->add_option("--jump", options->rules.jumpLimit,
+      ->add_option("--jump", options->rules.jumpMm,
                    "mm per packet; a longer step from one sighting to the next is listed as a jump")
       ->check(numberFrom(0.001, 1e6))
       ->capture_default_str();

@@ -1,10 +1,8 @@
 #include <tools/algtrack/TrackExport.h>
 
-#include <alg_factory/service/HeadingAnswer.h>
-#include <alg_factory/service/PoseAnswer.h>
+#include <alg_kit/analysis/Answers.h>
 
 #include <cstdio>
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
@@ -13,11 +11,9 @@ namespace algtrack {
 namespace {
 
 using nlohmann::ordered_json;
-using session::CallKind;
 using session::DeliveredBlock;
 using session::Entry;
 
-constexpr int kHeadingEvent = 16;
 constexpr double kMillimetresPerMetre = 1000;
 
 constexpr const char* kDeliveredAxes =
@@ -54,14 +50,6 @@ std::string secondsText(double seconds) {
   return text;
 }
 
-/// The answer of a pose query that found its object.
-bool poseOf(const Entry& entry, algorithm::PoseAnswer& answer) {
-  if (entry.call.kind != CallKind::kHandleEvent || entry.call.type == kHeadingEvent) return false;
-  if (entry.call.output.size() != sizeof answer) return false;
-  std::memcpy(&answer, entry.call.output.data(), sizeof answer);
-  return answer.id != -1;
-}
-
 class CsvExport final : public TrackExport {
  public:
   CsvExport(const std::string& path, bool force, const ExportOrigin& origin)
@@ -88,11 +76,11 @@ class CsvExport final : public TrackExport {
         position(point.x, point.y, point.z);
         file_.stream() << ",,,," << numberText(point.bearing) << "\n";
       }
-    algorithm::PoseAnswer answer;
-    if (!poseOf(entry, answer)) return;
-    begin(entry, "", "answer", answer.id);
-    position(answer.filtered[0], answer.filtered[1], answer.filtered[2]);
-    for (const float rate : answer.rate) file_.stream() << "," << numberText(rate);
+    const auto answer = analysis::poseOf(entry.call);
+    if (!answer) return;
+    begin(entry, "", "answer", answer->id);
+    position(answer->filtered[0], answer->filtered[1], answer->filtered[2]);
+    for (const float rate : answer->rate) file_.stream() << "," << numberText(rate);
     file_.stream() << ",\n";
   }
 
@@ -137,9 +125,8 @@ class JsonLinesExport final : public TrackExport {
       write(line);
     }
     for (const DeliveredBlock& delivered : entry.blocks) writeBlock(entry, delivered);
-    algorithm::PoseAnswer answer;
-    if (poseOf(entry, answer)) writeAnswer(entry, answer);
-    if (entry.call.output.size() == sizeof(algorithm::HeadingAnswer)) writeHeading(entry);
+    if (const auto answer = analysis::poseOf(entry.call)) writeAnswer(entry, *answer);
+    if (const auto answer = analysis::headingOf(entry.call)) writeHeading(entry, *answer);
   }
 
   void commit() override { file_.commit(); }
@@ -183,9 +170,7 @@ class JsonLinesExport final : public TrackExport {
     write(line);
   }
 
-  void writeHeading(const Entry& entry) {
-    algorithm::HeadingAnswer answer;
-    std::memcpy(&answer, entry.call.output.data(), sizeof answer);
+  void writeHeading(const Entry& entry, const algorithm::HeadingAnswer& answer) {
     ordered_json line = begin(entry, "heading");
     line["yaw_deg"] = answer.yaw;
     line["negated_corrected_yaw_deg"] = answer.negatedCorrectedYaw;

@@ -1,13 +1,13 @@
 // Every place where a blob can end, each with a frame that sends one there, with the value and the
 // limit worked out by hand; then the sums on noisy scenes.
 #include <alg_factory/api/AlgFactory.h>
+#include <alg_kit/analysis/BlobFunnel.h>
 #include <alg_kit/trace/PipelineTrace.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sim/Simulator.h>
 #include <tests/support/HandRig.h>
 #include <tests/support/Host.h>
-#include <tools/algtrack/BlobFunnel.h>
 
 #include <cmath>
 #include <cstring>
@@ -17,7 +17,7 @@
 
 namespace {
 
-using algtrack::BlobFunnel;
+using analysis::BlobFunnel;
 using ::testing::ElementsAre;
 using testing_support::appendBlob;
 using testing_support::Bytes;

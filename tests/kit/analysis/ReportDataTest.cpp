@@ -1,9 +1,9 @@
 #include <alg_factory/api/AlgFactory.h>
 #include <alg_factory/service/PoseAnswer.h>
+#include <alg_kit/analysis/ReportData.h>
 #include <alg_kit/recording/RecordingAlg.h>
 #include <sim/Simulator.h>
 #include <tests/support/ScratchFolder.h>
-#include <tools/algtrack/ReportData.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,8 +16,8 @@
 
 namespace {
 
-using algtrack::ReportData;
 using analysis::Presence;
+using analysis::ReportData;
 
 struct SilentHost : algorithm::DataSink, algorithm::LogSink {
   bool Deliver(const void*, int, int) override { return true; }
@@ -63,7 +63,8 @@ class ReportDataTest : public testing::Test {
         if (ask) ask(alg, frame);
       }
     }
-    return algtrack::gatherReport(recording::RecordingReader(path));
+    return analysis::gatherReport(recording::RecordingReader(path),
+                                  *algorithm::AlgFactory::CreateALG(0));
   }
 
   ScratchFolder folder_;
@@ -83,7 +84,7 @@ TEST_F(ReportDataTest, AnswersForALaterMomentAreComparedWithTheTruthOfThatMoment
                                    alg.HandleEvent(2, &stamp, &answers.emplace_back());
                                  });
   ASSERT_EQ(data.times.size(), static_cast<std::size_t>(kFrames));
-  const algtrack::ObjectTrack& track = data.objects[2];
+  const analysis::ObjectTrack& track = data.objects[2];
   EXPECT_EQ(track.answers, kFrames);
   double apart = 0;
   for (std::size_t n = 1; n + 1 < kFrames; ++n) {
@@ -107,7 +108,7 @@ TEST_F(ReportDataTest, AnswersAboutAnObjectThatIsAwayAreCountedAndNotDrawn) {
                                    algorithm::PoseAnswer answer;
                                    alg.HandleEvent(4, nullptr, &answer);
                                  });
-  const algtrack::ObjectTrack& track = data.objects[4];
+  const analysis::ObjectTrack& track = data.objects[4];
   EXPECT_EQ(track.answersBridged, 90);
   EXPECT_EQ(track.answers, 270);
   for (std::size_t n = 0; n < 270; ++n) {
@@ -121,7 +122,7 @@ TEST_F(ReportDataTest, AnswersAboutAnObjectThatIsAwayAreCountedAndNotDrawn) {
 TEST_F(ReportDataTest, TheTwoPointObjectIsComparedWithTheMiddleOfItsMarkers) {
   const ReportData data =
       gather(sim::Simulator(rig::builtInRig(), sim::Scene::still(1)), 1, -1, 60, nullptr);
-  const algtrack::ObjectTrack& track = data.objects[2];
+  const analysis::ObjectTrack& track = data.objects[2];
   // Its mount in the scene, mirrored.
   EXPECT_NEAR(static_cast<double>(track.truth[30].x), 0, 1e-3);
   EXPECT_NEAR(static_cast<double>(track.truth[30].y), -150, 1e-3);

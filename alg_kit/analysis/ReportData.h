@@ -1,25 +1,24 @@
 #pragma once
 
+#include <alg_factory/api/AlgBase.h>
 #include <alg_kit/analysis/ReportStatistics.h>
 #include <alg_kit/recording/Recording.h>
 
 #include <cstdint>
-#include <map>
-#include <optional>
+#include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
-namespace algtrack {
+namespace analysis {
 
 /// What became of one object. The rows have one entry per packet; positions are as delivered, in mm
 /// (the unit of the calibration's translation).
 struct ObjectTrack {
   int object = 0;
-  std::vector<analysis::Presence> presence;
-  std::vector<analysis::Place> raw;       ///< of the delivered blocks
-  std::vector<analysis::Place> filtered;  ///< of the last answer before the next packet
-  std::vector<analysis::Place> truth;
+  std::vector<Presence> presence;
+  std::vector<Place> raw;       ///< of the delivered blocks
+  std::vector<Place> filtered;  ///< of the last answer before the next packet
+  std::vector<Place> truth;
   std::vector<float> rawError, filteredError;  ///< distance from the truth; NaN = unknown
   std::vector<float> epipolar;  ///< px; of the pairs behind the position, the largest; NaN = none
   std::vector<float> rayGap;    ///< mm; likewise
@@ -57,7 +56,7 @@ struct ReportData {
   std::int64_t framesLost = 0;  ///< frames of the truth whose packet never came
 
   std::vector<double> packetTimes;  ///< per packet, microseconds in the call; NaN = not measured
-  bool measuredAnew = false;        ///< the recording has none: those of a replay on this machine
+  bool measuredAnew = false;  ///< the recording holds none: measured in a replay, here and now
 
   std::vector<ReportMessage> messages;
 
@@ -65,9 +64,15 @@ struct ReportData {
   std::int64_t blocksDiffering = 0;  ///< recorded blocks that the replay delivers otherwise
 };
 
+/// Told while something long goes on: what is being done, how much of it is done, and of how much.
+using Progress = std::function<void(const char* step, std::int64_t done, std::int64_t total)>;
+
 /// Reads the recording and runs it through the library's stages once, and once more through its
 /// interface where the time of the packets was not recorded.
+/// @param library   for that replay; must not have been used before
+/// @param progress  may be empty
 /// @throws recording::RecordingError; std::runtime_error, in one line, if there is no packet in it
-ReportData gatherReport(const recording::RecordingReader& reader);
+ReportData gatherReport(const recording::RecordingReader& reader, algorithm::AlgBase& library,
+                        const Progress& progress = {});
 
-}  // namespace algtrack
+}  // namespace analysis

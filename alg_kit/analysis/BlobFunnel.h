@@ -1,13 +1,11 @@
 #pragma once
 
 #include <alg_kit/trace/PipelineTrace.h>
-#include <tools/algtrack/terminal/Table.h>
 
 #include <array>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 
-namespace algtrack {
+namespace analysis {
 
 /// Where the blobs of many packets ended. What goes in is counted from the packets' bytes, where it
 /// ends from the blobs' fates: two ways that must give one sum.
@@ -24,13 +22,9 @@ class BlobFunnel {
   /// Every blob that went in ended in exactly one place, for each camera.
   bool closes() const;
 
-  /// From the records to what was delivered, with the sums in between.
-  Table table() const;
-  nlohmann::ordered_json json() const;
-
  private:
   std::array<std::int64_t, 2> records_{};
   std::array<std::array<std::int64_t, 2>, trace::kBlobFates> ends_{};
 };
 
-}  // namespace algtrack
+}  // namespace analysis

@@ -1,11 +1,10 @@
-#include <alg_factory/api/AlgFactory.h>
-#include <alg_factory/service/PoseAnswer.h>
+#include <alg_kit/analysis/ReportData.h>
+
+#include <alg_factory/api/Constants.h>
+#include <alg_kit/analysis/Answers.h>
 #include <alg_kit/recording/UnitCursor.h>
 #include <alg_kit/session/Player.h>
 #include <alg_kit/trace/PipelineTrace.h>
-#include <sim/Scene.h>
-#include <tools/algtrack/ReportData.h>
-#include <tools/algtrack/terminal/Progress.h>
 
 #include <algorithm>
 #include <cmath>
@@ -13,7 +12,7 @@
 #include <limits>
 #include <stdexcept>
 
-namespace algtrack {
+namespace analysis {
 namespace {
 
 using session::Call;
@@ -22,19 +21,14 @@ using session::Entry;
 using session::TruthRow;
 
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-constexpr std::size_t kMostObjects = 6;
-constexpr int kStampedPacket = 2;
-constexpr int kStampQuery = 2;              // of product types 0 and 1
-constexpr double kMostExtrapolation = 0.1;  // seconds
-constexpr std::uint64_t kStampOfFilterState = 1234;
+constexpr auto kMostObjects = static_cast<std::size_t>(algorithm::kMaxObjects);
 
 bool isPacket(const Call& call) {
-  return call.kind == CallKind::kInputStream && (call.type == 0 || call.type == kStampedPacket);
+  return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
 }
 
 std::size_t objectsOf(int productType) {
-  const bool known = productType >= 0 && productType < sim::kProductTypes;
-  return known ? static_cast<std::size_t>(sim::objectCount(productType)) : 0;
+  return static_cast<std::size_t>(algorithm::objectCount(productType));
 }
 
 /// The middle of an object's markers in one frame, mirrored as the library mirrors positions.
@@ -103,12 +97,12 @@ class Truth {
   std::map<std::int64_t, bool> lost_;
 };
 
-analysis::Place placeOf(const TruePlace& place) {
+Place placeOf(const TruePlace& place) {
   return {static_cast<float>(place.x), static_cast<float>(place.y), static_cast<float>(place.z)};
 }
 
-float errorOf(const analysis::Place& found, const TruePlace& truth) {
-  if (!analysis::isSomewhere(found)) return kNaN;
+float errorOf(const Place& found, const TruePlace& truth) {
+  if (!isSomewhere(found)) return kNaN;
   return static_cast<float>(std::hypot(axisOf(found, 0) - truth.x, axisOf(found, 1) - truth.y,
                                        axisOf(found, 2) - truth.z));
 }
@@ -176,7 +170,7 @@ class Gatherer {
     data_.packetTimes.push_back(call.durationNs ? static_cast<double>(*call.durationNs) / 1e3
                                                 : std::numeric_limits<double>::quiet_NaN());
     packetCall_ = call.index;
-    if (call.type == kStampedPacket && call.payload.size() >= sizeof stamp_)
+    if (call.type == algorithm::kStampedPacket && call.payload.size() >= sizeof stamp_)
       std::memcpy(&stamp_, call.payload.data(), sizeof stamp_);
     if (block != nullptr) latest_ = *block;
 
@@ -184,17 +178,17 @@ class Gatherer {
     for (ObjectTrack& track : data_.objects) {
       const auto object = static_cast<std::size_t>(track.object);
       if (object >= expected) {
-        append(track, analysis::Presence::kNoSuchObject, analysis::nowhere());
+        append(track, Presence::kNoSuchObject, nowhere());
         continue;
       }
       const bool seen = block != nullptr && block->records[object].id != -1;
-      analysis::Place place = analysis::nowhere();
+      Place place = nowhere();
       if (seen) {
         const algorithm::TrackedPoint& record = block->records[object];
         place = {record.x, record.y, record.z};
-        track.notFinite += analysis::isSomewhere(place) ? 0 : 1;
+        track.notFinite += isSomewhere(place) ? 0 : 1;
       }
-      append(track, seen ? analysis::Presence::kSeen : analysis::Presence::kAbsent, place);
+      append(track, seen ? Presence::kSeen : Presence::kAbsent, place);
       if (const TruePlace* const truth = truth_.at(call.index, object)) {
         track.truth.back() = placeOf(*truth);
         track.rawError.back() = errorOf(place, *truth);
@@ -205,12 +199,11 @@ class Gatherer {
     if (packet != nullptr) addPairs(*packet);
   }
 
-  static void append(ObjectTrack& track, analysis::Presence presence,
-                     const analysis::Place& place) {
+  static void append(ObjectTrack& track, Presence presence, const Place& place) {
     track.presence.push_back(presence);
     track.raw.push_back(place);
-    track.filtered.push_back(analysis::nowhere());
-    track.truth.push_back(analysis::nowhere());
+    track.filtered.push_back(nowhere());
+    track.truth.push_back(nowhere());
     for (auto* row : {&track.rawError, &track.filteredError, &track.epipolar, &track.rayGap})
       row->push_back(kNaN);
   }
@@ -235,12 +228,10 @@ class Gatherer {
   }
 
   void addAnswer(const Call& call) {
-    algorithm::PoseAnswer answer;
-    const bool isPose =
+    const auto answer = poseOf(call);
+    const bool expected =
         call.type >= 0 && static_cast<std::size_t>(call.type) < data_.objects.size();
-    if (!isPose || call.output.size() != sizeof answer || data_.times.empty()) return;
-    std::memcpy(&answer, call.output.data(), sizeof answer);
-    if (answer.id == -1) return;
+    if (!answer || !expected || data_.times.empty()) return;
 
     const auto object = static_cast<std::size_t>(call.type);
     ObjectTrack& track = data_.objects[object];
@@ -249,9 +240,10 @@ class Gatherer {
       ++track.answersBridged;
       return;  // an old place under its old name: no measurement of this packet
     }
-    if (std::memcmp(answer.filtered, answer.raw, sizeof answer.raw) != 0) ++track.answersFiltered;
-    if (track.presence.back() != analysis::Presence::kSeen) return;  // the packet gave no block
-    track.filtered.back() = {answer.filtered[0], answer.filtered[1], answer.filtered[2]};
+    if (std::memcmp(answer->filtered, answer->raw, sizeof answer->raw) != 0)
+      ++track.answersFiltered;
+    if (track.presence.back() != Presence::kSeen) return;  // the packet gave no block
+    track.filtered.back() = {answer->filtered[0], answer->filtered[1], answer->filtered[2]};
     track.filteredError.back() = kNaN;
     const TruePlace* const truth = truth_.at(packetCall_, object);
     if (truth == nullptr) return;
@@ -267,11 +259,13 @@ class Gatherer {
   double extrapolationOf(const Call& call) const {
     std::uint64_t stamp = 0;
     const bool readsStamp =
-        call.type == kStampQuery && productType_ != 2 && call.payload.size() == sizeof stamp;
-    if (!readsStamp || filterMode_ == -1) return 0;
+        algorithm::readsStamp(productType_, call.type) && call.payload.size() == sizeof stamp;
+    if (!readsStamp || filterMode_ == algorithm::kFilterOff) return 0;
     std::memcpy(&stamp, call.payload.data(), sizeof stamp);
     const double ahead = static_cast<double>(stamp - stamp_) / 1e6;
-    return stamp != kStampOfFilterState && ahead > 0 && ahead < kMostExtrapolation ? ahead : 0;
+    const bool extrapolated =
+        stamp != algorithm::kFilterStateStamp && ahead > 0 && ahead < algorithm::kMaxExtrapolation;
+    return extrapolated ? ahead : 0;
   }
 
   ReportData& data_;
@@ -279,19 +273,17 @@ class Gatherer {
   std::int64_t firstNs_;
   trace::PipelineTrace trace_;
   int productType_ = 0;
-  int filterMode_ = -1;
+  int filterMode_ = algorithm::kFilterOff;
   std::uint32_t stamp_ = 0;  ///< of the latest stamped packet, microseconds
   std::int64_t packetCall_ = 0;
   algorithm::ResultBlock latest_;
 };
 
 /// The time of every packet in a replay through the public interface.
-void measureAnew(const recording::RecordingReader& reader, ReportData& data) {
-  // Like the library behind it, it lives as long as the process.
-  static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
-  session::Player player(library);
+void measureAnew(const recording::RecordingReader& reader, algorithm::AlgBase& library,
+                 const Progress& progress, ReportData& data) {
+  session::Player player(&library);
   recording::UnitCursor units(reader.entries());
-  Progress progress("measuring", data.calls);
   std::vector<Entry> unit;
   std::int64_t calls = 0;
   data.packetTimes.clear();
@@ -299,14 +291,16 @@ void measureAnew(const recording::RecordingReader& reader, ReportData& data) {
     for (const Entry& entry : player.play(unit))
       if (isPacket(entry.call))
         data.packetTimes.push_back(static_cast<double>(*entry.call.durationNs) / 1e3);
-    progress.show(calls += static_cast<std::int64_t>(unit.size()));
+    calls += static_cast<std::int64_t>(unit.size());
+    if (progress) progress("measuring", calls, data.calls);
   }
   data.measuredAnew = true;
 }
 
 }  // namespace
 
-ReportData gatherReport(const recording::RecordingReader& reader) {
+ReportData gatherReport(const recording::RecordingReader& reader, algorithm::AlgBase& library,
+                        const Progress& progress) {
   ReportData data;
   data.file = reader.path();
   data.metadata = reader.metadata();
@@ -328,17 +322,17 @@ ReportData gatherReport(const recording::RecordingReader& reader) {
   data.framesLost = truth.framesLost();
   {
     Gatherer gatherer(data, truth, firstNs);
-    Progress progress("reading", reader.callCount());
+    const std::int64_t calls = reader.callCount();
     auto entries = reader.entries();
     while (entries.next(entry)) {
       gatherer.add(entry);
-      progress.show(data.calls);
+      if (progress) progress("reading", data.calls, calls);
     }
   }
   const bool measured = std::any_of(data.packetTimes.begin(), data.packetTimes.end(),
                                     [](double time) { return std::isfinite(time); });
-  if (!measured) measureAnew(reader, data);
+  if (!measured) measureAnew(reader, library, progress, data);
   return data;
 }
 
-}  // namespace algtrack
+}  // namespace analysis
