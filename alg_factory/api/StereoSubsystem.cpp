@@ -1,29 +1,37 @@
 #include <alg_factory/api/StereoSubsystem.h>
 
+#include <alg_factory/service/ServiceCall.h>
 #include <alg_factory/service/StereoService.h>
 
 namespace algorithm {
 
 bool StereoSubsystem::Init(int productType, const unsigned char* config, int configOffset) {
   productType_ = productType;
-  return StereoService::instance()->initialize(productType, config, configOffset);
+  const ServiceCall service;
+  return service && service->initialize(productType, config, configOffset);
 }
 
 bool StereoSubsystem::InputStream(int streamType, const unsigned char* buffer, int offset,
                                   int length) {
-  return StereoService::instance()->inputStream(streamType, buffer, offset, length);
+  const ServiceCall service;
+  return service && service->inputStream(streamType, buffer, offset, length);
 }
 
 bool StereoSubsystem::SetDataCallback(DataSink* sink) {
-  return sink != nullptr && StereoService::instance()->setDataCallback(sink);
+  if (sink == nullptr) return false;
+  const ServiceCall service;
+  return service && service->setDataCallback(sink);
 }
 
 bool StereoSubsystem::SetLogCallback(LogSink* sink) {
-  return sink != nullptr && StereoService::instance()->setLogCallback(sink);
+  if (sink == nullptr) return false;
+  const ServiceCall service;
+  return service && service->setLogCallback(sink);
 }
 
 bool StereoSubsystem::SetFilterMode(int parameter, int mode, void* reserved) {
-  return StereoService::instance()->setFilterMode(parameter, mode, reserved);
+  const ServiceCall service;
+  return service && service->setFilterMode(parameter, mode, reserved);
 }
 
 int StereoSubsystem::GetFixedCode() {
@@ -31,7 +39,8 @@ int StereoSubsystem::GetFixedCode() {
 }
 
 bool StereoSubsystem::HandleEvent(int eventType, const void* input, void* output) {
-  return StereoService::instance()->handleEvent(eventType, input, output);
+  const ServiceCall service;
+  return service && service->handleEvent(eventType, input, output);
 }
 
 }  // namespace algorithm

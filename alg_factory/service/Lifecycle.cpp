@@ -3,23 +3,6 @@
 
 namespace algorithm {
 
-namespace {
-
-/// Lives from library load to unload and owns the service.
-struct SingletonHolder {
-  Lock creationLock;
-  StereoService* service = nullptr;
-  ~SingletonHolder() { delete service; }
-} holder;
-
-}  // namespace
-
-StereoService* StereoService::instance() {
-  LockGuard guard(holder.creationLock);
-  if (holder.service == nullptr) holder.service = new StereoService;
-  return holder.service;
-}
-
 bool StereoService::initialize(int productType, const unsigned char* config, int configOffset) {
   productType_ = productType;
   // Refused before any stage is touched, so that the stages never disagree about the product.

@@ -34,7 +34,7 @@ class LogSink;
 class StereoService {
  public:
   /// The process-wide service; safe from any thread. Throws std::bad_alloc when it cannot be
-  /// created; the next call tries again.
+  /// created; the next call tries again. Operations hold it by a ServiceCall.
   static StereoService* instance();
 
   StereoService() = default;

@@ -1,56 +1,38 @@
 #include <alg_factory/service/Lock.h>
 
-#include <atomic>
-#include <chrono>
 #include <stdexcept>
 #include <thread>
 
 #include <gtest/gtest.h>
 
+#include <tests/support/WaitingThread.h>
+
 namespace algorithm {
 namespace {
 
-/// Tries to hold the lock on a thread of its own.
-class Contender {
- public:
-  explicit Contender(Lock& lock)
-      : thread_([this, &lock] {
-          LockGuard guard(lock);
-          entered_ = true;
-        }) {}
-  ~Contender() { thread_.join(); }
+using testing_support::WaitingThread;
 
-  /// True as soon as the lock was had; gives up after `milliseconds`.
-  bool entersWithin(int milliseconds) const {
-    for (int i = 0; i < milliseconds && !entered_; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return entered_;
-  }
-
- private:
-  std::atomic<bool> entered_{false};
-  std::thread thread_;
-};
+/// Holds the lock for a moment.
+auto visit(Lock& lock) {
+  return [&lock] { LockGuard guard(lock); };
+}
 
 TEST(Lock, KeepsOtherThreadsOutUntilItIsLeft) {
   Lock lock;
   lock.enter();
-  Contender contender(lock);
-  EXPECT_FALSE(contender.entersWithin(50));
+  WaitingThread other(visit(lock));
+  EXPECT_TRUE(other.waits());
   lock.leave();
-  EXPECT_TRUE(contender.entersWithin(10000));
 }
 
 TEST(Lock, MayBeTakenAgainByItsHolderAndIsLeftAsOften) {
   Lock lock;
   lock.enter();
   lock.enter();
-  Contender contender(lock);
+  WaitingThread other(visit(lock));
   lock.leave();
-  EXPECT_FALSE(contender.entersWithin(50));
+  EXPECT_TRUE(other.waits());
   lock.leave();
-  EXPECT_TRUE(contender.entersWithin(10000));
 }
 
 TEST(Lock, LosesNoIncrement) {
@@ -75,10 +57,10 @@ TEST(LockGuard, LeavesTheLockWhenAnExceptionPasses) {
     throw std::runtime_error("passes");
   } catch (const std::runtime_error&) {
   }
-  Contender contender(lock);
-  const bool entered = contender.entersWithin(10000);
-  EXPECT_TRUE(entered);
-  if (!entered) lock.leave();  // lets the contender end
+  WaitingThread other(visit(lock));
+  const bool waits = other.waits();
+  EXPECT_FALSE(waits);
+  if (waits) lock.leave();  // lets the thread end
 }
 
 }  // namespace

@@ -1,13 +1,12 @@
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <stdexcept>
-#include <thread>
 
 #include <alg_factory/service/FrameStamp.h>
 #include <tests/support/AxisFilter.h>
+#include <tests/support/WaitingThread.h>
 #include <tests/unit/service/ServiceFixture.h>
 
 namespace algorithm {
@@ -34,24 +33,19 @@ class StreamInputTest : public ServiceFixture {
     return record;
   }
 
-  /// True when a call on another thread ends only after this thread has left the delivery.
+  /// True when a call on another thread waits while this thread delivers, and no longer.
   template <typename Call>
   bool waitsForTheDelivery(Call call) {
-    std::atomic<bool> done{false};
-    bool doneInside = false;
-    std::thread other;
+    std::optional<testing_support::WaitingThread> other;
+    bool waited = false;
     data_.whileDelivering = [&] {
-      other = std::thread([&] {
-        call();
-        done = true;
-      });
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      doneInside = done;
+      other.emplace(call);
+      waited = other->waits();
     };
     frame({{0, 0, 0, 1200}});
     data_.whileDelivering = nullptr;
-    other.join();
-    return !doneInside && done;
+    other->join();
+    return waited;
   }
 };
 
