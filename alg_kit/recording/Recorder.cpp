@@ -305,6 +305,27 @@ void Recorder::append(session::Unit& unit) {
   if (waiting_.size() == waiting_.capacity() / 2) wake_.notify_one();
 }
 
+void Recorder::take(const session::Unit& unit) noexcept {
+  try {
+    session::copy(unit, copy_);
+    append(copy_);
+  } catch (const std::bad_alloc&) {
+    miss(static_cast<std::int64_t>(unit.used));
+  }
+}
+
+void Recorder::miss(std::int64_t calls) noexcept {
+  droppedByQueue_ += calls;
+}
+
+void Recorder::end() noexcept {
+  {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    stop_ = true;
+  }
+  wake_.notify_one();
+}
+
 void Recorder::run() {
   std::unique_lock<std::mutex> lock(mutex_);
   while (!stop_) {
@@ -313,6 +334,15 @@ void Recorder::run() {
     drain();
     lock.lock();
   }
+  lock.unlock();
+  drain();
+  try {
+    writer_->finish(droppedByQueue_ + droppedByDisk_);
+  } catch (const RecordingError& problem) {
+    lock.lock();
+    error_ = problem.what();
+  }
+  writer_.reset();
 }
 
 void Recorder::drain() {
@@ -352,21 +382,8 @@ void Recorder::drain() {
 }
 
 RecorderStatus Recorder::close() {
-  if (thread_.joinable()) {
-    {
-      const std::lock_guard<std::mutex> guard(mutex_);
-      stop_ = true;
-    }
-    wake_.notify_one();
-    thread_.join();
-    drain();
-    try {
-      writer_->finish(droppedByQueue_ + droppedByDisk_);
-    } catch (const RecordingError& problem) {
-      error_ = problem.what();
-    }
-    writer_.reset();
-  }
+  end();
+  if (thread_.joinable()) thread_.join();
   return status();
 }
 

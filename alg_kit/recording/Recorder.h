@@ -1,6 +1,7 @@
 #pragma once
 
 #include <alg_kit/recording/Recording.h>
+#include <alg_kit/session/UnitSink.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -33,14 +34,14 @@ struct RecorderStatus {
 /// Writes a recording on a thread of its own. What is handed over waits in a bounded queue; the
 /// writer commits four times a second, so that a killed process or a full disk costs less than the
 /// last second and never the file.
-class Recorder {
+class Recorder final : public session::UnitSink {
  public:
   /// The file appears under its name at once, with all its tables.
   /// @throws RecordingError if it cannot be made, or exists and must not be replaced
   Recorder(const std::string& path, const RecorderOptions& options = {});
 
   /// Closes; what goes wrong shows in `status` only if `close` was called.
-  ~Recorder();
+  ~Recorder() override;
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
 
@@ -48,7 +49,16 @@ class Recorder {
   /// Neither waits (unless asked to) nor takes a lock. One thread at a time.
   void append(session::Unit& unit);
 
-  /// Writes what waits and makes the recording one complete file. The second call does nothing.
+  /// Hands over a copy of a unit, as above.
+  void take(const session::Unit& unit) noexcept override;
+
+  /// Counts calls as dropped.
+  void miss(std::int64_t calls) noexcept override;
+
+  /// Has the writer write what waits and complete the file; does not wait for it.
+  void end() noexcept override;
+
+  /// Ends, and waits until the recording is one complete file. The second call does nothing.
   RecorderStatus close();
 
   RecorderStatus status() const;
@@ -76,6 +86,7 @@ class Recorder {
 
   Ring waiting_;
   Ring spent_;  ///< written units go back: a host's calls reuse little memory, which stays warm
+  session::Unit copy_;  ///< of the unit to append
   bool waitWhenFull_;
 
   std::unique_ptr<Writer> writer_;

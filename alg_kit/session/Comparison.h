@@ -1,6 +1,6 @@
 #pragma once
 
-#include <alg_kit/recording/Recording.h>
+#include <alg_kit/session/Session.h>
 
 #include <optional>
 #include <string>

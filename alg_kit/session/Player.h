@@ -1,7 +1,7 @@
 #pragma once
 
 #include <alg_factory/api/AlgFactory.h>
-#include <alg_kit/recording/Recording.h>
+#include <alg_kit/session/Session.h>
 
 #include <cstdint>
 #include <optional>

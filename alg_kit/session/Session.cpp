@@ -4,7 +4,9 @@
 #include <alg_factory/stereo3d/StereoCalibration.h>
 #include <alg_kit/session/Session.h>
 
+#include <algorithm>
 #include <array>
+#include <utility>
 
 namespace session {
 namespace {
@@ -25,6 +27,33 @@ std::optional<CallKind> callKindNamed(std::string_view name) {
   for (std::size_t i = 0; i < kCallNames.size(); ++i)
     if (name == kCallNames[i]) return static_cast<CallKind>(i);
   return std::nullopt;
+}
+
+Entry& Unit::append() {
+  if (used == entries.size()) entries.emplace_back();
+  Entry& entry = entries[used];
+  entry.logs.clear();
+  entry.blocks.clear();
+  Bytes payload = std::move(entry.call.payload), output = std::move(entry.call.output);
+  payload.clear();
+  output.clear();
+  entry.call = Call();
+  entry.call.payload = std::move(payload);
+  entry.call.output = std::move(output);
+  ++used;
+  return entry;
+}
+
+void Unit::clear() {
+  used = 0;
+  truth.clear();
+}
+
+void copy(const Unit& from, Unit& to) {
+  if (to.entries.size() < from.used) to.entries.resize(from.used);
+  std::copy_n(from.entries.begin(), from.used, to.entries.begin());
+  to.used = from.used;
+  to.truth = from.truth;
 }
 
 std::size_t payloadSize(const Call& call, int productType) {

@@ -92,7 +92,16 @@ struct Unit {
   std::vector<Entry> entries;  ///< the first `used` ones; the others only keep their storage
   std::size_t used = 0;
   std::vector<TruthRow> truth;
+
+  /// A further entry, as new but for its storage. It stays where it is until the next one.
+  Entry& append();
+
+  /// Nothing but storage is left.
+  void clear();
 };
+
+/// As `to = from`, but of the storage for further entries `to` keeps its own.
+void copy(const Unit& from, Unit& to);
 
 /// The number of bytes that the library reads at a call's pointer, the `payload`. `productType` is
 /// the one of the latest Init (0 before it).

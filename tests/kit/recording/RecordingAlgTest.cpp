@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -227,15 +228,43 @@ TEST_F(RecordingAlgTest, PassesASinksExceptionOnAndRecordsIt) {
   EXPECT_FALSE(entries[2].call.parent);
 }
 
-TEST_F(RecordingAlgTest, GivesTheHostsSinksBackAtItsEnd) {
+TEST_F(RecordingAlgTest, ClosedInACallbackRecordsTheCallUnderWay) {
+  RecordingAlg alg(&library_, file_);
+  alg.SetDataCallback(&host_);
+  library_.onInputStream = [](ScriptedAlg& library) { return library.deliver(1); };
+  host_.onDeliver = [&](const void*, int, int) {
+    alg.close();
+    return alg.GetFixedCode() == 800;
+  };
+  alg.InputStream(0, nullptr, 0, 0);
+  alg.GetFixedCode();
+  EXPECT_EQ(alg.close().written, 3);
+  const auto entries = entriesOf(file_);
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_EQ(entries[1].call.returned, 1);
+  EXPECT_EQ(entries[1].blocks.size(), 1u);
+  EXPECT_EQ(entries[2].call.parent, 1);
+  EXPECT_TRUE(RecordingReader(file_).metadata().complete);
+}
+
+TEST_F(RecordingAlgTest, HandsOverToTheNextRecordingWithoutLosingASink) {
+  int delivered = 0;
+  host_.onDeliver = [&](const void*, int, int) { return ++delivered > 0; };
+  library_.onInputStream = [](ScriptedAlg& library) { return library.deliver(1); };
+  auto first = std::make_unique<RecordingAlg>(&library_, file_);
+  first->SetDataCallback(&host_);
+  first->InputStream(0, nullptr, 0, 0);
+  const std::string nextFile = folder_.path("next.algrec");
   {
-    RecordingAlg alg(&library_, file_);
-    alg.SetDataCallback(&host_);
-    alg.SetLogCallback(&host_);
-    EXPECT_NE(library_.data, &host_);
+    RecordingAlg next(&library_, nextFile);
+    next.SetDataCallback(&host_);
+    first.reset();
+    next.InputStream(0, nullptr, 0, 0);
   }
-  EXPECT_EQ(library_.data, static_cast<algorithm::DataSink*>(&host_));
-  EXPECT_EQ(library_.log, static_cast<algorithm::LogSink*>(&host_));
+  library_.deliver(2);
+  EXPECT_EQ(delivered, 3);
+  EXPECT_EQ(entriesOf(file_).back().blocks.size(), 1u);
+  EXPECT_EQ(entriesOf(nextFile).back().blocks.size(), 1u);
 }
 
 TEST_F(RecordingAlgTest, OnlyForwardsAfterClose) {

@@ -1,0 +1,341 @@
+#include <alg_kit/session/TapAlg.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+namespace session {
+namespace {
+
+std::int64_t monotonicNs() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+// Bytes of a call or an answer; the caller's pointer may be unaligned.
+void copyBytes(const void* from, std::size_t size, Bytes& to) {
+  const auto* const bytes = static_cast<const std::uint8_t*>(from);
+  to.assign(bytes, size == 0 ? bytes : bytes + size);
+}
+
+algorithm::AlgBase* notNull(algorithm::AlgBase* alg) {
+  if (alg == nullptr) throw std::invalid_argument("expected an algorithm object, found null");
+  return alg;
+}
+
+/// Stands while a callback runs on this thread that belongs to no call of its tap.
+class PassingCallback {
+ public:
+  explicit PassingCallback(const void* relay) : relay_(relay), outer_(innermost_) {
+    innermost_ = this;
+  }
+  ~PassingCallback() { innermost_ = outer_; }
+  PassingCallback(const PassingCallback&) = delete;
+  PassingCallback& operator=(const PassingCallback&) = delete;
+
+  static bool standsFor(const void* relay) {
+    for (const PassingCallback* one = innermost_; one != nullptr; one = one->outer_)
+      if (one->relay_ == relay) return true;
+    return false;
+  }
+
+ private:
+  static thread_local const PassingCallback* innermost_;
+  const void* const relay_;
+  const PassingCallback* const outer_;
+};
+
+thread_local const PassingCallback* PassingCallback::innermost_ = nullptr;
+
+}  // namespace
+
+/// What the library is given as its sinks. The library keeps such a pointer for as long as the
+/// process lives, may use it on any thread, and does not tell which one it has: so a relay outlives
+/// its tap, and nothing has to be given back.
+struct TapAlg::Relay final : algorithm::DataSink, algorithm::LogSink {
+  explicit Relay(TapAlg& owner) : tap(owner) {}
+
+  /// This thread is inside a call of the tap.
+  bool onTapsThread() const {
+    return thread.load(std::memory_order_relaxed) == std::this_thread::get_id();
+  }
+
+  bool Deliver(const void* buffer, int offset, int length) override {
+    if (onTapsThread()) return tap.deliver(buffer, offset, length);
+    const PassingCallback passing(this);
+    return data.load()->Deliver(buffer, offset, length);
+  }
+
+  bool Log(int level, const char* message) override {
+    if (onTapsThread()) return tap.log(level, message);
+    const PassingCallback passing(this);
+    return messages.load()->Log(level, message);
+  }
+
+  static void keep(std::unique_ptr<Relay> relay) {
+    static std::mutex lock;
+    // Never destroyed: the library may use them until the last thread has ended.
+    static auto* const kept = new std::vector<std::unique_ptr<Relay>>;
+    const std::lock_guard<std::mutex> guard(lock);
+    kept->push_back(std::move(relay));
+  }
+
+  TapAlg& tap;                          ///< used on the tap's thread only
+  std::atomic<std::thread::id> thread;  ///< the one inside a call of the tap
+  std::atomic<algorithm::DataSink*> data{nullptr};
+  std::atomic<algorithm::LogSink*> messages{nullptr};
+};
+
+/// One call: has its place in the order and an entry, and ends it however the call ends. Without a
+/// sink, and inside a callback of a call that went past the tap, it does nothing.
+class TapAlg::Scope {
+ public:
+  /// @param fill  puts what the host passed into the session::Call
+  template <typename Fill>
+  Scope(TapAlg& tap, CallKind kind, Fill fill) : tap_(tap), lock_(tap.order_, std::defer_lock) {
+    Relay& relay = *tap.relay_;
+    if (!relay.onTapsThread()) {
+      if (!tap.heard_ || PassingCallback::standsFor(&relay)) return;
+      lock_.lock();
+      relay.thread = std::this_thread::get_id();
+    }
+    taken_ = true;
+    const std::int64_t index = tap.nextIndex_++;
+    ++tap.callsInUnit_;
+    tap.assemble([&] {
+      entry_ = tap.unit_.used;
+      Call& call = tap.unit_.append().call;
+      call.index = index;
+      call.kind = kind;
+      if (!tap.running_.empty()) {
+        const Running& outer = tap.running_.back();
+        call.parent = tap.unit_.entries[outer.entry].call.index;
+        call.parentStep = outer.steps - 1;
+      }
+      fill(call);
+      tap.running_.push_back({entry_, 0});
+      begunNs_ = monotonicNs();
+      call.startNs = tap.options_.clock ? tap.options_.clock() : begunNs_;
+    });
+  }
+
+  ~Scope() {
+    if (!taken_) return;
+    if (tap_.whole_) {
+      if (!call().returned) endClock();
+      tap_.running_.pop_back();
+    }
+    if (!lock_.owns_lock()) return;
+    tap_.handOver();
+    tap_.relay_->thread = std::thread::id();
+  }
+
+  Scope(const Scope&) = delete;
+  Scope& operator=(const Scope&) = delete;
+
+  template <typename Result>
+  Result leave(Result result) {
+    if (!recorded()) return result;
+    endClock();
+    call().returned = static_cast<int>(result);
+    return result;
+  }
+
+  bool recorded() const { return taken_ && tap_.whole_; }
+  Call& call() { return tap_.unit_.entries[entry_].call; }
+
+ private:
+  void endClock() {
+    if (tap_.options_.measureDurations) call().durationNs = monotonicNs() - begunNs_;
+  }
+
+  TapAlg& tap_;
+  std::unique_lock<std::mutex> lock_;  ///< owned by the outermost call
+  std::size_t entry_ = 0;
+  std::int64_t begunNs_ = 0;
+  bool taken_ = false;
+};
+
+TapAlg::TapAlg(algorithm::AlgBase* alg, TapOptions options)
+    : alg_(notNull(alg)), options_(std::move(options)), relay_(std::make_unique<Relay>(*this)) {}
+
+TapAlg::~TapAlg() {
+  for (const Listener& listener : sinks_) listener.sink->end();
+  if (libraryKnowsRelay_) Relay::keep(std::move(relay_));
+}
+
+bool TapAlg::Init(int productType, const unsigned char* config, int configOffset) {
+  productType_ = productType;
+  Scope scope(*this, CallKind::kInit, [&](Call& call) {
+    call.type = productType;
+    call.offset = configOffset;
+    call.pointerGiven = config != nullptr;
+    if (config != nullptr)
+      copyBytes(config + configOffset, payloadSize(call, productType), call.payload);
+  });
+  return scope.leave(alg_->Init(productType, config, configOffset));
+}
+
+bool TapAlg::InputStream(int streamType, const unsigned char* buffer, int offset, int length) {
+  Scope scope(*this, CallKind::kInputStream, [&](Call& call) {
+    call.type = streamType;
+    call.offset = offset;
+    call.length = length;
+    call.pointerGiven = buffer != nullptr;
+    const std::size_t size = payloadSize(call, productType_);
+    if (size > 0) copyBytes(buffer + offset, size, call.payload);
+  });
+  return scope.leave(alg_->InputStream(streamType, buffer, offset, length));
+}
+
+bool TapAlg::SetDataCallback(algorithm::DataSink* sink) {
+  Scope scope(*this, CallKind::kSetDataCallback,
+              [&](Call& call) { call.pointerGiven = sink != nullptr; });
+  if (sink == nullptr) return scope.leave(alg_->SetDataCallback(nullptr));
+  relay_->data = sink;
+  libraryKnowsRelay_ = true;
+  return scope.leave(alg_->SetDataCallback(relay_.get()));
+}
+
+bool TapAlg::SetLogCallback(algorithm::LogSink* sink) {
+  Scope scope(*this, CallKind::kSetLogCallback,
+              [&](Call& call) { call.pointerGiven = sink != nullptr; });
+  if (sink == nullptr) return scope.leave(alg_->SetLogCallback(nullptr));
+  relay_->messages = sink;
+  libraryKnowsRelay_ = true;
+  return scope.leave(alg_->SetLogCallback(relay_.get()));
+}
+
+bool TapAlg::SetFilterMode(int parameter, int mode, void* reserved) {
+  Scope scope(*this, CallKind::kSetFilterMode, [&](Call& call) {
+    call.type = parameter;
+    call.mode = mode;
+    call.pointerGiven = reserved != nullptr;
+  });
+  return scope.leave(alg_->SetFilterMode(parameter, mode, reserved));
+}
+
+int TapAlg::GetFixedCode() {
+  Scope scope(*this, CallKind::kGetFixedCode, [](Call&) {});
+  return scope.leave(alg_->GetFixedCode());
+}
+
+bool TapAlg::HandleEvent(int eventType, const void* input, void* output) {
+  Scope scope(*this, CallKind::kHandleEvent, [&](Call& call) {
+    call.type = eventType;
+    call.pointerGiven = input != nullptr;
+    call.outputGiven = output != nullptr;
+    const std::size_t size = payloadSize(call, productType_);
+    if (size > 0) copyBytes(input, size, call.payload);
+  });
+  const bool answered = scope.leave(alg_->HandleEvent(eventType, input, output));
+  if (scope.recorded() && answered && output != nullptr)
+    assemble([&] { copyBytes(output, answerSize(eventType), scope.call().output); });
+  return answered;
+}
+
+bool TapAlg::deliver(const void* buffer, int offset, int length) {
+  const bool known = length == sizeof(algorithm::ResultBlock);
+  std::size_t entry = 0, place = 0;
+  assemble([&] {
+    if (!known) return;
+    entry = running_.back().entry;
+    auto& blocks = unit_.entries[entry].blocks;
+    place = blocks.size();
+    DeliveredBlock& delivered = blocks.emplace_back();
+    delivered.step = running_.back().steps++;
+    std::memcpy(&delivered.block, static_cast<const unsigned char*>(buffer) + offset,
+                sizeof delivered.block);
+  });
+  try {
+    return relay_->data.load()->Deliver(buffer, offset, length);
+  } catch (...) {
+    if (whole_ && known) unit_.entries[entry].blocks[place].threw = true;
+    throw;
+  }
+}
+
+bool TapAlg::log(int level, const char* message) {
+  std::size_t entry = 0, place = 0;
+  assemble([&] {
+    entry = running_.back().entry;
+    auto& logs = unit_.entries[entry].logs;
+    place = logs.size();
+    logs.push_back({running_.back().steps++, level, message, false});
+  });
+  try {
+    return relay_->messages.load()->Log(level, message);
+  } catch (...) {
+    if (whole_) unit_.entries[entry].logs[place].threw = true;
+    throw;
+  }
+}
+
+// Adds to the unit. Where that fails the host's call goes on, and the unit is given up.
+template <typename Action>
+void TapAlg::assemble(Action action) noexcept {
+  if (!whole_) return;
+  try {
+    action();
+  } catch (...) {
+    whole_ = false;
+  }
+}
+
+void TapAlg::handOver() noexcept {
+  {
+    const std::lock_guard<std::mutex> guard(sinksLock_);
+    for (const Listener& listener : sinks_) {
+      if (whole_)
+        listener.sink->take(unit_);
+      else
+        listener.sink->miss(callsInUnit_);
+      if (listener.leaving) listener.sink->end();
+    }
+    sinks_.erase(std::remove_if(sinks_.begin(), sinks_.end(),
+                                [](const Listener& listener) { return listener.leaving; }),
+                 sinks_.end());
+    heard_ = !sinks_.empty();
+  }
+  running_.clear();
+  unit_.clear();
+  callsInUnit_ = 0;
+  whole_ = true;
+}
+
+void TapAlg::add(UnitSink& sink) {
+  const std::lock_guard<std::mutex> guard(sinksLock_);
+  sinks_.push_back({&sink, false});
+  heard_ = true;
+}
+
+void TapAlg::remove(UnitSink& sink) {
+  const std::lock_guard<std::mutex> guard(sinksLock_);
+  const auto found = std::find_if(sinks_.begin(), sinks_.end(),
+                                  [&](const Listener& listener) { return listener.sink == &sink; });
+  if (found == sinks_.end()) return;
+  if (insideCall()) {
+    found->leaving = true;
+    return;
+  }
+  found->sink->end();
+  sinks_.erase(found);
+  heard_ = !sinks_.empty();
+}
+
+bool TapAlg::insideCall() const {
+  return relay_->onTapsThread();
+}
+
+void TapAlg::addTruth(const std::vector<TruthRow>& rows) {
+  Unit unit;
+  unit.truth = rows;
+  const std::lock_guard<std::mutex> guard(sinksLock_);
+  for (const Listener& listener : sinks_) listener.sink->take(unit);
+}
+
+}  // namespace session
