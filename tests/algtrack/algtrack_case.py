@@ -31,9 +31,16 @@ class AlgtrackCase(unittest.TestCase):
         return result.stdout
 
     def fail_in_one_line(self, *arguments):
-        """The program refuses: non-zero, not by a signal, one line that begins with its name."""
+        """The program refuses: status 2, one line that begins with its name."""
+        return self.end_in_one_line(2, *arguments)
+
+    def find_in_one_line(self, *arguments):
+        """The program did what was asked, and something differs or was found: status 1, one line."""
+        return self.end_in_one_line(1, *arguments)
+
+    def end_in_one_line(self, status, *arguments):
         result = self.run_algtrack(*arguments)
-        self.assertIn(result.returncode, (1, 2), (arguments, result.stdout, result.stderr))
+        self.assertEqual(result.returncode, status, (arguments, result.stdout, result.stderr))
         self.assertEqual(result.stderr.count("\n"), 1, result.stderr)
         self.assertTrue(result.stderr.startswith("algtrack: "), result.stderr)
         return result.stderr

@@ -176,7 +176,7 @@ class InspectTest(AlgtrackCase):
         self.change("a", "UPDATE blocks SET block = ? WHERE call ="
                          " (SELECT call FROM blocks ORDER BY call LIMIT 1 OFFSET 20)", other)
         call = self.query("a", "SELECT call FROM blocks ORDER BY call LIMIT 1 OFFSET 20")[0][0]
-        message = self.fail_in_one_line("inspect", "a")
+        message = self.find_in_one_line("inspect", "a")
         self.assertIn(f"(1 of {len(self.packets('a'))}, first at call {call})", message)
 
     def test_refuses_what_it_cannot_show(self):

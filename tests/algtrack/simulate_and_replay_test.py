@@ -122,7 +122,7 @@ class VerifyTest(AlgtrackCase):
             with open(self.path("good"), "rb") as source, open(self.path("bad"), "wb") as target:
                 target.write(source.read())
             self.change("bad", sql, *parameters)
-            message = self.fail_in_one_line("replay", "bad", "--verify")
+            message = self.find_in_one_line("replay", "bad", "--verify")
             for text in expected:
                 self.assertIn(text, message)
 
@@ -144,7 +144,7 @@ class WhatIfTest(AlgtrackCase):
         self.simulate("a", "--seconds", 1, "--noise", 0.2)
         self.succeed("replay", "a", "--filter-mode", 1, "--record", "b")
         self.succeed("replay", "b", "--verify")
-        message = self.fail_in_one_line("replay", "b", "--against", "a")
+        message = self.find_in_one_line("replay", "b", "--against", "a")
         self.assertIn("call 3 (SetFilterMode): mode: there 0, here 1", message)
         blocks = "SELECT block FROM blocks ORDER BY call"
         self.assertEqual(self.query("a", blocks), self.query("b", blocks))  # only answers differ
@@ -163,7 +163,7 @@ class WhatIfTest(AlgtrackCase):
         self.simulate("a", "--seconds", 1, "--product-type", 1)
         self.succeed("replay", "a", "--product-type", 0, "--record", "b")
         self.assertEqual(self.query("b", "SELECT product_type FROM configurations"), [(0,)])
-        message = self.fail_in_one_line("replay", "a", "--product-type", 0, "--against", "a")
+        message = self.find_in_one_line("replay", "a", "--product-type", 0, "--against", "a")
         self.assertIn("product type: there 1, here 0", message)
 
     def test_a_changed_calibration_reaches_the_library(self):
@@ -200,9 +200,10 @@ class RecordTest(AlgtrackCase):
     def test_a_shorter_or_longer_other_recording_is_noticed(self):
         self.simulate("short", "--seconds", 1, "--scene", "still")
         self.simulate("long", "--seconds", 2, "--scene", "still")
-        message = self.fail_in_one_line("replay", "short", "--against", "long")
+        message = self.find_in_one_line("replay", "short", "--against", "long")
         self.assertIn("this call is only there", message)
-        self.fail_in_one_line("replay", "long", "--against", "short")
+        message = self.find_in_one_line("replay", "long", "--against", "short")
+        self.assertIn("this call is only here", message)
 
 
 class ExportTest(AlgtrackCase):

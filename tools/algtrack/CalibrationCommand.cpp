@@ -7,6 +7,8 @@
 #include <alg_kit/rig/StereoRig.h>
 #include <alg_kit/text/TextFile.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/terminal/ExitStatus.h>
+#include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 #include <tools/algtrack/terminal/Table.h>
 
@@ -85,12 +87,7 @@ bool isJsonPath(const std::string& path) {
 }
 
 void runImport(const CalibrationOptions& options) {
-  for (const std::string& output : options.outputs) {
-    for (const std::string& input : options.files) checkNotInput(output, input);
-    if (std::count(options.outputs.begin(), options.outputs.end(), output) > 1)
-      throw std::runtime_error(output + ": expected different outputs, found it twice");
-    checkOutputPath(output, options.force);
-  }
+  checkOutputs(options.outputs, options.files, options.force);
   LoadedCalibration loaded = load(options);
   calibration::requireUsable(loaded, sourceOf(options));
   if (options.swapCameras) loaded.calibration = calibration::withCamerasSwapped(loaded.calibration);
@@ -99,13 +96,17 @@ void runImport(const CalibrationOptions& options) {
   algorithm::StereoCalibration& c = loaded.calibration;
   for (double& t : c.translation) t /= calibration::millimetresPer(options.outputUnit);
   calibration::recomputeFundamental(c);
-  std::cout << sourceOf(options) << ": " << loaded.format << ", translation in "
-            << options.outputUnit << ", baseline " << number(calibration::baselineOf(c)) << " "
-            << options.outputUnit << ", F computed from K, R and T\n";
+  // The words go where the bytes do not.
+  const bool streams =
+      std::any_of(options.outputs.begin(), options.outputs.end(), isStandardOutput);
+  std::ostream& words = streams ? std::cerr : std::cout;
+  words << sourceOf(options) << ": " << loaded.format << ", translation in " << options.outputUnit
+        << ", baseline " << number(calibration::baselineOf(c)) << " " << options.outputUnit
+        << ", F computed from K, R and T\n";
   if (!loaded.left.stated || !loaded.right.stated)
-    std::cout << "Note: the file does not name its lens model; its coefficients are taken as the "
-                 "equidistant (fisheye) model's.\n";
-  for (const Finding& finding : findings) std::cout << "Note: " << finding.text << "\n";
+    words << "Note: the file does not name its lens model; its coefficients are taken as the "
+             "equidistant (fisheye) model's.\n";
+  for (const Finding& finding : findings) words << "Note: " << finding.text << "\n";
   for (const std::string& path : options.outputs) {
     OutputFile file(path, options.force);
     if (isJsonPath(path)) {
@@ -116,7 +117,7 @@ void runImport(const CalibrationOptions& options) {
       file.stream() << calibration::recordBytes(c);
     }
     file.commit();
-    std::cout << "Wrote " << path << (isJsonPath(path) ? " (JSON)" : " (920-byte record)") << "\n";
+    words << "Wrote " << path << (isJsonPath(path) ? " (JSON)" : " (920-byte record)") << "\n";
   }
 }
 
@@ -281,7 +282,7 @@ void runCheck(const CalibrationOptions& options) {
   if (findings.empty()) return;
   std::string codes;
   for (const Finding& finding : findings) codes += (codes.empty() ? "" : ", ") + finding.code;
-  throw std::runtime_error(sourceOf(options) + ": something seems wrong with it: " + codes);
+  throw SomethingFound(sourceOf(options) + ": something seems wrong with it: " + codes);
 }
 
 void addInput(CLI::App& command, CalibrationOptions& options, bool required) {
@@ -292,7 +293,7 @@ void addInput(CLI::App& command, CalibrationOptions& options, bool required) {
   command
       .add_option("--unit", options.unit,
                   "Unit of the file's translation (Kalibr: m, record: mm; OpenCV's files say none)")
-      ->check(CLI::IsMember({"mm", "cm", "m", "in"}));
+      ->check(oneOf({"mm", "cm", "m", "in"}));
 }
 
 }  // namespace
@@ -329,7 +330,7 @@ void addCalibrationCommand(CLI::App& app) {
   import
       ->add_option("--output-unit", options->outputUnit,
                    "Unit to write the translation in; the library's limits are made for mm")
-      ->check(CLI::IsMember({"mm", "cm", "m", "in"}))
+      ->check(oneOf({"mm", "cm", "m", "in"}))
       ->capture_default_str();
   import->add_flag("--swap-cameras", options->swapCameras, "Exchange left and right");
   import->add_flag("--force", options->force, "Overwrite existing files");

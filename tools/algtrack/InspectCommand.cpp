@@ -6,6 +6,8 @@
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/PacketListing.h>
 #include <tools/algtrack/SurveyTables.h>
+#include <tools/algtrack/terminal/ExitStatus.h>
+#include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/Progress.h>
 
 #include <CLI/CLI.hpp>
@@ -152,7 +154,7 @@ void inspectFile(const InspectOptions& options) {
     std::cout << "\nCross-check: " << check.text() << "\n";
   }
   if (!check.agrees())
-    throw std::runtime_error(options.file + ": " + check.complaint(reader.metadata()));
+    throw SomethingFound(options.file + ": " + check.complaint(reader.metadata()));
 }
 
 /// Why the library did not decode a packet.
@@ -247,7 +249,7 @@ void inspectPacket(const InspectOptions& options) {
     CrossCheck check;
     check.add(entry, trace.block());
     if (!check.agrees())
-      throw std::runtime_error(options.file + ": " + check.complaint(reader.metadata()));
+      throw SomethingFound(options.file + ": " + check.complaint(reader.metadata()));
     return;
   }
 }
@@ -265,11 +267,15 @@ void addInspectCommand(CLI::App& app) {
       "  algtrack inspect walk.algrec --json         the same for programs\n");
   const auto options = std::make_shared<InspectOptions>();
   command->add_option("file", options->file, "Recording")->required();
-  auto* const packet = command->add_option(
-      "--packet", options->packet, "Number of a device packet in the file, from 0: list its bytes");
+  auto* const packet =
+      command
+          ->add_option("--packet", options->packet,
+                       "Number of a device packet in the file, from 0: list its bytes")
+          ->check(wholeNumber());
   command
       ->add_option("--explain", options->explain,
                    "Number of a device packet: follow its blobs to where they ended")
+      ->check(wholeNumber())
       ->excludes(packet);
   command->add_flag("--json", options->json, "Print JSON");
   command->callback([options] {

@@ -1,32 +1,62 @@
 #include <tools/algtrack/PartialRecording.h>
 
-#include <tools/algtrack/terminal/OutputFile.h>
-
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <utility>
 
 namespace algtrack {
 
-PartialRecording::PartialRecording(std::string finalPath)
-    : finalPath_(std::move(finalPath)), path_(partialPath(finalPath_)) {}
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string temporaryFolder() {
+  std::string name = (fs::temp_directory_path() / "algtrack-XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr)
+    throw std::runtime_error(name + ": expected room for temporary files, found none");
+  return name;
+}
+
+void copyTo(const OutputPlace& place, const std::string& path) {
+  OutputFile file(place.name, false);
+  file.stream() << std::ifstream(path, std::ios::binary).rdbuf();
+  file.commit();
+}
+
+}  // namespace
+
+PartialRecording::PartialRecording(const std::string& finalName, bool force)
+    : place_(outputPlace(finalName, force)) {
+  if (place_.kind != OutputPlace::Kind::kFile) {
+    folder_ = temporaryFolder();
+    path_ = folder_ + "/recording";
+    return;
+  }
+  path_ = partialPath(place_.path);
+  makePartialFile(path_, force);
+}
 
 PartialRecording::~PartialRecording() {
-  if (completed_) return;
+  if (!completed_) removeAll();
+}
+
+void PartialRecording::removeAll() const {
   std::error_code error;
-  for (const char* const suffix : {"", "-wal", "-shm"})
-    std::filesystem::remove(path_ + suffix, error);
+  for (const char* const suffix : {"", "-wal", "-shm"}) fs::remove(path_ + suffix, error);
+  if (!folder_.empty()) fs::remove(folder_, error);
 }
 
 void PartialRecording::complete(const recording::RecorderStatus& status) {
   if (!status.error.empty() || status.dropped > 0)
-    throw std::runtime_error(finalPath_ + ": writing failed: " + status.error);
+    throw std::runtime_error(place_.name + ": writing failed: " + status.error);
+  if (!folder_.empty()) return copyTo(place_, path_);
   std::error_code error;
   // What a killed recorder left beside the file that is replaced would be taken for ours.
-  for (const char* const suffix : {"-wal", "-shm"})
-    std::filesystem::remove(finalPath_ + suffix, error);
-  std::filesystem::rename(path_, finalPath_, error);
-  if (error) throw std::runtime_error(finalPath_ + ": writing failed: " + error.message());
+  for (const char* const suffix : {"-wal", "-shm"}) fs::remove(place_.path + suffix, error);
+  fs::rename(path_, place_.path, error);
+  if (error) throw std::runtime_error(place_.name + ": writing failed: " + error.message());
   completed_ = true;
 }
 

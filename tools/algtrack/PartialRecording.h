@@ -1,27 +1,34 @@
 #pragma once
 
 #include <alg_kit/recording/Recorder.h>
+#include <tools/algtrack/terminal/OutputFile.h>
 
 #include <string>
 
 namespace algtrack {
 
-/// A recording in the making, beside its final name; removed again unless it was completed.
+/// A recording in the making, removed again unless it was completed: beside its final name, or, for
+/// the standard output and devices, which cannot hold a database that grows, in a folder of its own
+/// among the temporary files.
 class PartialRecording {
  public:
-  explicit PartialRecording(std::string finalPath);
+  /// @throws std::runtime_error as outputPlace, or if there is one in the making already
+  PartialRecording(const std::string& finalName, bool force);
   ~PartialRecording();
   PartialRecording(const PartialRecording&) = delete;
   PartialRecording& operator=(const PartialRecording&) = delete;
 
   const std::string& path() const { return path_; }
 
-  /// Gives a closed recording its name.
+  /// Gives a closed recording its name, or copies it to where it was asked for.
   /// @throws std::runtime_error if anything could not be written
   void complete(const recording::RecorderStatus& status);
 
  private:
-  std::string finalPath_;
+  void removeAll() const;
+
+  OutputPlace place_;
+  std::string folder_;  ///< temporary; empty = beside the final name
   std::string path_;
   bool completed_ = false;
 };

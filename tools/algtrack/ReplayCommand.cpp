@@ -6,6 +6,7 @@
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/PartialRecording.h>
 #include <tools/algtrack/TrackExport.h>
+#include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 #include <tools/algtrack/terminal/Progress.h>
@@ -110,17 +111,23 @@ class Against {
   explicit Against(const std::string& path) : reader_(path), entries_(reader_.entries()) {}
 
   void compare(const Entry& played, Verdict& verdict) {
-    verdict.compare(entries_.next(entry_) ? &entry_ : nullptr, &played, true);
+    verdict.compare(next(), &played, true);
   }
   void finish(Verdict& verdict) {
-    while (entries_.next(entry_)) verdict.compare(&entry_, nullptr, true);
+    while (const Entry* const entry = next()) verdict.compare(entry, nullptr, true);
   }
   const RecordingReader& reader() const { return reader_; }
 
  private:
+  const Entry* next() {
+    ended_ = ended_ || !entries_.next(entry_);  // behind its end a cursor must not be asked again
+    return ended_ ? nullptr : &entry_;
+  }
+
   RecordingReader reader_;
   recording::EntryCursor entries_;
   Entry entry_;
+  bool ended_ = false;
 };
 
 /// A second recording of what is replayed, with today's answers and durations. Times stay those of
@@ -129,7 +136,7 @@ class ReRecording {
  public:
   ReRecording(const ReplayOptions& options, const RecordingReader& reader, session::Player& player,
               algorithm::AlgBase* alg)
-      : reader_(reader), partial_(options.record) {
+      : reader_(reader), partial_(options.record, options.force) {
     recording::RecordingAlgOptions recorder;
     recorder.overwrite = true;
     recorder.waitWhenFull = true;
@@ -207,10 +214,16 @@ void checkOptions(const ReplayOptions& options) {
         "--verify",
         "expected the recorded configuration, found --product-type, --calibration or "
         "--filter-mode, with which the answers differ by intent");
-  for (const std::string& output : {options.csv, options.jsonLines, options.record})
-    for (const std::string& input : {options.file, options.against, options.rig.file})
-      checkNotInput(output, input);
-  if (!options.record.empty()) checkOutputPath(options.record, options.force);
+  std::vector<std::string> outputs = {options.json ? "-" : "", options.csv, options.jsonLines,
+                                      options.record};
+  if (!options.tum.empty())
+    for (const std::string& file : tumFiles(options.tum)) outputs.push_back(file);
+  checkOutputs(outputs, {options.file, options.against, options.rig.file}, options.force);
+}
+
+bool writesToStandardOutput(const ReplayOptions& options) {
+  return isStandardOutput(options.csv) || isStandardOutput(options.jsonLines) ||
+         isStandardOutput(options.record);
 }
 
 void printSummary(const ReplayOptions& options, const RecordingReader& reader, const Counts& counts,
@@ -305,11 +318,12 @@ void replay(const ReplayOptions& options) {
   }
   const double libraryShare =
       counts.seconds > 0 ? static_cast<double>(player.libraryNs()) / 1e9 / counts.seconds : 0;
-  printSummary(options, reader, counts, libraryShare, verdict, files);
+  if (!writesToStandardOutput(options))
+    printSummary(options, reader, counts, libraryShare, verdict, files);
   if (verdict.differing() > 0)
-    throw std::runtime_error(options.file + ": " + verdict.first() + "; " +
-                             std::to_string(verdict.differing()) + " of " +
-                             std::to_string(verdict.compared()) + " calls differ");
+    throw SomethingFound(options.file + ": " + verdict.first() + "; " +
+                         std::to_string(verdict.differing()) + " of " +
+                         std::to_string(verdict.compared()) + " calls differ");
 }
 
 }  // namespace
@@ -344,7 +358,7 @@ void addReplayCommand(CLI::App& app) {
   command
       ->add_option("--axes", options->axes,
                    "of the TUM trajectories: delivered, or camera (before y and z are mirrored)")
-      ->check(CLI::IsMember({"delivered", "camera"}))
+      ->check(oneOf({"delivered", "camera"}))
       ->capture_default_str()
       ->needs(tum);
   command->add_option("--record", options->record,
@@ -352,7 +366,7 @@ void addReplayCommand(CLI::App& app) {
   command
       ->add_option("--product-type", options->productType,
                    "what if: another product type in every Init")
-      ->check(CLI::IsMember({0, 1, 2}));
+      ->check(oneOf({"0", "1", "2"}));
   addRigOption(*command, options->rig, "what if: another calibration in every Init");
   command
       ->add_option("--filter-mode", options->filterMode,

@@ -82,8 +82,7 @@ void makeReport(const ReportOptions& options) {
       throw std::runtime_error(
           "this build carries no report page (npm could not provide it when the program was "
           "built); --json without -o prints the numbers");
-    checkOutputPath(options.output, options.force);
-    checkNotInput(options.output, options.file);
+    checkOutputs({options.output, options.json ? "-" : ""}, {options.file}, options.force);
   }
   const recording::RecordingReader reader(options.file);
   const analysis::ReportData data = gather(reader);
@@ -97,6 +96,7 @@ void makeReport(const ReportOptions& options) {
     std::cout << report::textOf(report::jsonOf(numbers), 2) << "\n";
     return;
   }
+  if (isStandardOutput(options.output)) return;
   printSummary(numbers);
   std::cout << "Report: " << options.output << "\n";
 }

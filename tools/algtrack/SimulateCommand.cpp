@@ -226,9 +226,8 @@ void printSummary(const SimulateOptions& options, const Counts& counts, const Ho
 }
 
 void simulate(SimulateOptions options) {
-  checkOutputPath(options.output, options.force);
-  checkNotInput(options.output, options.trajectory);
-  checkNotInput(options.output, options.rig.file);
+  checkOutputs({options.output, options.json ? "-" : ""}, {options.trajectory, options.rig.file},
+               options.force);
   const rig::StereoRig rig = options.rig.given() ? options.rig.read() : rig::builtInRig();
   const sim::Scene scene = sceneFrom(options);
   if (options.seconds * options.simulation.frameRate > kMostFrames)
@@ -244,7 +243,7 @@ void simulate(SimulateOptions options) {
   options.simulation.framing = stamped ? sim::Framing::kStamped : sim::Framing::kPlain;
   const sim::Simulator simulator(rig, scene, options.simulation);
 
-  PartialRecording partial(options.output);
+  PartialRecording partial(options.output, options.force);
   std::int64_t nowNs = 0;
   recording::RecordingAlgOptions recorder;
   recorder.overwrite = true;
@@ -259,7 +258,7 @@ void simulate(SimulateOptions options) {
   recording::RecordingAlg alg(library, partial.path(), recorder);
   const Counts counts = drive(simulator, options, alg, nowNs, host);
   partial.complete(alg.close());
-  printSummary(options, counts, host);
+  if (!isStandardOutput(options.output)) printSummary(options, counts, host);
 }
 
 }  // namespace
@@ -285,7 +284,7 @@ void addSimulateCommand(CLI::App& app) {
   addRigOption(*command, options->rig,
                "the camera pair, in any format that `algtrack calibration` reads (built in)");
   CLI::Option* const scene = command->add_option("--scene", options->scene, "built-in motion")
-                                 ->check(CLI::IsMember({"moving", "still"}))
+                                 ->check(oneOf({"moving", "still"}))
                                  ->capture_default_str();
   CLI::Option* const trajectory =
       command
@@ -302,7 +301,7 @@ void addSimulateCommand(CLI::App& app) {
       ->capture_default_str()
       ->needs(trajectory);
   command->add_option("--product-type", options->productType, "0, 1 or 2")
-      ->check(CLI::IsMember({0, 1, 2}))
+      ->check(oneOf({"0", "1", "2"}))
       ->capture_default_str();
   command->add_option("--seconds", options->seconds, "length; at most the measured motion's")
       ->check(numberFrom(0.001, 1e6))
@@ -314,7 +313,7 @@ void addSimulateCommand(CLI::App& app) {
       ->add_option("--framing", options->framing,
                    "plain packets (stream type 0), stamped ones (2), or those that feed the pose "
                    "filters which the queries read (auto: 2 for product types 0 and 1, else 0)")
-      ->check(CLI::IsMember({"auto", "plain", "stamped"}))
+      ->check(oneOf({"auto", "plain", "stamped"}))
       ->capture_default_str();
   command->add_flag("--inertial", options->inertial,
                     "inertial samples of objects 0 and 1 (stream types 3, 4) before every packet");

@@ -187,14 +187,14 @@ class JsonLinesExport final : public TrackExport {
   ExportOrigin origin_;
 };
 
+std::string tumFile(const std::string& prefix, int object) {
+  return prefix + "-object" + std::to_string(object) + ".tum";
+}
+
 class TumExport final : public TrackExport {
  public:
   TumExport(std::string prefix, bool force, bool cameraAxes, const ExportOrigin& origin)
-      : prefix_(std::move(prefix)), force_(force), cameraAxes_(cameraAxes), origin_(origin) {
-    // The objects show only while playing; refuse before that what would be refused then.
-    for (int object = 0; object < algorithm::ResultBlock::kRecords; ++object)
-      checkOutputPath(pathOf(object), force);
-  }
+      : prefix_(std::move(prefix)), force_(force), cameraAxes_(cameraAxes), origin_(origin) {}
 
   void add(const Entry& entry) override {
     const std::string time = secondsText(secondsOf(entry, origin_));
@@ -221,14 +221,10 @@ class TumExport final : public TrackExport {
   }
 
  private:
-  std::string pathOf(int object) const {
-    return prefix_ + "-object" + std::to_string(object) + ".tum";
-  }
-
   OutputFile& fileOf(int object) {
     auto& file = files_[object];
     if (file) return *file;
-    file = std::make_unique<OutputFile>(pathOf(object), force_);
+    file = std::make_unique<OutputFile>(tumFile(prefix_, object), force_);
     file->stream() << "# " << originText(origin_) << "; object " << object
                    << "\n# t: " << clockText(origin_)
                    << "\n# x, y, z: metres (the calibration's translation taken as millimetres); "
@@ -261,6 +257,13 @@ std::unique_ptr<TrackExport> makeJsonLinesExport(const std::string& path, bool f
 std::unique_ptr<TrackExport> makeTumExport(const std::string& prefix, bool force, bool cameraAxes,
                                            const ExportOrigin& origin) {
   return std::make_unique<TumExport>(prefix, force, cameraAxes, origin);
+}
+
+std::vector<std::string> tumFiles(const std::string& prefix) {
+  std::vector<std::string> files;
+  for (int object = 0; object < algorithm::ResultBlock::kRecords; ++object)
+    files.push_back(tumFile(prefix, object));
+  return files;
 }
 
 }  // namespace algtrack

@@ -44,4 +44,7 @@ std::unique_ptr<TrackExport> makeJsonLinesExport(const std::string& path, bool f
 std::unique_ptr<TrackExport> makeTumExport(const std::string& prefix, bool force, bool cameraAxes,
                                            const ExportOrigin& origin);
 
+/// All files that makeTumExport may write.
+std::vector<std::string> tumFiles(const std::string& prefix);
+
 }  // namespace algtrack

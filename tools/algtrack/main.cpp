@@ -1,39 +1,36 @@
 // algtrack: simulate, record, replay, inspect, calibrate, report. Registers the subcommands and
-// turns whatever they throw into one line on stderr.
+// turns whatever they throw into one line on stderr and an exit status.
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/terminal/CommandLine.h>
+#include <tools/algtrack/terminal/ExitStatus.h>
+#include <tools/algtrack/terminal/Help.h>
 
-#include <CLI/CLI.hpp>
-#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace {
 
-constexpr int kFailed = 1;
-constexpr int kWrongUsage = 2;
+constexpr std::size_t kLongestLine = 1000;
 
+/// Fit for a terminal and a log, whatever a file or an argument holds.
 std::string oneLine(std::string text) {
   while (!text.empty() && text.back() == '\n') text.pop_back();
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  return text;
+  for (char& c : text) {
+    if (c == '\n') c = ' ';
+    if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') c = '?';
+  }
+  return text.size() <= kLongestLine ? text : text.substr(0, kLongestLine) + "...";
 }
 
-/// A subcommand's line in the overview: its description without the examples.
-class Overview : public CLI::Formatter {
- public:
-  std::string make_subcommand(const CLI::App* command) const override {
-    const std::string description = command->get_description();
-    std::ostringstream line;
-    CLI::detail::format_help(line, command->get_name(),
-                             oneLine(description.substr(0, description.find("\n\n"))),
-                             get_column_width());
-    return line.str();
-  }
-};
+int fail(const std::exception& error, algtrack::ExitStatus status) {
+  std::cout.flush();
+  std::cerr << "algtrack: " << oneLine(error.what()) << "\n";
+  return status;
+}
 
 }  // namespace
 
@@ -46,10 +43,11 @@ int main(int argc, char** argv) {
       "  algtrack inspect walk.algrec\n"
       "  algtrack report walk.algrec -o walk.html\n"
       "\n"
-      "Every subcommand has its own --help with examples.",
+      "Every subcommand has its own --help with examples. Exit status: 0 done, or the same;\n"
+      "1 something differs or was found; 2 not done.",
       "algtrack");
-  app.set_version_flag("--version", ALG_FACTORY_VERSION);
-  app.formatter(std::make_shared<Overview>());
+  app.set_version_flag("-V,--version", ALG_FACTORY_VERSION);
+  app.formatter(std::make_shared<algtrack::Help>());
   app.require_subcommand(1);
   algtrack::addSimulateCommand(app);
   algtrack::addReplayCommand(app);
@@ -58,16 +56,12 @@ int main(int argc, char** argv) {
   algtrack::addReportCommand(app);
 
   try {
-    app.parse(argc, argv);
+    algtrack::runCommandLine(app, std::vector<std::string>(argv + 1, argv + argc));
     if (!std::cout.flush()) throw std::runtime_error("standard output: writing failed");
-    return 0;
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-    std::cerr << "algtrack: " << oneLine(error.what()) << " (see --help)\n";
-    return kWrongUsage;
+    return algtrack::kFine;
+  } catch (const algtrack::SomethingFound& answer) {
+    return fail(answer, algtrack::kFound);
   } catch (const std::exception& error) {
-    std::cout.flush();
-    std::cerr << "algtrack: " << oneLine(error.what()) << "\n";
-    return kFailed;
+    return fail(error, algtrack::kFailed);
   }
 }

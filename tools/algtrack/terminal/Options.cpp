@@ -1,11 +1,14 @@
 #include <tools/algtrack/terminal/Options.h>
 
 #include <alg_kit/calibration/CalibrationFile.h>
+#include <alg_kit/text/TextFile.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <optional>
 
 namespace algtrack {
@@ -15,6 +18,13 @@ std::string shortNumber(double value) {
   char buffer[40];
   std::snprintf(buffer, sizeof buffer, "%g", value);
   return buffer;
+}
+
+bool isWhole(const std::string& text, std::int64_t most) {
+  std::int64_t value = -1;
+  const char* const end = text.data() + text.size();
+  const auto [parsed, error] = std::from_chars(text.data(), end, value);
+  return error == std::errc() && parsed == end && text[0] != '-' && value <= most;
 }
 
 // Where a file does not say how large its images are: the principal point is near their middle.
@@ -32,7 +42,8 @@ CLI::Validator numberFrom(double low, double high) {
         const char* const end = text.data() + text.size();
         const auto [parsed, error] = std::from_chars(text.data(), end, value);
         const bool valid = error == std::errc() && parsed == end && value >= low && value <= high;
-        return valid ? std::string() : "expected a number from " + range + ", found '" + text + "'";
+        return valid ? std::string()
+                     : "expected a number from " + range + ", found " + text::quoted(text);
       },
       range);
 }
@@ -40,13 +51,35 @@ CLI::Validator numberFrom(double low, double high) {
 CLI::Validator wholeNumber() {
   return CLI::Validator(
       [](std::string& text) {
-        std::uint64_t value = 0;
-        const char* const end = text.data() + text.size();
-        const auto [parsed, error] = std::from_chars(text.data(), end, value);
-        const bool valid = error == std::errc() && parsed == end;
-        return valid ? std::string() : "expected a whole number, found '" + text + "'";
+        return isWhole(text, std::numeric_limits<std::int64_t>::max())
+                   ? std::string()
+                   : "expected a whole number, found " + text::quoted(text);
       },
       "");
+}
+
+CLI::Validator wholeNumberTo(std::int64_t most) {
+  const std::string range = "0 to " + std::to_string(most);
+  return CLI::Validator(
+      [=](std::string& text) {
+        return isWhole(text, most)
+                   ? std::string()
+                   : "expected a whole number from " + range + ", found " + text::quoted(text);
+      },
+      range);
+}
+
+CLI::Validator oneOf(const std::vector<std::string>& words) {
+  std::string list;
+  for (std::size_t i = 0; i < words.size(); ++i)
+    list += (i == 0 ? "" : i + 1 == words.size() ? " or " : ", ") + words[i];
+  return CLI::Validator(
+      [=](std::string& text) {
+        return std::find(words.begin(), words.end(), text) != words.end()
+                   ? std::string()
+                   : "expected " + list + ", found " + text::quoted(text);
+      },
+      list);
 }
 
 rig::StereoRig RigOption::read() const {
@@ -65,7 +98,7 @@ void addRigOption(CLI::App& command, RigOption& rig, const std::string& descript
   command
       .add_option("--unit", rig.unit,
                   "unit of the calibration's translation, where its file does not say it")
-      ->check(CLI::IsMember({"mm", "cm", "m", "in"}))
+      ->check(oneOf({"mm", "cm", "m", "in"}))
       ->needs(file);
 }
 

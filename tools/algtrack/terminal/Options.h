@@ -4,7 +4,9 @@
 #include <alg_kit/rig/StereoRig.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace algtrack {
 
@@ -13,6 +15,12 @@ CLI::Validator numberFrom(double low, double high);
 
 /// Digits only: what reads unsigned numbers would take -1 for a very large one.
 CLI::Validator wholeNumber();
+
+/// Digits only, from 0 to `most`.
+CLI::Validator wholeNumberTo(std::int64_t most);
+
+/// One of these words, as they stand.
+CLI::Validator oneOf(const std::vector<std::string>& words);
 
 /// A calibration given on the command line, in any format that `algtrack calibration` reads.
 struct RigOption {

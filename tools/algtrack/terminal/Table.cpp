@@ -61,8 +61,4 @@ nlohmann::ordered_json Table::json() const {
   return array;
 }
 
-std::string printable(const nlohmann::ordered_json& json) {
-  return json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-}
-
 }  // namespace algtrack

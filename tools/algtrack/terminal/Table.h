@@ -1,7 +1,8 @@
 #pragma once
 
+#include <tools/algtrack/terminal/Json.h>
+
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -40,8 +41,5 @@ class Table {
   std::vector<std::string> headings_;
   std::vector<std::vector<Cell>> rows_;
 };
-
-/// JSON for a person: indented, and valid whatever bytes a recording's texts hold.
-std::string printable(const nlohmann::ordered_json& json);
 
 }  // namespace algtrack
