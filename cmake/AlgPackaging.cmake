@@ -42,10 +42,11 @@ back stabilised, smoothed 3D positions.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libalg-factory-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libalg-factory (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS 
+  "libalg-factory (= ${PROJECT_VERSION}), libsqlite3-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Stereo optical tracking, development files
-Headers, CMake package and pkg-config file, for compiling hosts of the
-tracking library. They need no further library.")
+Headers, CMake package and pkg-config files, for compiling hosts of the
+tracking library, and the static library that lets a host record its session.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME alg-factory-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)

@@ -10,6 +10,12 @@
 #include <mutex>
 #include <vector>
 
+#if defined(__GNUC__)
+// The interface has no virtual destructor, and never gets one: its virtual table is fixed.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+#endif
+
 namespace session {
 
 struct TapOptions {
@@ -109,3 +115,7 @@ class TapAlg : public algorithm::AlgBase {
 };
 
 }  // namespace session
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif

@@ -56,7 +56,7 @@ function(compile_plainly program flags_name)
     -o "${program}" ${copies} ${${flags_name}})
   file(READ "${SCRATCH}/headers.d" dependencies)
   string(REPLACE "\\ " "\t" dependencies "${dependencies}")  # blanks within a path
-  string(REGEX MATCHALL "[^ \n]+/alg_factory/[a-z0-9]+/[A-Za-z]+\\.h" headers "${dependencies}")
+  string(REGEX MATCHALL "[^ \n]+/alg_(factory|kit)/[a-z0-9]+/[A-Za-z0-9]+\\.h" headers "${dependencies}")
   if(NOT headers)
     fail("no header of the library was read:\n${dependencies}")
   endif()
@@ -70,27 +70,28 @@ function(compile_plainly program flags_name)
   endforeach()
 endfunction()
 
-# Configures, builds and runs a copy of a consumer project together with host.cpp, so that nothing
-# beside them is in reach. Sets `command` to the compiler call of host.cpp.
-function(build_and_run consumer)
+# Configures, builds and runs a copy of a consumer project together with its source, so that nothing
+# beside them is in reach. Sets `command` to the compiler call of that source.
+function(build_and_run consumer host)
   set(source "${SCRATCH}/source")
   file(REMOVE_RECURSE "${SCRATCH}")
-  file(COPY "${CMAKE_CURRENT_LIST_DIR}/${consumer}/CMakeLists.txt" "${CMAKE_CURRENT_LIST_DIR}/host.cpp"
+  file(COPY "${CMAKE_CURRENT_LIST_DIR}/${consumer}/CMakeLists.txt" "${host}"
     DESTINATION "${source}")
   run("${CMAKE_COMMAND}" -S "${source}" -B "${SCRATCH}/build" -G "${GENERATOR}"
     "-DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM}" "-DCMAKE_CXX_COMPILER=${COMPILER}"
     "-DCMAKE_CXX_COMPILER_LAUNCHER=${LAUNCHER}" "-DCMAKE_CXX_FLAGS=${FLAGS}"
     -DCMAKE_EXPORT_COMPILE_COMMANDS=ON ${ARGN})
   run("${CMAKE_COMMAND}" --build "${SCRATCH}/build" --target consumer)
-  run("${SCRATCH}/build/consumer")
+  run("${CMAKE_COMMAND}" -E chdir "${SCRATCH}/build" "${SCRATCH}/build/consumer")
   message(NOTICE "${output}")
 
+  get_filename_component(name "${host}" NAME)
   file(READ "${SCRATCH}/build/compile_commands.json" calls)
   string(JSON count LENGTH "${calls}")
   math(EXPR last "${count} - 1")
   foreach(i RANGE ${last})
     string(JSON file GET "${calls}" ${i} file)
-    if(file MATCHES "/host\\.cpp$")
+    if(file STREQUAL "${source}/${name}")
       string(JSON command GET "${calls}" ${i} command)
       set(command "${command}" PARENT_SCOPE)
     endif()

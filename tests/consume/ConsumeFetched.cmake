@@ -10,7 +10,8 @@ execute_process(
   COMMAND "${CMAKE_COMMAND}" -E tar czf "${archive}" ${sources}
   WORKING_DIRECTORY "${SOURCE}" COMMAND_ERROR_IS_FATAL ANY)
 
-build_and_run(fetch_content "-DALG_FACTORY_ARCHIVE=${archive}")
+build_and_run(fetch_content "${CMAKE_CURRENT_LIST_DIR}/host.cpp"
+  "-DALG_FACTORY_ARCHIVE=${archive}")
 if(command MATCHES "eigen|EIGEN|-ffp-contract|-Wall")
   fail("the library's options reached its host: ${command}")
 endif()

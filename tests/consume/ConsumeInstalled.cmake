@@ -2,7 +2,8 @@
 #   PREFIX, SCRATCH, GENERATOR, MAKE_PROGRAM, COMPILER, LAUNCHER, FLAGS, BUILD_TYPE
 include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
 
-build_and_run(find_package "-DCMAKE_PREFIX_PATH=${PREFIX}" "-DCMAKE_BUILD_TYPE=${BUILD_TYPE}"
+build_and_run(find_package "${CMAKE_CURRENT_LIST_DIR}/host.cpp"
+  "-DCMAKE_PREFIX_PATH=${PREFIX}" "-DCMAKE_BUILD_TYPE=${BUILD_TYPE}"
   -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF)
 
 separate_arguments(words UNIX_COMMAND "${command}")

@@ -42,7 +42,7 @@ function(expect_field package field pattern)
 endfunction()
 string(REPLACE "." "\\." version "${VERSION}")
 expect_field(libalg-factory Depends "libc6 \\(>= [0-9.]+\\).*libstdc\\+\\+6")
-expect_field(libalg-factory-dev Depends "^libalg-factory \\(= ${version}\\)\n$")
+expect_field(libalg-factory-dev Depends "^libalg-factory \\(= ${version}\\), libsqlite3-dev\n$")
 expect_field(alg-factory-tools Depends "libsqlite3-0.*libyaml-cpp")
 
 run("${DPKG_DEB}" -I "${build}/packages/libalg-factory_${VERSION}_${architecture}.deb" shlibs)
@@ -78,8 +78,12 @@ endif()
 file(RELATIVE_PATH LIBDIR "${root}/usr" "${libdir}")
 set(package_prefix "${root}/usr")
 set(SCRATCH "${SCRATCH}/find_package")
-build_and_run(find_package "-DCMAKE_PREFIX_PATH=${package_prefix}"
+build_and_run(find_package "${CMAKE_CURRENT_LIST_DIR}/host.cpp"
+  "-DCMAKE_PREFIX_PATH=${package_prefix}"
   -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF)
+set(SCRATCH "${SCRATCH}-recording")
+build_and_run(recording "${CMAKE_CURRENT_LIST_DIR}/recording_host.cpp"
+  "-DCMAKE_PREFIX_PATH=${package_prefix}" -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF)
 if(PKG_CONFIG)
   run("${CMAKE_COMMAND}" "-DPREFIX=${package_prefix}" "-DLIBDIR=${LIBDIR}"
     "-DSCRATCH=${SCRATCH}-pkg-config" "-DCOMPILER=${COMPILER}" "-DPKG_CONFIG=${PKG_CONFIG}"
