@@ -1,0 +1,52 @@
+#include <alg_kit/estimate/Information.h>
+
+#include <Eigen/LU>
+
+namespace estimate {
+
+using Eigen::Matrix3d;
+using Eigen::Vector3d;
+
+namespace {
+
+/// One camera says nothing of the distance; a metre of deviation (in mm) is as good as nothing.
+constexpr double kAlongTheRay = 1e-6;
+
+}  // namespace
+
+double raysMiss(const PositionInformation& information) {
+  return information.misfit - information.pull.dot(information.weight.inverse() * information.pull);
+}
+
+PositionInformation movedTo(PositionInformation information, const Vector3d& at) {
+  const Vector3d step = at - information.at;
+  const Vector3d change = information.weight * step;
+  information.misfit += step.dot(change) - 2 * information.pull.dot(step);
+  information.pull -= change;
+  information.at = at;
+  return information;
+}
+
+PositionInformation ofMiddle(PositionInformation marker, const Vector3d& offset,
+                             const Vector3d& at) {
+  marker.at += offset;
+  return movedTo(marker, at);
+}
+
+MiddleAndOffset middleAndOffset(const PositionInformation& first,
+                                const PositionInformation& second) {
+  const auto covarianceOf = [](const PositionInformation& one) -> Matrix3d {
+    return (one.weight + kAlongTheRay * Matrix3d::Identity()).inverse();
+  };
+  const Matrix3d covariance1 = covarianceOf(first), covariance2 = covarianceOf(second);
+  const Vector3d place1 = first.at + covariance1 * first.pull;
+  const Vector3d place2 = second.at + covariance2 * second.pull;
+  MiddleAndOffset result;
+  result.middle.at = 0.5 * (place1 + place2);
+  result.offset.at = 0.5 * (place2 - place1);
+  result.middle.weight = result.offset.weight = (0.25 * (covariance1 + covariance2)).inverse();
+  result.middle.numbers = result.offset.numbers = first.numbers;
+  return result;
+}
+
+}  // namespace estimate

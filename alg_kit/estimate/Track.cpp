@@ -1,0 +1,354 @@
+#include <alg_kit/estimate/Information.h>
+#include <alg_kit/estimate/Track.h>
+
+#include <Eigen/LU>
+#include <algorithm>
+#include <cmath>
+
+namespace estimate {
+namespace {
+
+using Eigen::Matrix3d;
+using Eigen::Vector3d;
+
+constexpr double kGate2 = 36;           // of 4 or 2 numbers: beyond 6 standard deviations
+constexpr int kTrial = 3;               // frames until a track is no longer doubted
+constexpr int kMostRefused = 3;         // frames in a row that begin the track anew
+constexpr double kFirstSpeed = 1000;    // mm/s, standard deviation per axis at the beginning
+constexpr double kFirstChange = 10000;  // mm/s^2
+constexpr double kLargeStep = 0.01;     // of the distance: linearise again
+constexpr int kMostSteps = 3;
+constexpr std::size_t kMostTried = 8;            // candidates per camera for a beginning
+constexpr double kSmallest = 5, kLargest = 500;  // mm, length of the two-point object
+constexpr double kUsualLength = 200;  // mm, beyond which two markers hardly belong together
+
+Sighting sightingOf(const Candidate* left, const Candidate* right) {
+  Sighting sighting;
+  if (left != nullptr) sighting.pixel[kLeft] = left->pixel;
+  if (right != nullptr) sighting.pixel[kRight] = right->pixel;
+  return sighting;
+}
+
+Sighting onlyOf(const Sighting& sighting, int camera) {
+  Sighting one;
+  one.pixel[camera] = sighting.pixel[camera];
+  return one;
+}
+
+int camerasOf(const Sighting& sighting) {
+  return (sighting.pixel[kLeft] ? 1 : 0) + (sighting.pixel[kRight] ? 1 : 0);
+}
+
+struct Beginning {
+  Sighting sighting;
+  Vector3d point = Vector3d::Zero();
+  PositionInformation information;
+  double miss2 = 0;
+  bool valid = false;
+};
+
+}  // namespace
+
+MotionState firstState(const Vector3d& position, const Matrix3d& covariance) {
+  MotionState state;
+  state.p = position;
+  state.pp = covariance;
+  state.vv = Matrix3d::Identity() * kFirstSpeed * kFirstSpeed;
+  state.aa = Matrix3d::Identity() * kFirstChange * kFirstChange;
+  return state;
+}
+
+Outcome Track::feed(double now, double elapsed, const ObjectCandidates& candidates) {
+  pass(now, elapsed);
+  const bool seen = candidates[kLeft].size() > 0 || candidates[kRight].size() > 0;
+  if (!seen) return {Refusal::kNotSeen};
+  if (!state_.alive) return begin(now, candidates);
+  const Outcome outcome = twoPoint_ ? followTwo(candidates) : followOne(candidates);
+  if (outcome.refusal == Refusal::kNone) {
+    state_.lastSeen = now;
+    state_.cameras = outcome.cameras;
+    if (outcome.cameras == 2) state_.lastPair = now;
+    ++accepted_;
+    state_.confirmed = true;
+    refused_ = 0;
+    return outcome;
+  }
+  // A track that its object has left: where a pair keeps being elsewhere, the object is there.
+  if (outcome.refusal != Refusal::kOffTrack) return outcome;
+  ++refused_;
+  if (accepted_ >= kTrial && refused_ < kMostRefused) return outcome;
+  const TrackState before = state_;
+  const Outcome again = begin(now, candidates);
+  if (again.refusal == Refusal::kNone) return again;
+  state_ = before;
+  return outcome;
+}
+
+void Track::pass(double now, double elapsed) {
+  state_.cameras = 0;
+  if (!state_.alive) return;
+  if (now - state_.lastPair > settings_.bridge) {
+    end();
+    return;
+  }
+  state_.centre.predict(elapsed);
+  if (state_.hasOffset) state_.offset.predict(elapsed);
+}
+
+void Track::end() {
+  state_.alive = state_.confirmed = false;
+  state_.hasOffset = false;
+  state_.leaning = false;
+  accepted_ = refused_ = 0;
+}
+
+/// At `at`, or nearer to the truth where that is far: the equations are not straight.
+std::optional<PositionInformation> Track::informationAt(const Sighting& sighting,
+                                                        const Vector3d& at) const {
+  auto information = equations_.information(sighting, at, settings_.noise);
+  for (int step = 0; sighting.both() && information && step < kMostSteps; ++step) {
+    const Vector3d change = information->weight.inverse() * information->pull;
+    if (!(change.squaredNorm() > kLargeStep * kLargeStep * information->at.squaredNorm())) break;
+    const auto nearer = equations_.information(sighting, information->at + change, settings_.noise);
+    if (!nearer) break;
+    information = nearer;
+  }
+  return information;
+}
+
+Outcome Track::followOne(const ObjectCandidates& candidates) {
+  const Vector3d at = state_.centre.position();
+  const Candidate* found[2] = {};
+  for (const int camera : {kLeft, kRight}) {
+    const CandidateList& list = candidates[camera];
+    if (list.size() == 1) {
+      found[camera] = &list[0];
+    } else if (const auto expected = equations_.project(camera, at)) {
+      found[camera] = list.nearest(expected->pixel);
+    }
+  }
+  return correctCentre(sightingOf(found[kLeft], found[kRight]));
+}
+
+/// Corrects the one-marker object by what both cameras saw or, where that does not fit, by the one
+/// camera that fits where the other does not.
+Outcome Track::correctCentre(const Sighting& sighting) {
+  if (!sighting.any()) return {Refusal::kNotSeen};
+  const Vector3d at = state_.centre.position();
+  Outcome outcome{Refusal::kOffTrack, 0, kGate2, camerasOf(sighting)};
+  const auto information = informationAt(sighting, at);
+  if (information && sighting.both()) {
+    const double miss2 = raysMiss(*information);
+    outcome.raysMiss2 = miss2 * settings_.noise * settings_.noise;
+    if (miss2 > kGate2) {
+      outcome.refusal = Refusal::kRaysApart;
+      outcome.value = miss2;
+    }
+  }
+  if (information && outcome.refusal != Refusal::kRaysApart) {
+    outcome.value = state_.centre.correct(*information, kGate2);
+    if (outcome.value <= kGate2) {
+      outcome.refusal = Refusal::kNone;
+      outcome.used[0] = sighting;
+    }
+  }
+  if (outcome.refusal == Refusal::kNone || !sighting.both()) return outcome;
+
+  double distance2[2];
+  std::optional<PositionInformation> one[2];
+  for (const int camera : {kLeft, kRight}) {
+    one[camera] = informationAt(onlyOf(sighting, camera), at);
+    InteractingModels trial = state_.centre;
+    distance2[camera] = one[camera] ? trial.correct(*one[camera], 0) : HUGE_VAL;
+  }
+  const bool left = distance2[kLeft] <= kGate2, right = distance2[kRight] <= kGate2;
+  if (left == right) return outcome;
+  const int camera = left ? kLeft : kRight;
+  state_.centre.correct(*one[camera], kGate2);
+  outcome.refusal = Refusal::kNone;
+  outcome.value = distance2[camera];
+  outcome.cameras = 1;
+  outcome.used[0] = onlyOf(sighting, camera);
+  return outcome;
+}
+
+namespace {
+
+/// One of two markers: what of its sighting fits the track.
+struct Admitted {
+  bool camera[2] = {};
+  bool any() const { return camera[kLeft] || camera[kRight]; }
+};
+
+}  // namespace
+
+Outcome Track::followTwo(const ObjectCandidates& candidates) {
+  const Vector3d centre = state_.centre.position(), offset = state_.offset.position();
+  const Vector3d at[2] = {centre - offset, centre + offset};
+  Sighting sighting[2];
+  for (const int camera : {kLeft, kRight}) {
+    const auto first = equations_.project(camera, at[0]),
+               second = equations_.project(camera, at[1]);
+    if (!first || !second) continue;
+    const CandidateList& list = candidates[camera];
+    const Candidate* a = list.nearest(first->pixel);
+    const Candidate* b = list.nearest(second->pixel);
+    if (a != nullptr && b != nullptr && (a->blobs & b->blobs) != 0) {
+      // Both want the same light: the nearer has it.
+      const bool firsts = (a->pixel - first->pixel).norm() < (b->pixel - second->pixel).norm();
+      if (firsts)
+        b = list.nearest(second->pixel, a->blobs);
+      else
+        a = list.nearest(first->pixel, b->blobs);
+    }
+    if (a != nullptr) sighting[0].pixel[camera] = a->pixel;
+    if (b != nullptr) sighting[1].pixel[camera] = b->pixel;
+  }
+
+  // Each marker alone: does its light fit?
+  MotionState expected = state_.centre.markerAfter(0);
+  expected.pp += state_.offset.markerAfter(0).pp;
+  Outcome outcome{Refusal::kNotSeen, 0, kGate2, 0};
+  Admitted admitted[2];
+  for (int marker = 0; marker < 2; ++marker) {
+    if (!sighting[marker].any()) continue;
+    expected.p = at[marker];
+    const auto fits = [&](const Sighting& s) {
+      const auto information = informationAt(s, at[marker]);
+      const double distance2 = information ? fitOf(expected, *information).distance2 : HUGE_VAL;
+      if (outcome.refusal != Refusal::kNone)
+        outcome = {Refusal::kOffTrack, distance2, kGate2, camerasOf(s)};
+      return distance2 <= kGate2;
+    };
+    if (sighting[marker].both() && fits(sighting[marker])) {
+      admitted[marker].camera[kLeft] = admitted[marker].camera[kRight] = true;
+    } else {
+      bool one[2];
+      for (const int camera : {kLeft, kRight})
+        one[camera] = sighting[marker].pixel[camera] && fits(onlyOf(sighting[marker], camera));
+      // Each fits alone, but not both together: one of them is wrong, and which is not known.
+      if (one[kLeft] != one[kRight])
+        for (const int camera : {kLeft, kRight}) admitted[marker].camera[camera] = one[camera];
+    }
+    if (admitted[marker].any()) outcome.refusal = Refusal::kNone;
+  }
+  if (outcome.refusal != Refusal::kNone) return outcome;
+
+  // What the same cameras saw of both markers gives middle and offset. (From different cameras the
+  // one's error along its ray would go into both.)
+  bool common[2];
+  for (const int camera : {kLeft, kRight})
+    common[camera] = admitted[0].camera[camera] && admitted[1].camera[camera];
+  const auto informationOf = [&](int marker, const bool(&cameras)[2]) {
+    Sighting used;
+    for (const int camera : {kLeft, kRight})
+      if (cameras[camera]) used.pixel[camera] = sighting[marker].pixel[camera];
+    outcome.cameras = camerasOf(used);
+    outcome.used[marker] = used;
+    const auto information = informationAt(used, at[marker]);
+    if (information && used.both())
+      outcome.raysMiss2 = raysMiss(*information) * settings_.noise * settings_.noise;
+    return information;
+  };
+  if (common[kLeft] || common[kRight]) {
+    const auto first = informationOf(0, common), second = informationOf(1, common);
+    if (!first || !second) return {Refusal::kOffTrack, 0, kGate2};
+    if (state_.leaning) state_.centre.widen(state_.offset.markerAfter(0).pp);
+    state_.leaning = false;
+    const MiddleAndOffset seen = middleAndOffset(*first, *second);
+    outcome.value = state_.offset.correct(seen.offset, kGate2);
+    if (outcome.value <= kGate2) outcome.value = state_.centre.correct(seen.middle, kGate2);
+    if (!(outcome.value <= kGate2)) outcome.refusal = Refusal::kOffTrack;
+    return outcome;
+  }
+  // One marker: the middle follows it, and keeps the offset's uncertainty to itself.
+  const int marker = admitted[0].any() ? 0 : 1;
+  const auto information = informationOf(marker, admitted[marker].camera);
+  if (!information) return {Refusal::kOffTrack, 0, kGate2};
+  state_.leaning = true;
+  outcome.value = state_.centre.correct(
+      ofMiddle(*information, marker == 0 ? offset : Vector3d(-offset), centre), kGate2);
+  if (!(outcome.value <= kGate2)) outcome.refusal = Refusal::kOffTrack;
+  return outcome;
+}
+
+Outcome Track::begin(double now, const ObjectCandidates& candidates) {
+  const std::size_t lefts = std::min(candidates[kLeft].size(), kMostTried);
+  const std::size_t rights = std::min(candidates[kRight].size(), kMostTried);
+  if (lefts == 0 || rights == 0) return {Refusal::kOneCamera};
+
+  std::array<std::array<Beginning, kMostTried>, kMostTried> grid;
+  Outcome outcome{Refusal::kRaysApart, HUGE_VAL, kGate2, 2};
+  for (std::size_t i = 0; i < lefts; ++i)
+    for (std::size_t j = 0; j < rights; ++j) {
+      const Sighting sighting = sightingOf(&candidates[kLeft][i], &candidates[kRight][j]);
+      const auto point = equations_.triangulate(sighting);
+      if (!point) continue;
+      const auto information = equations_.information(sighting, *point, settings_.noise);
+      if (!information) continue;
+      Beginning& b = grid[i][j];
+      b = {sighting, *point, *information, raysMiss(*information), false};
+      if (b.miss2 > kGate2) {
+        if (outcome.refusal == Refusal::kRaysApart)
+          outcome.value = std::min(outcome.value, b.miss2);
+      } else if (!(point->z() > settings_.nearest && point->z() <= settings_.farthest)) {
+        outcome = {Refusal::kOutOfRange, point->z(), settings_.farthest, 2};
+      } else {
+        b.valid = true;
+      }
+    }
+
+  const auto weightOf = [&](std::size_t i, std::size_t j) {
+    return candidates[kLeft][i].weight + candidates[kRight][j].weight;
+  };
+  double best = 0;
+  const Beginning* first = nullptr;
+  const Beginning* second = nullptr;
+  for (std::size_t i = 0; i < lefts; ++i)
+    for (std::size_t j = 0; j < rights; ++j) {
+      if (!grid[i][j].valid) continue;
+      if (!twoPoint_) {
+        if (weightOf(i, j) <= best) continue;
+        best = weightOf(i, j);
+        first = &grid[i][j];
+        continue;
+      }
+      for (std::size_t k = i + 1; k < lefts; ++k)
+        for (std::size_t l = 0; l < rights; ++l) {
+          if (!grid[k][l].valid || (candidates[kLeft][i].blobs & candidates[kLeft][k].blobs) != 0 ||
+              (candidates[kRight][j].blobs & candidates[kRight][l].blobs) != 0)
+            continue;
+          const double length = (grid[i][j].point - grid[k][l].point).norm();
+          if (!(length > kSmallest && length < kLargest)) continue;
+          const double score = (weightOf(i, j) + weightOf(k, l)) / (1 + length / kUsualLength);
+          if (score <= best) continue;
+          best = score;
+          first = &grid[i][j];
+          second = &grid[k][l];
+        }
+    }
+  if (first == nullptr) return outcome.value == HUGE_VAL ? Outcome{Refusal::kRaysApart} : outcome;
+
+  end();
+  if (twoPoint_) {
+    if (first->point.x() > second->point.x()) std::swap(first, second);
+    const Matrix3d covariance = (first->information.weight + second->information.weight).inverse();
+    state_.centre.start(firstState(0.5 * (first->point + second->point), covariance));
+    state_.offset.start(firstState(0.5 * (second->point - first->point), covariance));
+    state_.hasOffset = true;
+  } else {
+    state_.centre.start(firstState(first->point, first->information.weight.inverse()));
+  }
+  state_.alive = true;
+  state_.lastSeen = state_.lastPair = now;
+  state_.cameras = 2;
+  accepted_ = 1;
+  outcome = {Refusal::kNone, first->miss2, kGate2, 2};
+  outcome.raysMiss2 = first->miss2 * settings_.noise * settings_.noise;
+  outcome.began = true;
+  outcome.used[0] = first->sighting;
+  if (second != nullptr) outcome.used[1] = second->sighting;
+  return outcome;
+}
+
+}  // namespace estimate

@@ -1,0 +1,31 @@
+// Two filters that meet: one from the past, one from the future.
+#pragma once
+
+#include <alg_kit/estimate/InteractingModels.h>
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace estimate {
+
+/// A stretch of frames without a break. Frame 0 and the frame `lastStart` determine a position
+/// alone.
+struct Stretch {
+  std::vector<double> elapsed;  ///< seconds from the frame before; [0] is not read
+  std::size_t lastStart = 0;
+
+  /// What frame k says of the position, linearised at `at`; none = nothing.
+  std::function<std::optional<PositionInformation>(std::size_t k, const Eigen::Vector3d& at)> see;
+  /// Where a filter begins, from frame k alone.
+  std::function<MotionState(std::size_t k)> start;
+};
+
+/// Takes frame k's smoothed state; `used` = the frame's own sighting is in it.
+using StretchTaker = std::function<void(std::size_t k, const MotionState& marker, bool used)>;
+
+/// Frames come from the last to the first. Memory grows with the square root of the length.
+void smoothStretch(const Stretch& stretch, const ModelSet& models, const StretchTaker& take);
+
+}  // namespace estimate

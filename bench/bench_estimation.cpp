@@ -1,0 +1,224 @@
+// Holds the estimator and the smoother against the library's answers: errors, predictions, lag,
+// jitter at rest, stated covariances, on generated and measured motion. Prints a table and, for
+// every bar that is missed, how far any filter of this kind could get.
+//   bench_estimation [--seconds S] [--calibration FILE] [--motion FILE.tum] [--quick]
+//                    [--no-bounds] [--only TEXT]
+#include <alg_kit/calibration/CalibrationFile.h>
+#include <tests/support/EstimationTrial.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing_support::TrialResult;
+
+constexpr double kNoises[] = {0.02, 0.05, 0.1};
+constexpr double kDistance = 1700;  // mm, of measured motion
+constexpr double kRestSeconds = 20;
+
+// Bars. `kHard` is added to the factors with dropouts, occlusions and strays.
+constexpr double kOnline = 0.6, kPredicted = 0.4, kPredictedByOnline = 1.25, kSmoothed = 0.3;
+constexpr double kLag = 0.002, kJitter = 0.5, kLeastNees = 0.7, kMostNees = 1.4, kHard = 0.1;
+
+struct Case {
+  std::string name;
+  rig::StereoRig rig;
+  std::function<sim::Scene(int productType, std::uint64_t seed)> scene;
+  bool atRest = false;
+  bool hard = false;
+};
+
+struct Tally {
+  int bars = 0;
+  int missed = 0;
+};
+
+sim::Simulator simulatorOf(const Case& trial, int type, double noise, std::uint64_t seed,
+                           double seconds) {
+  sim::SimulatorOptions options;
+  options.seed = seed;
+  options.blobs.pixelNoise = noise;
+  options.framing = type == 2 ? sim::Framing::kPlain : sim::Framing::kStamped;
+  if (trial.hard) {
+    options.blobs.dropoutProbability = 0.05;
+    options.blobs.strayRate = 0.3;
+    for (int object = 0; object < sim::objectCount(type); ++object)
+      for (double from = 5 + object; from + 1 < seconds; from += 10) {
+        sim::Occlusion occlusion;
+        occlusion.objectId = object;
+        occlusion.from = from;
+        occlusion.to = from + 1;
+        options.blobs.occlusions.push_back(occlusion);
+      }
+  }
+  return {trial.rig, trial.scene(type, seed), options};
+}
+
+/// The best that a filter of this kind can do, chosen in hindsight: one white-jerk model for the
+/// whole motion, of all densities and tremors the one with the smallest error. What its covariance
+/// says is the posterior Cramer-Rao bound of that model (Tichavsky, Muravchik and Nehorai, IEEE
+/// Trans. Signal Processing 46, 1998), along the true motion.
+struct Best {
+  double online = HUGE_VAL, onlineBound = 0;
+  double smoothed = HUGE_VAL, smoothedBound = 0;
+};
+
+Best bestOf(algorithm::AlgBase& library, const sim::Simulator& simulator, double seconds,
+            double noise) {
+  Best best;
+  for (double logJerk = 4; logJerk <= 9; logJerk += 0.5)
+    for (const double tremor : {0.0, 0.1, 0.2, 0.4}) {
+      estimate::EstimatorOptions options;
+      options.noise = noise;
+      for (auto& model : options.models.models) model = {std::pow(10, logJerk), tremor, 0.25};
+      const TrialResult r = testing_support::runTrial(library, simulator, seconds, options);
+      if (r.online < best.online) {
+        best.online = r.online;
+        best.onlineBound = r.onlineStated;
+      }
+      if (r.smoothed < best.smoothed) {
+        best.smoothed = r.smoothed;
+        best.smoothedBound = r.smoothedStated;
+      }
+    }
+  return best;
+}
+
+void hold(Tally& tally, std::string& misses, const char* name, double value, double least,
+          double most) {
+  ++tally.bars;
+  if (value >= least && value <= most) return;
+  ++tally.missed;
+  char text[80];
+  std::snprintf(text, sizeof text, " %s %.3g (%.3g)", name, value, value < least ? least : most);
+  misses += text;
+}
+
+void run(algorithm::AlgBase& library, const Case& trial, int type, double noise, std::uint64_t seed,
+         double seconds, bool bounds, Tally& tally) {
+  const sim::Simulator simulator = simulatorOf(trial, type, noise, seed, seconds);
+  const TrialResult r = testing_support::runTrial(library, simulator, seconds, {});
+  const double more = trial.hard ? kHard : 0;
+  std::string misses;
+  if (trial.atRest) {
+    hold(tally, misses, "jitter", r.onlineJitter / r.answeredJitter, 0, kJitter);
+  } else {
+    hold(tally, misses, "lag", std::abs(r.onlineLag), 0, kLag);
+  }
+  hold(tally, misses, "online", r.online / r.answered, 0, kOnline + more);
+  const double ahead =
+      std::max((kPredicted + more) * r.held, (kPredictedByOnline + more) * r.online);
+  hold(tally, misses, "ahead", r.predicted / ahead, 0, 1);
+  hold(tally, misses, "smoothed", r.smoothed / r.answered, 0, kSmoothed + more);
+  hold(tally, misses, "nees", r.onlineNees, kLeastNees, kMostNees);
+  hold(tally, misses, "smoothed nees", r.smoothedNees, kLeastNees, kMostNees);
+  std::printf(
+      "%-22s %d %4.2f %llu %6ld %4ld | %6.2f %6.2f | %6.2f %.2f | %6.2f %.2f | %6.2f %.2f |",
+      trial.name.c_str(), type, noise, static_cast<unsigned long long>(seed), r.frames, r.missing,
+      r.delivered, r.answered, r.online, r.online / r.answered, r.predicted, r.predicted / r.held,
+      r.smoothed, r.smoothed / r.answered);
+  std::printf(" %5.2f %5.2f | %.2f | %.2f %.2f %.2f | %.3f | %.2f |%s\n", r.answeredLag * 1e3,
+              r.onlineLag * 1e3, r.answeredJitter > 0 ? r.onlineJitter / r.answeredJitter : 0,
+              r.onlineNees, r.predictedNees, r.smoothedNees, r.noise, r.microseconds,
+              misses.c_str());
+  const bool missed =
+      r.online / r.answered > kOnline + more || r.smoothed / r.answered > kSmoothed + more;
+  if (missed && bounds) {
+    const Best best = bestOf(library, simulator, seconds, noise);
+    std::printf(
+        "%22s best in hindsight: online %.2f (bound %.2f, %.2f of the answers'), smoothed "
+        "%.2f (bound %.2f, %.2f)\n",
+        "", best.online, best.onlineBound, best.onlineBound / r.answered, best.smoothed,
+        best.smoothedBound, best.smoothedBound / r.answered);
+  }
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+  double seconds = 60;
+  std::string file, motion, only;
+  bool quick = false, bounds = true;
+  for (int i = 1; i < argc; ++i) {
+    const auto is = [&](const char* name) { return std::strcmp(argv[i], name) == 0; };
+    if (is("--quick")) {
+      quick = true;
+    } else if (is("--no-bounds")) {
+      bounds = false;
+    } else if (i + 1 < argc && is("--seconds")) {
+      seconds = std::atof(argv[++i]);
+    } else if (i + 1 < argc && is("--calibration")) {
+      file = argv[++i];
+    } else if (i + 1 < argc && is("--only")) {
+      only = argv[++i];
+    } else if (i + 1 < argc && is("--motion")) {
+      motion = argv[++i];
+    } else {
+      std::fprintf(stderr,
+                   "bench_estimation: %s: expected --seconds S, --calibration FILE, "
+                   "--motion FILE, --quick, --no-bounds or --only TEXT\n",
+                   argv[i]);
+      return 2;
+    }
+  }
+  std::vector<Case> cases;
+  std::vector<std::pair<std::string, rig::StereoRig>> rigs{{"built in", rig::builtInRig()}};
+  if (!file.empty()) {
+    const auto loaded = calibration::readCalibration({file});
+    rigs.emplace_back("given", rig::StereoRig{loaded.calibration, loaded.width, loaded.height});
+  }
+  std::optional<sim::Trajectory> trajectory;
+  if (!motion.empty()) {
+    trajectory = sim::Trajectory::readTum(motion);
+    trajectory = trajectory->part(0, seconds).placedInFront(kDistance);
+    seconds = std::min(seconds, trajectory->duration());
+  }
+  for (const auto& [name, rig] : rigs)
+    for (const bool hard : {false, true}) {
+      const std::string tail =
+          (name == "built in" ? " A" : " B") + std::string(hard ? " hard" : "");
+      cases.push_back({"moving" + tail, rig, &sim::Scene::moving, false, hard});
+      if (trajectory)
+        cases.push_back(
+            {"hand" + tail, rig,
+             [&](int type, std::uint64_t) { return sim::Scene::following(type, *trajectory); },
+             false, hard});
+      if (!hard)
+        cases.push_back({"still" + tail, rig,
+                         [](int type, std::uint64_t) { return sim::Scene::still(type); }, true,
+                         false});
+    }
+  algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
+  Tally tally;
+  std::printf(
+      "A: the built-in pair, B: %s. Errors in mm, lags in ms (answers, online), squared "
+      "errors in stated variances (online, ahead, smoothed).\n",
+      file.empty() ? "none" : file.c_str());
+  std::printf(
+      "%-22s t px   s frames miss | deliv  answer | online  of  | ahead   of  | smooth  of  "
+      "|  lag   lag  | jit  | nees           | noise | us   | missed bars\n",
+      "motion");
+  for (const Case& trial : cases)
+    for (const int type : {0, 1, 2})
+      for (const double noise : kNoises)
+        for (const std::uint64_t seed : {1u, 2u}) {
+          if (quick && seed == 2) continue;
+          if ((trial.name + " " + std::to_string(type)).find(only) == std::string::npos) continue;
+          run(*library, trial, type, noise, seed,
+              trial.atRest ? std::min(seconds, kRestSeconds) : seconds, bounds, tally);
+        }
+  std::printf("%d of %d bars missed\n", tally.missed, tally.bars);
+  return 0;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "bench_estimation: %s\n", error.what());
+  return 1;
+}

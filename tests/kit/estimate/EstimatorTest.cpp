@@ -1,0 +1,354 @@
+#include <alg_kit/estimate/Estimator.h>
+#include <alg_kit/rig/StereoRig.h>
+#include <gtest/gtest.h>
+#include <sim/Simulator.h>
+
+#include <atomic>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include <tests/support/AllocationCounter.h>
+
+namespace estimate {
+namespace {
+
+using Eigen::Vector3d;
+
+sim::SimulatorOptions options(double noise = 0) {
+  sim::SimulatorOptions result;
+  result.blobs.pixelNoise = noise;
+  result.framing = sim::Framing::kStamped;
+  return result;
+}
+
+sim::Simulator moving(int type, const sim::SimulatorOptions& given) {
+  return {rig::builtInRig(), sim::Scene::moving(type), given};
+}
+
+void feed(Estimator& estimator, const sim::Simulator& simulator, std::int64_t index) {
+  const sim::Frame frame = simulator.frame(index);
+  estimator.feed(simulator.streamType(), frame.payload.data(),
+                 static_cast<int>(frame.payload.size()));
+}
+
+void feedUntil(Estimator& estimator, const sim::Simulator& simulator, std::int64_t end,
+               std::int64_t begin = 0) {
+  for (std::int64_t i = begin; i < end; ++i) feed(estimator, simulator, i);
+}
+
+Vector3d positionOf(const Estimate& estimate) {
+  return Vector3d(estimate.position);
+}
+
+/// Delivered axes.
+Vector3d truthOf(const sim::Simulator& simulator, std::int64_t index, int object) {
+  return rig::mirrored(
+      simulator.frame(index).truth.objects[static_cast<std::size_t>(object)].position);
+}
+
+double deviationOf(const Estimate& estimate) {
+  return std::sqrt(estimate.covariance[0][0] + estimate.covariance[1][1] +
+                   estimate.covariance[2][2]);
+}
+
+TEST(Estimator, KnowsNothingBeforeASecondFrameConfirmsTheFirst) {
+  Estimator estimator(0, rig::builtInRig().calibration);
+  const auto simulator = moving(0, options());
+  EXPECT_EQ(estimator.at(0).source, Source::kNone);
+  feed(estimator, simulator, 0);
+  EXPECT_EQ(estimator.at(0).source, Source::kNone);
+  feed(estimator, simulator, 1);
+  EXPECT_EQ(estimator.at(0).source, Source::kMeasured);
+}
+
+TEST(Estimator, FollowsPerfectLightOfAllProductTypes) {
+  for (const int type : {0, 1, 2}) {
+    Estimator estimator(type, rig::builtInRig().calibration);
+    const auto simulator = moving(type, options());
+    feedUntil(estimator, simulator, 180);
+    for (int object = 0; object < estimator.objectCount(); ++object) {
+      const Estimate now = estimator.at(object);
+      EXPECT_LT((positionOf(now) - truthOf(simulator, 179, object)).norm(), 0.5) << type << object;
+      const Vector3d velocity =
+          (truthOf(simulator, 180, object) - truthOf(simulator, 178, object)) * 45;
+      EXPECT_LT((Vector3d(now.velocity) - velocity).norm(), 0.05 * velocity.norm() + 10);
+      EXPECT_EQ(now.cameras, 2);
+      EXPECT_EQ(now.age, 0);
+      EXPECT_NEAR(now.time, 179 / 90.0, 1e-5);
+    }
+  }
+}
+
+TEST(Estimator, PredictsAMomentAhead) {
+  Estimator estimator(0, rig::builtInRig().calibration);
+  const auto simulator = moving(0, options());
+  feedUntil(estimator, simulator, 180);
+  const Estimate ahead = estimator.ahead(1, 3 / 90.0);
+  EXPECT_EQ(ahead.source, Source::kPredicted);
+  EXPECT_NEAR(ahead.time, 182 / 90.0, 1e-5);
+  const double moved = (truthOf(simulator, 182, 1) - truthOf(simulator, 179, 1)).norm();
+  EXPECT_LT((positionOf(ahead) - truthOf(simulator, 182, 1)).norm(), 0.2 * moved);
+  EXPECT_GT(deviationOf(ahead), deviationOf(estimator.at(1)));
+}
+
+TEST(Estimator, AnswersNothingForMomentsThatItDoesNotPromise) {
+  Estimator estimator(0, rig::builtInRig().calibration);
+  feedUntil(estimator, moving(0, options()), 10);
+  for (const double seconds : {-0.001, 0.11, std::numeric_limits<double>::quiet_NaN()})
+    EXPECT_EQ(estimator.ahead(0, seconds).source, Source::kNone);
+  for (const int object : {-1, 3, 1000}) EXPECT_EQ(estimator.at(object).source, Source::kNone);
+}
+
+TEST(Estimator, BridgesAGapWithGrowingCovarianceAndThenGivesUp) {
+  auto given = options(0.05);
+  sim::Occlusion hidden;
+  hidden.objectId = 0;
+  hidden.from = 2;
+  hidden.to = 10;
+  given.blobs.occlusions.push_back(hidden);
+  const auto simulator = moving(0, given);
+  Estimator estimator(0, rig::builtInRig().calibration);
+  feedUntil(estimator, simulator, 180);
+  double deviation = deviationOf(estimator.at(0));
+  for (int i = 180; i < 180 + 88; ++i) {
+    feed(estimator, simulator, i);
+    const Estimate now = estimator.at(0);
+    ASSERT_EQ(now.source, Source::kBridged);
+    EXPECT_EQ(now.cameras, 0);
+    EXPECT_NEAR(now.age, (i - 179) / 90.0, 1e-5);
+    EXPECT_GT(deviationOf(now), deviation);
+    deviation = deviationOf(now);
+    EXPECT_EQ(estimator.verdict(0).refusal, Refusal::kNotSeen);
+    // The true place is within what is said.
+    EXPECT_LT((positionOf(now) - truthOf(simulator, i, 0)).norm(), 4 * deviation);
+  }
+  feedUntil(estimator, simulator, 180 + 95, 180 + 88);
+  EXPECT_EQ(estimator.at(0).source, Source::kNone);
+  EXPECT_EQ(estimator.at(1).source, Source::kMeasured);
+}
+
+TEST(Estimator, BeginsAnewWhereAnObjectReappears) {
+  auto given = options(0.05);
+  sim::Occlusion hidden;
+  hidden.objectId = 0;
+  hidden.from = 2;
+  hidden.to = 4;
+  given.blobs.occlusions.push_back(hidden);
+  const auto simulator = moving(0, given);
+  Estimator estimator(0, rig::builtInRig().calibration);
+  feedUntil(estimator, simulator, 365);
+  EXPECT_EQ(estimator.at(0).source, Source::kMeasured);
+  EXPECT_LT((positionOf(estimator.at(0)) - truthOf(simulator, 364, 0)).norm(), 20);
+}
+
+TEST(Estimator, OneCameraGoesOnWhereTheOtherIsBlind) {
+  auto given = options(0.05);
+  sim::Occlusion hidden;
+  hidden.objectId = 0;
+  hidden.camera = rig::Camera::kLeft;
+  hidden.from = 2;
+  hidden.to = 3;
+  given.blobs.occlusions.push_back(hidden);
+  const auto simulator = moving(0, given);
+  Estimator estimator(0, rig::builtInRig().calibration);
+  feedUntil(estimator, simulator, 210);
+  const Estimate now = estimator.at(0);
+  EXPECT_EQ(now.source, Source::kMeasured);
+  EXPECT_EQ(now.cameras, 1);
+  const Vector3d error = positionOf(now) - truthOf(simulator, 209, 0);
+  EXPECT_LT(std::hypot(error.x(), error.y()), 25);  // the ray holds two of three numbers
+  EXPECT_LT(error.norm(), 4 * deviationOf(now));
+}
+
+/// A packet of the simulator with one object's blobs moved by some pixels.
+sim::Bytes displaced(const sim::Simulator& simulator, std::int64_t index, int object, double left,
+                     double right) {
+  sim::Frame frame = simulator.frame(index);
+  for (sim::BlobRecord& blob : frame.blobs)
+    if (blob.id == object) {
+      const double by = blob.camera == rig::Camera::kLeft ? left : right;
+      blob.sumX = static_cast<std::uint32_t>(blob.sumX + by * blob.weight);
+    }
+  return sim::frameType2(frame.stamp, sim::devicePacket(frame.blobs));
+}
+
+TEST(Estimator, RefusesLightThatIsOffTheTrackAndSaysWhy) {
+  const auto simulator = moving(0, options(0.05));
+  Estimator estimator(0, rig::builtInRig().calibration);
+  feedUntil(estimator, simulator, 180);
+  const auto bytes = displaced(simulator, 180, 0, 20, 20);
+  estimator.feed(2, bytes.data(), static_cast<int>(bytes.size()));
+  const Verdict verdict = estimator.verdict(0);
+  EXPECT_EQ(verdict.refusal, Refusal::kOffTrack);
+  EXPECT_GT(verdict.value, verdict.limit);
+  EXPECT_EQ(verdict.counts[static_cast<int>(Refusal::kOffTrack)], 1);
+  EXPECT_EQ(estimator.at(0).source, Source::kBridged);
+  EXPECT_LT((positionOf(estimator.at(0)) - truthOf(simulator, 180, 0)).norm(), 15);
+  EXPECT_EQ(estimator.at(1).source, Source::kMeasured);
+}
+
+TEST(Estimator, UsesTheOneCameraThatFits) {
+  const auto simulator = moving(0, options(0.05));
+  Estimator estimator(0, rig::builtInRig().calibration);
+  feedUntil(estimator, simulator, 180);
+  const auto bytes = displaced(simulator, 180, 0, 30, 0);
+  estimator.feed(2, bytes.data(), static_cast<int>(bytes.size()));
+  EXPECT_EQ(estimator.at(0).source, Source::kMeasured);
+  EXPECT_EQ(estimator.at(0).cameras, 1);
+  EXPECT_LT((positionOf(estimator.at(0)) - truthOf(simulator, 180, 0)).norm(), 15);
+}
+
+TEST(Estimator, GoesWhereAnObjectWasPut) {
+  const auto simulator = moving(0, options(0.05));
+  Estimator estimator(0, rig::builtInRig().calibration);
+  feedUntil(estimator, simulator, 180);
+  for (int i = 180; i < 190; ++i) {
+    const auto bytes = displaced(simulator, i, 0, 40, 40);
+    estimator.feed(2, bytes.data(), static_cast<int>(bytes.size()));
+  }
+  EXPECT_EQ(estimator.at(0).source, Source::kMeasured);
+  // 40 px of 380 at 1430 mm.
+  EXPECT_NEAR((positionOf(estimator.at(0)) - truthOf(simulator, 189, 0)).x(), 150, 15);
+}
+
+TEST(Estimator, PassesOverCorruptAndLatePackets) {
+  const auto simulator = moving(0, options(0.05));
+  Estimator estimator(0, rig::builtInRig().calibration);
+  feedUntil(estimator, simulator, 100);
+  sim::Bytes bytes = simulator.frame(100).payload;
+  sim::corruptByte(bytes, bytes.size() - 3);
+  estimator.feed(2, bytes.data(), static_cast<int>(bytes.size()));
+  EXPECT_EQ(estimator.verdict(0).refusal, Refusal::kBadPacket);
+  EXPECT_EQ(estimator.at(0).source, Source::kBridged);
+  EXPECT_NEAR(estimator.now(), 100 / 90.0, 1e-5);
+  feed(estimator, simulator, 98);
+  EXPECT_EQ(estimator.verdict(0).refusal, Refusal::kLate);
+  EXPECT_NEAR(estimator.now(), 100 / 90.0, 1e-5);
+  feedUntil(estimator, simulator, 104, 101);
+  EXPECT_LT((positionOf(estimator.at(0)) - truthOf(simulator, 103, 0)).norm(), 15);
+}
+
+TEST(Estimator, FindsTheBlobNoiseByItself) {
+  for (const double noise : {0.02, 0.1}) {
+    Estimator estimator(2, rig::builtInRig().calibration);
+    feedUntil(estimator, moving(2, options(noise)), 900);
+    EXPECT_NEAR(estimator.noise(), noise, 0.15 * noise);
+  }
+}
+
+TEST(Estimator, GivesTheTwoPointObjectsDirection) {
+  const auto simulator = moving(1, options(0.02));
+  Estimator estimator(1, rig::builtInRig().calibration);
+  feedUntil(estimator, simulator, 400);
+  const Estimate now = estimator.at(2);
+  ASSERT_TRUE(now.hasDirection);
+  const auto frame = simulator.frame(399);
+  const Vector3d along =
+      rig::mirrored(frame.truth.markers[3].position - frame.truth.markers[2].position);
+  EXPECT_NEAR(now.halfLength, sim::kPairSpacing / 2, 1);
+  const double angle = std::acos(Vector3d(now.direction).dot(along.normalized()));
+  EXPECT_LT(angle, 4 * now.directionDeviation);
+  EXPECT_LT(now.directionDeviation, 0.1);
+  EXPECT_FALSE(estimator.at(0).hasDirection);
+}
+
+TEST(Estimator, KeepsTheMiddleWhileOneOfTwoMarkersIsHidden) {
+  auto given = options(0.02);
+  sim::Occlusion hidden;
+  hidden.objectId = 2;
+  hidden.markerIndex = 1;
+  hidden.from = 3;
+  hidden.to = 3.5;
+  given.blobs.occlusions.push_back(hidden);
+  const auto simulator = moving(1, given);
+  Estimator estimator(1, rig::builtInRig().calibration);
+  feedUntil(estimator, simulator, 300);
+  const Estimate now = estimator.at(2);
+  EXPECT_EQ(now.source, Source::kMeasured);
+  EXPECT_LT((positionOf(now) - truthOf(simulator, 299, 2)).norm(), 4 * deviationOf(now));
+  EXPECT_LT((positionOf(now) - truthOf(simulator, 299, 2)).norm(), 17);  // half way to the marker
+}
+
+TEST(Estimator, RefusesWhatItCannotWorkWith) {
+  algorithm::StereoCalibration calibration = rig::builtInRig().calibration;
+  EXPECT_THROW(Estimator(3, calibration), std::invalid_argument);
+  EXPECT_THROW(Estimator(0, algorithm::StereoCalibration()), std::invalid_argument);
+  EstimatorOptions negative;
+  negative.noise = -1;
+  EXPECT_THROW(Estimator(0, calibration, negative), std::invalid_argument);
+  EstimatorOptions standing;
+  standing.frameRate = 0;
+  EXPECT_THROW(Estimator(0, calibration, standing), std::invalid_argument);
+  calibration.translation[1] = std::numeric_limits<double>::infinity();
+  EXPECT_THROW(Estimator(0, calibration), std::invalid_argument);
+}
+
+TEST(Estimator, AnyPayloadIsSafe) {
+  sim::Random random(12);
+  Estimator estimator(1, rig::builtInRig().calibration);
+  for (int i = 0; i < 3000; ++i) {
+    sim::Bytes bytes{0xAA, 0x55};
+    const int records = random.index(43);
+    for (int k = 0; k < 12 * records; ++k)
+      bytes.push_back(static_cast<std::uint8_t>(random.bits()));
+    for (std::size_t k = 5; k < bytes.size(); k += 12) bytes[k] = random.chance(0.5) ? 2 : 0x12;
+    bytes = sim::withCheckByte(bytes);
+    estimator.feed(0, bytes.data(), static_cast<int>(bytes.size()));
+    const Estimate now = estimator.at(2);
+    for (const double value : now.position) ASSERT_TRUE(std::isfinite(value));
+    for (const auto& row : now.covariance)
+      for (const double value : row) ASSERT_TRUE(std::isfinite(value));
+  }
+  estimator.feed(0, nullptr, 5);
+  const unsigned char byte = 0;
+  for (const int length : {-1, 0, 1}) estimator.feed(0, &byte, length);
+  for (const int type : {1, 3, 4, 5, 6, -1}) estimator.feed(type, &byte, 1);
+}
+
+TEST(Estimator, AllocatesNothingWhileItRuns) {
+  if (!ALG_COUNTS_ALLOCATIONS) GTEST_SKIP() << "allocations are not counted here";
+  auto given = options(0.05);
+  given.blobs.strayRate = 2;
+  given.blobs.dropoutProbability = 0.1;
+  const auto simulator = moving(1, given);
+  std::vector<sim::Bytes> payloads;
+  for (int i = 0; i < 300; ++i) payloads.push_back(simulator.frame(i).payload);
+  Estimator estimator(1, rig::builtInRig().calibration);
+  const long before = testing_support::allocations();
+  double sum = 0;
+  for (const sim::Bytes& payload : payloads) {
+    estimator.feed(2, payload.data(), static_cast<int>(payload.size()));
+    for (int object = 0; object < 3; ++object) sum += estimator.ahead(object, 0.03).position[0];
+  }
+  EXPECT_EQ(testing_support::allocations(), before);
+  EXPECT_TRUE(std::isfinite(sum));
+}
+
+TEST(Estimator, AnswersOtherThreadsWhileItIsFed) {
+  const auto simulator = moving(0, options(0.05));
+  Estimator estimator(0, rig::builtInRig().calibration);
+  std::atomic<bool> stop{false};
+  std::atomic<int> wrong{0}, answers{0};
+  std::vector<std::thread> threads;
+  for (int k = 0; k < 2; ++k)
+    threads.emplace_back([&, k] {
+      double last = 0;
+      while (!stop) {
+        const Estimate estimate = estimator.ahead(k, 0.02);
+        if (estimate.source == Source::kNone) continue;
+        ++answers;
+        if (estimate.time < last || !(std::abs(estimate.position[2] + 1500) < 500)) ++wrong;
+        last = estimate.time;
+      }
+    });
+  for (int i = 0; i < 2000 || answers < 10; ++i) feed(estimator, simulator, i);
+  stop = true;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace
+}  // namespace estimate

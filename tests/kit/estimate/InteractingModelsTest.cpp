@@ -1,0 +1,133 @@
+#include <alg_kit/estimate/InteractingModels.h>
+#include <gtest/gtest.h>
+#include <sim/Random.h>
+
+#include <Eigen/LU>
+#include <cmath>
+
+namespace estimate {
+namespace {
+
+using Eigen::Matrix3d;
+using Eigen::Vector3d;
+
+constexpr double kPeriod = 1 / 90.0;
+
+MotionState atRest() {
+  MotionState state;
+  state.p = Vector3d(0, 0, 1500);
+  state.pp = Matrix3d::Identity() * 4;
+  state.vv = Matrix3d::Identity() * 1e6;
+  state.aa = Matrix3d::Identity() * 1e8;
+  return state;
+}
+
+PositionInformation measured(const Vector3d& place, double deviation) {
+  PositionInformation information;
+  information.at = place;
+  information.weight = Matrix3d::Identity() / (deviation * deviation);
+  information.numbers = 4;
+  return information;
+}
+
+ModelSet sameModels(double jerk) {
+  ModelSet set;
+  for (MotionModel& model : set.models) model = {jerk, 0, 0.25};
+  return set;
+}
+
+TEST(InteractingModels, ThatAreAllTheSameAreOneKalmanFilter) {
+  InteractingModels models(sameModels(1e6));
+  MotionState one = atRest();
+  models.start(one);
+  sim::Random random(5);
+  for (int i = 0; i < 300; ++i) {
+    models.predict(kPeriod);
+    predict(one, Step(kPeriod, models.set().memory), 1e6);
+    const auto information =
+        measured(Vector3d(random.normal(), random.normal(), 1500 + random.normal()), 1);
+    models.correct(information, 1e9);
+    fitAndCorrect(one, information);
+  }
+  EXPECT_LT((models.marker().p - one.p).norm(), 1e-6);
+  EXPECT_LT((models.marker().pp - one.pp).norm(), 1e-8);
+  EXPECT_LT((models.marker().aa - one.aa).norm(), 1e-6 * one.aa.norm());
+}
+
+// The textbook's mixing over all pairs of models, for the transition "stay, or be drawn anew".
+TEST(InteractingModels, MixAsTheFullTransitionMatrixSays) {
+  ModelSet set;
+  // No tremor in what is compared: the marker and the motion are then the same.
+  for (MotionModel& model : set.models) model.tremor = 0;
+  InteractingModels calm(set);
+  calm.start(atRest());
+  sim::Random random(6);
+  for (int i = 0; i < 40; ++i) {
+    calm.predict(kPeriod);
+    calm.correct(measured(Vector3d(30 * std::sin(i * 0.1), random.normal(), 1500), 1), 1e9);
+  }
+  const auto states = calm.models();
+  const auto weights = calm.probabilities();
+  calm.predict(kPeriod);
+  const double stays = std::exp(-kPeriod / set.dwell);
+  for (int j = 0; j < kModels; ++j) {
+    double prior = 0;
+    std::array<double, kModels> mixing{};
+    for (int i = 0; i < kModels; ++i) {
+      mixing[i] = ((i == j ? stays : 0) + (1 - stays) * set.models[j].share) * weights[i];
+      prior += mixing[i];
+    }
+    for (double& weight : mixing) weight /= prior;
+    MotionState expected = mixtureOf(states, mixing);
+    predict(expected, Step(kPeriod, set.memory), set.models[j].jerk);
+    EXPECT_NEAR(calm.probabilities()[j], prior, 1e-12);
+    EXPECT_LT((calm.models()[j].p - expected.p).norm(), 1e-9);
+    EXPECT_LT((calm.models()[j].pp - expected.pp).norm(), 1e-9 * expected.pp.norm());
+    EXPECT_LT((calm.models()[j].va - expected.va).norm(), 1e-9 * expected.va.norm());
+    EXPECT_LT((calm.models()[j].aa - expected.aa).norm(), 1e-9 * expected.aa.norm());
+  }
+}
+
+TEST(InteractingModels, TellStillFromFast) {
+  InteractingModels still, fast;
+  still.start(atRest());
+  fast.start(atRest());
+  sim::Random random(7);
+  for (int i = 0; i < 400; ++i) {
+    const Vector3d noise(random.normal(), random.normal(), random.normal());
+    still.predict(kPeriod);
+    still.correct(measured(Vector3d(0, 0, 1500) + noise, 1), 1e9);
+    fast.predict(kPeriod);
+    fast.correct(measured(Vector3d(100 * std::sin(i * kPeriod * 20), 0, 1500) + noise, 1), 1e9);
+  }
+  EXPECT_GT(still.probabilities()[0] + still.probabilities()[1], 0.8);
+  EXPECT_GT(fast.probabilities()[2] + fast.probabilities()[3], 0.8);
+  EXPECT_LT(still.marker().pp.trace(), 0.5 * fast.marker().pp.trace());
+}
+
+TEST(InteractingModels, LeaveAMeasurementOutsideTheGateAlone) {
+  InteractingModels models;
+  models.start(atRest());
+  for (int i = 0; i < 100; ++i) {
+    models.predict(kPeriod);
+    models.correct(measured(Vector3d(0, 0, 1500), 1), 36);
+  }
+  models.predict(kPeriod);
+  const MotionState before = models.marker();
+  EXPECT_GT(models.correct(measured(Vector3d(50, 0, 1500), 1), 36), 36);
+  EXPECT_EQ(models.marker().p, before.p);
+  EXPECT_EQ(models.marker().pp, before.pp);
+}
+
+TEST(InteractingModels, ExtrapolateAsTheyWouldPredict) {
+  ModelSet set = sameModels(1e7);
+  InteractingModels models(set);
+  models.start(atRest());
+  const MotionState ahead = models.markerAfter(0.05);
+  models.predict(0.05);
+  EXPECT_LT((ahead.p - models.marker().p).norm(), 1e-9);
+  EXPECT_LT((ahead.pp - models.marker().pp).norm(), 1e-9 * ahead.pp.norm());
+}
+
+}  // namespace
+}  // namespace estimate
