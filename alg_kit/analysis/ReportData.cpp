@@ -284,7 +284,7 @@ void measureAnew(const recording::RecordingReader& reader, algorithm::AlgBase& l
                  const Progress& progress, ReportData& data) {
   session::Player player(&library);
   recording::UnitCursor units(reader.entries());
-  std::vector<Entry> unit;
+  session::Unit unit;
   std::int64_t calls = 0;
   data.packetTimes.clear();
   while (units.next(unit)) {

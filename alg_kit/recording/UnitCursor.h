@@ -2,7 +2,7 @@
 
 #include <alg_kit/recording/Recording.h>
 
-#include <vector>
+#include <utility>
 
 namespace recording {
 
@@ -12,7 +12,7 @@ class UnitCursor {
   explicit UnitCursor(EntryCursor entries) : entries_(std::move(entries)) {}
 
   /// Fills `unit`, outermost call first; false after the last one.
-  bool next(std::vector<session::Entry>& unit);
+  bool next(session::Unit& unit);
 
  private:
   EntryCursor entries_;

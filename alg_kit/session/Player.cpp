@@ -16,6 +16,27 @@ constexpr std::size_t kDeepest = 32;  // calls inside callbacks inside calls
 // asks for the filter's state.
 constexpr std::uint64_t kFilterStateStamp = 1234;
 
+/// A call's bytes as the host had them: `offset` behind the start of a buffer of their own, which
+/// ends with them. An offset that nobody can follow (negative, far away) is left out.
+class HostBuffer {
+ public:
+  explicit HostBuffer(const Call& call)
+      : given_(!call.payload.empty()),
+        offset_(call.offset > 0 && call.offset <= kFarthest ? call.offset : 0) {
+    if (!given_) return;
+    bytes_.resize(static_cast<std::size_t>(offset_) + call.payload.size());
+    std::copy(call.payload.begin(), call.payload.end(), bytes_.begin() + offset_);
+  }
+  const unsigned char* start() const { return given_ ? bytes_.data() : nullptr; }
+  int offset() const { return offset_; }
+
+ private:
+  static constexpr int kFarthest = 4096;
+  bool given_;
+  int offset_;
+  Bytes bytes_;
+};
+
 /// Stands for whatever the host's sink threw.
 class SinkThrew : public std::exception {
  public:
@@ -37,9 +58,10 @@ Player::Player(algorithm::AlgBase* alg, WhatIf whatIf, bool addFilterMode)
   alg_->SetDataCallback(this);
 }
 
-const std::vector<Entry>& Player::play(const std::vector<Entry>& unit) {
+const Unit& Player::play(const Unit& unit) {
   recorded_ = &unit;
-  played_.resize(unit.size());
+  played_.clear();
+  while (played_.size() < unit.size()) played_.append();
   done_.assign(unit.size(), false);
   playCall(0);
   // Calls whose parent is not in this unit.
@@ -58,8 +80,6 @@ void Player::playCall(std::size_t place) {
   Entry& played = played_[place];
   played.call = recorded.call;
   played.call.output.clear();
-  played.logs.clear();
-  played.blocks.clear();
   recordedNs_ = recorded.call.startNs;
 
   running_.push_back({place, 0});
@@ -80,17 +100,19 @@ void Player::playCall(std::size_t place) {
 }
 
 std::optional<int> Player::perform(Call& call) {
-  const unsigned char* const payload = call.payload.empty() ? nullptr : call.payload.data();
   switch (call.kind) {
     case CallKind::kInit: {
       if (whatIf_.productType) call.type = *whatIf_.productType;
       if (whatIf_.calibration && !call.payload.empty())
         std::memcpy(call.payload.data(), &*whatIf_.calibration, sizeof *whatIf_.calibration);
-      return alg_->Init(call.type, payload, 0);
+      const HostBuffer buffer(call);
+      return alg_->Init(call.type, buffer.start(), buffer.offset());
     }
-    case CallKind::kInputStream:
+    case CallKind::kInputStream: {
       // Without recorded bytes the library read none: a null pointer is refused as quietly.
-      return alg_->InputStream(call.type, payload, 0, call.length);
+      const HostBuffer buffer(call);
+      return alg_->InputStream(call.type, buffer.start(), buffer.offset(), call.length);
+    }
     case CallKind::kSetDataCallback:
       return alg_->SetDataCallback(call.pointerGiven ? this : nullptr);
     case CallKind::kSetLogCallback:

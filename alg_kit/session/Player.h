@@ -34,7 +34,7 @@ class Player : private algorithm::DataSink, private algorithm::LogSink {
 
   /// Plays a unit. The result holds the same calls, with the arguments that were used and what came
   /// of them, until the next call.
-  const std::vector<Entry>& play(const std::vector<Entry>& unit);
+  const Unit& play(const Unit& unit);
 
   /// Call::startNs of the recorded call that is being played.
   std::int64_t recordedNs() const { return recordedNs_; }
@@ -58,8 +58,8 @@ class Player : private algorithm::DataSink, private algorithm::LogSink {
   algorithm::AlgBase* alg_;
   WhatIf whatIf_;
   bool addFilterMode_;
-  const std::vector<Entry>* recorded_ = nullptr;
-  std::vector<Entry> played_;
+  const Unit* recorded_ = nullptr;
+  Unit played_;
   std::vector<bool> done_;
   std::vector<Running> running_;  ///< outermost first
   std::int64_t recordedNs_ = 0;

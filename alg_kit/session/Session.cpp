@@ -86,6 +86,21 @@ std::size_t payloadSize(const Call& call, int productType) {
   }
 }
 
+std::optional<SizeProblem> problemInSizes(const Call& call) {
+  const auto difference = [](const char* what, std::size_t expected,
+                             std::size_t found) -> std::optional<SizeProblem> {
+    if (expected == found) return std::nullopt;
+    return SizeProblem{std::string(what) + " of " + std::to_string(expected) + " bytes",
+                       std::to_string(found)};
+  };
+  if (!call.payload.empty())
+    if (auto problem = difference("a payload", payloadSize(call, 0), call.payload.size()))
+      return problem;
+  const bool answered =
+      call.kind == CallKind::kHandleEvent && call.returned == 1 && call.outputGiven;
+  return difference("an output", answered ? answerSize(call.type) : 0, call.output.size());
+}
+
 std::size_t answerSize(int eventType) {
   return eventType == kHeadingEvent ? sizeof(algorithm::HeadingAnswer)
                                     : sizeof(algorithm::PoseAnswer);

@@ -26,6 +26,8 @@ enum class CallKind {
   kHandleEvent,
 };
 
+constexpr std::uint32_t kCallKinds = 7;
+
 /// The operation's name, which is also what the file holds: "InputStream".
 const char* nameOf(CallKind kind);
 
@@ -93,6 +95,13 @@ struct Unit {
   std::size_t used = 0;
   std::vector<TruthRow> truth;
 
+  std::size_t size() const { return used; }
+  bool empty() const { return used == 0; }
+  Entry& operator[](std::size_t i) { return entries[i]; }
+  const Entry& operator[](std::size_t i) const { return entries[i]; }
+  const Entry* begin() const { return entries.data(); }
+  const Entry* end() const { return entries.data() + used; }
+
   /// A further entry, as new but for its storage. It stays where it is until the next one.
   Entry& append();
 
@@ -106,6 +115,15 @@ void copy(const Unit& from, Unit& to);
 /// The number of bytes that the library reads at a call's pointer, the `payload`. `productType` is
 /// the one of the latest Init (0 before it).
 std::size_t payloadSize(const Call& call, int productType);
+
+/// What is wrong with the size of a call's payload or output.
+struct SizeProblem {
+  std::string expected, found;  ///< "a payload of 920 bytes", "12"
+};
+
+/// A call that came from outside must not lead the library, or us, past the end of a buffer: its
+/// payload is empty or as long as what the library reads, its output as long as the answer.
+std::optional<SizeProblem> problemInSizes(const Call& call);
 
 /// The number of bytes that a query which returns true writes to `output`: 52 or, for event 16, 48.
 std::size_t answerSize(int eventType);

@@ -5,12 +5,13 @@
 #include <cstring>
 #include <iostream>
 
-#include "../support/FixedStream.h"
-#include "../support/OutcomeDifference.h"
+#include <alg_factory/api/AlgFactory.h>
+#include <tests/support/FixedStream.h>
+#include <tests/support/OutcomeDifference.h>
 
 namespace {
 
-using testing_support::Outcome;
+using session::Unit;
 using testing_support::OutcomeDifference;
 
 std::string streamPath() {
@@ -58,17 +59,17 @@ constexpr std::uint64_t kRecordedMath = 0x12577fcddc2e4130u;
 constexpr double kOtherMathBound = 1e-6;
 
 TEST(FixedStream, GivesTheSameBytesAsWhenItWasRecorded) {
-  const testing_support::FixedStream stream = testing_support::readFixedStream(streamPath());
-  ASSERT_GT(stream.calls.size(), 500u);
+  const std::vector<Unit> recorded = testing_support::readUnits(streamPath());
+  ASSERT_GT(recorded.size(), 500u);
 
-  const std::vector<Outcome> outcomes = testing_support::run(stream.calls);
+  const std::vector<Unit> played =
+      testing_support::played(*algorithm::AlgFactory::CreateALG(0), recorded);
 
   std::size_t blocks = 0;
-  for (const Outcome& outcome : outcomes) blocks += outcome.blocks.size();
+  for (const Unit& unit : played) blocks += unit[0].blocks.size();
   EXPECT_GT(blocks, 300u);
 
-  const OutcomeDifference difference =
-      testing_support::compare(stream.calls, stream.outcomes, outcomes);
+  const OutcomeDifference difference = testing_support::compare(recorded, played);
   EXPECT_TRUE(difference.mismatches.empty());
   const bool sameMath = mathFingerprint() == kRecordedMath;
   std::cout << (sameMath ? "the recording's" : "other") << " mathematical functions, fingerprint "

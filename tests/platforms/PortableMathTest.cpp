@@ -2,6 +2,7 @@
 // what is left must give the same bytes on every processor, with every compiler.
 #include <gtest/gtest.h>
 
+#include <alg_factory/api/AlgFactory.h>
 #include <tests/support/FixedStream.h>
 #include <tests/support/OutcomeDifference.h>
 
@@ -9,7 +10,7 @@
 
 namespace {
 
-using testing_support::Outcome;
+using session::Unit;
 
 class Checksum {
  public:
@@ -27,22 +28,26 @@ class Checksum {
 constexpr std::uint64_t kChecksum = 2047286356390529079u;
 
 TEST(FixedStreamWithPortableMath, GivesTheSameBytesOnEveryPlatform) {
-  const testing_support::FixedStream stream = testing_support::readFixedStream(ALG_FIXED_STREAM);
+  const std::vector<Unit> recorded = testing_support::readUnits(ALG_FIXED_STREAM);
   Checksum checksum;
   std::size_t blocks = 0;
-  const std::vector<Outcome> outcomes = testing_support::run(stream.calls);
-  for (const Outcome& outcome : outcomes) {
-    checksum.add(&outcome.result, sizeof outcome.result);
-    checksum.add(outcome.answer.data(), outcome.answer.size());
-    for (const auto& line : outcome.logLines) checksum.add(line.text.data(), line.text.size());
-    for (const auto& block : outcome.blocks) checksum.add(&block, sizeof block);
-    blocks += outcome.blocks.size();
+  const std::vector<Unit> played =
+      testing_support::played(*algorithm::AlgFactory::CreateALG(0), recorded);
+  for (const Unit& unit : played) {
+    const session::Entry& entry = unit[0];
+    const bool result = entry.call.returned == 1;
+    checksum.add(&result, sizeof result);
+    checksum.add(entry.call.output.data(), entry.call.output.size());
+    for (const auto& line : entry.logs) checksum.add(line.text.data(), line.text.size());
+    for (const auto& delivered : entry.blocks)
+      checksum.add(&delivered.block, sizeof delivered.block);
+    blocks += entry.blocks.size();
   }
   EXPECT_GT(blocks, 300u);
   EXPECT_EQ(checksum.value(), kChecksum);
 
   // These functions are less exact than any C library's: how far that carries.
-  const auto difference = testing_support::compare(stream.calls, stream.outcomes, outcomes);
+  const auto difference = testing_support::compare(recorded, played);
   std::cout << difference;
   EXPECT_TRUE(difference.mismatches.empty());
 }

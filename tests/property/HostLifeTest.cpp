@@ -18,7 +18,7 @@
 namespace {
 
 using namespace testing_support;
-using Bytes = std::vector<std::uint8_t>;
+using session::Bytes;
 
 /// A file that is gone when the test ends.
 class ScratchFile {
@@ -47,13 +47,13 @@ RC_GTEST_PROP(HostLife, KeepsEveryPromiseWhateverTheHostDoes, ()) {
   const Bytes bytes = *lifeBytes();
   const Life life = lifeFrom(bytes.data(), bytes.size());
   FreshAlg alg;
-  const std::vector<LifeAnswer> answers = live(alg, life);
-  RC_ASSERT(brokenPromise(life, answers) == "");
+  const std::vector<session::Entry> lived = live(alg, life);
+  RC_ASSERT(brokenPromise(lived) == "");
 
   int objects = 0;
-  for (const LifeAnswer& answer : answers) {
-    for (const algorithm::ResultBlock& block : answer.blocks) {
-      for (const algorithm::TrackedPoint& record : block.records) objects += record.id != -1;
+  for (const session::Entry& entry : lived) {
+    for (const session::DeliveredBlock& delivered : entry.blocks) {
+      for (const auto& record : delivered.block.records) objects += record.id != -1;
     }
   }
   RC_CLASSIFY(life.size() > 50, "more than 50 calls");

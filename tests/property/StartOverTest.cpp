@@ -5,6 +5,7 @@
 #include <rapidcheck/gtest.h>
 
 #include <cstring>
+#include <string>
 #include <utility>
 
 #include <tests/property/LifeGenerator.h>
@@ -25,30 +26,32 @@ struct Setting {
   int filterMode;
 };
 
-LifeCall input(int streamType, Bytes payload) {
-  LifeCall call;
-  call.kind = LifeCall::Kind::kInputStream;
-  call.selector = streamType;
+session::Call input(int streamType, Bytes payload) {
+  session::Call call;
+  call.kind = session::CallKind::kInputStream;
+  call.type = streamType;
+  call.pointerGiven = true;
   call.length = static_cast<int>(payload.size());
   call.payload = std::move(payload);
   return call;
 }
 
-LifeCall frame(const Setting& setting, std::uint32_t stamp, const Bytes& packet) {
+session::Call frame(const Setting& setting, std::uint32_t stamp, const Bytes& packet) {
   return setting.isStamped ? input(2, stamped(stamp, packet)) : input(0, packet);
 }
 
 /// The calls that start over. The packet fills the whole frame buffer, where bytes of earlier
 /// packets would decide about some reports.
 Life startOver(const Setting& setting) {
-  LifeCall init, mode;
-  init.kind = LifeCall::Kind::kInit;
-  init.selector = setting.productType;
+  session::Call init, mode;
+  init.kind = session::CallKind::kInit;
+  init.type = setting.productType;
+  init.pointerGiven = true;
   init.payload.resize(sizeof(algorithm::StereoCalibration));
   const algorithm::StereoCalibration calibration = handCalibration();
   std::memcpy(init.payload.data(), &calibration, sizeof calibration);
-  mode.kind = LifeCall::Kind::kSetFilterMode;
-  mode.selector = setting.filterMode;
+  mode.kind = session::CallKind::kSetFilterMode;
+  mode.mode = setting.filterMode;
 
   Bytes nothing(511, 0xFF);
   nothing[0] = 0xAA;
@@ -67,9 +70,11 @@ Life sessionFrom(const Bytes& bytes, const Setting& setting) {
     if (what == 0) {
       life.push_back(input(3 + reader.below(2), reader.bytes(56)));
     } else if (what < 4) {
-      LifeCall query;
-      query.kind = LifeCall::Kind::kHandleEvent;
-      query.selector = reader.below(objects);
+      session::Call query;
+      query.kind = session::CallKind::kHandleEvent;
+      query.type = reader.below(objects);
+      query.pointerGiven = true;
+      query.outputGiven = true;
       const std::uint64_t at = stamp + reader.take<std::uint8_t>() * 1000u;
       query.payload.resize(sizeof at);
       std::memcpy(query.payload.data(), &at, sizeof at);
@@ -88,6 +93,12 @@ Life sessionFrom(const Bytes& bytes, const Setting& setting) {
     }
   }
   return life;
+}
+
+std::vector<std::string> textsOf(const session::Entry& entry) {
+  std::vector<std::string> texts;
+  for (const session::LogLine& line : entry.logs) texts.push_back(line.text);
+  return texts;
 }
 
 bool samePresence(const TrackedPoint& a, const TrackedPoint& b) {
@@ -113,7 +124,7 @@ RC_GTEST_PROP(StartOver, ForgetsWhatWasSeenBefore, ()) {
   const Bytes sessionBytes = *lifeBytes();
   const Life earlier = lifeFrom(before.data(), before.size());
   const Life again = startOver(setting);
-  const Life session = sessionFrom(sessionBytes, setting);
+  const Life life = sessionFrom(sessionBytes, setting);
   // Answers tell of filters that follow the framing, so only where both go together.
   const bool compareAnswers =
       setting.filterMode != -1 && setting.isStamped == (setting.productType == 0);
@@ -121,25 +132,24 @@ RC_GTEST_PROP(StartOver, ForgetsWhatWasSeenBefore, ()) {
   FreshAlg alg;
   live(alg, earlier);
   live(alg, again);
-  const auto first = live(alg, session);
+  const auto first = live(alg, life);
   live(alg, again);
-  const auto second = live(alg, session);
+  const auto second = live(alg, life);
 
   const ResultBlock* latest = nullptr;
   int blocks = 0;
-  for (std::size_t i = 0; i < session.size(); ++i) {
-    RC_ASSERT(first[i].result == second[i].result);
-    RC_ASSERT(first[i].logs == second[i].logs);
+  for (std::size_t i = 0; i < life.size(); ++i) {
+    RC_ASSERT(first[i].call.returned == second[i].call.returned);
+    RC_ASSERT(textsOf(first[i]) == textsOf(second[i]));
     RC_ASSERT(first[i].blocks.size() == second[i].blocks.size());
     for (std::size_t b = 0; b < first[i].blocks.size(); ++b) {
-      RC_ASSERT(sameSight(first[i].blocks[b], second[i].blocks[b]));
-      latest = &first[i].blocks[b];
+      RC_ASSERT(sameSight(first[i].blocks[b].block, second[i].blocks[b].block));
+      latest = &first[i].blocks[b].block;
       ++blocks;
     }
-    const bool query = session[i].kind == LifeCall::Kind::kHandleEvent;
-    if (query && compareAnswers && latest != nullptr &&
-        latest->records[session[i].selector].id != -1) {
-      RC_ASSERT(first[i].output == second[i].output);
+    const bool query = life[i].kind == session::CallKind::kHandleEvent;
+    if (query && compareAnswers && latest != nullptr && latest->records[life[i].type].id != -1) {
+      RC_ASSERT(first[i].call.output == second[i].call.output);
     }
   }
   RC_CLASSIFY(blocks > 10, "more than ten frames");

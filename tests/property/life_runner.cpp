@@ -5,6 +5,7 @@
 #include <iterator>
 #include <vector>
 
+#include <alg_factory/api/AlgFactory.h>
 #include <tests/support/HostLife.h>
 
 int main(int argc, char** argv) {

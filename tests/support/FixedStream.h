@@ -1,48 +1,23 @@
-// A host's life as a file: every call across the interface and everything that came back. The same
-// calls must give the same bytes after a change of the library's insides and on another platform.
+// A host's session as a file: every call across the interface and everything that came back. The
+// same calls must give the same bytes after a change of the library's insides and on another
+// platform.
 #pragma once
 
-#include <alg_factory/api/AlgFactory.h>
+#include <alg_factory/api/AlgBase.h>
+#include <alg_kit/session/Session.h>
 
-#include <array>
-#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace testing_support {
 
-struct LogLine {
-  std::int32_t level = 0;
-  std::string text;
-  bool operator==(const LogLine& other) const { return level == other.level && text == other.text; }
-};
+/// The units of a file in the session's byte form.
+/// @throws std::runtime_error with the file's name
+std::vector<session::Unit> readUnits(const std::string& path);
+void writeUnits(const std::string& path, const std::vector<session::Unit>& units);
 
-/// What came back from one call.
-struct Outcome {
-  bool result = false;
-  std::vector<std::uint8_t> answer;            ///< of HandleEvent
-  std::vector<algorithm::ResultBlock> blocks;  ///< delivered during the call
-  std::vector<LogLine> logLines;               ///< logged during the call
-};
-
-enum class Operation : std::uint8_t { kInit, kInputStream, kSetFilterMode, kHandleEvent };
-
-struct Call {
-  Operation operation = Operation::kInit;
-  std::int32_t selector = 0;          ///< product type, stream type, mode or event type
-  std::vector<std::uint8_t> payload;  ///< calibration, stream payload or event input
-};
-
-struct FixedStream {
-  std::vector<Call> calls;
-  std::vector<Outcome> outcomes;  ///< one per call
-};
-
-/// Makes the calls on a fresh pipeline (one per process).
-std::vector<Outcome> run(const std::vector<Call>& calls);
-
-/// Throw std::runtime_error naming the file and what is wrong with it.
-FixedStream readFixedStream(const std::string& path);
-void writeFixedStream(const std::string& path, const FixedStream& stream);
+/// Plays units; what came back has no durations. The pipeline behind `alg` keeps its sinks: every
+/// call of a process has the same `alg`.
+std::vector<session::Unit> played(algorithm::AlgBase& alg, const std::vector<session::Unit>& units);
 
 }  // namespace testing_support

@@ -1,9 +1,14 @@
 #include <tests/support/HostLife.h>
 
+#include <alg_kit/session/ByteForm.h>
+#include <alg_kit/session/Player.h>
+
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <iterator>
 #include <limits>
+#include <stdexcept>
 
 #include <tests/support/ByteReader.h>
 #include <tests/support/HandRig.h>
@@ -14,7 +19,9 @@ namespace {
 
 using algorithm::ResultBlock;
 using algorithm::StereoCalibration;
-using Kind = LifeCall::Kind;
+using session::Call;
+using session::CallKind;
+using session::Entry;
 
 constexpr std::size_t kInertialBytes = sizeof(algorithm::InertialRecord);
 constexpr std::size_t kCalibrationDoubles = sizeof(StereoCalibration) / sizeof(double);
@@ -67,17 +74,23 @@ double hostileNumber(ByteReader& reader) {
   }
 }
 
-LifeCall initCall(int productType, const StereoCalibration& calibration, int offset) {
-  LifeCall call;
-  call.kind = Kind::kInit;
-  call.selector = productType;
+void passNull(Call& call) {
+  call.pointerGiven = false;
+  call.payload.clear();
+}
+
+Call initCall(int productType, const StereoCalibration& calibration, int offset) {
+  Call call;
+  call.kind = CallKind::kInit;
+  call.type = productType;
   call.offset = offset;
+  call.pointerGiven = true;
   call.payload.resize(sizeof calibration);
   std::memcpy(call.payload.data(), &calibration, sizeof calibration);
   return call;
 }
 
-LifeCall hostileInit(ByteReader& reader) {
+Call hostileInit(ByteReader& reader) {
   double values[kCalibrationDoubles];
   const StereoCalibration good = handCalibration();
   std::memcpy(values, &good, sizeof values);
@@ -90,8 +103,8 @@ LifeCall hostileInit(ByteReader& reader) {
   StereoCalibration calibration;
   std::memcpy(static_cast<void*>(&calibration), values, sizeof values);
   const int productType = reader.below(4) == 0 ? reader.take<std::int32_t>() : reader.below(4);
-  LifeCall call = initCall(productType, calibration, reader.below(16));
-  call.null = reader.below(16) == 0;
+  Call call = initCall(productType, calibration, reader.below(16));
+  if (reader.below(16) == 0) passNull(call);
   return call;
 }
 
@@ -118,16 +131,17 @@ std::vector<Marker> markersFrom(ByteReader& reader) {
   return markers;
 }
 
-LifeCall inputCall(int streamType, Bytes payload) {
-  LifeCall call;
-  call.kind = Kind::kInputStream;
-  call.selector = streamType;
+Call inputCall(int streamType, Bytes payload) {
+  Call call;
+  call.kind = CallKind::kInputStream;
+  call.type = streamType;
+  call.pointerGiven = true;
   call.length = static_cast<int>(payload.size());
   call.payload = std::move(payload);
   return call;
 }
 
-LifeCall packetCall(bool isStamped, std::uint32_t stamp, const Bytes& packet) {
+Call packetCall(bool isStamped, std::uint32_t stamp, const Bytes& packet) {
   return isStamped ? inputCall(2, stamped(stamp, packet)) : inputCall(0, packet);
 }
 
@@ -146,13 +160,13 @@ std::size_t rawLength(ByteReader& reader) {
                               : static_cast<std::size_t>(reader.below(64));
 }
 
-LifeCall hostileInput(ByteReader& reader) {
+Call hostileInput(ByteReader& reader) {
   const int streamType = reader.below(2) == 0 ? reader.take<std::int32_t>() : reader.below(8) - 1;
-  LifeCall call = inputCall(streamType, reader.bytes(kInertialBytes));
+  Call call = inputCall(streamType, reader.bytes(kInertialBytes));
   call.offset = reader.below(16);
   switch (reader.below(4)) {
     case 0:
-      call.null = true;
+      passNull(call);
       break;
     case 1:
       call.length = -1 - reader.take<std::uint16_t>();
@@ -163,32 +177,34 @@ LifeCall hostileInput(ByteReader& reader) {
   return call;
 }
 
-LifeCall eventCall(ByteReader& reader, int eventType, std::uint64_t stamp) {
-  LifeCall call;
-  call.kind = Kind::kHandleEvent;
-  call.selector = eventType;
+Call eventCall(ByteReader& reader, int eventType, std::uint64_t stamp) {
+  Call call;
+  call.kind = CallKind::kHandleEvent;
+  call.type = eventType;
+  call.pointerGiven = true;
+  call.outputGiven = true;
   call.payload = reader.bytes(sizeof(algorithm::OrientationSample));
   if (eventType != 16) std::memcpy(call.payload.data(), &stamp, sizeof stamp);
   return call;
 }
 
-LifeCall hostileEvent(ByteReader& reader, std::uint64_t stamp) {
+Call hostileEvent(ByteReader& reader, std::uint64_t stamp) {
   const int eventType = reader.below(3) == 0 ? reader.take<std::int32_t>() : reader.below(18) - 1;
-  LifeCall call = eventCall(reader, eventType, reader.below(2) == 0 ? 1234 : stamp);
-  call.null = reader.below(8) == 0;
-  call.nullOutput = reader.below(16) == 0;
+  Call call = eventCall(reader, eventType, reader.below(2) == 0 ? 1234 : stamp);
+  if (reader.below(8) == 0) passNull(call);
+  call.outputGiven = reader.below(16) != 0;
   return call;
 }
 
-LifeCall filterCall(int parameter, int mode) {
-  LifeCall call;
-  call.kind = Kind::kSetFilterMode;
-  call.parameter = parameter;
-  call.selector = mode;
+Call filterCall(int parameter, int mode) {
+  Call call;
+  call.kind = CallKind::kSetFilterMode;
+  call.type = parameter;
+  call.mode = mode;
   return call;
 }
 
-LifeCall nextCall(ByteReader& reader, std::uint32_t& stamp) {
+Call nextCall(ByteReader& reader, std::uint32_t& stamp) {
   const int operation = reader.below(20);
   switch (operation) {
     case 0:
@@ -230,46 +246,40 @@ LifeCall nextCall(ByteReader& reader, std::uint32_t& stamp) {
 // ---- living
 // --------------------------------------------------------------------------------------
 
-class Sinks : public algorithm::LogSink, public algorithm::DataSink {
+/// Sees whether a query writes exactly its answer.
+class GuardedAlg final : public algorithm::AlgBase {
  public:
-  bool Log(int level, const char* message) override {
-    now->logs.push_back(std::to_string(level) + " " + message);
-    return true;
-  }
-  bool Deliver(const void* buffer, int offset, int length) override {
-    ResultBlock block;
-    if (offset != 0 || length != static_cast<int>(sizeof block)) now->logs.push_back("bad size");
-    std::memcpy(static_cast<void*>(&block), buffer, sizeof block);
-    now->blocks.push_back(block);
-    return true;
-  }
-  LifeAnswer* now = nullptr;
-};
+  explicit GuardedAlg(algorithm::AlgBase& alg) : alg_(alg) {}
 
-LifeAnswer make(algorithm::AlgBase& alg, const LifeCall& call, Sinks& sinks) {
-  LifeAnswer answer;
-  sinks.now = &answer;
-  // A buffer of its own that ends with the payload, so that a sanitizer sees reads beyond it.
-  Bytes buffer(static_cast<std::size_t>(call.offset) + call.payload.size());
-  std::copy(call.payload.begin(), call.payload.end(), buffer.begin() + call.offset);
-  const unsigned char* bytes = call.null ? nullptr : buffer.data();
-  switch (call.kind) {
-    case Kind::kInit:
-      answer.result = alg.Init(call.selector, bytes, call.offset);
-      break;
-    case Kind::kInputStream:
-      answer.result = alg.InputStream(call.selector, bytes, call.offset, call.length);
-      break;
-    case Kind::kSetFilterMode:
-      answer.result = alg.SetFilterMode(call.parameter, call.selector, nullptr);
-      break;
-    case Kind::kHandleEvent:
-      answer.output.assign(call.selector == 16 ? 48 : 52, 0xCD);
-      answer.result =
-          alg.HandleEvent(call.selector, bytes, call.nullOutput ? nullptr : answer.output.data());
+  bool Init(int productType, const unsigned char* config, int configOffset) override {
+    return alg_.Init(productType, config, configOffset);
   }
-  return answer;
-}
+  bool InputStream(int streamType, const unsigned char* buffer, int offset, int length) override {
+    return alg_.InputStream(streamType, buffer, offset, length);
+  }
+  bool SetDataCallback(algorithm::DataSink* sink) override { return alg_.SetDataCallback(sink); }
+  bool SetLogCallback(algorithm::LogSink* sink) override { return alg_.SetLogCallback(sink); }
+  bool SetFilterMode(int parameter, int mode, void* reserved) override {
+    return alg_.SetFilterMode(parameter, mode, reserved);
+  }
+  int GetFixedCode() override { return alg_.GetFixedCode(); }
+  bool HandleEvent(int eventType, const void* input, void* output) override {
+    constexpr std::uint8_t kUntouched = 0xCD;
+    std::array<std::uint8_t, 64> guarded;
+    guarded.fill(kUntouched);
+    const bool answered =
+        alg_.HandleEvent(eventType, input, output == nullptr ? nullptr : guarded.data());
+    const std::size_t size = answered && output != nullptr ? session::answerSize(eventType) : 0;
+    if (size > 0) std::memcpy(output, guarded.data(), size);
+    if (std::any_of(guarded.begin() + static_cast<std::ptrdiff_t>(size), guarded.end(),
+                    [](std::uint8_t byte) { return byte != kUntouched; }))
+      throw std::logic_error("a query wrote beyond its answer, or refused and wrote");
+    return answered;
+  }
+
+ private:
+  algorithm::AlgBase& alg_;
+};
 
 // ---- promises
 // ------------------------------------------------------------------------------------
@@ -277,28 +287,35 @@ LifeAnswer make(algorithm::AlgBase& alg, const LifeCall& call, Sinks& sinks) {
 /// Follows a life and says what is wrong with an answer.
 class Examiner {
  public:
-  std::string examine(const LifeCall& call, const LifeAnswer& answer) {
-    if (const std::string problem = logsOf(answer); !problem.empty()) return problem;
-    if (call.kind != Kind::kInputStream && !answer.blocks.empty()) return "a block out of turn";
+  std::string examine(const Entry& entry) {
+    if (const std::string problem = logsOf(entry); !problem.empty()) return problem;
+    const Call& call = entry.call;
+    if (!call.returned) return "an exception";
+    if (call.kind != CallKind::kInputStream && !entry.blocks.empty()) return "a block out of turn";
     switch (call.kind) {
-      case Kind::kInit:
-        return init(call, answer);
-      case Kind::kInputStream:
-        return input(call, answer);
-      case Kind::kSetFilterMode:
-        return answer.result == (call.parameter == 0) ? "" : "wrong result of SetFilterMode";
+      case CallKind::kInit:
+        return init(entry);
+      case CallKind::kInputStream:
+        return input(entry);
+      case CallKind::kSetFilterMode:
+        return (call.returned == 1) == (call.type == 0) ? "" : "wrong result of SetFilterMode";
       default:
-        return event(call, answer);
+        return event(entry);
     }
   }
 
  private:
-  static bool logged(const LifeAnswer& answer, const char* text) {
-    return answer.logs == std::vector<std::string>{text};
+  static std::string textOf(const session::LogLine& line) {
+    return std::to_string(line.level) + " " + line.text;
   }
 
-  static std::string logsOf(const LifeAnswer& answer) {
-    for (const std::string& text : answer.logs) {
+  static bool logged(const Entry& entry, const char* text) {
+    return entry.logs.size() == 1 && textOf(entry.logs[0]) == text;
+  }
+
+  static std::string logsOf(const Entry& entry) {
+    for (const session::LogLine& line : entry.logs) {
+      const std::string text = textOf(line);
       const bool known =
           text == kUnknownEvent || std::count(kKnownMessages, kKnownMessages + kMessages, text) > 0;
       if (!known) return "unknown message: " + text;
@@ -306,41 +323,44 @@ class Examiner {
     return "";
   }
 
-  std::string init(const LifeCall& call, const LifeAnswer& answer) {
-    productType_ = call.selector;
-    if (call.null) {
+  std::string init(const Entry& entry) {
+    productType_ = entry.call.type;
+    const bool accepted = entry.call.returned == 1;
+    if (!entry.call.pointerGiven) {
       limitKnown_ = false;
-      return !answer.result && logged(answer, kKnownMessages[5]) ? "" : "null config accepted";
+      return !accepted && logged(entry, kKnownMessages[5]) ? "" : "null config accepted";
     }
     limitKnown_ = productType_ >= 0 && productType_ <= 2;
     if (limitKnown_) everConfigured_ = true;
-    return answer.result ? "" : "Init failed";
+    return accepted ? "" : "Init failed";
   }
 
-  std::string input(const LifeCall& call, const LifeAnswer& answer) {
+  std::string input(const Entry& entry) {
+    const Call& call = entry.call;
+    const bool accepted = call.returned == 1;
     if (productType_ < 0 || productType_ > 2) {
-      return !answer.result && logged(answer, kUnknownProduct) ? "" : "unknown product accepted";
+      return !accepted && logged(entry, kUnknownProduct) ? "" : "unknown product accepted";
     }
-    if (call.selector < 0 || call.selector > 5) {
-      return !answer.result && logged(answer, kUnknownStream) ? "" : "unknown stream accepted";
+    if (call.type < 0 || call.type > 5) {
+      return !accepted && logged(entry, kUnknownStream) ? "" : "unknown stream accepted";
     }
-    const bool packet = call.selector == 0 || call.selector == 2;
-    const bool emptyPacket = call.selector == 0 && call.length == 0;
-    const bool refused =
-        (call.null && !emptyPacket) || call.length < 0 || (call.selector == 2 && call.length < 4);
-    if (answer.result == refused) return "wrong result of InputStream";
+    const bool packet = call.type == 0 || call.type == 2;
+    const bool emptyPacket = call.type == 0 && call.length == 0;
+    const bool refused = (!call.pointerGiven && !emptyPacket) || call.length < 0 ||
+                         (call.type == 2 && call.length < 4);
+    if (accepted == refused) return "wrong result of InputStream";
     if (!packet || refused || emptyPacket) {
-      return answer.blocks.empty() && answer.logs.empty() ? "" : "a report or block out of turn";
+      return entry.blocks.empty() && entry.logs.empty() ? "" : "a report or block out of turn";
     }
-    if (answer.logs.size() > 1) return "more than one report";
-    if (answer.blocks.size() > 1) return "more than one block";
+    if (entry.logs.size() > 1) return "more than one report";
+    if (entry.blocks.size() > 1) return "more than one block";
     // A pipeline whose stages were never configured has nothing to decode with.
-    if (answer.blocks.empty()) return everConfigured_ ? "no block for a packet" : "";
-    return block(call, answer.blocks[0]);
+    if (entry.blocks.empty()) return everConfigured_ ? "no block for a packet" : "";
+    return block(call, entry.blocks[0].block);
   }
 
-  std::string block(const LifeCall& call, const ResultBlock& block) const {
-    if (call.selector == 0 && block.header != 0) return "a header without a stamp";
+  std::string block(const Call& call, const ResultBlock& block) const {
+    if (call.type == 0 && block.header != 0) return "a header without a stamp";
     for (int k = 0; k < ResultBlock::kRecords; ++k) {
       const algorithm::TrackedPoint& record = block.records[k];
       if (record.id < -1 || record.id > 5) return "an id outside -1 to 5";
@@ -357,26 +377,18 @@ class Examiner {
     return "";
   }
 
-  static bool untouched(const LifeAnswer& answer) {
-    return std::all_of(answer.output.begin(), answer.output.end(),
-                       [](std::uint8_t byte) { return byte == 0xCD; });
-  }
-
-  std::string event(const LifeCall& call, const LifeAnswer& answer) const {
-    const int event = call.selector;
+  std::string event(const Entry& entry) const {
+    const Call& call = entry.call;
+    const bool answered = call.returned == 1;
+    const int event = call.type;
     const bool known = (event >= 0 && event <= 5) || event == 16;
-    if (!known) {
-      return !answer.result && untouched(answer) && logged(answer, kUnknownEvent)
-                 ? ""
-                 : "unknown event answered";
-    }
+    if (!known) return !answered && logged(entry, kUnknownEvent) ? "" : "unknown event answered";
     const bool reads = event == 16 || (event == 2 && (productType_ == 0 || productType_ == 1));
-    const bool refused = call.nullOutput || (call.null && reads);
-    if (answer.result == refused || !answer.logs.empty()) return "wrong result of HandleEvent";
-    if (refused) return untouched(answer) ? "" : "refused, but the output was written";
-    if (event == 16) return "";
+    const bool refused = !call.outputGiven || (!call.pointerGiven && reads);
+    if (answered == refused || !entry.logs.empty()) return "wrong result of HandleEvent";
+    if (refused || event == 16) return "";
     std::int32_t id;
-    std::memcpy(&id, answer.output.data(), sizeof id);
+    std::memcpy(&id, call.output.data(), sizeof id);
     return id >= -1 && id <= 5 ? "" : "an answer's id outside -1 to 5";
   }
 
@@ -395,38 +407,38 @@ Life lifeFrom(const std::uint8_t* data, std::size_t size) {
   return life;
 }
 
-std::vector<LifeAnswer> live(algorithm::AlgBase& alg, const Life& life) {
-  static Sinks sinks;  // the pipeline keeps pointers to it
-  alg.SetLogCallback(&sinks);
-  alg.SetDataCallback(&sinks);
-  std::vector<LifeAnswer> answers;
-  for (const LifeCall& call : life) answers.push_back(make(alg, call, sinks));
-  return answers;
+std::vector<Entry> live(algorithm::AlgBase& alg, const Life& life) {
+  GuardedAlg guarded(alg);
+  session::Player player(&guarded);
+  std::vector<Entry> lived;
+  session::Unit unit;
+  for (const Call& call : life) {
+    unit.clear();
+    Entry& entry = unit.append();
+    entry.call = call;
+    entry.call.index = static_cast<std::int64_t>(lived.size());
+    lived.push_back(player.play(unit)[0]);
+    lived.back().call.durationNs.reset();
+  }
+  return lived;
 }
 
-std::vector<std::uint8_t> bytesOf(const std::vector<LifeAnswer>& answers) {
-  std::vector<std::uint8_t> bytes;
-  const auto append = [&](const void* data, std::size_t size) {
-    const auto* first = static_cast<const std::uint8_t*>(data);
-    const std::uint64_t count = size;
-    const auto* countBytes = reinterpret_cast<const std::uint8_t*>(&count);
-    bytes.insert(bytes.end(), countBytes, countBytes + sizeof count);
-    bytes.insert(bytes.end(), first, first + size);
-  };
-  for (const LifeAnswer& answer : answers) {
-    append(&answer.result, sizeof answer.result);
-    append(answer.output.data(), answer.output.size());
-    append(answer.blocks.data(), answer.blocks.size() * sizeof(ResultBlock));
-    for (const std::string& text : answer.logs) append(text.data(), text.size());
+session::Bytes bytesOf(const std::vector<Entry>& lived) {
+  session::Bytes bytes;
+  session::Unit unit;
+  for (const Entry& entry : lived) {
+    unit.clear();
+    unit.append() = entry;
+    session::appendBytes(unit, bytes);
   }
   return bytes;
 }
 
-std::string brokenPromise(const Life& life, const std::vector<LifeAnswer>& answers) {
+std::string brokenPromise(const std::vector<Entry>& lived) {
   Examiner examiner;
-  for (std::size_t i = 0; i < life.size(); ++i) {
-    const std::string problem = examiner.examine(life[i], answers.at(i));
-    if (!problem.empty()) return "call " + std::to_string(i) + ": " + problem;
+  for (const Entry& entry : lived) {
+    const std::string problem = examiner.examine(entry);
+    if (!problem.empty()) return "call " + std::to_string(entry.call.index) + ": " + problem;
   }
   return "";
 }

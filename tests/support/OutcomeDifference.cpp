@@ -1,4 +1,6 @@
-#include "OutcomeDifference.h"
+#include <tests/support/OutcomeDifference.h>
+
+#include <alg_factory/api/AlgFactory.h>
 
 #include <algorithm>
 #include <cmath>
@@ -19,7 +21,20 @@ std::int64_t rankOf(float value) {
 
 class Comparer {
  public:
-  void at(std::size_t call) { call_ = call; }
+  void outcome(const session::Entry& expected, const session::Entry& found) {
+    call_ = expected.call.index;
+    same("result", expected.call.returned, found.call.returned);
+    answer(expected.call.type, expected.call.output, found.call.output);
+    if (same("number of messages", expected.logs.size(), found.logs.size()))
+      for (std::size_t i = 0; i < found.logs.size(); ++i) {
+        same("text of a message", expected.logs[i].text, found.logs[i].text);
+        same("level of a message", expected.logs[i].level, found.logs[i].level);
+        same("place of a message", expected.logs[i].step, found.logs[i].step);
+      }
+    if (same("number of blocks", expected.blocks.size(), found.blocks.size()))
+      for (std::size_t i = 0; i < found.blocks.size(); ++i)
+        block(expected.blocks[i].block, found.blocks[i].block);
+  }
 
   template <typename T>
   bool same(const char* what, const T& expected, const T& found) {
@@ -106,7 +121,7 @@ class Comparer {
     return difference.fields.back();
   }
 
-  std::size_t call_ = 0;
+  std::int64_t call_ = 0;
 };
 
 }  // namespace
@@ -126,20 +141,13 @@ double OutcomeDifference::relative() const {
   return largest;
 }
 
-OutcomeDifference compare(const std::vector<Call>& calls, const std::vector<Outcome>& expected,
-                          const std::vector<Outcome>& found) {
+OutcomeDifference compare(const std::vector<session::Unit>& expected,
+                          const std::vector<session::Unit>& found) {
   Comparer comparer;
-  if (!comparer.same("number of outcomes", expected.size(), found.size())) {
-    return comparer.difference;
-  }
+  if (!comparer.same("number of units", expected.size(), found.size())) return comparer.difference;
   for (std::size_t i = 0; i < found.size(); ++i) {
-    const Outcome &e = expected[i], &f = found[i];
-    comparer.at(i);
-    comparer.same("result", e.result, f.result);
-    comparer.same("log lines", e.logLines, f.logLines);
-    comparer.answer(calls[i].selector, e.answer, f.answer);
-    if (!comparer.same("number of blocks", e.blocks.size(), f.blocks.size())) continue;
-    for (std::size_t b = 0; b < f.blocks.size(); ++b) comparer.block(e.blocks[b], f.blocks[b]);
+    if (!comparer.same("number of calls", expected[i].size(), found[i].size())) continue;
+    for (std::size_t k = 0; k < found[i].size(); ++k) comparer.outcome(expected[i][k], found[i][k]);
   }
   return comparer.difference;
 }

@@ -2,12 +2,12 @@
 // floating-point number must be equal; of each floating-point field, the largest difference.
 #pragma once
 
+#include <alg_kit/session/Session.h>
+
 #include <cstdint>
 #include <ostream>
 #include <string>
 #include <vector>
-
-#include "FixedStream.h"
 
 namespace testing_support {
 
@@ -34,8 +34,8 @@ struct OutcomeDifference {
   double relative() const;
 };
 
-OutcomeDifference compare(const std::vector<Call>& calls, const std::vector<Outcome>& expected,
-                          const std::vector<Outcome>& found);
+OutcomeDifference compare(const std::vector<session::Unit>& expected,
+                          const std::vector<session::Unit>& found);
 
 /// A table, one line per field.
 std::ostream& operator<<(std::ostream& out, const OutcomeDifference& difference);

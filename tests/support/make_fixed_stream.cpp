@@ -2,6 +2,7 @@
 // meant to change.  make_fixed_stream FILE [TIMES]
 // TIMES makes every session that many times as long, for FixedStreamTest with
 // ALG_FIXED_STREAM=FILE.
+#include <alg_factory/api/AlgFactory.h>
 #include <sim/Simulator.h>
 
 #include <cstdio>
@@ -9,20 +10,50 @@
 #include <cstring>
 #include <exception>
 
-#include "FixedStream.h"
+#include <tests/support/FixedStream.h>
 
 namespace {
 
-using testing_support::Call;
-using testing_support::Operation;
+using session::CallKind;
 
-std::vector<std::uint8_t> bytesOf(const void* data, std::size_t size) {
-  const auto* first = static_cast<const std::uint8_t*>(data);
-  return {first, first + size};
-}
+/// Writes a session's calls down as a recorder would.
+class Script {
+ public:
+  std::vector<session::Unit> units;
+
+  void init(int productType, const algorithm::StereoCalibration& calibration) {
+    productType_ = productType;
+    add(CallKind::kInit, productType, &calibration, sizeof calibration);
+  }
+  void setFilterMode(int mode) {
+    session::Call& call = units.emplace_back().append().call;
+    call.index = static_cast<std::int64_t>(units.size()) - 1;
+    call.kind = CallKind::kSetFilterMode;
+    call.mode = mode;
+  }
+  void input(int streamType, const session::Bytes& payload) {
+    add(CallKind::kInputStream, streamType, payload.data(), payload.size());
+  }
+  void query(int event, const void* input) { add(CallKind::kHandleEvent, event, input, 0); }
+
+ private:
+  void add(CallKind kind, int type, const void* bytes, std::size_t size) {
+    session::Call& call = units.emplace_back().append().call;
+    call.index = static_cast<std::int64_t>(units.size()) - 1;
+    call.kind = kind;
+    call.type = type;
+    call.pointerGiven = true;
+    call.outputGiven = kind == CallKind::kHandleEvent;
+    if (kind == CallKind::kInputStream) call.length = static_cast<int>(size);
+    const auto* const first = static_cast<const std::uint8_t*>(bytes);
+    call.payload.assign(first, first + session::payloadSize(call, productType_));
+  }
+
+  int productType_ = 0;
+};
 
 void appendSession(int productType, sim::Framing framing, int filterMode, int frames,
-                   std::uint64_t seed, std::vector<Call>& calls) {
+                   std::uint64_t seed, Script& script) {
   const rig::StereoRig rig = rig::builtInRig();
   sim::SimulatorOptions options;
   options.framing = framing;
@@ -36,27 +67,24 @@ void appendSession(int productType, sim::Framing framing, int filterMode, int fr
   options.faults.wrongCheckProbability = 0.03;
   const sim::Simulator simulator(rig, sim::Scene::moving(productType, seed), options);
 
-  calls.push_back(
-      {Operation::kInit, productType, bytesOf(&rig.calibration, sizeof rig.calibration)});
-  calls.push_back({Operation::kSetFilterMode, filterMode, {}});
+  script.init(productType, rig.calibration);
+  script.setFilterMode(filterMode);
   for (int n = 0; n < frames; ++n) {
     const sim::Frame frame = simulator.frame(n);
     if (n % 5 == 0) {
-      calls.push_back({Operation::kInputStream, 3, simulator.inertialPayloadOf(0, n)});
-      calls.push_back({Operation::kInputStream, 4, simulator.inertialPayloadOf(1, n)});
+      script.input(3, simulator.inertialPayloadOf(0, n));
+      script.input(4, simulator.inertialPayloadOf(1, n));
     }
-    if (n % 20 == 7)
-      calls.push_back({Operation::kInputStream, 5, sim::sideHintPayload(n / 20 % 3)});
-    calls.push_back({Operation::kInputStream, simulator.streamType(), frame.payload});
+    if (n % 20 == 7) script.input(5, sim::sideHintPayload(n / 20 % 3));
+    script.input(simulator.streamType(), frame.payload);
     const std::uint64_t stamp = frame.stamp + 8000u * static_cast<unsigned>(n % 20);
-    const int event = n % 6;
-    calls.push_back({Operation::kHandleEvent, event, bytesOf(&stamp, sizeof stamp)});
+    script.query(n % 6, &stamp);
     if (n % 15 == 3) {
       algorithm::OrientationSample sample;
       const float q[4] = {0.02f, 0.1f, 0.03f, 0.99f};
       std::memcpy(sample.orientation, q, sizeof q);
       sample.value = static_cast<std::uint64_t>(n);
-      calls.push_back({Operation::kHandleEvent, 16, bytesOf(&sample, sizeof sample)});
+      script.query(16, &sample);
     }
   }
 }
@@ -70,15 +98,15 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
-    testing_support::FixedStream stream;
-    appendSession(2, sim::Framing::kPlain, 0, 80 * times, 1, stream.calls);
-    appendSession(2, sim::Framing::kStamped, 1, 40 * times, 2, stream.calls);
-    appendSession(1, sim::Framing::kStamped, 0, 80 * times, 3, stream.calls);
-    appendSession(1, sim::Framing::kPlain, 1, 60 * times, 4, stream.calls);
-    appendSession(0, sim::Framing::kPlain, 0, 40 * times, 5, stream.calls);
-    appendSession(0, sim::Framing::kStamped, -1, 40 * times, 6, stream.calls);
-    stream.outcomes = testing_support::run(stream.calls);
-    writeFixedStream(argv[1], stream);
+    Script script;
+    appendSession(2, sim::Framing::kPlain, 0, 80 * times, 1, script);
+    appendSession(2, sim::Framing::kStamped, 1, 40 * times, 2, script);
+    appendSession(1, sim::Framing::kStamped, 0, 80 * times, 3, script);
+    appendSession(1, sim::Framing::kPlain, 1, 60 * times, 4, script);
+    appendSession(0, sim::Framing::kPlain, 0, 40 * times, 5, script);
+    appendSession(0, sim::Framing::kStamped, -1, 40 * times, 6, script);
+    testing_support::writeUnits(
+        argv[1], testing_support::played(*algorithm::AlgFactory::CreateALG(0), script.units));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "make_fixed_stream: %s\n", error.what());
     return 1;

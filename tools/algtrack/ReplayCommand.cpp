@@ -287,11 +287,11 @@ void replay(const ReplayOptions& options) {
     const Pace pace(firstNs);
     const auto begin = Clock::now();
     recording::UnitCursor units(reader.entries());
-    std::vector<Entry> unit;
+    session::Unit unit;
     while (units.next(unit)) {
       if (options.realtime) pace.wait(unit[0].call.startNs);
       if (reRecording) reRecording->willPlay(unit[0].call);
-      const std::vector<Entry>& played = player.play(unit);
+      const session::Unit& played = player.play(unit);
       for (std::size_t i = 0; i < unit.size(); ++i) {
         if (options.verify) verdict.compare(&unit[i], &played[i], false);
         if (against) against->compare(played[i], verdict);

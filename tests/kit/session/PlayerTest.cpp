@@ -27,6 +27,12 @@ Entry entryOf(std::int64_t index, CallKind kind) {
   return entry;
 }
 
+session::Unit unitOf(const std::vector<Entry>& entries) {
+  session::Unit unit;
+  for (const Entry& entry : entries) unit.append() = entry;
+  return unit;
+}
+
 /// The library's part of a session with everything that is hard to replay: messages, a block,
 /// queries from inside both callbacks, and a sink that throws.
 void script(ScriptedAlg& library) {
@@ -40,11 +46,11 @@ void script(ScriptedAlg& library) {
 
 class PlayerTest : public testing::Test {
  protected:
-  std::vector<std::vector<Entry>> unitsOf(const std::string& path) {
-    std::vector<std::vector<Entry>> units;
+  std::vector<session::Unit> unitsOf(const std::string& path) {
+    std::vector<session::Unit> units;
     const recording::RecordingReader reader(path);
     recording::UnitCursor cursor(reader.entries());
-    for (std::vector<Entry> unit; cursor.next(unit);) units.push_back(unit);
+    for (session::Unit unit; cursor.next(unit);) units.push_back(unit);
     return units;
   }
 
@@ -102,7 +108,7 @@ TEST_F(PlayerTest, NoticesADifferentAnswer) {
   entry.call.returned = 1;
   entry.call.output.assign(52, 0x41);
   entry.call.output[28] = 0x42;
-  const auto& played = player.play({entry});
+  const auto& played = player.play(unitOf({entry}));
   EXPECT_THAT(*session::differenceInOutcome(entry, played[0], "recorded", "replayed"),
               testing::HasSubstr("answer, filtered x: recorded 12.0784"));
 }
@@ -121,10 +127,10 @@ TEST_F(PlayerTest, ReplacesTheConfigurationOnRequest) {
   init.call.type = 1;
   init.call.pointerGiven = true;
   init.call.payload.resize(920);
-  const auto played = player.play({init});
+  const auto played = player.play(unitOf({init}));
   Entry mode = entryOf(1, CallKind::kSetFilterMode);
   mode.call.mode = -1;
-  player.play({mode});
+  player.play(unitOf({mode}));
   EXPECT_THAT(library.calls,
               ElementsAre("Init 2 1 0", "SetFilterMode 0 1 0", "SetFilterMode 0 1 0"));
   EXPECT_EQ(std::memcmp(played[0].call.payload.data(), &calibration, sizeof calibration), 0);
@@ -137,17 +143,33 @@ TEST_F(PlayerTest, PlaysCallsWhoseCallbackStaysAway) {
   Entry outer = entryOf(4, CallKind::kInputStream);
   Entry inner = entryOf(5, CallKind::kGetFixedCode);
   inner.call.parent = 4;
-  player.play({outer, inner});
+  player.play(unitOf({outer, inner}));
   EXPECT_THAT(library.calls, ElementsAre("InputStream 0 0 0 0", "GetFixedCode"));
+}
+
+// With the bytes in a buffer of their own a sanitizer sees the library read beyond them.
+TEST_F(PlayerTest, PutsTheBytesWhereTheHostHadThem) {
+  ScriptedAlg library;
+  Player player(&library);
+  library.calls.clear();
+  Entry input = entryOf(0, CallKind::kInputStream);
+  input.call.pointerGiven = true;
+  input.call.offset = 3;
+  input.call.length = 2;
+  input.call.payload = {7, 8};
+  player.play(unitOf({input}));
+  input.call.offset = -100;
+  player.play(unitOf({input}));
+  EXPECT_THAT(library.calls, ElementsAre("InputStream 0 1 3 2", "InputStream 0 1 0 2"));
 }
 
 TEST_F(PlayerTest, RefusesBottomlessNesting) {
   ScriptedAlg library;
   Player player(&library);
-  std::vector<Entry> unit;
+  session::Unit unit;
   for (int i = 0; i < 10000; ++i) {
-    unit.push_back(entryOf(i, CallKind::kInputStream));
-    if (i > 0) unit.back().call.parent = i - 1;
+    Entry& entry = unit.append() = entryOf(i, CallKind::kInputStream);
+    if (i > 0) entry.call.parent = i - 1;
   }
   library.onInputStream = [](ScriptedAlg& self) { return self.deliver(1); };
   EXPECT_THROW(player.play(unit), std::runtime_error);
