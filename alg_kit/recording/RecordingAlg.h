@@ -19,7 +19,8 @@ struct RecordingAlgOptions : RecorderOptions, session::TapOptions {
 /// the same bytes only if the library was fresh when it began.
 class RecordingAlg final : public session::TapAlg {
  public:
-  /// @param alg  not owned; used until this object's end
+  /// @param alg   not owned; used until this object's end
+  /// @param path  of the file that is made
   /// @throws RecordingError if the file cannot be made; std::invalid_argument if `alg` is null
   RecordingAlg(algorithm::AlgBase* alg, const std::string& path);
   RecordingAlg(algorithm::AlgBase* alg, const std::string& path,

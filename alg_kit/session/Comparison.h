@@ -9,7 +9,8 @@ namespace session {
 
 /// Compares what came of a call, byte by byte: returned value, messages, blocks, answer. The first
 /// difference in words, with both values: "block 0, record 2, y: recorded 1.5, replayed 1.25".
-/// @param expectedName, foundName  how the two sides are called
+/// @param expected, found  the two sides
+/// @param expectedName, foundName  how they are called
 std::optional<std::string> differenceInOutcome(const Entry& expected, const Entry& found,
                                                const std::string& expectedName,
                                                const std::string& foundName);

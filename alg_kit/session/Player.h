@@ -24,6 +24,7 @@ struct WhatIf {
 class Player : private algorithm::DataSink, private algorithm::LogSink {
  public:
   /// @param alg  not owned; it, or the library behind it, keeps the player's sinks
+  /// @param whatIf  what to change in the calls
   /// @param addFilterMode  set `whatIf.filterMode` after every Init, since no call would do it
   explicit Player(algorithm::AlgBase* alg, WhatIf whatIf = {}, bool addFilterMode = false);
   Player(const Player&) = delete;

@@ -41,6 +41,7 @@ struct TapOptions {
 class TapAlg : public algorithm::AlgBase {
  public:
   /// @param alg  not owned; used until this object's end
+  /// @param options  how calls are timed
   /// @throws std::invalid_argument if `alg` is null
   explicit TapAlg(algorithm::AlgBase* alg, TapOptions options = {});
 
