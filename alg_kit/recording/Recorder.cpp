@@ -116,8 +116,8 @@ void createFile(const std::string& path, const RecorderOptions& options) {
     Database database(unfinished, Database::Mode::kCreate);
     database.execute("BEGIN");
     database.execute(kSchema);
-    for (const auto& [key, value] : options.facts) setFact(database, key, value);
     setFact(database, "library_version", ALG_FACTORY_VERSION);
+    for (const auto& [key, value] : options.facts) setFact(database, key, value);
     setFact(database, "platform", platform());
     setFact(database, "dropped_calls", "0");
     setFact(database, "complete", "0");

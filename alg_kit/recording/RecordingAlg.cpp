@@ -1,11 +1,17 @@
 #include <alg_kit/recording/RecordingAlg.h>
 
+#include <alg_kit/session/LibraryIdentity.h>
+
 namespace recording {
 namespace {
 
-RecorderOptions withClock(const RecordingAlgOptions& options) {
+RecorderOptions withFacts(const RecordingAlgOptions& options, const algorithm::AlgBase* alg) {
   RecorderOptions result = options;
   result.facts["clock"] = options.clockName;
+  const session::LibraryIdentity library = session::identityOf(*alg);
+  result.facts["library_file"] = library.file;
+  result.facts["library_build_id"] = library.buildId;
+  result.facts["library_version"] = library.version.empty() ? ALG_FACTORY_VERSION : library.version;
   return result;
 }
 
@@ -16,7 +22,7 @@ RecordingAlg::RecordingAlg(algorithm::AlgBase* alg, const std::string& path)
 
 RecordingAlg::RecordingAlg(algorithm::AlgBase* alg, const std::string& path,
                            const RecordingAlgOptions& options)
-    : TapAlg(alg, options), recorder_(path, withClock(options)) {
+    : TapAlg(alg, options), recorder_(path, withFacts(options, alg)) {
   add(recorder_);
 }
 

@@ -5,6 +5,7 @@
 #include <alg_kit/session/Player.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/PartialRecording.h>
+#include <tools/algtrack/SharedLibrary.h>
 #include <tools/algtrack/TrackExport.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Options.h>
@@ -36,6 +37,7 @@ using Clock = std::chrono::steady_clock;
 struct ReplayOptions {
   std::string file;
   bool verify = false;
+  std::string library;
   std::string against;
   bool realtime = false;
   std::string csv, jsonLines, tum, record;
@@ -110,9 +112,7 @@ class Against {
  public:
   explicit Against(const std::string& path) : reader_(path), entries_(reader_.entries()) {}
 
-  void compare(const Entry& played, Verdict& verdict) {
-    verdict.compare(next(), &played, true);
-  }
+  void compare(const Entry& played, Verdict& verdict) { verdict.compare(next(), &played, true); }
   void finish(Verdict& verdict) {
     while (const Entry* const entry = next()) verdict.compare(entry, nullptr, true);
   }
@@ -273,7 +273,8 @@ void replay(const ReplayOptions& options) {
   const auto exports = exportsFrom(options, reader, firstNs);
 
   // Kept: the library has no release operation.
-  static algorithm::AlgBase* const alg = algorithm::AlgFactory::CreateALG(0);
+  static algorithm::AlgBase* const alg =
+      options.library.empty() ? algorithm::AlgFactory::CreateALG(0) : loadAlg(options.library);
   const bool addFilterMode = whatIf.filterMode && !hasCall(reader, CallKind::kSetFilterMode);
   session::Player player(alg, whatIf, addFilterMode);
   std::optional<ReRecording> reRecording;
@@ -349,6 +350,10 @@ void addReplayCommand(CLI::App& app) {
       ->add_option("--against", options->against,
                    "the same comparison with another recording, arguments included")
       ->excludes(verify);
+  command->add_option(
+      "--library", options->library,
+      "play through this shared library, whose code then runs, not through the copy "
+      "within algtrack: proves what a host loads");
   command->add_flag("--realtime", options->realtime, "at the recorded pace, not at full speed");
   command->add_option("--csv", options->csv, "write positions as CSV");
   command->add_option("--jsonl", options->jsonLines,
