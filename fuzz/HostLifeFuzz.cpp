@@ -10,8 +10,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const testing_support::Life life = testing_support::lifeFrom(data, size);
   testing_support::FreshAlg alg;
-  const std::string problem =
-      testing_support::brokenPromise(testing_support::live(alg, life));
+  const std::string problem = testing_support::brokenPromise(testing_support::live(alg, life));
   if (!problem.empty()) {
     std::fprintf(stderr, "HostLifeFuzz: %s\n", problem.c_str());
     std::abort();

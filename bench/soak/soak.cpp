@@ -17,9 +17,7 @@
 
 #include <alg_factory/api/AlgFactory.h>
 
-#if __has_include(<tests/support/AllocationCounter.h>)
 #include <tests/support/AllocationCounter.h>
-#endif
 
 namespace {
 

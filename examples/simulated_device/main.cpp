@@ -1,4 +1,5 @@
-// A host without a device: the simulator makes the packets, and knows where the markers really were.
+// A host without a device: the simulator makes the packets, and knows where the markers really
+// were.
 //   alg_simulated_device [SECONDS]
 #include <alg_factory/api/AlgFactory.h>
 #include <sim/Simulator.h>
