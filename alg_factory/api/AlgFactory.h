@@ -1,5 +1,5 @@
-// The one header a host includes: the factory, the interface, the two callback interfaces and the
-// plain records that cross the interface.
+// The one header a host includes: the factory, the interface, the two callback interfaces, the
+// plain records and the numbers that cross the interface, and the version.
 #pragma once
 
 #include <alg_factory/api/AlgBase.h>
@@ -7,6 +7,7 @@
 #include <alg_factory/api/DataSink.h>
 #include <alg_factory/api/Export.h>
 #include <alg_factory/api/LogSink.h>
+#include <alg_factory/api/Version.h>
 #include <alg_factory/service/HeadingAnswer.h>
 #include <alg_factory/service/InertialRecord.h>
 #include <alg_factory/service/PoseAnswer.h>

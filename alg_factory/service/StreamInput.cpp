@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include <alg_factory/api/Constants.h>
@@ -65,7 +66,8 @@ bool StereoService::inputStream(int streamType, const unsigned char* buffer, int
 }
 
 bool StereoService::inputPacket(const unsigned char* packet, int length, bool stamped) {
-  const auto size = static_cast<std::size_t>(length);
+  // What is longer than a frame is cut: this bounds memory and time, whatever the host passes.
+  const std::size_t size = std::min(static_cast<std::size_t>(length), hid::kLongestInput);
   std::size_t stampSize = 0;
   if (stamped) {
     lastFrameStamp.store(read<std::uint32_t>(packet), std::memory_order_relaxed);

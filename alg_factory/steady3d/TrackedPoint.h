@@ -13,8 +13,8 @@ struct TrackedPoint {
   float x = 0;                    ///< position
   float y = 0;                    ///< position
   float z = 0;                    ///< position
-  float hostPosition[3] = {};     ///< records 0 and 1: p0 to p2 of stream type 3 or 4
-  float hostOrientation[4] = {};  ///< records 0 and 1: q0 to q3 of stream type 3 or 4
+  float hostPosition[3] = {};     ///< records 0 and 1: p of stream type 3 or 4, as sent
+  float hostOrientation[4] = {};  ///< records 0 and 1: q of stream type 3 or 4, as sent
   float reserved = 0;             ///< written by nobody
   float bearing = 0;              ///< degrees, 0 to 90; record 2 of product type 1 only
 };

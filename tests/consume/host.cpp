@@ -66,6 +66,7 @@ int main() {
   algorithm::AlgFactory factory, other;
   expect(&(factory = other) == &factory, "assignment returns the left object");
   expect(algorithm::AlgFactory::CreateALG(3) == nullptr, "no type 3");
+  expect(std::strcmp(alg_factory_version(), ALG_FACTORY_VERSION) == 0, "version");
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
   Forwarding forwarding(library);
   algorithm::AlgBase& alg = forwarding;

@@ -40,6 +40,10 @@ def load_conanfile():
 
 
 class VersionsTest(unittest.TestCase):
+    def test_public_header(self):
+        header = Path(PREFIX, "include", "alg_factory", "api", "Version.h").read_text()
+        self.assertIn(f'#define ALG_FACTORY_VERSION "{project_version()}"\n', header)
+
     def test_vcpkg_manifest(self):
         manifest = json.loads(Path(SOURCE, "vcpkg.json").read_text(encoding="utf-8"))
         self.assertEqual(manifest["version-semver"], project_version())
