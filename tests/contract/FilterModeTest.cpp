@@ -8,16 +8,16 @@
 #include <ostream>
 #include <vector>
 
-#include <tests/support/AxisFilter.h>
 #include <tests/support/Host.h>
+#include <tests/support/TextbookFilter.h>
 
 namespace {
 
 using algorithm::PoseAnswer;
 using testing::IsEmpty;
-using testing_support::AxisFilter;
 using testing_support::Host;
 using testing_support::Marker;
+using testing_support::TextbookFilter;
 
 constexpr double kSmallNoise = 1e-6;
 constexpr double kLargeNoise = 1e-4;
@@ -35,7 +35,7 @@ bool unfiltered(const PoseAnswer& answer) {
 /// One pose filter, written out per axis.
 struct ReferenceFilter {
   explicit ReferenceFilter(double noise)
-      : axes{AxisFilter(noise), AxisFilter(noise), AxisFilter(noise)} {}
+      : axes{TextbookFilter(noise), TextbookFilter(noise), TextbookFilter(noise)} {}
 
   void start(const float (&y)[3]) {
     for (int i = 0; i < 3; ++i) axes[i].start(y[i]);
@@ -44,7 +44,7 @@ struct ReferenceFilter {
     for (int i = 0; i < 3; ++i) axes[i].update(y[i]);
   }
 
-  std::array<AxisFilter, 3> axes;
+  std::array<TextbookFilter, 3> axes;
 };
 
 void expectState(const PoseAnswer& answer, const ReferenceFilter& reference) {

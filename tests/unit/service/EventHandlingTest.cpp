@@ -1,6 +1,5 @@
 #include <cmath>
 #include <cstring>
-#include <limits>
 
 #include <alg_factory/service/FrameStamp.h>
 #include <tests/unit/service/ServiceFixture.h>
@@ -10,8 +9,6 @@ namespace {
 
 using testing::Each;
 using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Pair;
 
 class EventHandlingTest : public ServiceFixture {
  protected:
@@ -66,69 +63,6 @@ class EventHandlingTest : public ServiceFixture {
   }
 };
 
-// ----------------------------------------------------------------------------------- refusals
-
-TEST_F(EventHandlingTest, UnknownEventsAreReportedAndWriteNothing) {
-  for (const int product : {0, 1, 2, 3}) {
-    initialize(product);
-    log_.lines.clear();
-    for (const int event : {6, 7, 15, 17, 100, -1, std::numeric_limits<int>::min()}) {
-      std::uint8_t output[64];
-      std::memset(output, 0x5A, sizeof output);
-      EXPECT_FALSE(service_.handleEvent(event, output, output));
-      EXPECT_FALSE(service_.handleEvent(event, nullptr, nullptr));
-      EXPECT_THAT(output, Each(0x5A));
-      EXPECT_THAT(log_.lines, ElementsAre(Pair(4, "alg: unknown event type!\n"),
-                                          Pair(4, "alg: unknown event type!\n")));
-      log_.lines.clear();
-    }
-  }
-}
-
-TEST_F(EventHandlingTest, MissingBuffersAreRefusedSilentlyAndChangeNothing) {
-  const std::uint64_t input[3] = {};
-  std::uint8_t output[64];
-  for (const int product : {0, 1, 2}) {
-    initialize(product);
-    for (const int event : {0, 1, 2, 3, 4, 5, 16}) {
-      EXPECT_FALSE(service_.handleEvent(event, input, nullptr)) << event;
-    }
-    EXPECT_FALSE(service_.handleEvent(16, nullptr, output));
-    EXPECT_EQ(service_.handleEvent(2, nullptr, output), product == 2);
-  }
-  EXPECT_THAT(log_.lines, IsEmpty());
-  // Refused queries bridge no miss: only the one of product type 2 above did.
-  EXPECT_THAT(service_.missCounts(), ElementsAre(0, 0, 1, 0, 0, 0));
-}
-
-TEST_F(EventHandlingTest, AnAnswerIs52BytesAndTheHeadingAnswer48) {
-  initialize(0);
-  std::uint8_t input[24] = {};
-  std::uint8_t output[64];
-  std::memset(output, 0x5A, sizeof output);
-  EXPECT_TRUE(service_.handleEvent(3, nullptr, output));
-  EXPECT_EQ(output[52], 0x5A);
-  EXPECT_EQ(output[51], 0x00);
-  std::memset(output, 0x5A, sizeof output);
-  EXPECT_TRUE(service_.handleEvent(16, input, output));
-  EXPECT_EQ(output[48], 0x5A);
-  EXPECT_EQ(output[47], 0x00);
-}
-
-TEST_F(EventHandlingTest, BuffersNeedNotBeAligned) {
-  initialize(0);
-  service_.setFilterMode(0, 0, nullptr);
-  moveStamped(3);
-  alignas(8) std::uint8_t input[32] = {}, output[80] = {};
-  const std::uint64_t stamp = 1234;
-  std::memcpy(input + 1, &stamp, sizeof stamp);
-  ASSERT_TRUE(service_.handleEvent(2, input + 1, output + 3));
-  PoseAnswer answer;
-  std::memcpy(&answer, output + 3, sizeof answer);
-  EXPECT_EQ(answer.id, 2);
-  expectFiltered(answer, 2, headFilterOfRecord(2));
-}
-
 // ---------------------------------------------------------------------- markers, miss bridging
 
 TEST_F(EventHandlingTest, MarkerEventsAnswerTheirRecordFromTheirFilter) {
@@ -143,77 +77,12 @@ TEST_F(EventHandlingTest, MarkerEventsAnswerTheirRecordFromTheirFilter) {
   }
 }
 
-TEST_F(EventHandlingTest, Events3To5ReadMarkersOnEveryProduct) {
-  initialize(2);
-  service_.setFilterMode(0, 0, nullptr);
-  movePlain(6);
-  for (const int product : {0, 1, 3}) {
-    initialize(product);
-    for (const int k : {3, 4, 5}) {
-      const PoseAnswer answer = pose(k);
-      EXPECT_EQ(answer.id, k);
-      expectFiltered(answer, static_cast<std::size_t>(k),
-                     service_.markerFilters()[static_cast<std::size_t>(k)]);
-    }
-  }
-}
-
-TEST_F(EventHandlingTest, MarkersHaveNoDepthRule) {
-  initialize(2);
-  service_.setFilterMode(0, 0, nullptr);
-  movePlain(6);  // about 1200 away, nearer than where heads are filtered
-  expectFiltered(pose(0), 0, service_.markerFilters()[0]);
-}
-
-TEST_F(EventHandlingTest, AnObjectAbsentFor91BlocksIsBridgedFor90Queries) {
-  initialize(2);
-  service_.setFilterMode(0, 0, nullptr);
-  frame({{4, 10, 20, 1200}});
-  EXPECT_EQ(pose(4).id, 4);
-  for (int n = 1; n <= 90; ++n) {
-    frame({});
-    ASSERT_EQ(pose(4).id, 4) << "query " << n;
-    ASSERT_EQ(service_.missCounts()[4], n);
-  }
-  frame({});
-  EXPECT_EQ(pose(4).id, -1);
-  EXPECT_EQ(service_.missCounts()[4], 90);
-  EXPECT_EQ(pose(4).id, -1);
-  // Seen again: the count starts over.
-  frame({{4, 10, 20, 1200}});
-  EXPECT_EQ(pose(4).id, 4);
-  EXPECT_EQ(service_.missCounts()[4], 0);
-}
-
 TEST_F(EventHandlingTest, MissesAreCountedByQueriesNotByBlocks) {
   initialize(2);
   service_.setFilterMode(0, 0, nullptr);
   for (int n = 0; n < 200; ++n) frame({});
   EXPECT_EQ(pose(1).id, 1);
   EXPECT_THAT(service_.missCounts(), ElementsAre(0, 1, 0, 0, 0, 0));
-}
-
-TEST_F(EventHandlingTest, ASecondQueryWithinABlockTakesTheBridgedObjectForSeen) {
-  initialize(2);
-  service_.setFilterMode(0, 0, nullptr);
-  frame({{0, 10, 20, 1200}});
-  frame({});
-  EXPECT_EQ(pose(0).id, 0);
-  EXPECT_EQ(service_.missCounts()[0], 1);
-  EXPECT_EQ(pose(0).id, 0);
-  EXPECT_EQ(service_.missCounts()[0], 0);
-}
-
-TEST_F(EventHandlingTest, ABridgedObjectIsAnsweredWithItsLastPosition) {
-  initialize(2);
-  service_.setFilterMode(0, 1, nullptr);
-  movePlain(1);
-  const KalmanFilter::Vector state = service_.markerFilters()[0].state();
-  frame({});
-  const PoseAnswer answer = pose(0);
-  EXPECT_EQ(answer.id, 0);
-  expectFiltered(answer, 0, service_.markerFilters()[0]);
-  EXPECT_EQ(service_.markerFilters()[0].state(), state);
 }
 
 TEST_F(EventHandlingTest, BridgingDoesNotStartAFilterAgain) {
@@ -245,15 +114,6 @@ TEST_F(EventHandlingTest, WithFilteringOffAQueryBridgesOnceAndForAll) {
   EXPECT_EQ(service_.missCounts()[0], 0);
 }
 
-TEST_F(EventHandlingTest, AFilterThatNeverStartedAnswersAsMeasured) {
-  initialize(2);
-  service_.setFilterMode(0, 0, nullptr);
-  stampedFrame(1, {{0, 10, 20, 1200}});  // feeds the head filters, not the marker filters
-  const PoseAnswer answer = pose(0);     // bridged
-  EXPECT_NEAR(answer.raw[2], -1200, 0.05);
-  expectUnfiltered(answer, 0);
-}
-
 // -------------------------------------------------------------------------------------- heads
 
 TEST_F(EventHandlingTest, HeadEventsAnswerTheirRecordFromTheCrossedFilter) {
@@ -271,17 +131,6 @@ TEST_F(EventHandlingTest, HeadEventsAnswerTheirRecordFromTheCrossedFilter) {
     const PoseAnswer answer = poseAt(1234);
     EXPECT_EQ(answer.id, 2);
     expectFiltered(answer, 2, headFilterOfRecord(2));
-  }
-}
-
-TEST_F(EventHandlingTest, HeadsAreNeitherBridgedNorReadFromPlainPackets) {
-  for (const int product : {0, 1}) {
-    initialize(product);
-    service_.setFilterMode(0, 0, nullptr);
-    movePlain(3);
-    for (const int k : {0, 1}) EXPECT_EQ(pose(k).id, -1);
-    EXPECT_EQ(poseAt(1234).id, -1);
-    EXPECT_THAT(service_.missCounts(), Each(0));
   }
 }
 
@@ -357,32 +206,6 @@ TEST_F(EventHandlingTest, AHeadAtADepthOfExactly1500IsFiltered) {
   expectUnfiltered(pose(0), 0);
 }
 
-TEST_F(EventHandlingTest, AProductTypeAboveTwoAnswersHeadEventsWithTheEarlierAnswer) {
-  initialize(2);
-  service_.setFilterMode(0, 1, nullptr);
-  movePlain(3);
-  const PoseAnswer before = pose(1);
-  initialize(3);
-  for (const int event : {0, 1, 2}) {
-    const PoseAnswer answer = pose(event);
-    EXPECT_EQ(std::memcmp(&answer, &before, sizeof answer), 0) << event;
-  }
-  EXPECT_THAT(service_.missCounts(), Each(0));
-}
-
-TEST_F(EventHandlingTest, AnAbsentObjectsAnswerKeepsTheRestOfTheAnswerBefore) {
-  initialize(0);
-  service_.setFilterMode(0, 1, nullptr);
-  moveStamped(2);
-  const PoseAnswer present = pose(1);
-  stampedFrame(1, {{1, 0, 0, 1200}});
-  for (const bool stamped : {false, true}) {
-    const PoseAnswer absent = stamped ? poseAt(1234) : pose(0);
-    EXPECT_EQ(absent.id, -1);
-    EXPECT_EQ(std::memcmp(&absent.raw, &present.raw, sizeof present - 4), 0);
-  }
-}
-
 TEST_F(EventHandlingTest, AMarkerNoLongerBridgedKeepsTheRestOfTheAnswerBefore) {
   initialize(2);
   service_.setFilterMode(0, 1, nullptr);
@@ -414,12 +237,6 @@ class StampedPoseTest : public EventHandlingTest {
   static constexpr std::uint32_t kFrame = 5000000;
 };
 
-TEST_F(StampedPoseTest, TheReservedStampAsksForTheFilterState) {
-  const PoseAnswer answer = poseAt(1234);
-  EXPECT_EQ(answer.id, 2);
-  expectFiltered(answer, 2, headFilterOfRecord(2));
-}
-
 TEST_F(StampedPoseTest, OnlyThatStampIsReserved) {
   // Both lie before the frame: the difference wraps to a time far away.
   for (const std::uint64_t stamp : {1233, 1235}) expectUnfiltered(poseAt(stamp), 2);
@@ -436,34 +253,10 @@ TEST_F(StampedPoseTest, AStampShortlyAfterTheFrameIsExtrapolatedTo) {
   EXPECT_GT(0.05 * std::fabs(now.rate[0]), 0.01);
 }
 
-TEST_F(StampedPoseTest, TheEndsOfTheIntervalAreAnsweredUnfiltered) {
-  expectUnfiltered(poseAt(kFrame), 2);
-  expectUnfiltered(poseAt(kFrame + 100000), 2);
-  expectUnfiltered(poseAt(kFrame + 200000), 2);
-}
-
-TEST_F(StampedPoseTest, AnEarlierStampWrapsToAnUnfilteredAnswer) {
-  expectUnfiltered(poseAt(kFrame - 1), 2);
-  expectUnfiltered(poseAt(0), 2);
-}
-
-TEST_F(StampedPoseTest, TheStampHas64Bits) {
-  expectUnfiltered(poseAt((1ull << 32) + kFrame + 50000), 2);
-  expectUnfiltered(poseAt((1ull << 32) + 1234), 2);
-}
-
 TEST_F(StampedPoseTest, ThereIsNoDepthRule) {
   // Nearer than 1500 and not mode 1, where the other heads are answered unfiltered.
   expectUnfiltered(pose(0), 0);
   expectFiltered(poseAt(kFrame + 50000), 2, headFilterOfRecord(2), 0.05);
-}
-
-TEST_F(StampedPoseTest, ProductType2ReadsNoStamp) {
-  initialize(2);
-  movePlain(3);
-  const PoseAnswer answer = pose(2, nullptr);
-  EXPECT_EQ(answer.id, 2);
-  expectFiltered(answer, 2, service_.markerFilters()[2]);
 }
 
 // ------------------------------------------------------------------------- event 16, heading
@@ -488,32 +281,6 @@ class HeadingEventTest : public EventHandlingTest {
   }
 };
 
-TEST_F(HeadingEventTest, ReturnsTheYawOfTheOrientationWithTheSampleItself) {
-  for (const int product : {0, 1, 2, 3}) {
-    initialize(product);
-    const OrientationSample sample = turned(30, 0x0123456789ABCDEFull);
-    const HeadingAnswer answer = heading(sample);
-    EXPECT_EQ(std::memcmp(answer.orientation, sample.orientation, 16), 0);
-    EXPECT_NEAR(answer.yaw, -30, 0.02);
-    EXPECT_EQ(answer.negatedCorrectedYaw, -answer.yaw);  // no offset yet
-    EXPECT_EQ(answer.status, 0);
-    EXPECT_EQ(answer.value, 0x0123456789ABCDEFull);
-    EXPECT_EQ(answer.score, 0.0f);
-    EXPECT_EQ(answer.notWritten1, 0u);
-    EXPECT_EQ(answer.notWritten2, 0u);
-  }
-}
-
-TEST_F(HeadingEventTest, TheFourthInputIsTheScalarPartOfTheQuaternion) {
-  initialize(1);
-  // Half turns about x and y, with the scalar last: yaws of 0 and of -180.
-  EXPECT_NEAR(heading({{0.5f, 0, 0, 0.8660254f}, 0}).yaw, 0, 0.02);
-  EXPECT_NEAR(heading({{0, 0, 0.5f, 0.8660254f}, 0}).yaw, -60, 0.02);
-  EXPECT_NEAR(heading({{0, 0, 0.8660254f, 0.5f}, 0}).yaw, -120, 0.02);
-  // q = (1/2, 1/2, 1/2, 1/2) turns x to y: 90 degrees.
-  EXPECT_NEAR(heading({{0.5f, 0.5f, 0.5f, 0.5f}, 0}).yaw, -90, 0.02);
-}
-
 TEST_F(HeadingEventTest, ComparesWithTheTwoPointObject) {
   initialize(1);
   heading(turned(30));  // yaw -30 is there when the pair comes
@@ -529,16 +296,6 @@ TEST_F(HeadingEventTest, ComparesWithTheTwoPointObject) {
   EXPECT_EQ(later.status, 0);
   EXPECT_NEAR(later.negatedCorrectedYaw, 20, 0.05);
   EXPECT_EQ(later.score, answer.score);
-}
-
-TEST_F(HeadingEventTest, HasAWorkingAreaOfItsOwn) {
-  initialize(2);
-  movePlain(1);
-  const PoseAnswer before = pose(0);
-  heading(turned(30));
-  initialize(3);
-  const PoseAnswer after = pose(0);  // copies out what is there
-  EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
 }
 
 }  // namespace

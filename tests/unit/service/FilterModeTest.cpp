@@ -3,8 +3,6 @@
 namespace algorithm {
 namespace {
 
-using testing::IsEmpty;
-
 class FilterModeTest : public ServiceFixture {
  protected:
   std::vector<const KalmanFilter*> allFilters() const {
@@ -14,16 +12,6 @@ class FilterModeTest : public ServiceFixture {
     return filters;
   }
 };
-
-TEST_F(FilterModeTest, AParameterOtherThanZeroIsRefusedSilently) {
-  for (const int parameter : {1, -1, 16}) {
-    EXPECT_FALSE(service_.setFilterMode(parameter, 0, nullptr));
-    EXPECT_EQ(service_.filterMode(), -1);
-    EXPECT_EQ(service_.steady().filterMode(), -1);
-    for (const KalmanFilter* filter : allFilters()) EXPECT_EQ(filter->stateDim(), 0);
-  }
-  EXPECT_THAT(log_.lines, IsEmpty());
-}
 
 TEST_F(FilterModeTest, MinusOneBuildsNoFilter) {
   initialize(0);
@@ -69,13 +57,6 @@ TEST_F(FilterModeTest, TheModelOutlivesTheCall) {
   EXPECT_EQ(service_.model().initialCovariance.size(), 36);
   service_.setFilterMode(0, 0, nullptr);
   EXPECT_EQ(service_.model().measurementNoise(2, 2), 1e-6);
-}
-
-TEST_F(FilterModeTest, TheReservedPointerIsNotUsed) {
-  int untouched = 7;
-  EXPECT_TRUE(service_.setFilterMode(0, 1, &untouched));
-  EXPECT_EQ(untouched, 7);
-  EXPECT_TRUE(service_.setFilterMode(0, 1, nullptr));
 }
 
 TEST_F(FilterModeTest, SwitchingOffKeepsFiltersModelAndIds) {

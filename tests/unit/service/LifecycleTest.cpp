@@ -139,33 +139,5 @@ TEST_F(LifecycleTest, ASecondInitializationKeepsFiltersAndResult) {
   EXPECT_DOUBLE_EQ(service_.markerFilters()[0].time(), 3.0 / 90);
 }
 
-TEST_F(LifecycleTest, ASecondLogSinkReplacesTheFirstEverywhere) {
-  initialize(0);
-  testing_support::RecordingLog second;
-  EXPECT_TRUE(service_.setLogCallback(&second));
-  const sim::Bytes wrong = {0xAA, 0x55, 0x00};
-  input(0, wrong);                            // the decoder's own message
-  service_.inputStream(6, nullptr, 0, 0);     // the service's
-  initialize(3);                              // three stages'
-  service_.inputStream(0, nullptr, 0, 0);     // the service's
-  service_.handleEvent(7, nullptr, nullptr);  // the service's
-  EXPECT_THAT(log_.lines, IsEmpty());
-  EXPECT_THAT(
-      second.lines,
-      ElementsAre(Pair(3, "alg: fpga: check byte error.\n"),
-                  Pair(4, "alg: unknown stream types for current product type!\n"),
-                  Pair(4, kUnknownType), Pair(4, kUnknownType), Pair(4, kUnknownType),
-                  Pair(4, "alg: unknown project type!\n"), Pair(4, "alg: unknown event type!\n")));
-}
-
-TEST_F(LifecycleTest, ASecondDataSinkReplacesTheFirst) {
-  initialize(0);
-  RecordingData second;
-  EXPECT_TRUE(service_.setDataCallback(&second));
-  input(0, packetOf({{0, 0, 0, 1200}}));
-  EXPECT_THAT(data_.blocks, IsEmpty());
-  EXPECT_EQ(second.blocks.size(), 1u);
-}
-
 }  // namespace
 }  // namespace algorithm

@@ -40,6 +40,7 @@ struct Marker {
   std::uint32_t weight = 50000;  ///< 24 px of diameter; positions are read to 1/50000 px
 };
 
+/// For what the contract tests cannot see from outside: filters, stages, the working area.
 /// A service of its own per test, with sinks, and markers as two cameras see them: side by side at
 /// 100 mm, without rotation, 500 px of focal length.
 class ServiceFixture : public testing::Test {

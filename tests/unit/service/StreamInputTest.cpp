@@ -1,11 +1,8 @@
 #include <algorithm>
-#include <cmath>
-#include <limits>
 #include <optional>
-#include <stdexcept>
 
 #include <alg_factory/service/FrameStamp.h>
-#include <tests/support/AxisFilter.h>
+#include <tests/support/TextbookFilter.h>
 #include <tests/support/WaitingThread.h>
 #include <tests/unit/service/ServiceFixture.h>
 
@@ -16,7 +13,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
-using testing_support::AxisFilter;
+using testing_support::TextbookFilter;
 
 class StreamInputTest : public ServiceFixture {
  protected:
@@ -50,37 +47,6 @@ class StreamInputTest : public ServiceFixture {
 };
 
 // ----------------------------------------------------------------------------------- refusals
-
-TEST_F(StreamInputTest, AProductTypeAboveTwoRefusesEveryStream) {
-  initialize(3);
-  log_.lines.clear();
-  for (const int type : {0, 1, 2, 3, 4, 5, 6, -1}) {
-    EXPECT_FALSE(service_.inputStream(type, nullptr, 0, 0));
-    EXPECT_THAT(log_.lines, ElementsAre(Pair(4, "alg: unknown project type!\n"))) << type;
-    log_.lines.clear();
-  }
-}
-
-TEST_F(StreamInputTest, ANegativeProductTypeIsRefusedToo) {
-  initialize(-1);
-  log_.lines.clear();
-  EXPECT_FALSE(input(0, packetOf({})));
-  EXPECT_THAT(log_.lines, ElementsAre(Pair(4, "alg: unknown project type!\n")));
-}
-
-TEST_F(StreamInputTest, StreamTypesOutsideTheTableAreRefused) {
-  const sim::Bytes payload(56);
-  for (const int product : {0, 1, 2}) {
-    initialize(product);
-    for (const int type : {-1, 6, 16, std::numeric_limits<int>::min()}) {
-      EXPECT_FALSE(input(type, payload));
-      EXPECT_THAT(log_.lines,
-                  ElementsAre(Pair(4, "alg: unknown stream types for current product type!\n")));
-      log_.lines.clear();
-    }
-  }
-  EXPECT_THAT(data_.blocks, IsEmpty());
-}
 
 TEST_F(StreamInputTest, APayloadThatIsNoneIsRefusedSilentlyAndChangesNothing) {
   initialize(0);
@@ -160,20 +126,6 @@ TEST_F(StreamInputTest, TheStagesTableIsNotMirrored) {
   EXPECT_EQ(service_.result().records[0].y, y);
 }
 
-TEST_F(StreamInputTest, UntouchedRecordsAreMirroredToNegativeZero) {
-  initialize(0);
-  for (int i = 0; i < 3; ++i) {
-    const ResultBlock& block = frame({});
-    for (const TrackedPoint& record : block.records) {
-      EXPECT_EQ(record.id, -1);
-      EXPECT_FALSE(std::signbit(record.x));
-      EXPECT_TRUE(std::signbit(record.y));
-      EXPECT_TRUE(std::signbit(record.z));
-      EXPECT_EQ(record.y, 0.0f);
-    }
-  }
-}
-
 TEST_F(StreamInputTest, TheBearingReachesTheBlock) {
   initialize(1);
   frame({{2, 470, 0, 1000, 5000}, {2, 530, 0, 1000, 5000}});
@@ -182,51 +134,7 @@ TEST_F(StreamInputTest, TheBearingReachesTheBlock) {
   EXPECT_NEAR(service_.result().records[2].x, 500, 0.1);
 }
 
-TEST_F(StreamInputTest, ThePayloadLiesAtItsOffset) {
-  initialize(0);
-  const sim::Bytes packet = packetOf({{0, 100, 200, 1200}});
-  const int size = static_cast<int>(packet.size());
-  sim::Bytes buffer(17 + packet.size() + 9, 0xAA);
-  std::copy(packet.begin(), packet.end(), buffer.begin() + 17);
-  EXPECT_TRUE(service_.inputStream(0, buffer.data(), 17, size));
-  EXPECT_EQ(data_.blocks.back().records[0].id, 0);
-  data_.blocks.clear();
-  EXPECT_TRUE(service_.inputStream(0, buffer.data() + buffer.size(), -(size + 9), size));
-  EXPECT_EQ(data_.blocks.back().records[0].id, 0);
-  EXPECT_THAT(log_.lines, IsEmpty());
-}
-
-TEST_F(StreamInputTest, APacketWithAWrongCheckByteIsReportedAndStillPublished) {
-  initialize(0);
-  sim::Bytes packet = packetOf({{0, 100, 200, 1200}});
-  sim::spoilCheckByte(packet);
-  EXPECT_TRUE(input(0, packet));
-  EXPECT_THAT(log_.lines, ElementsAre(Pair(3, "alg: fpga: check byte error.\n")));
-  ASSERT_EQ(data_.blocks.size(), 1u);
-  EXPECT_EQ(data_.blocks[0].records[0].id, 0);
-}
-
-TEST_F(StreamInputTest, APacketWithoutAStartIsReportedAndPublishesAnEmptyBlock) {
-  initialize(0);
-  frame({{0, 100, 200, 1200}});
-  EXPECT_TRUE(input(0, {0x01, 0x02, 0x03}));
-  EXPECT_THAT(log_.lines, ElementsAre(Pair(3, "alg: fpga: start byte error.\n")));
-  EXPECT_EQ(data_.blocks.back().records[0].id, -1);
-}
-
 // ------------------------------------------------------------------------------ stamped packets
-
-TEST_F(StreamInputTest, AStampedPacketCarriesItsStampInTheHeader) {
-  initialize(0);
-  const ResultBlock& block = stampedFrame(0xFFFFFFFEu, {{0, 100, 200, 1200}});
-  EXPECT_EQ(block.header, 0xFFFFFFFEull);  // extended with zeros
-  EXPECT_EQ(lastFrameStamp.load(), 0xFFFFFFFEu);
-  EXPECT_EQ(block.records[0].id, 0);
-  EXPECT_NEAR(block.records[0].z, -1200, 0.05);
-  // A plain packet has the stage's header again and leaves the stamp.
-  EXPECT_EQ(frame({}).header, 0u);
-  EXPECT_EQ(lastFrameStamp.load(), 0xFFFFFFFEu);
-}
 
 TEST_F(StreamInputTest, TheStampIsLittleEndian) {
   initialize(0);
@@ -319,8 +227,9 @@ TEST_F(StreamInputTest, FiltersFollowTheMirroredPositionsAsTheModelSays) {
     initialize(2);
     frame({});
     service_.setFilterMode(0, mode, nullptr);
-    AxisFilter axes[3] = {AxisFilter(mode == 1 ? 1e-4 : 1e-6), AxisFilter(mode == 1 ? 1e-4 : 1e-6),
-                          AxisFilter(mode == 1 ? 1e-4 : 1e-6)};
+    TextbookFilter axes[3] = {TextbookFilter(mode == 1 ? 1e-4 : 1e-6),
+                              TextbookFilter(mode == 1 ? 1e-4 : 1e-6),
+                              TextbookFilter(mode == 1 ? 1e-4 : 1e-6)};
     for (int n = 0; n < 20; ++n) {
       const TrackedPoint record = frame({{3, 4.0 * n, -50 + 3.0 * n, 1200 - 5.0 * n}}).records[3];
       ASSERT_EQ(record.id, 3);
@@ -461,16 +370,6 @@ TEST_F(StreamInputTest, TheSideHintIsASignedValueAtItsOffset) {
   EXPECT_EQ(service_.steady().sideHint(), 2);
 }
 
-TEST_F(StreamInputTest, TheLengthOfCompleteRecordsIsNotChecked) {
-  initialize(0);
-  const sim::Bytes record = sim::inertialPayload(inertialRecord());
-  for (const int type : {1, 3, 4, 5}) {
-    EXPECT_TRUE(service_.inputStream(type, record.data(), 0, 0)) << type;
-  }
-  EXPECT_THAT(service_.steady().auxVector(), ElementsAre(10.0f, 20.0f, 30.0f));
-  EXPECT_EQ(service_.result().records[1].hostPosition[0], 10.0f);
-}
-
 // --------------------------------------------------------------------------------------- lock
 
 TEST_F(StreamInputTest, QueriesOfOtherThreadsWaitForTheDelivery) {
@@ -485,19 +384,6 @@ TEST_F(StreamInputTest, InertialPosesAreWrittenUnderTheLock) {
   initialize(2);
   const sim::Bytes payload = sim::inertialPayload(inertialRecord());
   EXPECT_TRUE(waitsForTheDelivery([&] { input(3, payload); }));
-}
-
-TEST_F(StreamInputTest, AThrowingSinkReachesTheCallerAndLeavesTheServiceUsable) {
-  initialize(0);
-  data_.whileDelivering = [] { throw std::runtime_error("from the host"); };
-  EXPECT_THROW(input(0, packetOf({{0, 10, 20, 1200}})), std::runtime_error);
-  data_.whileDelivering = nullptr;
-  EXPECT_EQ(frame({{0, 10, 20, 1200}}).records[0].id, 0);
-  // The lock was left as often as it was taken: another thread gets it.
-  EXPECT_TRUE(waitsForTheDelivery([this] {
-    PoseAnswer answer;
-    service_.handleEvent(0, nullptr, &answer);
-  }));
 }
 
 }  // namespace

@@ -5,9 +5,9 @@ namespace testing_support {
 /// The textbook Kalman recursion of one axis, written out for two states (position, rate) and a
 /// measured position, at 90 Hz with process noise 1e-5. The axes of the pose filters do not mix, so
 /// three of these are one pose filter.
-class AxisFilter {
+class TextbookFilter {
  public:
-  explicit AxisFilter(double measurementNoise) : r_(measurementNoise) {}
+  explicit TextbookFilter(double measurementNoise) : r_(measurementNoise) {}
 
   void start(double y) {
     position = y;
