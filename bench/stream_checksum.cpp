@@ -151,7 +151,7 @@ void print(std::uint64_t checksum, long blocks, const std::string& what) {
 void simulated(int frames) {
   Host host;
   for (const Kind& kind : kinds()) {
-    for (int productType = 0; productType < sim::kProductTypes; ++productType) {
+    for (int productType = 0; productType < algorithm::kProductTypes; ++productType) {
       host.sinks.checksum = Checksum();
       host.sinks.blocks = 0;
       for (const sim::Framing framing : {sim::Framing::kPlain, sim::Framing::kStamped}) {

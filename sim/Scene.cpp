@@ -1,5 +1,7 @@
 #include <sim/Scene.h>
 
+#include <alg_factory/api/Constants.h>
+
 #include <cmath>
 #include <limits>
 #include <stdexcept>
@@ -7,8 +9,6 @@
 
 namespace sim {
 namespace {
-
-constexpr int kPairObject = 2;
 
 // The pair lies along `pairAxis`; every other object has its marker in its origin.
 std::vector<SceneObject> objectsOf(int productType, const std::vector<Eigen::Vector3d>& mounts,
@@ -19,7 +19,7 @@ std::vector<SceneObject> objectsOf(int productType, const std::vector<Eigen::Vec
     object.id = id;
     object.mount = mounts[id];
     object.markers = {Eigen::Vector3d::Zero()};
-    if (productType == 1 && id == kPairObject)
+    if (algorithm::markerCount(productType, id) == 2)
       object.markers = {-kPairSpacing / 2 * pairAxis, kPairSpacing / 2 * pairAxis};
     objects.push_back(std::move(object));
   }
@@ -40,8 +40,7 @@ std::vector<SceneObject> objectsInFront(int productType) {
 }  // namespace
 
 int objectCount(int productType) {
-  if (productType == 0 || productType == 1) return 3;
-  if (productType == 2) return 6;
+  if (algorithm::isProductType(productType)) return algorithm::objectCount(productType);
   throw std::invalid_argument("expected product type 0, 1 or 2, found " +
                               std::to_string(productType));
 }

@@ -14,7 +14,6 @@ namespace {
 constexpr std::size_t kDeepest = 32;  // calls inside callbacks inside calls
 // Where a changed product type makes a query read a stamp that was not recorded: the stamp that
 // asks for the filter's state.
-constexpr std::uint64_t kFilterStateStamp = 1234;
 
 /// A call's bytes as the host had them: `offset` behind the start of a buffer of their own, which
 /// ends with them. An offset that nobody can follow (negative, far away) is left out.
@@ -124,7 +123,8 @@ std::optional<int> Player::perform(Call& call) {
       return alg_->GetFixedCode();
     case CallKind::kHandleEvent: {
       std::array<std::uint8_t, sizeof(algorithm::OrientationSample)> input{};
-      std::memcpy(input.data(), &kFilterStateStamp, sizeof kFilterStateStamp);
+      const std::uint64_t stamp = algorithm::kFilterStateStamp;
+      std::memcpy(input.data(), &stamp, sizeof stamp);
       std::copy(call.payload.begin(), call.payload.end(), input.begin());
       std::array<std::uint8_t, sizeof(algorithm::PoseAnswer)> output{};
       const bool answered = alg_->HandleEvent(call.type, call.pointerGiven ? input.data() : nullptr,

@@ -1,6 +1,4 @@
-#include <alg_factory/service/HeadingAnswer.h>
-#include <alg_factory/service/InertialRecord.h>
-#include <alg_factory/service/PoseAnswer.h>
+#include <alg_factory/api/Constants.h>
 #include <alg_factory/stereo3d/StereoCalibration.h>
 #include <alg_kit/session/Session.h>
 
@@ -10,8 +8,6 @@
 
 namespace session {
 namespace {
-
-constexpr int kHeadingEvent = 16;
 
 constexpr std::array<const char*, 7> kCallNames = {
     "Init",          "InputStream",  "SetDataCallback", "SetLogCallback",
@@ -62,25 +58,14 @@ std::size_t payloadSize(const Call& call, int productType) {
     case CallKind::kInit:
       return sizeof(algorithm::StereoCalibration);
     case CallKind::kInputStream:
-      if (productType < 0 || productType > 2 || call.length < 0) return 0;
-      switch (call.type) {
-        case 0:
-          return static_cast<std::size_t>(call.length);
-        case 2:
-          return call.length < 4 ? 0 : static_cast<std::size_t>(call.length);
-        case 1:
-        case 3:
-        case 4:
-          return sizeof(algorithm::InertialRecord);
-        case 5:
-          return sizeof(std::int32_t);
-        default:
-          return 0;
+      if (!algorithm::isProductType(productType) || call.length < 0) return 0;
+      if (algorithm::isPacketStream(call.type)) {
+        const auto length = static_cast<std::size_t>(call.length);
+        return length < algorithm::leastPayloadSize(call.type) ? 0 : length;
       }
+      return algorithm::leastPayloadSize(call.type);
     case CallKind::kHandleEvent:
-      if (!call.outputGiven) return 0;
-      if (call.type == kHeadingEvent) return sizeof(algorithm::OrientationSample);
-      return call.type == 2 && (productType == 0 || productType == 1) ? sizeof(std::uint64_t) : 0;
+      return call.outputGiven ? algorithm::eventInputSize(productType, call.type) : 0;
     default:
       return 0;
   }
@@ -102,8 +87,8 @@ std::optional<SizeProblem> problemInSizes(const Call& call) {
 }
 
 std::size_t answerSize(int eventType) {
-  return eventType == kHeadingEvent ? sizeof(algorithm::HeadingAnswer)
-                                    : sizeof(algorithm::PoseAnswer);
+  return eventType == algorithm::kHeadingExchange ? sizeof(algorithm::HeadingAnswer)
+                                                  : sizeof(algorithm::PoseAnswer);
 }
 
 }  // namespace session

@@ -223,7 +223,7 @@ void inspectPacket(const InspectOptions& options) {
     auto entries = reader.entries();
     for (session::Entry entry; entries.next(entry);)
       packets += entry.call.kind == session::CallKind::kInputStream &&
-                 (entry.call.type == 0 || entry.call.type == 2);
+                 algorithm::isPacketStream(entry.call.type);
     throw std::runtime_error(options.file + ": " +
                              (packets == 0 ? std::string("expected a packet, found none")
                                            : "expected a packet number from 0 to " +

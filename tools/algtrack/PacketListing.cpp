@@ -7,7 +7,8 @@
 namespace algtrack {
 namespace {
 
-constexpr int kStampSize = 4;
+using algorithm::kStampSize;
+
 constexpr int kBytesPerRow = 16;
 constexpr const char* kCameras[2] = {"left", "right"};
 
@@ -30,7 +31,9 @@ std::string hex(const std::uint8_t* bytes, int count) {
 class ByteLister {
  public:
   ByteLister(const session::Call& call, const trace::PacketTrace& packet)
-      : call_(call), packet_(packet), shift_(packet.streamType == 2 ? kStampSize : 0) {}
+      : call_(call),
+        packet_(packet),
+        shift_(packet.streamType == algorithm::kStampedPacket ? kStampSize : 0) {}
 
   Table list() {
     if (shift_ > 0) {
@@ -132,7 +135,8 @@ Table byteTable(const session::Call& call, const trace::PacketTrace& packet) {
 std::optional<bool> deviceCheckByteRight(const session::Call& call,
                                          const trace::PacketTrace& packet) {
   const int end = static_cast<int>(call.payload.size()) - kStampSize - 1;
-  if (packet.streamType != 2 || end < 0 || end >= hid::kFrameSize) return std::nullopt;
+  if (packet.streamType != algorithm::kStampedPacket || end < 0 || end >= hid::kFrameSize)
+    return std::nullopt;
   return hid::checkSum(packet.frame, end) == packet.frame[static_cast<std::size_t>(end)];
 }
 

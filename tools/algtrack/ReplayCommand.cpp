@@ -55,7 +55,7 @@ struct Counts {
 };
 
 bool isPacket(const Call& call) {
-  return call.kind == CallKind::kInputStream && (call.type == 0 || call.type == 2);
+  return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
 }
 
 bool hasCall(const RecordingReader& reader, CallKind kind) {

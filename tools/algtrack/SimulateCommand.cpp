@@ -25,7 +25,6 @@ namespace algtrack {
 namespace {
 
 // The stamp that asks for the filter's state as it is, without extrapolation.
-constexpr std::uint64_t kFilterStateStamp = 1234;
 constexpr double kMostFrames = 1e7;
 
 struct SimulateOptions {
@@ -179,16 +178,16 @@ Counts drive(const sim::Simulator& simulator, const SimulateOptions& options,
     simulator.frame(n, frame);
     if (options.inertial)
       for (const int device : {0, 1})
-        input(alg, 3 + device, simulator.inertialPayloadOf(device, n));
+        input(alg, algorithm::kInertialA + device, simulator.inertialPayloadOf(device, n));
 
     const std::int64_t call = alg.nextIndex();
     if (!frame.lost) input(alg, simulator.streamType(), frame.payload);
     addTruth(frame, nowNs, alg, frame.lost ? std::nullopt : std::optional(call));
 
     for (int object = 0; !options.noQueries && object < sim::objectCount(productType); ++object) {
-      const bool readsStamp = productType != 2 && object == 2;
+      const bool readsStamp = algorithm::readsStamp(productType, object);
       algorithm::PoseAnswer answer;
-      alg.HandleEvent(object, readsStamp ? &kFilterStateStamp : nullptr, &answer);
+      alg.HandleEvent(object, readsStamp ? &algorithm::kFilterStateStamp : nullptr, &answer);
     }
     counts.packets += frame.lost ? 0 : 1;
     counts.lost += frame.lost ? 1 : 0;
@@ -238,8 +237,8 @@ void simulate(SimulateOptions options) {
     options.simulation.blobs.occlusions.push_back(
         occlusionFrom(text, sim::objectCount(options.productType)));
   // The pose filters that the queries read are fed by one framing, which differs by product.
-  const bool stamped =
-      options.framing == "stamped" || (options.framing == "auto" && options.productType != 2);
+  const bool stamped = options.framing == "stamped" ||
+                       (options.framing == "auto" && algorithm::hasHeads(options.productType));
   options.simulation.framing = stamped ? sim::Framing::kStamped : sim::Framing::kPlain;
   const sim::Simulator simulator(rig, scene, options.simulation);
 
