@@ -1,6 +1,6 @@
 #pragma once
 
-#include <alg_factory/service/InertialRecord.h>
+#include <alg_factory/api/Constants.h>
 #include <alg_kit/rig/StereoRig.h>
 
 #include <cstddef>
@@ -21,9 +21,9 @@ struct BlobRecord {
 };
 
 constexpr std::size_t kRecordBytes = 12;
-constexpr std::size_t kFrameBytes = 512;       ///< what the device sends at most
+constexpr std::size_t kFrameBytes = algorithm::kMaxPacketSize;  ///< what the device sends at most
 constexpr std::size_t kMaxPacketRecords = 42;  ///< as many records as fit, with start and check
-constexpr std::size_t kInertialBytes = 56;
+constexpr std::size_t kInertialBytes = sizeof(algorithm::InertialRecord);
 
 /// A device packet: leading bytes, 0xAA 0x55, the records, the check byte (sum of all bytes before
 /// it, modulo 256). Longer packets than the device sends are written as asked for.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <alg_factory/api/Constants.h>
 #include <sim/SmoothMotion.h>
 #include <sim/Trajectory.h>
 
@@ -9,7 +10,6 @@
 
 namespace sim {
 
-constexpr int kProductTypes = 3;
 constexpr double kPairSpacing = 68;  ///< mm between the two markers of the two-point object
 
 /// Number of objects (and of blob ids) of a product type: 3, 3, 6.

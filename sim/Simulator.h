@@ -12,8 +12,8 @@ namespace sim {
 
 /// How a device packet is handed over; the values are the library's stream types.
 enum class Framing {
-  kPlain = 0,    ///< the device packet alone
-  kStamped = 2,  ///< a 4-byte stamp in microseconds, then the packet
+  kPlain = algorithm::kPacket,           ///< the device packet alone
+  kStamped = algorithm::kStampedPacket,  ///< a 4-byte stamp in microseconds, then the packet
 };
 
 /// What happens to packets on their way.

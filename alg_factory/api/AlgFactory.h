@@ -1,3 +1,5 @@
+// Public: installed for hosts.
+//
 // The one header a host includes: the factory, the interface, the two callback interfaces, the
 // plain records and the numbers that cross the interface, and the version.
 #pragma once

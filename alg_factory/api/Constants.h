@@ -1,3 +1,5 @@
+// Public: installed for hosts.
+//
 // The numbers of the interface and the rules that go with them: product types, stream types,
 // events, sizes and limits. The operations of AlgBase take them as int.
 #pragma once

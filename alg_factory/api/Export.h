@@ -1,3 +1,5 @@
+// Public: installed for hosts.
+//
 // Visibility of what crosses the library's boundary. Everything else is hidden.
 #pragma once
 

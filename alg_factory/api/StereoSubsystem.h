@@ -19,7 +19,7 @@ class StereoSubsystem : public AlgBase {
   bool HandleEvent(int eventType, const void* input, void* output) override;
 
  private:
-  std::int32_t productType_;  ///< last passed to `Init`; nothing reads it
+  std::int32_t productType_;  ///< last passed to `Init`; for a debugger: the service has its own
 };
 
 }  // namespace algorithm

@@ -1,3 +1,5 @@
+// Public: installed for hosts.
+//
 // The version of these headers, and that of the library which the process has loaded.
 #pragma once
 

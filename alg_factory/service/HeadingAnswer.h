@@ -1,3 +1,4 @@
+// Public: installed for hosts.
 #pragma once
 
 #include <cstddef>

@@ -7,6 +7,10 @@
 namespace algorithm {
 
 /// Mutual exclusion between threads; the thread that holds it may take it again.
+///
+/// The platform's own lock and no std::recursive_mutex: that may throw std::system_error, where
+/// nothing but std::bad_alloc is to cross the interface, and on Windows it comes with a thread
+/// library of its own, where a critical section needs nothing but the system.
 class Lock {
  public:
   Lock();

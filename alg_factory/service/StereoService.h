@@ -106,7 +106,8 @@ class StereoService {
   HeadingAnswer heading_;
 
   /// The ids of the first records of the latest result block, those of the block before, and the
-  /// positions, as one kind of filter follows them.
+  /// positions, as one kind of filter follows them. (Answers take positions from the result block,
+  /// which may be a later one; these tell a debugger what the filter was fed.)
   template <std::size_t N>
   struct Following {
     std::array<std::int32_t, N> currentIds = filled(-1);
@@ -128,7 +129,7 @@ class StereoService {
   std::array<KalmanFilter, kMarkers> markerFilters_;  ///< fed by stream type 0
   Following<kMarkers> markers_;
   std::array<std::int32_t, kMarkers> missCounts_{};
-  std::int32_t missLimit_ = kBridgedQueries;
+  std::int32_t missLimit_ = kBridgedQueries;  ///< of `missCounts_`
   std::int32_t filterMode_ = kFilterOff;
   Lock resultLock_;
   LogSink* logSink_ = nullptr;

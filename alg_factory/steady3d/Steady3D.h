@@ -60,6 +60,7 @@ class Steady3D : public BaseCV {
   /// Stored, and read by the next `prepare`.
   bool setFilterMode(std::int32_t mode);
 
+  // Read-only views for white-box tests and inspection.
   std::int32_t productType() const { return productType_; }
   std::int32_t filterMode() const { return filterMode_; }
   std::int32_t objectCount() const { return objectCount_; }
@@ -93,13 +94,14 @@ class Steady3D : public BaseCV {
   std::int32_t productType_ = 0;
   std::int32_t filterMode_ = -1;
   std::int32_t objectCount_ = 0;
-  std::int32_t holdFrames_ = 0;  ///< zero for every product type: missing points are not held
+  std::int32_t holdFrames_ = 0;  ///< a tunable, zero for every product type: nothing is held
   std::vector<std::int32_t> pointsPerObject_;
   float typeParam1_ = 0;  ///< carried, not read
   float typeParam2_ = 0;  ///< largest factor of the two-point object's diameter ratio
 
   ConstantVelocityModel model_;
-  KalmanFilter positionFilterA_, positionFilterB_;  ///< built, not run by `process`
+  /// Built ready for use as the filter mode says; `process` smooths nothing, the service does.
+  KalmanFilter positionFilterA_, positionFilterB_;
 
   std::vector<StereoPoint>* input_ = nullptr;
   HeadingAlignment* output_ = nullptr;
