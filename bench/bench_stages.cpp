@@ -36,11 +36,10 @@ struct Silent : LogSink {
 struct FrameData {
   std::vector<hid::RawBlob> leftRaw, rightRaw;
   std::vector<Blob2DPoint> left, right;
-  std::vector<ImagePoint> leftRawPoints, leftUndistorted, rightUndistorted;
-  std::vector<ImageLine> leftLines;
-  std::vector<std::vector<Blob2DPoint>> leftById, rightById;
-  std::vector<BlobPairs> pairs;
-  std::vector<StereoPoint> triangulated, points;
+  StereoBlobs undistorted, onLines;
+  std::vector<BlobPair> pairs;
+  std::vector<PairPoint> triangulated;
+  std::vector<StereoPoint> points;
 };
 
 struct Data {
@@ -49,24 +48,17 @@ struct Data {
   std::vector<FrameData> frames;
 };
 
+NoObserver nobody;
+
 constexpr std::uint32_t kProductType = 2;
 const std::vector<std::int32_t> kExpectedPoints(6, 1);
-
-StereoRays raysOf(const StereoCalibration& calibration) {
-  StereoRays rays;
-  rays.leftRayInRight =
-      rig::matrixFrom(calibration.rotation) * rig::matrixFrom(calibration.leftIntrinsics).inverse();
-  rays.rightRay = rig::matrixFrom(calibration.rightIntrinsics).inverse();
-  rays.leftCentreInRight = Eigen::Map<const Eigen::Vector3d>(calibration.translation);
-  return rays;
-}
 
 /// Runs the frames through the pipeline once, keeping what passes between the stages.
 Data collect(bench::Workload load) {
   Data data;
   data.load = std::move(load);
   const StereoCalibration& calibration = data.load.rig.calibration;
-  data.rays = raysOf(calibration);
+  data.rays = raysFrom(calibration);
 
   Silent log;
   std::vector<std::uint8_t> bytes;
@@ -99,30 +91,11 @@ Data collect(bench::Workload load) {
     stereo.process();
     frame.points = points;
 
-    for (const Blob2DPoint& blob : frame.left) frame.leftRawPoints.push_back({blob.x, blob.y});
-    std::vector<ImagePoint> rightRawPoints;
-    for (const Blob2DPoint& blob : frame.right) rightRawPoints.push_back({blob.x, blob.y});
-    undistort(calibration.leftIntrinsics, calibration.leftDistortion, frame.leftRawPoints,
-              frame.leftUndistorted);
-    undistort(calibration.rightIntrinsics, calibration.rightDistortion, rightRawPoints,
-              frame.rightUndistorted);
-    std::vector<ImageLine> rightLines;
-    epipolarLines(calibration.fundamental, LineDirection::kLeftToRight, frame.leftUndistorted,
-                  frame.leftLines);
-    epipolarLines(calibration.fundamental, LineDirection::kRightToLeft, frame.rightUndistorted,
-                  rightLines);
-    frame.leftById.resize(kExpectedPoints.size());
-    frame.rightById.resize(kExpectedPoints.size());
-    frame.pairs.resize(kExpectedPoints.size());
-    std::vector<Blob2DPoint> leftBlobs = frame.left, rightBlobs = frame.right;
-    sortById(leftBlobs, frame.leftUndistorted, frame.leftLines, frame.leftById);
-    sortById(rightBlobs, frame.rightUndistorted, rightLines, frame.rightById);
-    MatchScratch scratch;
-    for (std::size_t g = 0; g < frame.pairs.size(); ++g) {
-      auto l = frame.leftById[g], r = frame.rightById[g];
-      matchId(l, r, scratch, frame.pairs[g]);
-      triangulate(data.rays, frame.pairs[g], static_cast<int>(g), frame.triangulated);
-    }
+    frame.undistorted = {frame.left, frame.right};
+    undistortBoth(calibration, frame.undistorted.left, frame.undistorted.right);
+    frame.onLines = stereo.blobs();
+    frame.pairs = stereo.pairs();
+    triangulate(data.rays, frame.onLines, frame.pairs, frame.triangulated, nobody);
     data.frames.push_back(std::move(frame));
   }
   return data;
@@ -208,72 +181,71 @@ void stageSteady3D(benchmark::State& state) {
   });
 }
 
-void stepUndistortOneCamera(benchmark::State& state) {
+void stepUndistort(benchmark::State& state) {
   const Data& data = dataOf(state);
-  const StereoCalibration& c = data.load.rig.calibration;
-  std::vector<ImagePoint> undistorted;
+  StereoBlobs blobs;
   forEachFrame(state, data, [&](std::size_t n, std::size_t) {
-    undistort(c.leftIntrinsics, c.leftDistortion, data.frames[n].leftRawPoints, undistorted);
+    blobs.left.assign(data.frames[n].left.begin(), data.frames[n].left.end());
+    blobs.right.assign(data.frames[n].right.begin(), data.frames[n].right.end());
+    undistortBoth(data.load.rig.calibration, blobs.left, blobs.right);
   });
 }
 
 void stepEpipolarLinesOfOneCamera(benchmark::State& state) {
   const Data& data = dataOf(state);
-  std::vector<ImageLine> lines;
+  std::vector<Blob2DPoint> blobs;
   forEachFrame(state, data, [&](std::size_t n, std::size_t) {
-    epipolarLines(data.load.rig.calibration.fundamental, LineDirection::kLeftToRight,
-                  data.frames[n].leftUndistorted, lines);
+    const std::vector<Blob2DPoint>& left = data.frames[n].undistorted.left;
+    blobs.assign(left.begin(), left.end());
+    drawEpipolarLines(data.load.rig.calibration.fundamental, LineDirection::kLeftToRight, blobs);
   });
 }
 
-void stepSortByIdOfOneCamera(benchmark::State& state) {
+void stepGroupOneCamera(benchmark::State& state) {
   const Data& data = dataOf(state);
-  std::vector<Blob2DPoint> blobs;
-  std::vector<std::vector<Blob2DPoint>> byId(kExpectedPoints.size());
-  forEachFrame(state, data, [&](std::size_t n, std::size_t) {
-    const FrameData& frame = data.frames[n];
-    for (auto& list : byId) list.clear();
-    blobs.assign(frame.left.begin(), frame.left.end());
-    sortById(blobs, frame.leftUndistorted, frame.leftLines, byId);
-  });
+  IdGroups groups;
+  groups.setIds(kExpectedPoints.size());
+  forEachFrame(state, data, [&](std::size_t n, std::size_t) { groups.group(data.frames[n].left); });
 }
 
 void stepMatch(benchmark::State& state) {
   const Data& data = dataOf(state);
-  std::vector<Blob2DPoint> left, right;
-  MatchScratch scratch;
-  BlobPairs pairs;
+  IdGroups left, right;
+  left.setIds(kExpectedPoints.size());
+  right.setIds(kExpectedPoints.size());
+  NeighbourTable table;
+  std::vector<BlobPair> pairs;
   forEachFrame(state, data, [&](std::size_t n, std::size_t) {
-    const FrameData& frame = data.frames[n];
-    for (std::size_t g = 0; g < frame.leftById.size(); ++g) {
-      left.assign(frame.leftById[g].begin(), frame.leftById[g].end());
-      right.assign(frame.rightById[g].begin(), frame.rightById[g].end());
-      matchId(left, right, scratch, pairs);
+    const StereoBlobs& blobs = data.frames[n].onLines;
+    left.group(blobs.left);
+    right.group(blobs.right);
+    pairs.clear();
+    for (std::size_t g = 0; g < left.ids(); ++g) {
+      matchId(blobs, left[g], right[g], table, pairs, nobody);
     }
   });
 }
 
 void stepTriangulate(benchmark::State& state) {
   const Data& data = dataOf(state);
-  std::vector<StereoPoint> points;
+  std::vector<PairPoint> points;
   forEachFrame(state, data, [&](std::size_t n, std::size_t) {
-    points.clear();
-    for (std::size_t g = 0; g < data.frames[n].pairs.size(); ++g) {
-      triangulate(data.rays, data.frames[n].pairs[g], static_cast<int>(g), points);
-    }
+    triangulate(data.rays, data.frames[n].onLines, data.frames[n].pairs, points, nobody);
   });
 }
 
 void stepFilterPoints(benchmark::State& state) {
   const Data& data = dataOf(state);
-  std::vector<StereoPoint> points;
+  std::vector<PairPoint> points;
+  std::vector<PointMean> means(kExpectedPoints.size());
   SurplusScratch scratch;
   forEachFrame(state, data, [&](std::size_t n, std::size_t before) {
-    const std::vector<StereoPoint>& previous = data.frames[before].points;
-    points.assign(data.frames[n].triangulated.begin(), data.frames[n].triangulated.end());
-    removeTooDeep(4500.0, points);
-    removeJumps(previous, points);
-    removeSurplus(kExpectedPoints, previous, scratch, points);
+    const std::vector<PairPoint>& triangulated = data.frames[n].triangulated;
+    points.assign(triangulated.begin(), triangulated.end());
+    meansById(data.frames[before].points, means);
+    removeTooDeep(4500.0, points, nobody);
+    removeJumps(means, points, nobody);
+    removeSurplus(kExpectedPoints, true, means, scratch, points, nobody);
   });
 }
 
@@ -294,9 +266,9 @@ BENCHMARK(stageHidProtocol)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stageBlob2DOfOneCamera)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stageBlob3D)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stageSteady3D)->Apply(atTwelveAndAllBlobs);
-BENCHMARK(stepUndistortOneCamera)->Apply(atTwelveAndAllBlobs);
+BENCHMARK(stepUndistort)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stepEpipolarLinesOfOneCamera)->Apply(atTwelveAndAllBlobs);
-BENCHMARK(stepSortByIdOfOneCamera)->Apply(atTwelveAndAllBlobs);
+BENCHMARK(stepGroupOneCamera)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stepMatch)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stepTriangulate)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stepFilterPoints)->Apply(atTwelveAndAllBlobs);

@@ -3,8 +3,6 @@
 #include <utility>
 
 #include <alg_factory/api/LogSink.h>
-#include <alg_factory/blob2d/BlobMerger.h>
-#include <alg_factory/blob2d/BlobMoments.h>
 #include <alg_factory/hid/PacketDecoder.h>
 #include <alg_factory/service/ProductTable.h>
 
@@ -37,31 +35,21 @@ bool Blob2D::setLogger(LogSink* logger) {
 
 bool Blob2D::prepare() {
   rawBlobs_.reserve(hid::kMaxRecords);
-  groups_.resize(static_cast<std::size_t>(blobIdCount_));
-  for (auto& group : groups_) group.reserve(hid::kMaxRecords);
+  blobs_.reserve(hid::kMaxRecords);
+  groups_.reserve(hid::kMaxRecords);
+  groups_.setIds(static_cast<std::size_t>(blobIdCount_));
   return true;
 }
 
 bool Blob2D::process() {
-  if (output_ == nullptr) return true;
-  takeInput();
-  groupById(rawBlobs_, areaDivisor_, groups_);
-  for (auto& group : groups_) mergeOverlapping(group);
-  writeOutput();
-  return true;
+  NoObserver nobody;
+  return process(0, nobody);
 }
 
 void Blob2D::takeInput() {
   if (input_ == nullptr) return;
   rawBlobs_.swap(*input_);
   input_->clear();
-}
-
-void Blob2D::writeOutput() {
-  output_->clear();
-  for (const auto& group : groups_) {
-    for (const Blob2DPoint& point : group) output_->push_back(point);
-  }
 }
 
 }  // namespace algorithm

@@ -5,8 +5,12 @@
 #include <vector>
 
 #include <alg_factory/blob2d/Blob2DPoint.h>
+#include <alg_factory/blob2d/BlobMerger.h>
+#include <alg_factory/blob2d/BlobMoments.h>
+#include <alg_factory/blob2d/IdGroups.h>
 #include <alg_factory/hid/BaseCV.h>
 #include <alg_factory/hid/RawBlob.h>
+#include <alg_factory/hid/StageObserver.h>
 
 namespace algorithm {
 
@@ -31,6 +35,12 @@ class Blob2D : public BaseCV {
   /// true.
   bool process() override;
 
+  /// As `process`, and tells `observer` what becomes of every blob. Blobs are named by their place
+  /// in the input.
+  /// @param camera  of the stage, as the observer knows it
+  template <typename Observer>
+  bool process(int camera, Observer& observer);
+
   /// One group per blob id, with room for a full packet, so that no frame allocates.
   bool prepare() override;
 
@@ -39,20 +49,41 @@ class Blob2D : public BaseCV {
   const std::string& name() const { return name_; }
   const std::vector<hid::RawBlob>* input() const { return input_; }
   const std::vector<Blob2DPoint>* output() const { return output_; }
-  const std::vector<std::vector<Blob2DPoint>>& groups() const { return groups_; }
+  std::size_t groups() const { return groups_.ids(); }
 
  private:
   void takeInput();
-  void writeOutput();
 
   std::vector<hid::RawBlob>* input_ = nullptr;
   std::vector<Blob2DPoint>* output_ = nullptr;
   std::int32_t blobIdCount_ = 0;
   std::int32_t areaDivisor_ = 0;
   std::vector<hid::RawBlob> rawBlobs_;
-  std::vector<std::vector<Blob2DPoint>> groups_;  ///< index = blob id
-  std::string name_;                              ///< for identification; not read here
+  std::vector<Blob2DPoint> blobs_;  ///< of `rawBlobs_`, one for one
+  IdGroups groups_;                 ///< of `blobs_`
+  std::string name_;                ///< for identification; not read here
   LogSink* logger_ = nullptr;
 };
+
+template <typename Observer>
+bool Blob2D::process(int camera, Observer& observer) {
+  if (output_ == nullptr) return true;
+  takeInput();
+  measureBlobs(rawBlobs_, areaDivisor_, blobs_);
+  for (std::size_t i = 0; i < rawBlobs_.size(); ++i) {
+    if (rawBlobs_[i].weight == 0) observer.blobDropped(camera, i, BlobFate::kNoWeight);
+  }
+  groups_.group(blobs_);
+  output_->clear();
+  for (std::size_t id = 0; id < groups_.ids(); ++id) {
+    IndexSpan group = groups_[id];
+    mergeOverlapping(blobs_, group, camera, observer);
+    for (const std::uint32_t blob : group) {
+      observer.blobKept(camera, blob, blobs_[blob]);
+      output_->push_back(blobs_[blob]);
+    }
+  }
+  return true;
+}
 
 }  // namespace algorithm

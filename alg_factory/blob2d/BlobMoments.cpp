@@ -24,13 +24,12 @@ Blob2DPoint pointFromMoments(const hid::RawBlob& raw, std::int32_t areaDivisor) 
   return point;
 }
 
-void groupById(const std::vector<hid::RawBlob>& rawBlobs, std::int32_t areaDivisor,
-               std::vector<std::vector<Blob2DPoint>>& groups) {
-  for (auto& group : groups) group.clear();
-  for (const hid::RawBlob& raw : rawBlobs) {
-    if (raw.weight == 0) continue;
-    if (raw.id < 0 || static_cast<std::size_t>(raw.id) >= groups.size()) continue;
-    groups[static_cast<std::size_t>(raw.id)].push_back(pointFromMoments(raw, areaDivisor));
+void measureBlobs(const std::vector<hid::RawBlob>& rawBlobs, std::int32_t areaDivisor,
+                  std::vector<Blob2DPoint>& blobs) {
+  blobs.resize(rawBlobs.size());
+  for (std::size_t i = 0; i < rawBlobs.size(); ++i) {
+    const hid::RawBlob& raw = rawBlobs[i];
+    blobs[i] = raw.weight == 0 ? Blob2DPoint() : pointFromMoments(raw, areaDivisor);
   }
 }
 

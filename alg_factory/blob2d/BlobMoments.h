@@ -16,9 +16,9 @@ int blobDiameter(std::uint32_t weight, std::int32_t areaDivisor);
 /// The blob's centre and diameter. Precondition: `raw.weight` is not 0.
 Blob2DPoint pointFromMoments(const hid::RawBlob& raw, std::int32_t areaDivisor);
 
-/// Empties `groups` and appends the point of every blob with weight to the group of its id. Blobs
-/// whose id has no group are left out.
-void groupById(const std::vector<hid::RawBlob>& rawBlobs, std::int32_t areaDivisor,
-               std::vector<std::vector<Blob2DPoint>>& groups);
+/// Replaces `blobs` by the centres and diameters of `rawBlobs`, one for one. A blob without weight
+/// has neither: it is left as a default-constructed one.
+void measureBlobs(const std::vector<hid::RawBlob>& rawBlobs, std::int32_t areaDivisor,
+                  std::vector<Blob2DPoint>& blobs);
 
 }  // namespace algorithm

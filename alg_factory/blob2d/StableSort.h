@@ -1,7 +1,8 @@
 #pragma once
 
-#include <algorithm>
-#include <iterator>
+#include <vector>
+
+#include <alg_factory/blob2d/IdGroups.h>
 
 namespace algorithm {
 
@@ -10,16 +11,19 @@ namespace algorithm {
 template <typename Iterator, typename Before>
 void stableSort(Iterator first, Iterator last, Before before) {
   for (Iterator it = first; it != last; ++it) {
-    if (it == first || !before(*it, *std::prev(it))) continue;  // in place already
-    std::rotate(std::upper_bound(first, it, *it, before), it, std::next(it));
+    const auto value = *it;
+    Iterator to = it;
+    for (; to != first && before(value, *(to - 1)); --to) *to = *(to - 1);
+    *to = value;
   }
 }
 
-/// Largest diameter first.
-template <typename Points>
-void sortByDiameter(Points& points) {
-  stableSort(points.begin(), points.end(),
-             [](const auto& a, const auto& b) { return a.diameter > b.diameter; });
+/// Sorts the indices of `group` by the diameters of their blobs, largest first.
+template <typename Blob>
+void sortByDiameter(const std::vector<Blob>& blobs, IndexSpan group) {
+  stableSort(group.begin(), group.end(), [&](std::uint32_t a, std::uint32_t b) {
+    return blobs[a].diameter > blobs[b].diameter;
+  });
 }
 
 }  // namespace algorithm

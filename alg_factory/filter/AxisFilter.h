@@ -55,4 +55,51 @@ class AxisFilter {
   bool updated_ = false;
 };
 
+inline void AxisFilter::start() {
+  pp_ = vv_ = initialVariance_;
+  pv_ = vp_ = 0.0;
+  started_ = true;
+}
+
+inline void AxisFilter::advanceCovariance() {
+  const double h = step_;
+  // A P, then (A P) A^T + Q
+  const double app = pp_ + h * vp_;
+  const double apv = pv_ + h * vv_;
+  const double pp = (app + apv * h) + processNoise_;
+  const double pv = apv;
+  const double vp = vp_ + vv_ * h;
+  const double vv = vv_ + processNoise_;
+
+  // The inverse as a factorisation with pivoting gives it: the reciprocal of the pivot.
+  const double inverse = 1.0 / (pp + measurementNoise_);
+  positionGain_ = pp * inverse;
+  velocityGain_ = vp * inverse;
+
+  const double keep = 1.0 - positionGain_;
+  pp_ = keep * pp;
+  pv_ = keep * pv;
+  vp_ = -velocityGain_ * pp + vp;
+  vv_ = -velocityGain_ * pv + vv;
+  updated_ = true;
+}
+
+inline bool AxisFilter::advanceState(const double* y, double* state) const {
+  double position[kAxes], velocity[kAxes], innovation[kAxes];
+  double zero = 0.0;  // stays zero while the innovations, hence all they come from, are finite
+  for (int i = 0; i < kAxes; ++i) {
+    // The dense products start their sums from zero, which turns a negative zero into a positive.
+    velocity[i] = 0.0 + state[i + kAxes];
+    position[i] = (0.0 + state[i]) + step_ * velocity[i];
+    innovation[i] = y[i] - position[i];
+    zero += 0.0 * innovation[i];
+  }
+  if (!(zero == 0.0)) return false;
+  for (int i = 0; i < kAxes; ++i) {
+    state[i] = position[i] + positionGain_ * innovation[i];
+    state[i + kAxes] = velocity[i] + velocityGain_ * innovation[i];
+  }
+  return true;
+}
+
 }  // namespace algorithm

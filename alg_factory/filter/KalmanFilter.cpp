@@ -70,7 +70,7 @@ void KalmanFilter::updateDense(const VectorRef& y) {
 void KalmanFilter::updatePerAxis(const VectorRef& y) {
   axis_->advanceCovariance();
   if (axis_->advanceState(y.data(), stateEstimate_.data())) {
-    predictedState_ = stateEstimate_;
+    std::copy_n(stateEstimate_.data(), AxisFilter::kStates, predictedState_.data());
     return;
   }
   predictedState_ = transition_ * stateEstimate_;

@@ -46,6 +46,10 @@ class StereoService {
   bool setLogCallback(LogSink* sink);
   bool setDataCallback(DataSink* sink);
   bool inputStream(int streamType, const unsigned char* buffer, int offset, int length);
+  /// As above; `observer` hears what every step drops (a NoObserver hears nothing, at no cost).
+  template <typename Observer>
+  bool inputStream(int streamType, const unsigned char* buffer, int offset, int length,
+                   Observer& observer);
   bool setFilterMode(int parameter, int mode, void* reserved);
   bool handleEvent(int eventType, const void* input, void* output);
 
@@ -71,11 +75,13 @@ class StereoService {
   bool initializeStages(const unsigned char* calibration);
   bool connectStages();
 
-  bool inputPacket(const unsigned char* packet, int length, bool stamped);
-  void publish(const ResultBlock& stabilised, bool stamped);
+  enum class Input { kRefused, kDone, kPacket };
+  Input takeInput(int streamType, const unsigned char* buffer, int offset, int length);
+  Input takePacket(const unsigned char* packet, int length, bool stamped);
+  void publish(bool stamped);
   void updateMarkerFilters();
   void updateHeadFilters();
-  bool inputInertial(const unsigned char* record, std::size_t device);
+  void inputInertial(const unsigned char* record, std::size_t device);
 
   /// Record 0 uses the second head filter, record 1 the third, record 2 the first (kept: event
   /// queries and stream input have always agreed on it).
@@ -137,5 +143,19 @@ class StereoService {
   std::int32_t productType_ = 0;
   ResultBlock result_;
 };
+
+template <typename Observer>
+bool StereoService::inputStream(int streamType, const unsigned char* buffer, int offset, int length,
+                                Observer& observer) {
+  const Input input = takeInput(streamType, buffer, offset, length);
+  if (input != Input::kPacket) return input == Input::kDone;
+  observer.decoded(leftRaw_, rightRaw_);
+  blobLeft_.process(0, observer);
+  blobRight_.process(1, observer);
+  stereo_.process(observer);
+  steady_.process(observer);
+  publish(streamType == kStampedPacket);
+  return true;
+}
 
 }  // namespace algorithm

@@ -19,12 +19,13 @@ Record read(const unsigned char* bytes) {
   return record;
 }
 
-/// Brings what the stabilisation stage knows of a record and leaves the host's fields alone.
-void merge(const TrackedPoint& from, TrackedPoint& to) {
+/// Brings what the stabilisation stage knows of a record, mirrored, whether it holds an object or
+/// not, and leaves the host's fields alone.
+void publishRecord(const TrackedPoint& from, TrackedPoint& to) {
   to.id = from.id;
   to.x = from.x;
-  to.y = from.y;
-  to.z = from.z;
+  to.y = -from.y;
+  to.z = -from.z;
   to.bearing = from.bearing;
 }
 
@@ -34,38 +35,52 @@ std::atomic<std::uint32_t> lastFrameStamp{0};
 
 bool StereoService::inputStream(int streamType, const unsigned char* buffer, int offset,
                                 int length) {
+  NoObserver nobody;
+  return inputStream(streamType, buffer, offset, length, nobody);
+}
+
+/// Does all that an input asks for, or leaves the decoded records of a packet to the stages.
+StereoService::Input StereoService::takeInput(int streamType, const unsigned char* buffer,
+                                              int offset, int length) {
   if (!isProductType(productType_)) {
     logSink_->Log(kServiceMessage, "alg: unknown project type!\n");
-    return false;
+    return Input::kRefused;
   }
   if (!isStreamType(streamType)) {
     logSink_->Log(kServiceMessage, "alg: unknown stream types for current product type!\n");
-    return false;
+    return Input::kRefused;
   }
   const bool emptyPacket = streamType == kPacket && length == 0;
-  if (buffer == nullptr && !emptyPacket) return false;
-  if (length < 0 || (streamType == kStampedPacket && length < kStampSize)) return false;
+  if (buffer == nullptr && !emptyPacket) return Input::kRefused;
+  if (length < 0 || (streamType == kStampedPacket && length < kStampSize)) {
+    return Input::kRefused;
+  }
 
   const unsigned char* payload = buffer == nullptr ? nullptr : buffer + offset;
   switch (streamType) {
     case kPacket:
-      return inputPacket(payload, length, false);
+      return takePacket(payload, length, false);
     case kStampedPacket:
-      return inputPacket(payload, length, true);
+      return takePacket(payload, length, true);
     case kAuxVector: {
       const auto record = read<InertialRecord>(payload);
-      return steady_.setAuxVector(record.p[0], record.p[1], record.p[2]);
+      steady_.setAuxVector(record.p[0], record.p[1], record.p[2]);
+      return Input::kDone;
     }
     case kInertialA:
-      return inputInertial(payload, 0);
+      inputInertial(payload, 0);
+      return Input::kDone;
     case kInertialB:
-      return inputInertial(payload, 1);
+      inputInertial(payload, 1);
+      return Input::kDone;
     default:
-      return steady_.setSideHint(read<std::int32_t>(payload));
+      steady_.setSideHint(read<std::int32_t>(payload));
+      return Input::kDone;
   }
 }
 
-bool StereoService::inputPacket(const unsigned char* packet, int length, bool stamped) {
+StereoService::Input StereoService::takePacket(const unsigned char* packet, int length,
+                                               bool stamped) {
   // What is longer than a frame is cut: this bounds memory and time, whatever the host passes.
   const std::size_t size = std::min(static_cast<std::size_t>(length), hid::kLongestInput);
   std::size_t stampSize = 0;
@@ -75,34 +90,21 @@ bool StereoService::inputPacket(const unsigned char* packet, int length, bool st
   }
   // A stamped packet keeps four bytes too many, zeros behind its check byte (kept: the reports that
   // follow from them are known to hosts).
+  streamBytes_.assign(packet + stampSize, packet + size);
   streamBytes_.resize(size);
-  if (size > stampSize) std::memcpy(streamBytes_.data(), packet + stampSize, size - stampSize);
 
   // Empty, unless an exception (no memory, or the host's log sink) kept an earlier packet's records
   // from being taken: they are not part of this frame.
   leftRaw_.clear();
   rightRaw_.clear();
-  if (!protocol_.process()) return true;
-  blobLeft_.process();
-  blobRight_.process();
-  stereo_.process();
-  steady_.process();
-
-  ResultBlock stabilised;
-  steady_.copyResult(stabilised);
-  publish(stabilised, stamped);
-  return true;
+  return protocol_.process() ? Input::kPacket : Input::kDone;
 }
 
-void StereoService::publish(const ResultBlock& stabilised, bool stamped) {
+void StereoService::publish(bool stamped) {
   LockGuard guard(resultLock_);
-  result_.header = stamped ? lastFrameStamp.load(std::memory_order_relaxed) : stabilised.header;
+  result_.header = stamped ? lastFrameStamp.load(std::memory_order_relaxed) : 0;
   for (std::size_t k = 0; k < ResultBlock::kRecords; ++k) {
-    TrackedPoint& record = result_.records[k];
-    merge(stabilised.records[k], record);
-    // Every record is mirrored, whether it holds an object or not.
-    record.y = -record.y;
-    record.z = -record.z;
+    publishRecord(steady_.table()[k], result_.records[k]);
   }
   if (filterMode_ != kFilterOff) {
     if (stamped) {
@@ -138,7 +140,7 @@ void StereoService::updateHeadFilters() {
   follow(heads_, [this](std::size_t k) -> KalmanFilter& { return headFilterOf(k); });
 }
 
-bool StereoService::inputInertial(const unsigned char* bytes, std::size_t device) {
+void StereoService::inputInertial(const unsigned char* bytes, std::size_t device) {
   const auto record = read<InertialRecord>(bytes);
   const auto& rate = record.gyroscope;
   const auto& force = record.accelerometer;
@@ -153,7 +155,6 @@ bool StereoService::inputInertial(const unsigned char* bytes, std::size_t device
   TrackedPoint& target = result_.records[device];
   std::memcpy(target.hostPosition, record.p, sizeof target.hostPosition);
   std::memcpy(target.hostOrientation, record.q, sizeof target.hostOrientation);
-  return true;
 }
 
 }  // namespace algorithm

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <alg_factory/hid/StageObserver.h>
 #include <alg_factory/steady3d/PointF.h>
 
 namespace algorithm {
@@ -21,7 +22,22 @@ class JumpGuard {
 
   /// Returns `position`, or the last accepted position when `position` is farther than the limit
   /// from it. What is returned becomes the last accepted position.
-  PointF accept(const PointF& position);
+  /// @param onHeld  called with (BlobFate, distance, limit) when `position` is rejected
+  template <typename OnHeld = NotHeard>
+  PointF accept(const PointF& position, OnHeld onHeld = {}) {
+    PointF accepted = position;
+    if (fresh_) {
+      fresh_ = false;
+    } else if (rejectCount_ >= kMaxRejections) {
+      rejectCount_ = 0;
+    } else if (const float jump = distance(position, lastAccepted_); jump > maxDistance_) {
+      accepted = lastAccepted_;
+      ++rejectCount_;
+      onHeld(BlobFate::kHeldByJump, jump, maxDistance_);
+    }
+    lastAccepted_ = accepted;
+    return accepted;
+  }
 
   const PointF& lastAccepted() const { return lastAccepted_; }
   int rejectCount() const { return rejectCount_; }

@@ -16,9 +16,9 @@ struct ObjectSightings {
 
 /// The product's marker points (an object has one or two) and what this frame put on them.
 struct MarkerPoints {
-  std::vector<std::int32_t> index;    ///< the object seen at the marker point, -1 = none
-  std::vector<PointF> position;       ///< of the latest sighting
-  std::vector<StereoPoint> sighting;  ///< this frame's point; id -1 = none
+  std::vector<std::int32_t> index;     ///< the object seen at the marker point, -1 = none
+  std::vector<PointF> position;        ///< of the latest sighting
+  std::vector<std::int32_t> diameter;  ///< of the latest sighting, in the images, pixels
 };
 
 /// For each object, notes the first point that carries its id, or counts a miss.

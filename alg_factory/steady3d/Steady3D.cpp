@@ -6,7 +6,6 @@
 
 #include <alg_factory/api/LogSink.h>
 #include <alg_factory/hid/PacketDecoder.h>
-#include <alg_factory/service/ProductTable.h>
 #include <alg_factory/stereo3d/ResizeTogether.h>
 
 namespace algorithm {
@@ -14,7 +13,6 @@ namespace algorithm {
 namespace {
 
 constexpr float kSingleMaxJump = 80.0f;
-constexpr std::size_t kPairObject = 2;
 
 constexpr float kGyroCountsPerDegree = 16.4f;
 constexpr float kGravity = 9.81f;
@@ -26,16 +24,6 @@ float angularRate(std::int16_t count) {
 
 float acceleration(std::int16_t count) {
   return static_cast<float>(count) * kGravity * kGravitiesPerCount;
-}
-
-void place(const PointF& position, TrackedPoint& record) {
-  record.x = position.x;
-  record.y = position.y;
-  record.z = position.z;
-}
-
-HeadingAlignment::TaggedPoint untagged(const PointF& p) {
-  return {0.0f, p.x, p.y, p.z};
 }
 
 }  // namespace
@@ -82,7 +70,7 @@ bool Steady3D::prepare() {
 
   const auto markerCount = static_cast<std::size_t>(
       std::accumulate(pointsPerObject_.begin(), pointsPerObject_.end(), 0));
-  resizeTogether(markerCount, markers_.index, markers_.position, markers_.sighting);
+  resizeTogether(markerCount, markers_.index, markers_.position, markers_.diameter);
   std::iota(markers_.index.begin(), markers_.index.end(), 0);
 
   if (filterMode_ == -1) return true;
@@ -93,12 +81,8 @@ bool Steady3D::prepare() {
 }
 
 bool Steady3D::process() {
-  takeInput();
-  noteSightings(points_, sightings_);
-  holdMissing(holdFrames_, sightings_, points_);
-  distribute(pointsPerObject_, points_, markers_);
-  fillTable();
-  return true;
+  NoObserver nobody;
+  return process(nobody);
 }
 
 void Steady3D::takeInput() {
@@ -107,71 +91,30 @@ void Steady3D::takeInput() {
   input_->clear();
 }
 
-void Steady3D::fillTable() {
-  if (markers_.index.empty()) return;
-  for (TrackedPoint& record : table_) record.id = -1;
-  const Product* product = findProduct(productType_);
-  if (product != nullptr && product->guardsJumps) {
-    fillTableWithGuards();
-    return;
-  }
+void Steady3D::fillFromMarkers() {
   for (std::size_t k = 0; k < markers_.index.size(); ++k) {
     table_[k].id = markers_.index[k];
-    place(markers_.position[k], table_[k]);
+    place(k, markers_.position[k]);
   }
 }
 
-void Steady3D::fillTableWithGuards() {
-  std::size_t marker = 0;
-  for (std::size_t object = 0; object < pointsPerObject_.size(); ++object) {
-    if (marker >= markers_.index.size()) break;
-    if (object == kPairObject) {
-      trackPair(marker);
-    } else if (object < guards_.size() && markers_.index[marker] != -1) {
-      trackSingle(object, markers_.position[marker]);
-    } else if (object < guards_.size()) {
-      guards_[object].forget();
-      sightings_.lastSeen[object].id = kNoObject;
-    }
-    marker += static_cast<std::size_t>(pointsPerObject_[object]);
-  }
+void Steady3D::place(std::size_t record, const PointF& position) {
+  table_[record].x = position.x;
+  table_[record].y = position.y;
+  table_[record].z = position.z;
 }
 
-void Steady3D::trackSingle(std::size_t object, const PointF& position) {
-  table_[object].id = static_cast<std::int32_t>(object);
-  place(guards_[object].accept(position), table_[object]);
-}
-
-void Steady3D::trackPair(std::size_t firstMarker) {
-  const std::size_t a = firstMarker;
-  const std::size_t b = firstMarker + 1;
-  if (markers_.index[a] == -1) {
+void Steady3D::forget(std::size_t object) {
+  if (object == kPairObject) {
     twoPointObject_.forget();
-    sightings_.lastSeen[kPairObject].id = -1;
-    return;
-  }
-  PointF reported;
-  // Marker points are filled in order: the second is never seen without the first.
-  const bool seesBoth = b < markers_.index.size() && markers_.index[b] != -1;
-  if (!seesBoth) {
-    reported = twoPointObject_.seeOne(markers_.position[a], sideHint_);
   } else {
-    if (output_ != nullptr) {
-      output_->addPair(untagged(markers_.position[a]), untagged(markers_.position[b]));
-    }
-    reported =
-        twoPointObject_.seeBoth(markers_.position[a], markers_.position[b], markers_.sighting[a],
-                                markers_.sighting[b], sideHint_, typeParam2_);
+    guards_[object].forget();
   }
-  TrackedPoint& record = table_[kPairObject];
-  record.id = static_cast<std::int32_t>(kPairObject);
-  place(reported, record);
-  record.bearing = bearingOf(reported);
+  sightings_.lastSeen[object].id = kNoObject;
 }
 
-void Steady3D::copyResult(ResultBlock& block) const {
-  block = ResultBlock();
-  for (std::size_t k = 0; k < table_.size(); ++k) block.records[k] = table_[k];
+void Steady3D::noteHeading(const PointF& a, const PointF& b) {
+  if (output_ != nullptr) output_->addPair({0.0f, a.x, a.y, a.z}, {0.0f, b.x, b.y, b.z});
 }
 
 bool Steady3D::setImuA(std::int16_t r0, std::int16_t r1, std::int16_t r2, std::int16_t r3,

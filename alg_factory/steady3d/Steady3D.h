@@ -7,6 +7,8 @@
 #include <alg_factory/filter/ConstantVelocityModel.h>
 #include <alg_factory/filter/KalmanFilter.h>
 #include <alg_factory/hid/BaseCV.h>
+#include <alg_factory/hid/StageObserver.h>
+#include <alg_factory/service/ProductTable.h>
 #include <alg_factory/service/ResultBlock.h>
 #include <alg_factory/steady3d/HeadingAlignment.h>
 #include <alg_factory/steady3d/JumpGuard.h>
@@ -38,12 +40,12 @@ class Steady3D : public BaseCV {
   /// Always true.
   bool process() override;
 
+  /// As `process`, and tells `observer` which positions are not reported.
+  template <typename Observer>
+  bool process(Observer& observer);
+
   /// Sizes the storage and, unless the filter mode is -1, builds both position filters anew.
   bool prepare() override;
-
-  /// Copies the table: ids, positions and bearings. The header and all other fields are zero.
-  /// Positions are as measured, y and z not negated.
-  void copyResult(ResultBlock& block) const;
 
   // Auxiliary inputs. Each stores its values and returns true.
 
@@ -71,6 +73,8 @@ class Steady3D : public BaseCV {
   const KalmanFilter& positionFilterB() const { return positionFilterB_; }
   const ObjectSightings& sightings() const { return sightings_; }
   const MarkerPoints& markers() const { return markers_; }
+  /// Ids, positions and bearings; all other fields stay zero. Positions are as measured, y and z
+  /// not negated.
   const std::array<TrackedPoint, ResultBlock::kRecords>& table() const { return table_; }
   const JumpGuard& guard(std::size_t object) const { return guards_[object]; }
   const TwoPointObject& twoPointObject() const { return twoPointObject_; }
@@ -86,17 +90,25 @@ class Steady3D : public BaseCV {
  private:
   void setObjects(std::vector<std::int32_t> pointsPerObject);
   void takeInput();
-  void fillTable();
-  void fillTableWithGuards();
-  void trackSingle(std::size_t object, const PointF& position);
-  void trackPair(std::size_t firstMarker);
+  void fillFromMarkers();
+  void place(std::size_t record, const PointF& position);
+  void forget(std::size_t object);
+  void noteHeading(const PointF& a, const PointF& b);
+  template <typename Observer>
+  void fillTable(Observer& observer);
+  template <typename Observer>
+  void fillWithGuards(Observer& observer);
+  template <typename OnHeld>
+  PointF reportedPosition(std::size_t object, std::size_t marker, OnHeld onHeld);
+
+  static constexpr std::size_t kPairObject = 2;  ///< of the products whose jumps are guarded
 
   std::int32_t productType_ = 0;
   std::int32_t filterMode_ = -1;
   std::int32_t objectCount_ = 0;
   std::int32_t holdFrames_ = 0;  ///< a tunable, zero for every product type: nothing is held
   std::vector<std::int32_t> pointsPerObject_;
-  float typeParam1_ = 0;  ///< carried, not read
+  float typeParam1_ = 0;  ///< a setting of the product that no step reads
   float typeParam2_ = 0;  ///< largest factor of the two-point object's diameter ratio
 
   ConstantVelocityModel model_;
@@ -117,5 +129,65 @@ class Steady3D : public BaseCV {
   std::array<float, 3> gyroA_{}, gyroB_{}, accelA_{}, accelB_{}, auxVector_{};
   std::int32_t sideHint_ = 0;
 };
+
+template <typename Observer>
+bool Steady3D::process(Observer& observer) {
+  takeInput();
+  noteSightings(points_, sightings_);
+  holdMissing(holdFrames_, sightings_, points_);
+  distribute(pointsPerObject_, points_, markers_);
+  fillTable(observer);
+  return true;
+}
+
+template <typename Observer>
+void Steady3D::fillTable(Observer& observer) {
+  if (markers_.index.empty()) return;
+  for (TrackedPoint& record : table_) record.id = kNoObject;
+  const Product* product = findProduct(productType_);
+  if (product != nullptr && product->guardsJumps) {
+    fillWithGuards(observer);
+  } else {
+    fillFromMarkers();
+  }
+}
+
+template <typename Observer>
+void Steady3D::fillWithGuards(Observer& observer) {
+  std::size_t marker = 0;
+  for (std::size_t object = 0; object < pointsPerObject_.size(); ++object) {
+    if (object > kPairObject || marker >= markers_.index.size()) break;
+    if (markers_.index[marker] == kNoObject) {
+      forget(object);
+    } else {
+      table_[object].id = static_cast<std::int32_t>(object);
+      place(object, reportedPosition(object, marker, [&](BlobFate fate, float value, float limit) {
+              observer.held(object, fate, static_cast<double>(value), static_cast<double>(limit));
+            }));
+    }
+    marker += static_cast<std::size_t>(pointsPerObject_[object]);
+  }
+}
+
+/// @param marker  the first of the object, which is seen
+template <typename OnHeld>
+PointF Steady3D::reportedPosition(std::size_t object, std::size_t marker, OnHeld onHeld) {
+  const PointF& a = markers_.position[marker];
+  if (object != kPairObject) return guards_[object].accept(a, onHeld);
+
+  // Marker points are filled in order: the second is never seen without the first.
+  const std::size_t second = marker + 1;
+  PointF reported;
+  if (second < markers_.index.size() && markers_.index[second] != kNoObject) {
+    const PointF& b = markers_.position[second];
+    noteHeading(a, b);
+    reported = twoPointObject_.seeBoth(a, b, markers_.diameter[marker], markers_.diameter[second],
+                                       sideHint_, typeParam2_, onHeld);
+  } else {
+    reported = twoPointObject_.seeOne(a, sideHint_, onHeld);
+  }
+  table_[kPairObject].bearing = bearingOf(reported);
+  return reported;
+}
 
 }  // namespace algorithm

@@ -28,27 +28,14 @@ PointF TwoPointObject::reconstruct(const PointF& visible) const {
   return visible + 0.5f * offset;
 }
 
-bool TwoPointObject::ratioHolds(std::int32_t diameterA, std::int32_t diameterB,
-                                float maxRatioChange) {
-  const float ratio = static_cast<float>(diameterA) / static_cast<float>(diameterB);
-  const float change = ratio / referenceRatio_;
-  const bool fails = change > maxRatioChange || change < 1.0f / maxRatioChange;
-  // Only a failed test moves the reference (kept): a slow drift within the factor is not followed.
-  if (fails) referenceRatio_ = ratio;
-  return !fails;
-}
-
-PointF TwoPointObject::seeOne(const PointF& point, std::int32_t sideHint) {
-  decideSide(point, sideHint);
-  const PointF position = reconstruct(point);
+PointF TwoPointObject::reconstructFrom(const PointF& visible, std::int32_t sideHint) {
+  decideSide(visible, sideHint);
   rampCounter_ = 0;
   sawBoth_ = false;
-  return guard_.accept(position);
+  return reconstruct(visible);
 }
 
-PointF TwoPointObject::seeBoth(const PointF& a, const PointF& b, const StereoPoint& sightingA,
-                               const StereoPoint& sightingB, std::int32_t sideHint,
-                               float maxRatioChange) {
+PointF TwoPointObject::slideToMidpoint(const PointF& a, const PointF& b, std::int32_t sideHint) {
   const Pair pair = a.x < b.x ? Pair{a, b} : Pair{b, a};
   if (sideHint == 1) side_ = PairSide::kFirst;
   if (sideHint == 2) side_ = PairSide::kSecond;
@@ -61,11 +48,7 @@ PointF TwoPointObject::seeBoth(const PointF& a, const PointF& b, const StereoPoi
   }
   remembered_ = pair;
   sawBoth_ = true;
-
-  if (!guard_.fresh() && !ratioHolds(sightingA.diameter, sightingB.diameter, maxRatioChange)) {
-    position = guard_.lastAccepted();
-  }
-  return guard_.accept(position);
+  return position;
 }
 
 float bearingOf(const PointF& position) {

@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
+#include <alg_factory/hid/StageObserver.h>
 #include <alg_factory/steady3d/JumpGuard.h>
 #include <alg_factory/steady3d/PointF.h>
-#include <alg_factory/stereo3d/StereoPoint.h>
 
 namespace algorithm {
 
@@ -25,18 +25,30 @@ class TwoPointObject {
   /// One point visible. @return the position to report.
   /// @param point     where it is now
   /// @param sideHint  1: it is the first of the pair, 2: the second, else decided by distance
-  PointF seeOne(const PointF& point, std::int32_t sideHint);
+  /// @param onHeld    called with (BlobFate, value, limit) when the position is rejected
+  template <typename OnHeld = NotHeard>
+  PointF seeOne(const PointF& point, std::int32_t sideHint, OnHeld onHeld = {}) {
+    return guard_.accept(reconstructFrom(point, sideHint), onHeld);
+  }
 
-  /// Both points visible, in the order of the marker points; the sightings carry the diameters.
+  /// Both points visible, in the order of the marker points.
   /// @param a               position of the first marker point
   /// @param b               position of the second
-  /// @param sightingA       what the cameras saw of the first: its diameters
-  /// @param sightingB       the same of the second
+  /// @param diameterA       of the first in the images, pixels
+  /// @param diameterB       of the second
   /// @param sideHint        1, 2: the report slides from that side of the pair, else from the last
   /// @param maxRatioChange  largest factor between the diameter ratio and its reference
+  /// @param onHeld          as `seeOne`
   /// @return the position to report
-  PointF seeBoth(const PointF& a, const PointF& b, const StereoPoint& sightingA,
-                 const StereoPoint& sightingB, std::int32_t sideHint, float maxRatioChange);
+  template <typename OnHeld = NotHeard>
+  PointF seeBoth(const PointF& a, const PointF& b, std::int32_t diameterA, std::int32_t diameterB,
+                 std::int32_t sideHint, float maxRatioChange, OnHeld onHeld = {}) {
+    PointF position = slideToMidpoint(a, b, sideHint);
+    if (!guard_.fresh() && !ratioHolds(diameterA, diameterB, maxRatioChange, onHeld)) {
+      position = guard_.lastAccepted();
+    }
+    return guard_.accept(position, onHeld);
+  }
 
   bool fresh() const { return guard_.fresh(); }
   int rampCounter() const { return rampCounter_; }
@@ -53,7 +65,22 @@ class TwoPointObject {
 
   void decideSide(const PointF& point, std::int32_t sideHint);
   PointF reconstruct(const PointF& visible) const;
-  bool ratioHolds(std::int32_t diameterA, std::int32_t diameterB, float maxRatioChange);
+  PointF reconstructFrom(const PointF& visible, std::int32_t sideHint);
+  PointF slideToMidpoint(const PointF& a, const PointF& b, std::int32_t sideHint);
+
+  template <typename OnHeld>
+  bool ratioHolds(std::int32_t diameterA, std::int32_t diameterB, float maxRatioChange,
+                  OnHeld onHeld) {
+    const float ratio = static_cast<float>(diameterA) / static_cast<float>(diameterB);
+    const float change = ratio / referenceRatio_;
+    const bool fails = change > maxRatioChange || change < 1.0f / maxRatioChange;
+    if (!fails) return true;
+    // Only a failed test moves the reference (kept): a slow drift within the factor is not
+    // followed.
+    referenceRatio_ = ratio;
+    onHeld(BlobFate::kHeldByRatio, change, maxRatioChange);
+    return false;
+  }
 
   JumpGuard guard_{kMaxJump};
   float referenceRatio_ = 0;

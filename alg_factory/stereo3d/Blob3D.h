@@ -1,15 +1,13 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <vector>
 
-#include <Eigen/Core>
-
 #include <alg_factory/blob2d/Blob2DPoint.h>
+#include <alg_factory/blob2d/IdGroups.h>
 #include <alg_factory/hid/BaseCV.h>
+#include <alg_factory/hid/StageObserver.h>
 #include <alg_factory/stereo3d/EpipolarMatcher.h>
-#include <alg_factory/stereo3d/ImagePoint.h>
 #include <alg_factory/stereo3d/PointFilter.h>
 #include <alg_factory/stereo3d/PointSmoother.h>
 #include <alg_factory/stereo3d/StereoCalibration.h>
@@ -32,11 +30,16 @@ class Blob3D : public BaseCV {
   bool configure(std::vector<Blob2DPoint>* left, std::vector<Blob2DPoint>* right,
                  std::vector<StereoPoint>* output);
 
+  /// Takes no note of it: nothing here is ever logged.
   bool setLogger(LogSink* logger);
 
   /// Takes both inputs by exchanging storage, leaves them empty, and exchanges the frame's points
   /// with the bound output. Does nothing while an input is not bound. Always true.
   bool process() override;
+
+  /// As `process`, and tells `observer` what becomes of every blob and point.
+  template <typename Observer>
+  bool process(Observer& observer);
 
   /// Sizes the lists by id, with room for a full packet, so that no frame allocates. Histories of
   /// ids that remain are kept.
@@ -45,54 +48,98 @@ class Blob3D : public BaseCV {
   std::int32_t blobIdCount() const { return blobIdCount_; }
   const std::vector<std::int32_t>& expectedPoints() const { return expectedPoints_; }
   const StereoCalibration& calibration() const { return calibration_; }
-  const std::vector<BlobPairs>& pairsById() const { return pairsById_; }
+  /// Of the latest frame: the blobs as they were matched, and the pairs, id by id.
+  const StereoBlobs& blobs() const { return blobs_; }
+  const std::vector<BlobPair>& pairs() const { return pairs_; }
   const std::vector<PointHistory>& historyById() const { return historyById_; }
   const std::vector<StereoPoint>& previousPoints() const { return previousPoints_; }
-  const std::vector<ImagePoint>& leftUndistorted() const { return leftUndistorted_; }
-  const std::vector<ImagePoint>& rightUndistorted() const { return rightUndistorted_; }
 
   /// Largest depth a point may have. One value for the process, written by the last `init` of any
   /// instance (kept: hosts that reconfigure rely on the last product type's limit).
   static double maxDepth;
 
  private:
-  void applySettings(std::vector<std::int32_t> expectedPoints, double depthLimit);
+  static constexpr double kSmoothingRadius = 3.0;  ///< unit of the calibration's translation
 
   bool bound() const;
   void takeInputs();
-  void undistortBoth();
-  void sortOntoLines();
-  void matchPairs();
-  void triangulatePairs();
-  void filterPoints();
-  void smoothAndPublish();
+  void undistortOntoLines();
+  void groupById();
+  template <typename Observer>
+  void matchPairs(Observer& observer);
+  template <typename Observer>
+  void filterPoints(Observer& observer);
+  template <typename Observer>
+  void smoothAndPublish(Observer& observer);
 
   StereoCalibration calibration_;
-  Eigen::Matrix3d leftIntrinsicsInverse_ = Eigen::Matrix3d::Zero();
-  Eigen::Matrix3d rightIntrinsicsInverse_ = Eigen::Matrix3d::Zero();
   StereoRays rays_;
-  std::uint32_t productType_ = 0;
   std::int32_t blobIdCount_ = 0;
+  bool keepsNearReference_ = false;
   std::vector<std::int32_t> expectedPoints_;
-  std::array<float, 6> tuning_{};  ///< only the last one, the smoothing radius, is read
-  float tuningExtra_ = 0;          ///< carried, not read
-  LogSink* logger_ = nullptr;
 
   std::vector<Blob2DPoint>* leftInput_ = nullptr;
   std::vector<Blob2DPoint>* rightInput_ = nullptr;
   std::vector<StereoPoint>* output_ = nullptr;
 
-  std::vector<Blob2DPoint> leftBlobs_, rightBlobs_;
-  std::vector<ImagePoint> leftRaw_, rightRaw_;
-  std::vector<ImagePoint> leftUndistorted_, rightUndistorted_;
-  std::vector<ImageLine> leftLines_, rightLines_;
-  std::vector<std::vector<Blob2DPoint>> leftById_, rightById_;
-  std::vector<BlobPairs> pairsById_;
-  MatchScratch matchScratch_;
+  StereoBlobs blobs_;
+  IdGroups leftGroups_, rightGroups_;
+  NeighbourTable neighbours_;
+  std::vector<BlobPair> pairs_;
+  std::vector<PairPoint> pairPoints_;
+  std::vector<PointMean> previousMeans_;
   SurplusScratch surplusScratch_;
   std::vector<StereoPoint> currentPoints_, previousPoints_;
   std::vector<PointHistory> historyById_;
-  std::vector<std::int32_t> spareById_;  ///< one entry fewer than ids; carried, not read
 };
+
+template <typename Observer>
+bool Blob3D::process(Observer& observer) {
+  if (!bound()) return true;
+  takeInputs();
+  undistortOntoLines();
+  groupById();
+  matchPairs(observer);
+  triangulate(rays_, blobs_, pairs_, pairPoints_, observer);
+  filterPoints(observer);
+  smoothAndPublish(observer);
+  return true;
+}
+
+template <typename Observer>
+void Blob3D::matchPairs(Observer& observer) {
+  pairs_.clear();
+  for (std::size_t id = 0; id < leftGroups_.ids(); ++id) {
+    matchId(blobs_, leftGroups_[id], rightGroups_[id], neighbours_, pairs_, observer);
+  }
+}
+
+template <typename Observer>
+void Blob3D::filterPoints(Observer& observer) {
+  meansById(previousPoints_, previousMeans_);
+  removeTooDeep(maxDepth, pairPoints_, observer);
+  removeJumps(previousMeans_, pairPoints_, observer);
+  if (keepsNearReference_) {
+    removeFarFromReference(expectedPoints_[kReferenceId], pairPoints_, observer);
+  }
+  removeSurplus(expectedPoints_, !previousPoints_.empty(), previousMeans_, surplusScratch_,
+                pairPoints_, observer);
+}
+
+template <typename Observer>
+void Blob3D::smoothAndPublish(Observer& observer) {
+  currentPoints_.clear();
+  for (const PairPoint& p : pairPoints_) {
+    const BlobPair& pair = pairs_[p.pair];
+    currentPoints_.push_back(stereoPoint(p, blobs_.left[pair.left], blobs_.right[pair.right]));
+  }
+  smoothPoints(kSmoothingRadius, historyById_, currentPoints_);
+  for (std::size_t i = 0; i < currentPoints_.size(); ++i) {
+    observer.published(pairPoints_[i].pair, currentPoints_[i]);
+  }
+  previousPoints_ = currentPoints_;
+  currentPoints_.swap(*output_);
+  currentPoints_.clear();
+}
 
 }  // namespace algorithm

@@ -1,8 +1,9 @@
 #include <alg_factory/stereo3d/EpipolarMatcher.h>
 
 #include <cmath>
+#include <limits>
 
-#include <alg_factory/blob2d/StableSort.h>
+#include <alg_factory/blob2d/Twin.h>
 
 namespace algorithm {
 
@@ -15,43 +16,12 @@ double distanceFromLine(const Blob2DPoint& owner, const Blob2DPoint& point) {
          std::sqrt(line[0] * line[0] + line[1] * line[1]);
 }
 
-void append(const Blob2DPoint& left, const Blob2DPoint& right, BlobPairs& pairs) {
-  pairs.push_back(left);
-  pairs.push_back(right);
-}
-
-/// Replaces `centred` by the blobs' centres relative to their mean.
-void centre(const std::vector<Blob2DPoint>& blobs, std::vector<ImagePoint>& centred) {
-  double sumX = 0.0, sumY = 0.0;
-  for (const Blob2DPoint& blob : blobs) {
-    sumX += blob.x;
-    sumY += blob.y;
+/// Index of the first of `count` values, `stride` apart, that is `value`; 0 where none is.
+std::size_t firstOf(const double* values, std::size_t stride, std::size_t count, double value) {
+  for (std::size_t i = 0; i < count; ++i, values += stride) {
+    if (*values == value) return i;
   }
-  const double meanX = sumX / static_cast<double>(blobs.size());
-  const double meanY = sumY / static_cast<double>(blobs.size());
-  centred.resize(blobs.size());
-  for (std::size_t i = 0; i < blobs.size(); ++i) {
-    centred[i] = {blobs[i].x - meanX, blobs[i].y - meanY};
-  }
-}
-
-/// Index of the point nearest to `target`; the first of equals. Squares order as distances do.
-std::size_t nearest(const ImagePoint& target, const std::vector<ImagePoint>& points) {
-  const auto squaredDistance = [&](const ImagePoint& point) {
-    const double dx = point.x - target.x;
-    const double dy = point.y - target.y;
-    return dx * dx + dy * dy;
-  };
-  std::size_t best = 0;
-  double bestDistance = squaredDistance(points[0]);
-  for (std::size_t i = 1; i < points.size(); ++i) {
-    const double distance = squaredDistance(points[i]);
-    if (distance < bestDistance) {
-      best = i;
-      bestDistance = distance;
-    }
-  }
-  return best;
+  return 0;
 }
 
 }  // namespace
@@ -60,62 +30,70 @@ double epipolarDistance(const Blob2DPoint& left, const Blob2DPoint& right) {
   return (distanceFromLine(left, right) + distanceFromLine(right, left)) / 2;
 }
 
-bool accepted(const Blob2DPoint& left, const Blob2DPoint& right) {
-  return (left.diameter + right.diameter) * 0.5 > epipolarDistance(left, right);
+void NeighbourTable::reserve(std::size_t blobs) {
+  const std::size_t even = blobs + blobs % 2;
+  for (auto* list : {&leftX_, &leftY_, &rightX_, &rightY_, &leastOfRow_, &leastOfColumn_}) {
+    list->reserve(even);
+  }
+  squares_.reserve(blobs * even);
 }
 
-void cutToSameCount(std::vector<Blob2DPoint>& left, std::vector<Blob2DPoint>& right) {
-  if (left.size() == right.size()) return;
-  auto& longer = left.size() < right.size() ? right : left;
-  const auto& shorter = left.size() < right.size() ? left : right;
-  sortByDiameter(longer);
-  longer.resize(shorter.size());
-}
-
-void matchMutualNearest(const std::vector<Blob2DPoint>& left, const std::vector<Blob2DPoint>& right,
-                        MatchScratch& scratch, BlobPairs& pairs) {
-  centre(left, scratch.left);
-  centre(right, scratch.right);
-  for (std::size_t i = 0; i < left.size(); ++i) {
-    const std::size_t j = nearest(scratch.left[i], scratch.right);
-    const std::size_t k = nearest(scratch.right[j], scratch.left);
-    if (k == i && accepted(left[i], right[j])) append(left[i], right[j], pairs);
+/// Replaces `x` and `y` by the blobs' centres relative to their mean. What fills an odd number up
+/// is farther than everything.
+void NeighbourTable::centre(const std::vector<Blob2DPoint>& blobs, IndexSpan group,
+                            std::vector<double>& x, std::vector<double>& y) {
+  double sumX = 0.0, sumY = 0.0;
+  for (const std::uint32_t i : group) {
+    sumX += blobs[i].x;
+    sumY += blobs[i].y;
+  }
+  const double meanX = sumX / static_cast<double>(group.size);
+  const double meanY = sumY / static_cast<double>(group.size);
+  x.resize(group.size + group.size % 2);
+  y.resize(group.size + group.size % 2);
+  x.back() = y.back() = std::numeric_limits<double>::infinity();
+  for (std::size_t n = 0; n < group.size; ++n) {
+    x[n] = blobs[group[n]].x - meanX;
+    y[n] = blobs[group[n]].y - meanY;
   }
 }
 
-void matchClosest(const std::vector<Blob2DPoint>& left, const std::vector<Blob2DPoint>& right,
-                  BlobPairs& pairs) {
-  const Blob2DPoint* bestLeft = nullptr;
-  const Blob2DPoint* bestRight = nullptr;
-  double bestDistance = 0.0;
-  for (const Blob2DPoint& l : left) {
-    for (const Blob2DPoint& r : right) {
-      const double distance = epipolarDistance(l, r);
-      if (bestLeft == nullptr || distance < bestDistance) {
-        bestLeft = &l;
-        bestRight = &r;
-        bestDistance = distance;
-      }
+void NeighbourTable::fill(const StereoBlobs& blobs, IndexSpan left, IndexSpan right) {
+  const std::size_t stride = left.size + left.size % 2;
+  size_ = left.size;
+  stride_ = stride;
+  centre(blobs.left, left, leftX_, leftY_);
+  centre(blobs.right, right, rightX_, rightY_);
+  squares_.resize(left.size * stride);
+  leastOfColumn_.resize(stride);
+  leastOfRow_.resize(left.size);
+  const auto squares = [this](std::size_t i, std::size_t j) {
+    const Twin dx = load(&rightX_[j]) - leftX_[i];
+    const Twin dy = load(&rightY_[j]) - leftY_[i];
+    return dx * dx + dy * dy;
+  };
+  double* const leastOfColumn = leastOfColumn_.data();
+  for (std::size_t j = 0; j < stride; j += 2) store(squares(0, j), leastOfColumn + j);
+  for (std::size_t i = 0; i < left.size; ++i) {
+    double* const row = squares_.data() + i * stride;
+    // Where the first is not a number nothing is less: both lanes begin with it.
+    Twin least = twin(squares(i, 0)[0]);
+    for (std::size_t j = 0; j < stride; j += 2) {
+      const Twin here = squares(i, j), above = load(leastOfColumn + j);
+      store(here, row + j);
+      least = here < least ? here : least;
+      store(here < above ? here : above, leastOfColumn + j);
     }
+    leastOfRow_[i] = least[1] < least[0] ? least[1] : least[0];
   }
-  if (bestLeft != nullptr && accepted(*bestLeft, *bestRight)) append(*bestLeft, *bestRight, pairs);
 }
 
-void matchId(std::vector<Blob2DPoint>& left, std::vector<Blob2DPoint>& right, MatchScratch& scratch,
-             BlobPairs& pairs) {
-  pairs.clear();
-  if (left.empty() || right.empty()) return;
-  cutToSameCount(left, right);
-  if (left.size() == 1 && right.size() == 1) {
-    if (accepted(left[0], right[0])) append(left[0], right[0], pairs);
-  } else if (left.size() == right.size()) {
-    matchMutualNearest(left, right, scratch, pairs);
-  } else {
-    // Not reached after the cut; kept as the answer to counts that differ.
-    matchClosest(left, right, pairs);
-    left.clear();
-    right.clear();
-  }
+std::size_t NeighbourTable::nearestRight(std::size_t i) const {
+  return firstOf(squares_.data() + i * stride_, 1, size_, leastOfRow_[i]);
+}
+
+std::size_t NeighbourTable::nearestLeft(std::size_t j) const {
+  return firstOf(squares_.data() + j, stride_, size_, leastOfColumn_[j]);
 }
 
 }  // namespace algorithm

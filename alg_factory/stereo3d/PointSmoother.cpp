@@ -1,46 +1,46 @@
 #include <alg_factory/stereo3d/PointSmoother.h>
 
-#include <algorithm>
 #include <cmath>
+
+#include <alg_factory/blob2d/Twin.h>
 
 namespace algorithm {
 
 void smoothPoint(double radius, PointHistory& history, StereoPoint& point) {
-  const StereoPoint raw = point;
-  if (!history.empty()) {
-    double sumX = raw.x, sumY = raw.y, sumZ = raw.z;
-    int count = 1;
-    for (auto past = history.rbegin(); past != history.rend(); ++past) {
-      const double dx = raw.x - past->x;
-      const double dy = raw.y - past->y;
-      const double dz = raw.z - past->z;
-      const double distance = std::sqrt(dx * dx + dy * dy + dz * dz);
-      if (!(distance < radius)) continue;
-      const double w = distance / radius;
-      sumX += (1 - w) * past->x + w * raw.x;
-      sumY += (1 - w) * past->y + w * raw.y;
-      sumZ += (1 - w) * past->z + w * raw.z;
-      ++count;
-    }
-    point.x = sumX / count;
-    point.y = sumY / count;
-    point.z = sumZ / count;
+  const PointHistory::Position raw{point.x, point.y, point.z};
+  const Twin rawXY = {raw.x, raw.y};
+  Twin sumXY = rawXY;
+  double sumZ = raw.z;
+  int count = 1;
+  for (std::size_t i = history.size(); i-- > 0;) {
+    const PointHistory::Position& past = history[i];
+    const Twin pastXY = {past.x, past.y};
+    const Twin squares = (rawXY - pastXY) * (rawXY - pastXY);
+    const double dz = raw.z - past.z;
+    const double distance = std::sqrt(squares[0] + squares[1] + dz * dz);
+    if (!(distance < radius)) continue;
+    const double w = distance / radius;
+    sumXY += (1 - w) * pastXY + w * rawXY;
+    sumZ += (1 - w) * past.z + w * raw.z;
+    ++count;
   }
-  history.push_back(raw);
-  if (history.size() > kHistoryLength) history.erase(history.begin());
+  point.x = sumXY[0] / count;
+  point.y = sumXY[1] / count;
+  point.z = sumZ / count;
+  history.push(raw);
 }
 
 void smoothPoints(double radius, std::vector<PointHistory>& historyById,
                   std::vector<StereoPoint>& points) {
+  auto point = points.begin();
   for (std::size_t g = 0; g < historyById.size(); ++g) {
-    const auto first = std::find_if(points.begin(), points.end(), [&](const StereoPoint& p) {
-      return p.id == static_cast<int>(g);
-    });
-    if (first == points.end()) {
-      historyById[g].clear();
+    const auto isOfId = [&] { return point != points.end() && point->id == static_cast<int>(g); };
+    if (isOfId()) {
+      smoothPoint(radius, historyById[g], *point);
     } else {
-      smoothPoint(radius, historyById[g], *first);
+      historyById[g].clear();
     }
+    while (isOfId()) ++point;
   }
 }
 

@@ -1,10 +1,16 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include <Eigen/Core>
 
+#include <alg_factory/blob2d/Twin.h>
+#include <alg_factory/hid/StageObserver.h>
 #include <alg_factory/stereo3d/EpipolarMatcher.h>
+#include <alg_factory/stereo3d/StereoCalibration.h>
 #include <alg_factory/stereo3d/StereoPoint.h>
 
 namespace algorithm {
@@ -16,14 +22,84 @@ struct StereoRays {
   Eigen::Vector3d leftCentreInRight;  ///< T
 };
 
+/// The inverses are the general ones of 3x3 matrices; a singular camera matrix is not tested.
+StereoRays raysFrom(const StereoCalibration& calibration);
+
 /// Midpoint of the shortest segment between the two blobs' rays, in the right camera's frame
 /// (Hartley and Sturm, "Triangulation", 1997). The rays are T + s dL and t dR; their closest points
 /// solve [dR.dR, dR.dL; dL.dR, dL.dL] (t, -s)^T = (dR.T, dL.T)^T. Parallel rays give entries that
-/// are not finite.
-Eigen::Vector3d midpoint(const StereoRays& rays, const Blob2DPoint& left, const Blob2DPoint& right);
+/// are not finite. Sums are taken as they stand here, on every platform.
+/// @tparam Number   double, or Twin for two pairs at once
+/// @param leftX...  undistorted pixels
+template <typename Number>
+std::array<Number, 3> midpoint(const StereoRays& rays, Number leftX, Number leftY, Number rightX,
+                               Number rightY) {
+  using Vector = std::array<Number, 3>;
+  const auto direction = [](const Eigen::Matrix3d& m, Number x, Number y) {
+    return Vector{m(0, 0) * x + (m(0, 1) * y + m(0, 2)), m(1, 0) * x + (m(1, 1) * y + m(1, 2)),
+                  m(2, 0) * x + (m(2, 1) * y + m(2, 2))};
+  };
+  const auto dot = [](const Vector& a, const auto& b) {
+    return a[0] * b[0] + (a[1] * b[1] + a[2] * b[2]);
+  };
+  const Eigen::Vector3d& T = rays.leftCentreInRight;
+  const Vector dL = direction(rays.leftRayInRight, leftX, leftY);
+  const Vector dR = direction(rays.rightRay, rightX, rightY);
 
-/// Appends the point of every pair that lies farther than 10.0 in front of the right camera.
-void triangulate(const StereoRays& rays, const BlobPairs& pairs, int id,
-                 std::vector<StereoPoint>& points);
+  const Number rr = dot(dR, dR), rl = dot(dR, dL), ll = dot(dL, dL);
+  const Number rT = dot(dR, T), lT = dot(dL, T);
+  const Number inverse = 1.0 / (rr * ll - rl * rl);
+  const Number t = ll * inverse * rT + -rl * inverse * lT;
+  const Number s = -(-rl * inverse * rT + rr * inverse * lT);
+  return {(t * dR[0] + T[0] + s * dL[0]) / 2, (t * dR[1] + T[1] + s * dL[1]) / 2,
+          (t * dR[2] + T[2] + s * dL[2]) / 2};
+}
+
+inline Eigen::Vector3d midpoint(const StereoRays& rays, const Blob2DPoint& left,
+                                const Blob2DPoint& right) {
+  return Eigen::Vector3d(midpoint(rays, left.x, left.y, right.x, right.y).data());
+}
+
+/// A point on its way through the passes of one frame.
+struct PairPoint {
+  double x, y, z;  ///< right camera's frame, unit of the calibration's translation
+  std::int32_t id;
+  std::uint32_t pair;  ///< its place among the frame's pairs
+};
+
+/// What the point of a pair is published as.
+inline StereoPoint stereoPoint(const PairPoint& p, const Blob2DPoint& left,
+                               const Blob2DPoint& right) {
+  return {p.x, p.y, p.z, left.x, left.y, right.x, right.y, (left.diameter + right.diameter) / 2,
+          p.id};
+}
+
+/// A point must lie farther than this in front of the right camera.
+constexpr double kMinDepth = 10.0;
+
+/// Replaces `points` by those of the pairs, in their order, that lie far enough from the camera.
+template <typename Observer>
+void triangulate(const StereoRays& rays, const StereoBlobs& blobs,
+                 const std::vector<BlobPair>& pairs, std::vector<PairPoint>& points,
+                 Observer& observer) {
+  points.clear();
+  for (std::size_t i = 0; i < pairs.size(); i += 2) {
+    const BlobPair& a = pairs[i];
+    const BlobPair& b = pairs[i + 1 < pairs.size() ? i + 1 : i];  // the last may go with itself
+    const Blob2DPoint &leftA = blobs.left[a.left], &leftB = blobs.left[b.left];
+    const Blob2DPoint &rightA = blobs.right[a.right], &rightB = blobs.right[b.right];
+    const auto p = midpoint(rays, Twin{leftA.x, leftB.x}, Twin{leftA.y, leftB.y},
+                            Twin{rightA.x, rightB.x}, Twin{rightA.y, rightB.y});
+    for (std::size_t n = 0; n < 2 && i + n < pairs.size(); ++n) {
+      observer.triangulated(i + n, p[0][n], p[1][n], p[2][n]);
+      if (p[2][n] > kMinDepth) {
+        points.push_back({p[0][n], p[1][n], p[2][n], n == 0 ? leftA.id : leftB.id,
+                          static_cast<std::uint32_t>(i + n)});
+      } else {
+        observer.pointDropped(i + n, BlobFate::kTooNear, p[2][n], kMinDepth);
+      }
+    }
+  }
+}
 
 }  // namespace algorithm

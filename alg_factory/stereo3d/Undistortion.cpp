@@ -1,6 +1,10 @@
 #include <alg_factory/stereo3d/Undistortion.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
+
+#include <alg_factory/blob2d/Twin.h>
 
 namespace algorithm {
 
@@ -9,95 +13,115 @@ namespace {
 constexpr int kSteps = 10;
 constexpr double kCentreRadius = 1e-8;  // closer points stay where they are
 
-struct Lens {
-  double fx, cx, fy, cy, k1, k2, k3, k4;
-};
-
-Lens lensOf(const double (&intrinsics)[9], const double (&distortion)[8]) {
-  return {intrinsics[0], intrinsics[2], intrinsics[4], intrinsics[5],
-          distortion[0], distortion[1], distortion[2], distortion[3]};
-}
-
-/// Points side by side, of any camera. The steps of one point wait for each other's divisions; in
-/// plain loops over lanes, which the compiler turns into vector instructions, they overlap. Each
-/// point's own operations stay the same and in the same order.
-class LaneBlock {
+/// Points of two cameras side by side, the first half of one, the second of the other, so that the
+/// steps of one point do not wait for the divisions of another. Each point's own operations stay
+/// the same and in the same order.
+class Lanes {
  public:
-  /// Takes a point on its way to `out`, which is written by the next `flush` at the latest.
-  void add(const Lens& lens, const ImagePoint& raw, ImagePoint& out) {
-    const std::size_t i = count_++;
-    lens_[i] = &lens;
-    out_[i] = &out;
-    x_[i] = (raw.x - lens.cx) / lens.fx;
-    y_[i] = (raw.y - lens.cy) / lens.fy;
-    k1_[i] = lens.k1;
-    k2_[i] = lens.k2;
-    k3_[i] = lens.k3;
-    k4_[i] = lens.k4;
-    if (count_ == kLanes) flush();
+  static constexpr std::size_t kHalf = 6;  // the largest product's markers in one camera
+
+  void setLens(std::size_t half, const double (&intrinsics)[9], const double (&distortion)[8]) {
+    lenses_[half] = {twin(intrinsics[0]), twin(intrinsics[2]), twin(intrinsics[4]),
+                     twin(intrinsics[5]), twin(distortion[0]), twin(distortion[1]),
+                     twin(distortion[2]), twin(distortion[3])};
+    for (std::size_t i = half * kTwins; i < (half + 1) * kTwins; ++i) {
+      x_[i] = lenses_[half].cx;
+      y_[i] = lenses_[half].cy;
+    }
   }
 
-  void flush() {
-    if (count_ == 0) return;
-    for (std::size_t i = 0; i < kLanes; ++i) {
-      theta_[i] = r_[i] = std::sqrt(x_[i] * x_[i] + y_[i] * y_[i]);
+  template <typename Point>
+  void take(std::size_t half, const Point* points, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+      x_[half * kTwins + i / 2][i % 2] = points[i].x;
+      y_[half * kTwins + i / 2][i % 2] = points[i].y;
+    }
+  }
+
+  /// Lanes without a point go along with what they hold: the image centre, or a point taken before.
+  void undistort() {
+    Twin r[2 * kTwins], theta[2 * kTwins];
+    for (std::size_t i = 0; i < 2 * kTwins; ++i) {
+      const Lens& lens = lenses_[i / kTwins];
+      x_[i] = (x_[i] - lens.cx) / lens.fx;
+      y_[i] = (y_[i] - lens.cy) / lens.fy;
+      theta[i] = r[i] = root(x_[i] * x_[i] + y_[i] * y_[i]);
     }
     for (int step = 0; step < kSteps; ++step) {
-      for (std::size_t i = 0; i < kLanes; ++i) {
-        const double theta2 = theta_[i] * theta_[i];
-        const double theta4 = theta2 * theta2;
-        const double theta6 = theta4 * theta2;
-        const double theta8 = theta4 * theta4;
-        theta_[i] =
-            r_[i] / (1.0 + k1_[i] * theta2 + k2_[i] * theta4 + k3_[i] * theta6 + k4_[i] * theta8);
+      for (std::size_t i = 0; i < 2 * kTwins; ++i) {
+        const Lens& lens = lenses_[i / kTwins];
+        const Twin theta2 = theta[i] * theta[i];
+        const Twin theta4 = theta2 * theta2;
+        const Twin theta6 = theta4 * theta2;
+        const Twin theta8 = theta4 * theta4;
+        theta[i] = r[i] / (1.0 + lens.k1 * theta2 + lens.k2 * theta4 + lens.k3 * theta6 +
+                           lens.k4 * theta8);
       }
     }
-    for (std::size_t i = 0; i < count_; ++i) {
-      const Lens& lens = *lens_[i];
-      const double scale = r_[i] > kCentreRadius ? std::tan(theta_[i]) / r_[i] : 1.0;
-      *out_[i] = {x_[i] * scale * lens.fx + lens.cx, y_[i] * scale * lens.fy + lens.cy};
+    for (std::size_t i = 0; i < 2 * kTwins; ++i) {
+      const Lens& lens = lenses_[i / kTwins];
+      const Twin tangent = {std::tan(theta[i][0]), std::tan(theta[i][1])};
+      const Twin scale = r[i] > kCentreRadius ? tangent / r[i] : twin(1.0);
+      x_[i] = x_[i] * scale * lens.fx + lens.cx;
+      y_[i] = y_[i] * scale * lens.fy + lens.cy;
     }
-    count_ = 0;
+  }
+
+  template <typename Point>
+  void put(std::size_t half, Point* points, std::size_t count) const {
+    for (std::size_t i = 0; i < count; ++i) {
+      points[i].x = x_[half * kTwins + i / 2][i % 2];
+      points[i].y = y_[half * kTwins + i / 2][i % 2];
+    }
   }
 
  private:
-  static constexpr std::size_t kLanes = 12;  // the largest product's markers, in both cameras
-  using Lanes = double[kLanes];
+  static constexpr std::size_t kTwins = kHalf / 2;
+  struct Lens {
+    Twin fx, cx, fy, cy, k1, k2, k3, k4;
+  };
 
-  std::size_t count_ = 0;
-  const Lens* lens_[kLanes];
-  ImagePoint* out_[kLanes];
-  // Lanes without a point go along with what they hold.
-  Lanes x_ = {}, y_ = {}, k1_ = {}, k2_ = {}, k3_ = {}, k4_ = {};
-  Lanes r_, theta_;
+  Lens lenses_[2];
+  Twin x_[2 * kTwins], y_[2 * kTwins];
 };
 
-void addAll(const Lens& lens, const std::vector<ImagePoint>& raw,
-            std::vector<ImagePoint>& undistorted, LaneBlock& block) {
-  undistorted.resize(raw.size());
-  for (std::size_t i = 0; i < raw.size(); ++i) block.add(lens, raw[i], undistorted[i]);
+/// In place, as many at a time as there are lanes.
+template <typename Point>
+void undistortAll(Lanes& lanes, Point* first, std::size_t firstCount, Point* second,
+                  std::size_t secondCount) {
+  while (firstCount > 0 || secondCount > 0) {
+    const std::size_t a = std::min(firstCount, Lanes::kHalf);
+    const std::size_t b = std::min(secondCount, Lanes::kHalf);
+    lanes.take(0, first, a);
+    lanes.take(1, second, b);
+    lanes.undistort();
+    lanes.put(0, first, a);
+    lanes.put(1, second, b);
+    first += a;
+    second += b;
+    firstCount -= a;
+    secondCount -= b;
+  }
 }
 
 }  // namespace
 
 void undistort(const double (&intrinsics)[9], const double (&distortion)[8],
                const std::vector<ImagePoint>& raw, std::vector<ImagePoint>& undistorted) {
-  const Lens lens = lensOf(intrinsics, distortion);
-  LaneBlock block;
-  addAll(lens, raw, undistorted, block);
-  block.flush();
+  undistorted = raw;
+  Lanes lanes;
+  lanes.setLens(0, intrinsics, distortion);
+  lanes.setLens(1, intrinsics, distortion);
+  const std::size_t half = raw.size() / 2;
+  undistortAll(lanes, undistorted.data(), half, undistorted.data() + half, raw.size() - half);
 }
 
-void undistortBoth(const StereoCalibration& c, const std::vector<ImagePoint>& leftRaw,
-                   const std::vector<ImagePoint>& rightRaw,
-                   std::vector<ImagePoint>& leftUndistorted,
-                   std::vector<ImagePoint>& rightUndistorted) {
-  const Lens left = lensOf(c.leftIntrinsics, c.leftDistortion);
-  const Lens right = lensOf(c.rightIntrinsics, c.rightDistortion);
-  LaneBlock block;
-  addAll(left, leftRaw, leftUndistorted, block);
-  addAll(right, rightRaw, rightUndistorted, block);
-  block.flush();
+void undistortBoth(const StereoCalibration& c, std::vector<Blob2DPoint>& left,
+                   std::vector<Blob2DPoint>& right) {
+  Lanes lanes;
+  lanes.setLens(0, c.leftIntrinsics, c.leftDistortion);
+  lanes.setLens(1, c.rightIntrinsics, c.rightDistortion);
+  undistortAll(lanes, left.data(), left.size(), right.data(), right.size());
 }
 
 }  // namespace algorithm

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include <alg_factory/blob2d/Blob2DPoint.h>
 #include <alg_factory/stereo3d/ImagePoint.h>
 #include <alg_factory/stereo3d/StereoCalibration.h>
 
@@ -14,15 +15,13 @@ namespace algorithm {
 /// distance tan(theta). The skew of the camera matrix is not used.
 /// @param intrinsics  camera matrix, row by row
 /// @param distortion  k1 to k4
-/// @param raw         distorted points, pixels
-/// @param undistorted replaced by as many points, pixels of the same camera
+/// @param raw         pixels
+/// @param[out] undistorted  pixels of the same camera, in the order of `raw`
 void undistort(const double (&intrinsics)[9], const double (&distortion)[8],
                const std::vector<ImagePoint>& raw, std::vector<ImagePoint>& undistorted);
 
-/// The same for both cameras of a pair, side by side, which is faster than one after the other.
-void undistortBoth(const StereoCalibration& calibration, const std::vector<ImagePoint>& leftRaw,
-                   const std::vector<ImagePoint>& rightRaw,
-                   std::vector<ImagePoint>& leftUndistorted,
-                   std::vector<ImagePoint>& rightUndistorted);
+/// As above, in place, for the centres of both cameras' blobs at once.
+void undistortBoth(const StereoCalibration& calibration, std::vector<Blob2DPoint>& left,
+                   std::vector<Blob2DPoint>& right);
 
 }  // namespace algorithm

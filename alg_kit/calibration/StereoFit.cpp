@@ -16,7 +16,6 @@ namespace calibration {
 namespace {
 
 using algorithm::Blob2DPoint;
-using algorithm::ImageLine;
 using algorithm::ImagePoint;
 using algorithm::LineDirection;
 
@@ -24,11 +23,12 @@ using algorithm::LineDirection;
 std::vector<Blob2DPoint> onLines(const algorithm::StereoCalibration& calibration,
                                  LineDirection direction,
                                  const std::vector<ImagePoint>& undistorted) {
-  std::vector<ImageLine> lines;
-  algorithm::epipolarLines(calibration.fundamental, direction, undistorted, lines);
   std::vector<Blob2DPoint> points(undistorted.size());
-  std::vector<std::vector<Blob2DPoint>> unused;
-  algorithm::sortById(points, undistorted, lines, unused);
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    points[i].x = undistorted[i].x;
+    points[i].y = undistorted[i].y;
+  }
+  algorithm::drawEpipolarLines(calibration.fundamental, direction, points);
   return points;
 }
 
@@ -47,11 +47,6 @@ double quantile(std::vector<double>& values, double share) {
   const auto index = static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
   std::nth_element(values.begin(), values.begin() + index, values.end());
   return values[static_cast<std::size_t>(index)];
-}
-
-algorithm::StereoRays raysOf(const algorithm::StereoCalibration& c) {
-  return {rig::matrixFrom(c.rotation) * rig::matrixFrom(c.leftIntrinsics).inverse(),
-          rig::matrixFrom(c.rightIntrinsics).inverse(), Eigen::Vector3d(c.translation)};
 }
 
 }  // namespace
@@ -74,7 +69,7 @@ FitQuality fit(const algorithm::StereoCalibration& calibration,
       calibration, LineDirection::kRightToLeft,
       undistorted(calibration.rightIntrinsics, calibration.rightDistortion, rawRight, reading));
 
-  const algorithm::StereoRays rays = raysOf(calibration);
+  const algorithm::StereoRays rays = algorithm::raysFrom(calibration);
   std::vector<double> residuals, depths;
   std::size_t accepted = 0;
   for (std::size_t i = 0; i < pairs.size(); ++i) {
@@ -82,7 +77,7 @@ FitQuality fit(const algorithm::StereoCalibration& calibration,
     right[i].diameter = pairs[i].rightDiameter;
     const double residual = algorithm::epipolarDistance(left[i], right[i]);
     residuals.push_back(std::isfinite(residual) ? residual : std::numeric_limits<double>::max());
-    accepted += algorithm::accepted(left[i], right[i]);
+    accepted += algorithm::accepted(left[i], right[i], residual);
     const Eigen::Vector3d p_R = algorithm::midpoint(rays, left[i], right[i]);
     if (p_R.z() > 0 && rig::rightToLeft(calibration, p_R).z() > 0) depths.push_back(p_R.z());
   }

@@ -1,35 +1,19 @@
 #include <alg_factory/api/DataSink.h>
 #include <alg_factory/api/LogSink.h>
-#include <alg_factory/blob2d/BlobMerger.h>
-#include <alg_factory/blob2d/BlobMoments.h>
-#include <alg_factory/blob2d/StableSort.h>
-#include <alg_factory/stereo3d/EpipolarLines.h>
-#include <alg_factory/stereo3d/EpipolarMatcher.h>
-#include <alg_factory/stereo3d/PointFilter.h>
+#include <alg_factory/hid/StageObserver.h>
 #include <alg_factory/stereo3d/Triangulation.h>
-#include <alg_kit/rig/StereoRig.h>
 #include <alg_kit/trace/PipelineTrace.h>
 
 #include <Eigen/Dense>
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <stdexcept>
 
 namespace trace {
 namespace {
 
 using algorithm::Blob2DPoint;
-using algorithm::BlobPairs;
-using algorithm::StereoPoint;
-using algorithm::StereoPoints;
-using Groups = std::vector<std::vector<Blob2DPoint>>;
-
-constexpr double kMinDepth = 10;        // what triangulate() keeps lies farther
-constexpr double kSingleMaxJump = 80;   // of the jump test of objects 0 and 1
-constexpr std::size_t kPairObject = 2;  // of product type 1
-constexpr int kProductWithGuards = 1;
 
 struct FateText {
   const char* key;
@@ -53,65 +37,6 @@ constexpr FateText kTexts[kBlobFates] = {
     {"delivered", "delivered"},
 };
 
-/// Marks: copies of blobs carry the index of their TracedBlob where the step at hand reads nothing.
-int markOf2D(const Blob2DPoint& point) {
-  return static_cast<int>(point.aux[0]);
-}
-int markOfPair(const Blob2DPoint& point) {
-  return point.id;
-}
-int markOf3D(const StereoPoint& point) {
-  return point.diameter;
-}
-
-bool same(double a, double b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
-void confirm(bool agrees, const char* stage) {
-  if (!agrees)
-    throw std::logic_error(std::string("the trace and the library disagree about ") + stage);
-}
-
-bool sameBlobs(const std::vector<Blob2DPoint>& a, const std::vector<Blob2DPoint>& b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](const Blob2DPoint& p, const Blob2DPoint& q) {
-                      return same(p.x, q.x) && same(p.y, q.y) && p.diameter == q.diameter;
-                    });
-}
-
-/// Squared distance of points i and j once the means of both lists are aligned.
-double alignedDistance(const std::vector<Blob2DPoint>& from, std::size_t i,
-                       const std::vector<Blob2DPoint>& to, std::size_t j) {
-  const auto mean = [](const std::vector<Blob2DPoint>& points, auto coordinate) {
-    double sum = 0;
-    for (const Blob2DPoint& point : points) sum += coordinate(point);
-    return sum / static_cast<double>(points.size());
-  };
-  const auto x = [](const Blob2DPoint& p) { return p.x; };
-  const auto y = [](const Blob2DPoint& p) { return p.y; };
-  const double dx = (to[j].x - mean(to, x)) - (from[i].x - mean(from, x));
-  const double dy = (to[j].y - mean(to, y)) - (from[i].y - mean(from, y));
-  return dx * dx + dy * dy;
-}
-
-std::size_t nearestOf(const std::vector<Blob2DPoint>& from, std::size_t i,
-                      const std::vector<Blob2DPoint>& to) {
-  std::size_t best = 0;
-  for (std::size_t j = 1; j < to.size(); ++j)
-    if (alignedDistance(from, i, to, j) < alignedDistance(from, i, to, best)) best = j;
-  return best;
-}
-
-algorithm::StereoRays raysOf(const algorithm::StereoCalibration& c) {
-  const Eigen::Matrix3d leftInverse = rig::matrixFrom(c.leftIntrinsics).inverse();
-  algorithm::StereoRays rays;
-  rays.leftRayInRight = rig::matrixFrom(c.rotation) * leftInverse;
-  rays.rightRay = rig::matrixFrom(c.rightIntrinsics).inverse();
-  rays.leftCentreInRight = Eigen::Vector3d(c.translation);
-  return rays;
-}
-
 /// Shortest distance between the rays of a pair: along the common perpendicular.
 double rayGap(const algorithm::StereoRays& rays, const Blob2DPoint& left,
               const Blob2DPoint& right) {
@@ -119,10 +44,6 @@ double rayGap(const algorithm::StereoRays& rays, const Blob2DPoint& left,
   const Eigen::Vector3d dR = rays.rightRay * Eigen::Vector3d(right.x, right.y, 1);
   const Eigen::Vector3d perpendicular = dL.cross(dR).normalized();
   return std::fabs(perpendicular.dot(rays.leftCentreInRight));
-}
-
-double distanceToMean(const StereoPoint& point, const StereoPoints& points, int id) {
-  return algorithm::distance(point, algorithm::meanOfId(points, id));
 }
 
 }  // namespace
@@ -145,11 +66,111 @@ struct PipelineTrace::Sinks : algorithm::LogSink, algorithm::DataSink {
   std::optional<algorithm::ResultBlock> block;
 };
 
-/// What the stages remember between frames, before the frame.
-struct PipelineTrace::Before {
-  StereoPoints previousPoints;
-  std::array<algorithm::JumpGuard, 2> guards;
-  algorithm::TwoPointObject pair;
+/// Writes what the steps of one packet tell into its trace.
+class PipelineTrace::Listener : public algorithm::NoObserver {
+ public:
+  explicit Listener(PipelineTrace& trace) : trace_(trace), packet_(trace.packet_) {}
+
+  void decoded(const std::vector<hid::RawBlob>& left, const std::vector<hid::RawBlob>& right) {
+    trace_.dissectPacket();
+    for (std::size_t i = 0; i < packet_.blobs.size(); ++i) {
+      decoded_[packet_.blobs[i].camera].push_back(static_cast<int>(i));
+    }
+    if (decoded_[0].size() != left.size() || decoded_[1].size() != right.size()) {
+      throw std::logic_error("the dissection and the decoder disagree about a packet's records");
+    }
+  }
+
+  void blobDropped(int camera, std::size_t blob, BlobFate fate) {
+    finish(decoded_[camera][blob], fate, 0, 0);
+  }
+  void blobMerged(int camera, std::size_t blob, const Blob2DPoint& point, std::size_t into,
+                  double value, double limit) {
+    measured(decoded_[camera][blob], point).other = decoded_[camera][into];
+    finish(decoded_[camera][blob], BlobFate::kMerged, value, limit);
+  }
+  void blobKept(int camera, std::size_t blob, const Blob2DPoint& point) {
+    measured(decoded_[camera][blob], point);
+    entered_[camera].push_back(decoded_[camera][blob]);
+  }
+
+  static constexpr bool kWantsNearest = true;
+  void unmatched(int camera, std::size_t blob, BlobFate fate, double value, double limit) {
+    finish(entered_[camera][blob], fate, value, limit);
+  }
+  void notMutual(int camera, std::size_t blob, std::size_t nearest, std::size_t nearestsNearest) {
+    TracedBlob& traced = at(entered_[camera][blob]);
+    traced.nearest = entered_[1 - camera][nearest];
+    traced.nearestsNearest = entered_[camera][nearestsNearest];
+    finish(entered_[camera][blob], BlobFate::kNotMutual, 0, 0);
+  }
+  void refused(std::size_t left, std::size_t right, double value, double limit) {
+    join(entered_[0][left], entered_[1][right]);
+    finish(entered_[0][left], BlobFate::kEpipolar, value, limit);
+    finish(entered_[1][right], BlobFate::kEpipolar, value, limit);
+  }
+  void paired(std::size_t left, std::size_t right, double epipolarDistance) {
+    TracedPoint point;
+    point.left = entered_[0][left];
+    point.right = entered_[1][right];
+    point.id = at(point.left).raw.id;
+    point.epipolarDistance = epipolarDistance;
+    join(point.left, point.right);
+    at(point.left).point = at(point.right).point = static_cast<int>(packet_.points.size());
+    packet_.points.push_back(point);
+  }
+
+  void triangulated(std::size_t point, double x, double y, double z) {
+    const double position[3] = {x, y, z};
+    std::copy_n(position, 3, packet_.points[point].position);
+  }
+  void pointDropped(std::size_t point, BlobFate fate, double value, double limit) {
+    finish(packet_.points[point], fate, value, limit);
+  }
+  void published(std::size_t point, const algorithm::StereoPoint& p) {
+    const double position[3] = {p.x, p.y, p.z};
+    std::copy_n(position, 3, packet_.points[point].smoothed);
+    finish(packet_.points[point], BlobFate::kDelivered, 0, 0);
+  }
+
+  void held(std::size_t object, BlobFate fate, double value, double limit) {
+    for (TracedPoint& point : packet_.points) {
+      if (point.fate == BlobFate::kDelivered && point.id == static_cast<int>(object)) {
+        finish(point, fate, value, limit);
+      }
+    }
+  }
+
+ private:
+  TracedBlob& at(int blob) { return packet_.blobs[static_cast<std::size_t>(blob)]; }
+
+  TracedBlob& measured(int blob, const Blob2DPoint& point) {
+    at(blob).x = point.x;
+    at(blob).y = point.y;
+    at(blob).diameter = point.diameter;
+    return at(blob);
+  }
+  void join(int left, int right) {
+    at(left).other = right;
+    at(right).other = left;
+  }
+  void finish(int blob, BlobFate fate, double value, double limit) {
+    at(blob).fate = fate;
+    at(blob).value = value;
+    at(blob).limit = limit;
+  }
+  void finish(TracedPoint& point, BlobFate fate, double value, double limit) {
+    point.fate = fate;
+    point.value = value;
+    point.limit = limit;
+    finish(point.left, fate, value, limit);
+    finish(point.right, fate, value, limit);
+  }
+
+  PipelineTrace& trace_;
+  PacketTrace& packet_;
+  std::vector<int> decoded_[2];  ///< by camera: the blobs as the decoder listed them
+  std::vector<int> entered_[2];  ///< by camera: the blobs as they entered the 3D stage
 };
 
 PipelineTrace::PipelineTrace() : sinks_(std::make_unique<Sinks>()) {
@@ -172,354 +193,42 @@ const PacketTrace* PipelineTrace::feed(const session::Call& call) {
   // Queries and filter modes touch poses only, never points.
   if (call.kind != session::CallKind::kInputStream) return nullptr;
 
-  const Before before{service_.stereo().previousPoints(),
-                      {service_.steady().guard(0), service_.steady().guard(1)},
-                      service_.steady().twoPointObject()};
-  service_.inputStream(call.type, given, 0, call.length);
-  if (!sinks_->block) return nullptr;
-
+  packet_ = PacketTrace();
   packet_.productType = service_.steady().productType();
   packet_.blobIdCount = service_.protocol().blobIdCount();
   packet_.streamType = call.type;
-  packet_.frame = service_.protocol().frame();
   packet_.length = std::min(call.length, hid::kFrameSize);
-  packet_.hadPreviousPoints = !before.previousPoints.empty();
-  packet_.blobs.clear();
-  packet_.points.clear();
-
-  decodePacket();
-  Groups groups[2];
-  traceBlobs(0, groups[0]);
-  traceBlobs(1, groups[1]);
-  const std::vector<BlobPairs> pairsById = tracePairs(groups);
-  tracePoints(pairsById, before);
-  traceObjects(before);
+  packet_.hadPreviousPoints = !service_.stereo().previousPoints().empty();
+  Listener listener(*this);
+  service_.inputStream(call.type, given, 0, call.length, listener);
+  if (!sinks_->block) return nullptr;
+  measureRays();
   return &packet_;
 }
 
-void PipelineTrace::finish(int blob, BlobFate fate, double value, double limit) {
-  TracedBlob& traced = packet_.blobs[static_cast<std::size_t>(blob)];
-  traced.fate = fate;
-  traced.value = value;
-  traced.limit = limit;
-}
-
-void PipelineTrace::finish(TracedPoint& point, BlobFate fate, double value, double limit) {
-  point.fate = fate;
-  point.value = value;
-  point.limit = limit;
-  finish(point.left, fate, value, limit);
-  finish(point.right, fate, value, limit);
-}
-
-void PipelineTrace::decodePacket() {
+void PipelineTrace::dissectPacket() {
+  packet_.frame = service_.protocol().frame();
   packet_.pieces = dissect(packet_.frame, packet_.length, packet_.blobIdCount);
-  std::vector<hid::RawBlob> decoded[2];
-  packet_.status =
-      hid::decode(packet_.frame, packet_.length, packet_.blobIdCount, decoded[0], decoded[1]);
-  std::size_t counts[2] = {};
+  std::vector<hid::RawBlob> left, right;
+  packet_.status = hid::decode(packet_.frame, packet_.length, packet_.blobIdCount, left, right);
   for (const PacketPiece& piece : packet_.pieces) {
     if (piece.kind != PacketPiece::Kind::kRecord) continue;
-    const int camera = piece.step.camera;
-    const hid::RawBlob& raw = piece.step.blob;
-    const std::size_t n = counts[camera]++;
-    confirm(n < decoded[camera].size() && decoded[camera][n].id == raw.id &&
-                decoded[camera][n].weight == raw.weight && decoded[camera][n].sumX == raw.sumX &&
-                decoded[camera][n].sumY == raw.sumY,
-            "the records of a packet");
     TracedBlob blob;
-    blob.camera = camera;
+    blob.camera = piece.step.camera;
     blob.offset = piece.offset;
-    blob.raw = raw;
+    blob.raw = piece.step.blob;
     packet_.blobs.push_back(blob);
   }
-  confirm(counts[0] == decoded[0].size() && counts[1] == decoded[1].size(),
-          "the number of records of a packet");
 }
 
-void PipelineTrace::traceBlobs(int camera, Groups& groups) {
-  const algorithm::Blob2D& stage = camera == 0 ? service_.blobLeft() : service_.blobRight();
-  std::vector<hid::RawBlob> raw;
-  for (const TracedBlob& blob : packet_.blobs)
-    if (blob.camera == camera) raw.push_back(blob.raw);
-  groups.resize(static_cast<std::size_t>(stage.blobIdCount()));
-  algorithm::groupById(raw, stage.areaDivisor(), groups);
-
-  // The groups hold the blobs with weight, in packet order.
-  std::vector<std::size_t> next(groups.size());
-  for (std::size_t i = 0; i < packet_.blobs.size(); ++i) {
-    TracedBlob& blob = packet_.blobs[i];
-    if (blob.camera != camera || blob.raw.weight == 0) continue;
-    const auto id = static_cast<std::size_t>(blob.raw.id);
-    Blob2DPoint& point = groups[id][next[id]++];
-    point.aux[0] = static_cast<double>(i);
-    blob.x = point.x;
-    blob.y = point.y;
-    blob.diameter = point.diameter;
-  }
-
-  for (std::size_t g = 0; g < groups.size(); ++g) {
-    auto& group = groups[g];
-    if (group.size() > 1) algorithm::sortByDiameter(group);
-    // As mergeOverlapping does, noting who takes whom.
-    for (std::size_t j = 0; j < group.size(); ++j) {
-      for (std::size_t k = j + 1; k < group.size();) {
-        if (!algorithm::overlap(group[j], group[k])) {
-          ++k;
-          continue;
-        }
-        const int taken = markOf2D(group[k]);
-        finish(taken, BlobFate::kMerged,
-               std::hypot(group[k].x - group[j].x, group[k].y - group[j].y),
-               (group[j].diameter + group[k].diameter) * 0.5);
-        packet_.blobs[static_cast<std::size_t>(taken)].other = markOf2D(group[j]);
-        group[j].x = (group[j].x + group[k].x) * 0.5;
-        group[j].y = (group[j].y + group[k].y) * 0.5;
-        group.erase(group.begin() + static_cast<std::ptrdiff_t>(k));
-      }
-    }
-    confirm(sameBlobs(group, stage.groups()[g]), "merged blobs");
-    for (const Blob2DPoint& point : group) {
-      TracedBlob& blob = packet_.blobs[static_cast<std::size_t>(markOf2D(point))];
-      blob.x = point.x;
-      blob.y = point.y;
-    }
-  }
-}
-
-std::vector<BlobPairs> PipelineTrace::tracePairs(const Groups (&groups)[2]) {
+void PipelineTrace::measureRays() {
   const algorithm::Blob3D& stage = service_.stereo();
-  const std::vector<algorithm::ImagePoint>* undistorted[2] = {&stage.leftUndistorted(),
-                                                              &stage.rightUndistorted()};
-  const bool bothSaw = !undistorted[0]->empty() && !undistorted[1]->empty();
-  const algorithm::LineDirection directions[2] = {algorithm::LineDirection::kLeftToRight,
-                                                  algorithm::LineDirection::kRightToLeft};
-  Groups byId[2] = {groups[0], groups[1]};
-  for (int camera = 0; camera < 2; ++camera) {
-    std::vector<algorithm::ImageLine> lines;
-    if (bothSaw)
-      algorithm::epipolarLines(stage.calibration().fundamental, directions[camera],
-                               *undistorted[camera], lines);
-    std::size_t n = 0;  // the stage takes the groups one after the other
-    for (auto& group : byId[camera]) {
-      for (Blob2DPoint& point : group) {
-        point.id = markOf2D(point);
-        if (!bothSaw) continue;
-        confirm(n < lines.size(), "the number of blobs");
-        point.x = (*undistorted[camera])[n].x;
-        point.y = (*undistorted[camera])[n].y;
-        point.aux[0] = lines[n].a;
-        point.aux[1] = lines[n].b;
-        point.aux[2] = lines[n].c;
-        ++n;
-      }
-    }
+  const algorithm::StereoRays rays = algorithm::raysFrom(stage.calibration());
+  for (std::size_t i = 0; i < packet_.points.size(); ++i) {
+    const algorithm::BlobPair& pair = stage.pairs()[i];
+    packet_.points[i].rayGap =
+        rayGap(rays, stage.blobs().left[pair.left], stage.blobs().right[pair.right]);
   }
-
-  std::vector<BlobPairs> pairsById(stage.pairsById().size());
-  for (std::size_t g = 0; g < pairsById.size(); ++g) {
-    pairsById[g] = matchId(byId[0][g], byId[1][g]);
-    confirm(sameBlobs(pairsById[g], stage.pairsById()[g]), "pairs");
-  }
-  return pairsById;
-}
-
-BlobPairs PipelineTrace::matchId(std::vector<Blob2DPoint> left, std::vector<Blob2DPoint> right) {
-  if (left.empty() || right.empty()) {
-    for (const auto* blobs : {&left, &right})
-      for (const Blob2DPoint& blob : *blobs) finish(markOfPair(blob), BlobFate::kNoPartner);
-    return {};
-  }
-
-  // Those that survive the cut get another fate below.
-  for (const auto* blobs : {&left, &right})
-    for (const Blob2DPoint& blob : *blobs)
-      finish(markOfPair(blob), BlobFate::kSurplus, static_cast<double>(blobs->size()),
-             static_cast<double>(std::min(left.size(), right.size())));
-  algorithm::cutToSameCount(left, right);
-
-  BlobPairs pairs;
-  const std::size_t n = left.size();
-  const auto traced = [&](const Blob2DPoint& point) -> TracedBlob& {
-    return packet_.blobs[static_cast<std::size_t>(markOfPair(point))];
-  };
-  const auto note = [&](const std::vector<Blob2DPoint>& from, std::size_t i,
-                        const std::vector<Blob2DPoint>& to) {
-    const std::size_t j = nearestOf(from, i, to);
-    const std::size_t k = nearestOf(to, j, from);
-    finish(markOfPair(from[i]), BlobFate::kNotMutual);
-    traced(from[i]).nearest = markOfPair(to[j]);
-    traced(from[i]).nearestsNearest = markOfPair(from[k]);
-    return k == i ? j : n;
-  };
-  for (std::size_t j = 0; j < n; ++j) note(right, j, left);
-  for (std::size_t i = 0; i < n; ++i) {
-    const std::size_t j = note(left, i, right);
-    if (j == n) continue;
-    traced(left[i]).other = markOfPair(right[j]);
-    traced(right[j]).other = markOfPair(left[i]);
-    const double distance = algorithm::epipolarDistance(left[i], right[j]);
-    const double limit = (left[i].diameter + right[j].diameter) * 0.5;
-    finish(markOfPair(left[i]), BlobFate::kEpipolar, distance, limit);
-    finish(markOfPair(right[j]), BlobFate::kEpipolar, distance, limit);
-    if (!algorithm::accepted(left[i], right[j])) continue;
-    pairs.push_back(left[i]);
-    pairs.push_back(right[j]);
-  }
-  return pairs;
-}
-
-void PipelineTrace::tracePoints(const std::vector<BlobPairs>& pairsById, const Before& before) {
-  const algorithm::Blob3D& stage = service_.stereo();
-  const algorithm::StereoRays rays = raysOf(stage.calibration());
-  StereoPoints points;
-  for (std::size_t g = 0; g < pairsById.size(); ++g) {
-    for (std::size_t i = 0; i + 1 < pairsById[g].size(); i += 2) {
-      const BlobPairs pair{pairsById[g][i], pairsById[g][i + 1]};
-      const int mark = static_cast<int>(packet_.points.size());
-      TracedPoint& point = packet_.points.emplace_back();
-      point.id = static_cast<int>(g);
-      point.left = markOfPair(pair[0]);
-      point.right = markOfPair(pair[1]);
-      point.epipolarDistance = algorithm::epipolarDistance(pair[0], pair[1]);
-      point.rayGap = rayGap(rays, pair[0], pair[1]);
-      for (const int blob : {point.left, point.right})
-        packet_.blobs[static_cast<std::size_t>(blob)].point = mark;
-
-      const Eigen::Vector3d p = algorithm::midpoint(rays, pair[0], pair[1]);
-      for (int axis = 0; axis < 3; ++axis) point.position[axis] = p[axis];
-      finish(point, BlobFate::kTooNear, p.z(), kMinDepth);
-      const std::size_t count = points.size();
-      algorithm::triangulate(rays, pair, point.id, points);
-      if (points.size() > count) points.back().diameter = mark;
-    }
-  }
-
-  const auto pass = [&](BlobFate fate, auto remove, auto valueOf, auto limitOf) {
-    const StereoPoints entered = points;
-    remove();
-    for (const StereoPoint& point : entered) {
-      const bool stays = std::any_of(points.begin(), points.end(), [&](const StereoPoint& p) {
-        return markOf3D(p) == markOf3D(point);
-      });
-      if (!stays)
-        finish(packet_.points[static_cast<std::size_t>(markOf3D(point))], fate,
-               valueOf(point, entered), limitOf(point));
-    }
-  };
-  const auto constant = [](double limit) { return [limit](const StereoPoint&) { return limit; }; };
-  const StereoPoints& previous = before.previousPoints;
-  const auto fromPreviousMean = [&](const StereoPoint& p, const StereoPoints&) {
-    return distanceToMean(p, previous, p.id);
-  };
-  const auto& expected = stage.expectedPoints();
-
-  pass(
-      BlobFate::kTooDeep, [&] { algorithm::removeTooDeep(algorithm::Blob3D::maxDepth, points); },
-      [](const StereoPoint& p, const StereoPoints&) { return p.z; },
-      constant(algorithm::Blob3D::maxDepth));
-  pass(
-      BlobFate::kJumped, [&] { algorithm::removeJumps(previous, points); }, fromPreviousMean,
-      constant(algorithm::kMaxJump));
-  if (packet_.productType == 0 || packet_.productType == 1)
-    pass(
-        BlobFate::kFarFromReference,
-        [&] { algorithm::removeFarFromReference(expected[algorithm::kReferenceId], points); },
-        [](const StereoPoint& p, const StereoPoints& entered) {
-          return distanceToMean(p, entered, algorithm::kReferenceId);
-        },
-        constant(algorithm::kMaxReferenceDistance));
-  algorithm::SurplusScratch scratch;
-  pass(
-      BlobFate::kTooMany, [&] { algorithm::removeSurplus(expected, previous, scratch, points); },
-      fromPreviousMean,
-      [&](const StereoPoint& p) {
-        return static_cast<double>(expected[static_cast<std::size_t>(p.id)]);
-      });
-
-  const StereoPoints& published = stage.previousPoints();
-  confirm(points.size() == published.size(), "the number of points");
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    confirm(points[i].id == published[i].id && same(points[i].leftX, published[i].leftX) &&
-                same(points[i].leftY, published[i].leftY) &&
-                same(points[i].rightX, published[i].rightX) &&
-                same(points[i].rightY, published[i].rightY),
-            "the points of a frame");
-    TracedPoint& point = packet_.points[static_cast<std::size_t>(markOf3D(points[i]))];
-    point.smoothed[0] = published[i].x;
-    point.smoothed[1] = published[i].y;
-    point.smoothed[2] = published[i].z;
-    finish(point, BlobFate::kDelivered, 0, 0);
-  }
-  // What enters the smoothing is kept in its history: the first point of every id.
-  for (std::size_t g = 0; g < stage.historyById().size(); ++g) {
-    const auto first = std::find_if(points.begin(), points.end(), [&](const StereoPoint& p) {
-      return p.id == static_cast<int>(g);
-    });
-    if (first == points.end()) continue;
-    const StereoPoint& raw = stage.historyById()[g].back();
-    confirm(same(first->x, raw.x) && same(first->y, raw.y) && same(first->z, raw.z),
-            "triangulated positions");
-  }
-}
-
-void PipelineTrace::traceObjects(const Before& before) {
-  const algorithm::Steady3D& stage = service_.steady();
-  std::vector<std::vector<TracedPoint*>> ofObject(
-      static_cast<std::size_t>(std::max(stage.objectCount(), 0)));
-  for (TracedPoint& point : packet_.points)
-    if (point.fate == BlobFate::kDelivered)
-      ofObject.at(static_cast<std::size_t>(point.id)).push_back(&point);
-
-  for (std::size_t object = 0; object < ofObject.size(); ++object) {
-    const auto& points = ofObject[object];
-    const algorithm::TrackedPoint& record = sinks_->block->records[object];
-    confirm((record.id != -1) == !points.empty(), "the objects of a block");
-    if (points.empty()) continue;
-    if (packet_.productType != kProductWithGuards) {
-      confirm(record.x == static_cast<float>(points[0]->smoothed[0]) &&
-                  record.y == -static_cast<float>(points[0]->smoothed[1]) &&
-                  record.z == -static_cast<float>(points[0]->smoothed[2]),
-              "a delivered position");
-      continue;
-    }
-    const bool isPair = object == kPairObject;
-    const algorithm::JumpGuard& guardBefore = isPair ? before.pair.guard() : before.guards[object];
-    const algorithm::JumpGuard& guardAfter =
-        isPair ? stage.twoPointObject().guard() : stage.guard(object);
-    const bool ratioFailed =
-        isPair && points.size() == 2 &&
-        !same(before.pair.referenceRatio(), stage.twoPointObject().referenceRatio());
-    if (ratioFailed) {
-      const auto& markers = stage.markers();
-      const double ratio = static_cast<double>(markers.sighting[kPairObject].diameter) /
-                           markers.sighting[kPairObject + 1].diameter;
-      const double change = ratio / static_cast<double>(before.pair.referenceRatio());
-      for (TracedPoint* point : points)
-        finish(*point, BlobFate::kHeldByRatio, change, static_cast<double>(stage.typeParam2()));
-    } else if (guardAfter.rejectCount() == guardBefore.rejectCount() + 1) {
-      const algorithm::PointF proposed = proposedPosition(object, before);
-      for (TracedPoint* point : points)
-        finish(*point, BlobFate::kHeldByJump,
-               static_cast<double>(algorithm::distance(proposed, guardBefore.lastAccepted())),
-               isPair ? static_cast<double>(algorithm::TwoPointObject::kMaxJump) : kSingleMaxJump);
-    }
-  }
-}
-
-algorithm::PointF PipelineTrace::proposedPosition(std::size_t object, const Before& before) const {
-  const algorithm::Steady3D& stage = service_.steady();
-  const algorithm::MarkerPoints& markers = stage.markers();
-  if (object != kPairObject) return markers.position[object];
-  // A pair that forgot its past accepts whatever it would have proposed; the side that was decided
-  // is given as a hint, because that is forgotten too.
-  algorithm::TwoPointObject pair = before.pair;
-  pair.forget();
-  const int hint = stage.twoPointObject().side() == algorithm::PairSide::kFirst ? 1 : 2;
-  const std::size_t a = kPairObject, b = kPairObject + 1;
-  if (markers.index[b] == -1) return pair.seeOne(markers.position[a], hint);
-  return pair.seeBoth(markers.position[a], markers.position[b], markers.sighting[a],
-                      markers.sighting[b], hint, stage.typeParam2());
 }
 
 namespace {

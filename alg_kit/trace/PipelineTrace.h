@@ -1,6 +1,6 @@
-// Follows every blob of a recording through the library's stages. The stages themselves run (the
-// whole service, from the static twin); beside them the same step functions are called once more on
-// marked copies, and what the marks say is compared with what the stages did.
+// Follows every blob of a recording through the library's stages: the whole service runs, from the
+// static twin, and its steps tell what they drop. The trace knows no rule of the library; it keeps
+// what it hears and names blobs by their place in the packet.
 #pragma once
 
 #include <alg_factory/service/StereoService.h>
@@ -16,22 +16,7 @@
 namespace trace {
 
 /// Where a decoded blob ends. Every blob ends in exactly one of these.
-enum class BlobFate {
-  kNoWeight,          ///< its weight is 0: no centre
-  kMerged,            ///< absorbed by an overlapping blob of its id and camera
-  kNoPartner,         ///< the other camera saw no blob of its id
-  kSurplus,           ///< the other camera saw fewer of its id, and larger ones went first
-  kNotMutual,         ///< no blob of the other camera is its mutual nearest
-  kEpipolar,          ///< with its partner refused by the epipolar test
-  kTooNear,           ///< its point is not farther than 10 in front of the right camera
-  kTooDeep,           ///< its point was removed by the depth pass
-  kJumped,            ///< ... by the jump pass
-  kFarFromReference,  ///< ... by the reference pass
-  kTooMany,           ///< ... by the count pass
-  kHeldByJump,        ///< its object's jump test held an earlier position instead
-  kHeldByRatio,       ///< the two-point object's size ratio test held an earlier position
-  kDelivered,         ///< its point is in the delivered block
-};
+using algorithm::BlobFate;
 
 constexpr int kBlobFates = static_cast<int>(BlobFate::kDelivered) + 1;
 
@@ -90,9 +75,8 @@ class PipelineTrace {
 
   /// Runs the call. Returns the packet if it was one that the library decoded, else null; valid
   /// until the next call.
-  /// @throws std::logic_error if the marked copies ended otherwise than the stages did: never,
-  /// unless
-  ///         this program and the library disagree
+  /// @throws std::logic_error if the dissection of a packet and the library's decoder disagree:
+  ///         never, unless this program and the library do
   const PacketTrace* feed(const session::Call& call);
 
   /// The block that the latest call delivered, if any.
@@ -100,19 +84,10 @@ class PipelineTrace {
 
  private:
   struct Sinks;
-  struct Before;
+  class Listener;
 
-  void decodePacket();
-  void traceBlobs(int camera, std::vector<std::vector<algorithm::Blob2DPoint>>& groups);
-  std::vector<algorithm::BlobPairs> tracePairs(
-      const std::vector<std::vector<algorithm::Blob2DPoint>> (&groups)[2]);
-  algorithm::BlobPairs matchId(std::vector<algorithm::Blob2DPoint> left,
-                               std::vector<algorithm::Blob2DPoint> right);
-  void tracePoints(const std::vector<algorithm::BlobPairs>& pairsById, const Before& before);
-  void traceObjects(const Before& before);
-  algorithm::PointF proposedPosition(std::size_t object, const Before& before) const;
-  void finish(TracedPoint& point, BlobFate fate, double value, double limit);
-  void finish(int blob, BlobFate fate, double value = 0, double limit = 0);
+  void dissectPacket();
+  void measureRays();
 
   std::unique_ptr<Sinks> sinks_;
   algorithm::StereoService service_;

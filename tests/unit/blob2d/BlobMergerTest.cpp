@@ -4,6 +4,9 @@
 
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <numeric>
 #include <tuple>
 #include <vector>
 
@@ -26,10 +29,23 @@ Blob2DPoint disc(double x, double y, int diameter, int id = 0) {
 
 using Seen = std::tuple<double, double, int>;
 
-std::vector<Seen> merged(std::vector<Blob2DPoint> group) {
-  mergeOverlapping(group);
+/// What is left of blobs of one id.
+std::vector<Blob2DPoint> survivors(std::vector<Blob2DPoint> blobs) {
+  std::vector<std::uint32_t> indices(blobs.size());
+  std::iota(indices.begin(), indices.end(), 0u);
+  algorithm::IndexSpan group{indices.data(), indices.size()};
+  algorithm::NoObserver nobody;
+  mergeOverlapping(blobs, group, 0, nobody);
+  std::vector<Blob2DPoint> left;
+  for (const std::uint32_t i : group) left.push_back(blobs[i]);
+  return left;
+}
+
+std::vector<Seen> merged(const std::vector<Blob2DPoint>& blobs) {
   std::vector<Seen> seen;
-  for (const Blob2DPoint& point : group) seen.emplace_back(point.x, point.y, point.diameter);
+  for (const Blob2DPoint& point : survivors(blobs)) {
+    seen.emplace_back(point.x, point.y, point.diameter);
+  }
   return seen;
 }
 
@@ -92,8 +108,7 @@ TEST(MergeOverlapping, CentreIsThePlainMidpointAndTheLargerDiameterStays) {
 }
 
 TEST(MergeOverlapping, MergedDiscKeepsIdAndZeroAux) {
-  std::vector<Blob2DPoint> group{disc(0, 0, 10, 4), disc(1, 0, 8, 4)};
-  mergeOverlapping(group);
+  const auto group = survivors({disc(0, 0, 10, 4), disc(1, 0, 8, 4)});
   ASSERT_EQ(group.size(), 1u);
   EXPECT_EQ(group[0].id, 4);
   EXPECT_THAT(group[0].aux, ElementsAre(0.0, 0.0, 0.0));
@@ -108,6 +123,49 @@ TEST(MergeOverlapping, SortsByDiameterBeforeMerging) {
 TEST(MergeOverlapping, ListsTheLargestFirst) {
   EXPECT_THAT(merged({disc(0, 0, 2), disc(100, 0, 6), disc(200, 0, 4)}),
               ElementsAre(Seen(100, 0, 6), Seen(200, 0, 4), Seen(0, 0, 2)));
+}
+
+TEST(MergeOverlapping, FindsTheOnePairThatOverlapsWhereverItStands) {
+  // 7 discs in a row, 100 apart; one of each pair in turn stands on the other.
+  for (std::size_t i = 0; i < 7; ++i) {
+    for (std::size_t k = i + 1; k < 7; ++k) {
+      std::vector<Blob2DPoint> group;
+      for (int n = 0; n < 7; ++n) group.push_back(disc(100.0 * n, 50, 4));
+      group[k].x = group[i].x + 2;
+      EXPECT_EQ(merged(group).size(), 6u) << i << " and " << k;
+    }
+  }
+}
+
+TEST(MergeOverlapping, FarMoreDiscsThanAPacketHoldsAreMergedToo) {
+  std::vector<Blob2DPoint> group;
+  for (int n = 0; n < 200; ++n) group.push_back(disc(100.0 * (n / 2), n % 2, 4));
+  EXPECT_EQ(merged(group).size(), 100u);
+}
+
+TEST(MergeOverlapping, DiscWithoutAPlaceOverlapsNothing) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_EQ(merged({disc(nan, 0, 4), disc(0, 0, 4), disc(1, 0, 4)}).size(), 2u);
+}
+
+/// Tells of every merge.
+struct Merges : algorithm::NoObserver {
+  std::vector<std::tuple<std::size_t, std::size_t, double, double>> seen;
+  void blobMerged(int camera, std::size_t blob, const Blob2DPoint&, std::size_t into, double value,
+                  double limit) {
+    EXPECT_EQ(camera, 1);
+    seen.emplace_back(blob, into, value, limit);
+  }
+};
+
+TEST(MergeOverlapping, TellsWhatTookWhatFromHowFar) {
+  // As above: the second, 10 wide, takes the first, 7 away, and moves to 3.5; the third stays.
+  std::vector<Blob2DPoint> blobs{disc(7, 0, 6), disc(0, 0, 10), disc(12, 0, 6)};
+  std::vector<std::uint32_t> indices{0, 1, 2};
+  algorithm::IndexSpan group{indices.data(), indices.size()};
+  Merges merges;
+  mergeOverlapping(blobs, group, 1, merges);
+  EXPECT_THAT(merges.seen, ElementsAre(std::tuple(0u, 1u, 7.0, 8.0)));
 }
 
 TEST(MergeOverlapping, EqualDiametersKeepTheirOrder) {

@@ -11,11 +11,10 @@ namespace {
 
 using algorithm::Blob2DPoint;
 using algorithm::blobDiameter;
-using algorithm::groupById;
+using algorithm::measureBlobs;
 using algorithm::pointFromMoments;
 using hid::RawBlob;
 using testing::Each;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 TEST(BlobDiameter, StepsUpAtTheFirstWeightOfEachRadius) {
@@ -69,43 +68,30 @@ TEST(PointFromMoments, DividesInDoublePrecisionWithoutSign) {
   EXPECT_EQ(point.y, 1431655765.0);  // 4294967295 = 3 * 1431655765
 }
 
-TEST(GroupById, KeepsTheInputOrderWithinAnId) {
-  std::vector<std::vector<Blob2DPoint>> groups(3);
-  groupById({{2, 1, 5, 0}, {0, 1, 6, 0}, {2, 1, 7, 0}}, 110, groups);
-  ASSERT_THAT(groups[0], SizeIs(1));
-  EXPECT_EQ(groups[0][0].x, 6.0);
-  EXPECT_THAT(groups[1], IsEmpty());
-  ASSERT_THAT(groups[2], SizeIs(2));
-  EXPECT_EQ(groups[2][0].x, 5.0);
-  EXPECT_EQ(groups[2][1].x, 7.0);
+TEST(MeasureBlobs, GivesOneBlobForEachRecord) {
+  std::vector<Blob2DPoint> blobs(9);
+  measureBlobs({{2, 16, 100, 200}, {0, 0, 5, 5}, {1, 1, 7, 8}}, 110, blobs);
+  ASSERT_THAT(blobs, SizeIs(3));
+  EXPECT_EQ(blobs[0].x, 6.25);
+  EXPECT_EQ(blobs[0].id, 2);
+  EXPECT_EQ(blobs[2].y, 8.0);
+  EXPECT_EQ(blobs[2].id, 1);
 }
 
-TEST(GroupById, SkipsBlobsWithoutWeight) {
-  std::vector<std::vector<Blob2DPoint>> groups(1);
-  groupById({{0, 0, 5, 5}, {0, 1, 6, 6}, {0, 0, 0, 0}}, 110, groups);
-  ASSERT_THAT(groups[0], SizeIs(1));
-  EXPECT_EQ(groups[0][0].x, 6.0);
+TEST(MeasureBlobs, LeavesABlobWithoutWeightWithoutAnId) {
+  std::vector<Blob2DPoint> blobs(1);
+  blobs[0].x = 9;
+  blobs[0].id = 3;
+  measureBlobs({{0, 0, 5, 5}}, 110, blobs);
+  EXPECT_EQ(blobs[0].id, -1);
+  EXPECT_EQ(blobs[0].x, 0.0);
 }
 
-TEST(GroupById, LeavesOutIdsWithoutAGroup) {
-  std::vector<std::vector<Blob2DPoint>> groups(3);
-  groupById({{3, 1, 1, 1}, {-1, 1, 1, 1}, {127, 1, 1, 1}, {-128, 1, 1, 1}, {2, 1, 9, 9}}, 110,
-            groups);
-  EXPECT_THAT(groups[0], IsEmpty());
-  EXPECT_THAT(groups[1], IsEmpty());
-  EXPECT_THAT(groups[2], SizeIs(1));
-}
-
-TEST(GroupById, EmptiesEveryGroupFirstAndKeepsItsStorage) {
-  std::vector<std::vector<Blob2DPoint>> groups(2);
-  groups[0].resize(8);
-  groups[1].resize(8);
-  const Blob2DPoint* storage = groups[0].data();
-  groupById({{0, 1, 1, 1}}, 110, groups);
-  EXPECT_THAT(groups[0], SizeIs(1));
-  EXPECT_EQ(groups[0].data(), storage);
-  EXPECT_THAT(groups[1], IsEmpty());
-  EXPECT_GE(groups[1].capacity(), 8u);
+TEST(MeasureBlobs, KeepsTheStorage) {
+  std::vector<Blob2DPoint> blobs(8);
+  const Blob2DPoint* storage = blobs.data();
+  measureBlobs({{0, 1, 1, 1}}, 110, blobs);
+  EXPECT_EQ(blobs.data(), storage);
 }
 
 }  // namespace

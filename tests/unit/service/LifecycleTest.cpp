@@ -54,8 +54,8 @@ TEST_F(LifecycleTest, InitializesEveryStageForTheProduct) {
     EXPECT_EQ(service_.steady().productType(), type);
     EXPECT_EQ(service_.steady().objectCount(), ids);
     // Wired as well: the storage that configuring sizes is there.
-    EXPECT_EQ(service_.blobLeft().groups().size(), static_cast<std::size_t>(ids));
-    EXPECT_EQ(service_.blobRight().groups().size(), static_cast<std::size_t>(ids));
+    EXPECT_EQ(service_.blobLeft().groups(), static_cast<std::size_t>(ids));
+    EXPECT_EQ(service_.blobRight().groups(), static_cast<std::size_t>(ids));
     EXPECT_EQ(service_.steady().sightings().lastSeen.size(), static_cast<std::size_t>(ids));
   }
   EXPECT_THAT(log_.lines, IsEmpty());

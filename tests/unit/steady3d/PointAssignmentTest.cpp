@@ -32,7 +32,7 @@ MarkerPoints markersOf(std::size_t count) {
   MarkerPoints markers;
   markers.index.assign(count, 77);
   markers.position.resize(count);
-  markers.sighting.resize(count);
+  markers.diameter.resize(count);
   return markers;
 }
 
@@ -130,8 +130,8 @@ TEST(Distribute, AnObjectOfTwoMarkersTakesTheFirstTwoPointsInTheirOrder) {
   EXPECT_THAT(markers.index, ElementsAre(0, -1, 2, 2));
   EXPECT_EQ(markers.position[2].x, 90.0f);
   EXPECT_EQ(markers.position[3].x, 10.0f);
-  EXPECT_EQ(markers.sighting[2].diameter, 6);
-  EXPECT_EQ(markers.sighting[3].diameter, 12);
+  EXPECT_EQ(markers.diameter[2], 6);
+  EXPECT_EQ(markers.diameter[3], 12);
   EXPECT_THAT(xs(points), ElementsAre(50));
 }
 
@@ -140,7 +140,6 @@ TEST(Distribute, OnePointOfTwoGoesToTheFirstMarker) {
   MarkerPoints markers = markersOf(4);
   distribute({1, 1, 2}, points, markers);
   EXPECT_THAT(markers.index, ElementsAre(-1, -1, 2, -1));
-  EXPECT_EQ(markers.sighting[3].id, -1);
 }
 
 TEST(Distribute, AMarkerThatSeesNothingKeepsItsPosition) {
@@ -150,7 +149,6 @@ TEST(Distribute, AMarkerThatSeesNothingKeepsItsPosition) {
   distribute({1}, points, markers);
   EXPECT_THAT(markers.index, ElementsAre(-1));
   EXPECT_EQ(markers.position[0].x, 10.0f);
-  EXPECT_EQ(markers.sighting[0].id, -1);
 }
 
 TEST(Distribute, NeverGoesBeyondTheMarkersThatWereSized) {

@@ -519,23 +519,43 @@ TEST_F(Steady3DTest, WorksWithoutAHeadingAlignment) {
 
 // ------------------------------------------------------------------------------------- result
 
-TEST_F(Steady3DTest, TheResultIsTheTableWithAnEmptyHeader) {
+TEST_F(Steady3DTest, TheTableHoldsIdsPositionsAndBearingsAndNothingElse) {
   configure(1);
   frame({point(0, 1, 2, 1003), point(2, 970), point(2, 1030)});
-  ResultBlock block;
-  block.header = 77;
-  block.records[0].hostPosition[1] = 5;
-  block.records[9].id = 9;
-  stage_.copyResult(block);
-  EXPECT_EQ(block.header, 0u);
-  EXPECT_EQ(block.records[0].id, 0);
-  EXPECT_EQ(block.records[0].y, 2.0f);
-  EXPECT_EQ(block.records[0].z, 1003.0f);
-  EXPECT_EQ(block.records[0].hostPosition[1], 0.0f);
-  EXPECT_EQ(block.records[1].id, -1);
-  EXPECT_EQ(block.records[2].x, 1000.0f);
-  EXPECT_NEAR(block.records[2].bearing, 45, 1e-5);
-  EXPECT_EQ(block.records[9].id, -1);
+  EXPECT_EQ(record(0).id, 0);
+  EXPECT_EQ(record(0).y, 2.0f);
+  EXPECT_EQ(record(0).z, 1003.0f);
+  EXPECT_EQ(record(1).id, -1);
+  EXPECT_EQ(record(2).x, 1000.0f);
+  EXPECT_NEAR(record(2).bearing, 45, 1e-5);
+  for (std::size_t k = 0; k < stage_.table().size(); ++k) {
+    EXPECT_THAT(record(k).hostPosition, Each(0.0f));
+    EXPECT_THAT(record(k).hostOrientation, Each(0.0f));
+    if (k > 2) {
+      EXPECT_EQ(record(k).id, -1);
+    }
+  }
+}
+
+/// Notes what the stage does not report.
+struct Held : NoObserver {
+  std::vector<std::tuple<std::size_t, BlobFate, double>> seen;
+  void held(std::size_t object, BlobFate fate, double, double limit) {
+    seen.emplace_back(object, fate, limit);
+  }
+};
+
+TEST_F(Steady3DTest, TellsWhichPositionsItHoldsBackAndAtWhichLimit) {
+  configure(1);
+  Held held;
+  for (const double x : {0.0, 500.0}) {
+    input_ = {point(0, x), point(1, 0), point(2, x - 30), point(2, x + 30)};
+    stage_.process(held);
+  }
+  // The pair's first ratio has nothing to compare with: it is held before its jump is looked at.
+  EXPECT_THAT(held.seen,
+              ElementsAre(std::tuple(0u, BlobFate::kHeldByJump, 80.0),
+                          std::tuple(2u, BlobFate::kHeldByRatio, static_cast<double>(1.2f))));
 }
 
 // ------------------------------------------------------------------------- auxiliary inputs

@@ -11,18 +11,11 @@ namespace {
 constexpr float kFactor = 1.2f;
 constexpr std::int32_t kByDistance = 0;
 
-StereoPoint sighted(std::int32_t diameter) {
-  StereoPoint p;
-  p.diameter = diameter;
-  p.id = 2;
-  return p;
-}
-
 /// Both points, with equal diameters unless given.
 PointF both(TwoPointObject& object, const PointF& a, const PointF& b,
             std::int32_t hint = kByDistance, std::int32_t diameterA = 8,
             std::int32_t diameterB = 8) {
-  return object.seeBoth(a, b, sighted(diameterA), sighted(diameterB), hint, kFactor);
+  return object.seeBoth(a, b, diameterA, diameterB, hint, kFactor);
 }
 
 void expectNear(const PointF& actual, double x, double y, double z, double tolerance = 1e-4) {

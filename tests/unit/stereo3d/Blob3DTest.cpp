@@ -262,16 +262,13 @@ TEST(Blob3D, ConfigureBindsOnlyIfPrepareSucceeds) {
 TEST(Blob3D, PrepareSizesTheListsByTheIdCount) {
   Blob3D stage;
   EXPECT_TRUE(stage.prepare());  // no ids yet: everything stays empty
-  EXPECT_THAT(stage.pairsById(), IsEmpty());
   const StereoCalibration calibration = FisheyePair().calibration();
   stage.init(2, &calibration);
   EXPECT_THAT(stage.historyById(), IsEmpty());
   EXPECT_TRUE(stage.prepare());
-  EXPECT_EQ(stage.pairsById().size(), 6u);
   EXPECT_EQ(stage.historyById().size(), 6u);
   stage.init(0, &calibration);
   stage.prepare();
-  EXPECT_EQ(stage.pairsById().size(), 3u);
   EXPECT_EQ(stage.historyById().size(), 3u);
 }
 
@@ -391,25 +388,20 @@ TEST(Blob3D, InputAndOutputStorageIsExchangedNotCopied) {
   EXPECT_EQ(stage.output.data(), outputStorage);
 }
 
-TEST(Blob3D, CameraWithoutBlobsLeavesNothingUndistortedAndNoPairs) {
+TEST(Blob3D, CameraWithoutBlobsLeavesNoPairs) {
   Stage stage(0);
   stage.frame({{0, 0, 0, 1000}, {1, 100, 0, 1000}});
-  EXPECT_EQ(stage.blob3D.leftUndistorted().size(), 2u);
-  EXPECT_EQ(stage.blob3D.rightUndistorted().size(), 2u);
-  EXPECT_EQ(stage.blob3D.pairsById()[0].size(), 2u);
+  EXPECT_EQ(stage.blob3D.pairs().size(), 2u);
 
   stage.see({0, 0, 0, 1000});
   stage.left.clear();
   EXPECT_THAT(stage.frame({}), IsEmpty());
-  EXPECT_THAT(stage.blob3D.leftUndistorted(), IsEmpty());
-  EXPECT_THAT(stage.blob3D.rightUndistorted(), IsEmpty());
-  for (const auto& pairs : stage.blob3D.pairsById()) EXPECT_THAT(pairs, IsEmpty());
+  EXPECT_THAT(stage.blob3D.pairs(), IsEmpty());
 
   stage.see({0, 0, 0, 1000});
   stage.right.clear();
   EXPECT_THAT(stage.frame({}), IsEmpty());
-  EXPECT_THAT(stage.blob3D.leftUndistorted(), IsEmpty());
-  for (const auto& pairs : stage.blob3D.pairsById()) EXPECT_THAT(pairs, IsEmpty());
+  EXPECT_THAT(stage.blob3D.pairs(), IsEmpty());
 }
 
 TEST(Blob3D, FirstFrameMayComeFromOneCameraAlone) {
@@ -438,12 +430,14 @@ TEST(Blob3D, PairsHoldTheUndistortedBlobWithItsLine) {
   // Rectified pair, T = (-100, 0, 0): the partner of a left blob in row y lies in row y.
   Stage stage(0);
   stage.frame({{1, 200, 300, 1000}});
-  const auto& pairs = stage.blob3D.pairsById()[1];
-  ASSERT_EQ(pairs.size(), 2u);
-  EXPECT_NEAR(pairs[0].x, 150, 1e-9);  // (200 + 100) / 1000 * 500
-  EXPECT_NEAR(pairs[0].y, 150, 1e-9);
-  EXPECT_NEAR(pairs[1].x, 100, 1e-9);
-  for (const Blob2DPoint& b : pairs) {
+  const auto& pairs = stage.blob3D.pairs();
+  ASSERT_EQ(pairs.size(), 1u);
+  const Blob2DPoint& left = stage.blob3D.blobs().left[pairs[0].left];
+  const Blob2DPoint& right = stage.blob3D.blobs().right[pairs[0].right];
+  EXPECT_NEAR(left.x, 150, 1e-9);  // (200 + 100) / 1000 * 500
+  EXPECT_NEAR(left.y, 150, 1e-9);
+  EXPECT_NEAR(right.x, 100, 1e-9);
+  for (const Blob2DPoint& b : {left, right}) {
     EXPECT_NEAR(b.aux[0], 0, 1e-12);
     EXPECT_NEAR(std::fabs(b.aux[1]), 1, 1e-12);
     EXPECT_NEAR(b.aux[1] * 150 + b.aux[2], 0, 1e-9);
@@ -601,7 +595,7 @@ TEST(Blob3D, IdAbsentForOneFrameLosesItsHistory) {
   Stage stage(0);
   stage.frame({{0, 0, 0, 1000}, {1, 100, 0, 1000}});
   stage.frame({{1, 100, 0, 1000}});
-  EXPECT_THAT(stage.blob3D.historyById()[0], IsEmpty());
+  EXPECT_TRUE(stage.blob3D.historyById()[0].empty());
   const auto& points = stage.frame({{0, 1.5, 0, 1000}, {1, 101.5, 0, 1000}});
   ASSERT_EQ(points.size(), 2u);
   EXPECT_NEAR(points[0].x, 1.5, 1e-6);
@@ -632,7 +626,7 @@ TEST(Blob3D, SecondInitKeepsHistoriesAndThePreviousFrame) {
   stage.setUp(0);
   stage.setUp(2);
   EXPECT_EQ(stage.blob3D.historyById()[0].size(), 2u);
-  EXPECT_THAT(stage.blob3D.historyById()[5], IsEmpty());  // its list did not outlive type 0
+  EXPECT_TRUE(stage.blob3D.historyById()[5].empty());  // its list did not outlive type 0
   stage.setUp(9);
   EXPECT_EQ(stage.blob3D.historyById()[0].size(), 2u);
 }

@@ -12,11 +12,27 @@
 namespace {
 
 using algorithm::Blob2DPoint;
-using algorithm::epipolarLines;
-using algorithm::ImageLine;
 using algorithm::ImagePoint;
 using algorithm::LineDirection;
-using testing_support::blob;
+
+struct ImageLine {
+  double a, b, c;
+};
+
+/// The lines of the points, in their order.
+void epipolarLines(const double (&fundamental)[9], LineDirection direction,
+                   const std::vector<ImagePoint>& points, std::vector<ImageLine>& lines) {
+  std::vector<Blob2DPoint> blobs;
+  for (const ImagePoint& p : points) blobs.push_back(testing_support::blob(p.x, p.y, 4, 2));
+  algorithm::drawEpipolarLines(fundamental, direction, blobs);
+  lines.clear();
+  for (std::size_t i = 0; i < blobs.size(); ++i) {
+    EXPECT_EQ(blobs[i].x, points[i].x);
+    EXPECT_EQ(blobs[i].diameter, 4);
+    EXPECT_EQ(blobs[i].id, 2);
+    lines.push_back({blobs[i].aux[0], blobs[i].aux[1], blobs[i].aux[2]});
+  }
+}
 
 constexpr double kF[9] = {1, -2, 3,  //
                           2, -3, 3,  //
@@ -52,13 +68,18 @@ TEST(EpipolarLines, LineWithoutDirectionIsNotDivided) {
   EXPECT_EQ(lines[0].c, 6);
 }
 
-TEST(EpipolarLines, ReplacesTheLinesAndKeepsTheOrder) {
+TEST(EpipolarLines, EachBlobHasItsOwnWhetherTheirNumberIsOddOrEven) {
   const double rows[9] = {0, 0, 0, 0, 0, 1, 0, -1, 0};  // (x, y) gives the line y' = y
-  std::vector<ImageLine> lines(5);
+  std::vector<ImageLine> lines;
   epipolarLines(rows, LineDirection::kLeftToRight, {{9, 3}, {9, 4}}, lines);
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_EQ(lines[0].c, -3);
   EXPECT_EQ(lines[1].c, -4);
+
+  epipolarLines(rows, LineDirection::kLeftToRight, {{9, 3}, {9, 4}, {1, 5}}, lines);
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[1].c, -4);
+  EXPECT_EQ(lines[2].c, -5);
 
   epipolarLines(rows, LineDirection::kLeftToRight, {}, lines);
   EXPECT_TRUE(lines.empty());
@@ -83,42 +104,6 @@ TEST(EpipolarLines, PassThroughThePartnerAndAreNormalised) {
     EXPECT_NEAR(inRight[0].a * r.x + inRight[0].b * r.y + inRight[0].c, 0, 1e-9);
     EXPECT_NEAR(inLeft[0].a * l.x + inLeft[0].b * l.y + inLeft[0].c, 0, 1e-9);
   }
-}
-
-TEST(SortById, WritesCentreAndLineAndCopiesEachBlobToTheListOfItsId) {
-  std::vector<Blob2DPoint> blobs = {blob(1, 2, 4, 2), blob(3, 4, 6, 0), blob(5, 6, 8, 2)};
-  const std::vector<ImagePoint> undistorted = {{10, 20}, {30, 40}, {50, 60}};
-  const std::vector<ImageLine> lines = {{.1, .2, .3}, {.4, .5, .6}, {.7, .8, .9}};
-  std::vector<std::vector<Blob2DPoint>> byId(3);
-  sortById(blobs, undistorted, lines, byId);
-
-  ASSERT_EQ(byId[0].size(), 1u);
-  EXPECT_TRUE(byId[1].empty());
-  ASSERT_EQ(byId[2].size(), 2u);
-  EXPECT_EQ(byId[2][0].x, 10);
-  EXPECT_EQ(byId[2][0].y, 20);
-  EXPECT_EQ(byId[0][0].x, 30);
-  EXPECT_EQ(byId[0][0].y, 40);
-  const Blob2DPoint& last = byId[2][1];
-  EXPECT_EQ(last.x, 50);
-  EXPECT_EQ(last.y, 60);
-  EXPECT_EQ(last.aux[0], .7);
-  EXPECT_EQ(last.aux[1], .8);
-  EXPECT_EQ(last.aux[2], .9);
-  EXPECT_EQ(last.diameter, 8);
-  EXPECT_EQ(last.id, 2);
-  EXPECT_EQ(blobs[2].x, 50);  // the frame's own list is rewritten as well
-  EXPECT_EQ(blobs[2].aux[2], .9);
-}
-
-TEST(SortById, BlobWhoseIdHasNoListIsLeftOut) {
-  std::vector<Blob2DPoint> blobs = {blob(1, 2, 4, -1), blob(1, 2, 4, 3), blob(1, 2, 4, 2)};
-  const std::vector<ImagePoint> undistorted(3);
-  const std::vector<ImageLine> lines(3);
-  std::vector<std::vector<Blob2DPoint>> byId(3);
-  sortById(blobs, undistorted, lines, byId);
-  EXPECT_EQ(byId[0].size() + byId[1].size(), 0u);
-  EXPECT_EQ(byId[2].size(), 1u);
 }
 
 }  // namespace

@@ -1,5 +1,12 @@
 #include <alg_factory/stereo3d/EpipolarMatcher.h>
 
+#include <cmath>
+#include <cstdint>
+#include <iostream>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -10,11 +17,13 @@
 
 namespace {
 
-using algorithm::accepted;
 using algorithm::Blob2DPoint;
-using algorithm::BlobPairs;
+using algorithm::BlobPair;
 using algorithm::epipolarDistance;
-using algorithm::MatchScratch;
+using algorithm::IndexSpan;
+using algorithm::NeighbourTable;
+using algorithm::NoObserver;
+using algorithm::StereoBlobs;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -23,19 +32,50 @@ using testing_support::rowBlob;
 
 using Blobs = std::vector<Blob2DPoint>;
 
-/// (x of the left blob, x of the right blob) of every pair; checks that entries come in twos.
-std::vector<std::pair<double, double>> pairedX(const BlobPairs& pairs) {
-  EXPECT_EQ(pairs.size() % 2, 0u);
+using Pairs = std::vector<std::pair<Blob2DPoint, Blob2DPoint>>;
+
+std::vector<std::uint32_t> indicesOf(const Blobs& blobs) {
+  std::vector<std::uint32_t> indices(blobs.size());
+  std::iota(indices.begin(), indices.end(), 0u);
+  return indices;
+}
+
+/// The pairs of blobs of one id.
+Pairs matched(const Blobs& left, const Blobs& right) {
+  auto ofLeft = indicesOf(left), ofRight = indicesOf(right);
+  const StereoBlobs blobs{left, right};
+  NeighbourTable table;
+  std::vector<BlobPair> pairs;
+  NoObserver nobody;
+  matchId(blobs, {ofLeft.data(), ofLeft.size()}, {ofRight.data(), ofRight.size()}, table, pairs,
+          nobody);
+  Pairs result;
+  for (const BlobPair& pair : pairs) result.emplace_back(left[pair.left], right[pair.right]);
+  return result;
+}
+
+/// (x of the left blob, x of the right blob) of every pair.
+std::vector<std::pair<double, double>> match(const Blobs& left, const Blobs& right) {
   std::vector<std::pair<double, double>> xs;
-  for (std::size_t i = 0; i + 1 < pairs.size(); i += 2) xs.emplace_back(pairs[i].x, pairs[i + 1].x);
+  for (const auto& [l, r] : matched(left, right)) xs.emplace_back(l.x, r.x);
   return xs;
 }
 
-std::vector<std::pair<double, double>> match(Blobs left, Blobs right) {
-  MatchScratch scratch;
-  BlobPairs pairs = {rowBlob(-1, -1, 2)};  // must not survive
-  matchId(left, right, scratch, pairs);
-  return pairedX(pairs);
+bool accepted(const Blob2DPoint& left, const Blob2DPoint& right) {
+  return algorithm::accepted(left, right, epipolarDistance(left, right));
+}
+
+/// Replaces both lists by what the cut leaves of them.
+void cutToSameCount(Blobs& left, Blobs& right) {
+  auto ofLeft = indicesOf(left), ofRight = indicesOf(right);
+  IndexSpan l{ofLeft.data(), ofLeft.size()}, r{ofRight.data(), ofRight.size()};
+  const StereoBlobs blobs{left, right};
+  NoObserver nobody;
+  algorithm::cutToSameCount(blobs, l, r, nobody);
+  left.clear();
+  right.clear();
+  for (const std::uint32_t i : l) left.push_back(blobs.left[i]);
+  for (const std::uint32_t i : r) right.push_back(blobs.right[i]);
 }
 
 TEST(EpipolarDistance, IsTheMeanOfBothPointToLineDistances) {
@@ -166,14 +206,11 @@ TEST(MatchId, FirstIndexWinsWhereNeighboursAreEquallyNear) {
   // A cross: left (-1, 0), (1, 0); right (0, -1), (0, 1); every squared distance is 2. Both left
   // blobs take right 0, which takes left 0. (The last index instead would pair 1 with 1, a mixture
   // nothing or 1 with 0.)
-  MatchScratch scratch;
-  BlobPairs pairs;
-  Blobs left = {rowBlob(-1, 0, 40), rowBlob(1, 0, 40)};
-  Blobs right = {rowBlob(0, -1, 40), rowBlob(0, 1, 40)};
-  matchId(left, right, scratch, pairs);
-  ASSERT_EQ(pairs.size(), 2u);
-  EXPECT_EQ(pairs[0].x, -1);
-  EXPECT_EQ(pairs[1].y, -1);
+  const auto pairs =
+      matched({rowBlob(-1, 0, 40), rowBlob(1, 0, 40)}, {rowBlob(0, -1, 40), rowBlob(0, 1, 40)});
+  ASSERT_EQ(pairs.size(), 1u);
+  EXPECT_EQ(pairs[0].first.x, -1);
+  EXPECT_EQ(pairs[0].second.y, -1);
 }
 
 TEST(MatchId, MirroredLayoutOfTwoGivesNoPair) {
@@ -189,43 +226,95 @@ TEST(MatchId, MutualPairThatFailsTheDistanceTestIsNotReplaced) {
               ElementsAre(Pair(0, 5)));
 }
 
-TEST(MatchId, PairedBlobsAreTheOriginalsNotTheCentredOnes) {
-  MatchScratch scratch;
-  BlobPairs pairs;
-  Blobs left = {rowBlob(10, 7, 4), rowBlob(30, 7, 4)};
-  Blobs right = {rowBlob(50, 7, 6), rowBlob(70, 7, 6)};
-  matchId(left, right, scratch, pairs);
-  ASSERT_EQ(pairs.size(), 4u);
-  EXPECT_EQ(pairs[0].x, 10);
-  EXPECT_EQ(pairs[0].y, 7);
-  EXPECT_EQ(pairs[0].diameter, 4);
-  EXPECT_EQ(pairs[1].x, 50);
-  EXPECT_EQ(pairs[1].y, 7);
-  EXPECT_EQ(pairs[1].diameter, 6);
+TEST(MatchId, BlobWithoutAPlaceIsNobodysNearest) {
+  // Nor has it a nearest: where nothing is less, the first is taken. Its mean has no place either.
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_THAT(
+      match({rowBlob(nan, 0, 8), rowBlob(100, 0, 8)}, {rowBlob(5, 0, 8), rowBlob(105, 0, 8)}),
+      IsEmpty());
 }
 
-TEST(MatchClosest, TakesThePairWithTheSmallestDistance) {
-  BlobPairs pairs;
-  matchClosest({rowBlob(1, 0, 4), rowBlob(2, 10, 4)},
-               {rowBlob(3, 3, 4), rowBlob(4, 12, 4), rowBlob(5, 11, 4)}, pairs);
-  EXPECT_THAT(pairedX(pairs), ElementsAre(Pair(2, 5)));
+TEST(MatchId, PairsManyBlobsAsOneByOneComparisonDoes) {
+  constexpr unsigned kSeed = 90210;
+  std::cout << "seed " << kSeed << '\n';
+  std::mt19937 random(kSeed);
+  // Whole numbers, so that many distances are equal; all in one row and large: no pair is refused.
+  std::uniform_int_distribution<int> place(0, 6), count(2, 21);
+  for (int round = 0; round < 300; ++round) {
+    const int n = count(random);
+    Blobs left, right;
+    for (int i = 0; i < n; ++i) {
+      left.push_back(rowBlob(place(random), 0, 1000));
+      right.push_back(rowBlob(place(random), 0, 1000));
+    }
+    double meanL = 0, meanR = 0;
+    for (int i = 0; i < n; ++i) meanL += left[std::size_t(i)].x;
+    for (int i = 0; i < n; ++i) meanR += right[std::size_t(i)].x;
+    meanL /= n;
+    meanR /= n;
+    const auto nearest = [](double x, const Blobs& blobs, double mean) {
+      std::size_t best = 0;
+      for (std::size_t j = 1; j < blobs.size(); ++j) {
+        if (std::fabs(blobs[j].x - mean - x) < std::fabs(blobs[best].x - mean - x)) best = j;
+      }
+      return best;
+    };
+    std::vector<std::pair<double, double>> expected;
+    for (std::size_t i = 0; i < left.size(); ++i) {
+      const std::size_t j = nearest(left[i].x - meanL, right, meanR);
+      if (nearest(right[j].x - meanR, left, meanL) == i)
+        expected.emplace_back(left[i].x, right[j].x);
+    }
+    ASSERT_EQ(match(left, right), expected) << "round " << round;
+  }
 }
 
-TEST(MatchClosest, FirstMinimumInRowOrderWins) {
-  // (left 1, right 4) and (left 2, right 3) are both 1 apart.
-  BlobPairs pairs;
-  matchClosest({rowBlob(1, 0, 4), rowBlob(2, 10, 4)}, {rowBlob(3, 11, 4), rowBlob(4, 1, 4)}, pairs);
-  EXPECT_THAT(pairedX(pairs), ElementsAre(Pair(1, 4)));
+/// Tells what becomes of every blob.
+struct Fates : NoObserver {
+  static constexpr bool kWantsNearest = true;
+  std::vector<std::string> told;
+
+  template <typename... Numbers>
+  void tell(const char* what, Numbers... numbers) {
+    std::string line = what;
+    ((line += ' ' + std::to_string(static_cast<int>(numbers))), ...);
+    told.push_back(line);
+  }
+  void unmatched(int camera, std::size_t blob, algorithm::BlobFate fate, double v, double limit) {
+    tell(fate == algorithm::BlobFate::kSurplus ? "surplus" : "no partner", camera, blob, v, limit);
+  }
+  void notMutual(int camera, std::size_t blob, std::size_t nearest, std::size_t back) {
+    tell("not mutual", camera, blob, nearest, back);
+  }
+  void refused(std::size_t left, std::size_t right, double value, double limit) {
+    tell("refused", left, right, value, limit);
+  }
+  void paired(std::size_t left, std::size_t right, double distance) {
+    tell("paired", left, right, distance);
+  }
+};
+
+std::vector<std::string> told(const Blobs& left, const Blobs& right) {
+  auto ofLeft = indicesOf(left), ofRight = indicesOf(right);
+  NeighbourTable table;
+  std::vector<BlobPair> pairs;
+  Fates fates;
+  matchId({left, right}, {ofLeft.data(), ofLeft.size()}, {ofRight.data(), ofRight.size()}, table,
+          pairs, fates);
+  return fates.told;
 }
 
-TEST(MatchClosest, NothingIsAppendedWhenTheClosestIsRejected) {
-  // The closest pair is 1 apart with diameters 0; a wider one (3 apart, mean 10) would be accepted.
-  BlobPairs pairs;
-  matchClosest({rowBlob(1, 0, 0), rowBlob(2, 10, 20)}, {rowBlob(3, 1, 0), rowBlob(4, 13, 0)},
-               pairs);
-  EXPECT_THAT(pairs, IsEmpty());
-  matchClosest({}, {rowBlob(3, 1, 0)}, pairs);
-  EXPECT_THAT(pairs, IsEmpty());
+TEST(MatchId, TellsWhatBecomesOfEveryBlob) {
+  EXPECT_THAT(told({rowBlob(1, 0, 4)}, {}), ElementsAre("no partner 0 0 0 0"));
+  EXPECT_THAT(told({}, {rowBlob(1, 0, 4)}), ElementsAre("no partner 1 0 0 0"));
+  // Two right blobs against one: the smaller goes, the other lies 7 rows off, against 5.
+  EXPECT_THAT(told({rowBlob(1, 0, 4)}, {rowBlob(2, 0, 4), rowBlob(3, 7, 6)}),
+              ElementsAre("surplus 1 0 2 1", "refused 0 1 7 5"));
+  // As in BlobWhoseNearestPrefersAnotherIsDropped.
+  EXPECT_THAT(
+      told({rowBlob(-6, 0, 4), rowBlob(1, 0, 4), rowBlob(5, 0, 4)},
+           {rowBlob(-9, 0, 4), rowBlob(4, 0, 4), rowBlob(5, 0, 4)}),
+      ElementsAre("not mutual 0 1 1 2", "not mutual 1 1 2 2", "paired 0 0 0", "paired 2 2 0"));
 }
 
 }  // namespace

@@ -23,6 +23,13 @@ StereoPoint point(double x, double y, double z, int id = 0) {
   return p;
 }
 
+/// Raw positions, oldest first.
+PointHistory historyOf(const std::vector<StereoPoint>& points) {
+  PointHistory history;
+  for (const StereoPoint& p : points) history.push({p.x, p.y, p.z});
+  return history;
+}
+
 StereoPoint smoothed(PointHistory& history, StereoPoint p, double radius = 3.0) {
   smoothPoint(radius, history, p);
   return p;
@@ -41,7 +48,7 @@ TEST(PointSmoother, FirstPointStaysAndEntersTheHistory) {
 TEST(PointSmoother, OneHistoryPointPullsByItsCloseness) {
   // d = sqrt(0.25 + 0.0625 + 0.25) = 0.75, w = 1/4: per axis (P + 0.75 H + 0.25 P) / 2, that is
   // P - 0.375 (P - H).
-  PointHistory history = {point(10.5, 20.25, 29.5)};
+  PointHistory history = historyOf({point(10.5, 20.25, 29.5)});
   const StereoPoint p = smoothed(history, point(11, 20.5, 29));
   EXPECT_DOUBLE_EQ(p.x, 10.8125);
   EXPECT_DOUBLE_EQ(p.y, 20.40625);
@@ -51,20 +58,20 @@ TEST(PointSmoother, OneHistoryPointPullsByItsCloseness) {
 TEST(PointSmoother, ThreeHistoryPointsAreEachWeightedByTheirOwnDistance) {
   // P = 0, H = 1.5 (w 1/2), -0.75 (w 1/4), 2.25 (w 3/4), ratios to the radius 3:
   // sum = 0 + 0.5 * 1.5 + 0.75 * -0.75 + 0.25 * 2.25 = 0.75, over 4.
-  PointHistory history = {point(1.5, 0, 0), point(-0.75, 0, 0), point(2.25, 0, 0)};
+  PointHistory history = historyOf({point(1.5, 0, 0), point(-0.75, 0, 0), point(2.25, 0, 0)});
   EXPECT_DOUBLE_EQ(smoothed(history, point(0, 0, 0)).x, 0.1875);
 }
 
 TEST(PointSmoother, PointsOutsideTheRadiusDoNotCount) {
   // Only H = 1.5 is inside: (0 + 0.75) / 2.
-  PointHistory history = {point(50, 0, 0), point(1.5, 0, 0), point(0, -3.5, 0)};
+  PointHistory history = historyOf({point(50, 0, 0), point(1.5, 0, 0), point(0, -3.5, 0)});
   EXPECT_DOUBLE_EQ(smoothed(history, point(0, 0, 0)).x, 0.375);
 }
 
 TEST(PointSmoother, PointThatIsFarFromEveryHistoryPointStaysAndStillEntersTheHistory) {
   // Beyond the radius w > 1 would push the point away from H.
   for (const double d : {3.0, 3.125, 4.5}) {
-    PointHistory history = {point(1 + d, 2, 3), point(1, 2, 3 - d)};
+    PointHistory history = historyOf({point(1 + d, 2, 3), point(1, 2, 3 - d)});
     const StereoPoint p = smoothed(history, point(1, 2, 3));
     EXPECT_EQ(p.x, 1);
     EXPECT_EQ(p.y, 2);
@@ -77,13 +84,13 @@ TEST(PointSmoother, PointThatIsFarFromEveryHistoryPointStaysAndStillEntersTheHis
 TEST(PointSmoother, HistoryPointAtExactlyTheRadiusHasNoEffect) {
   // H = 1.5 counts, H = -3 does not: (0 + 0.75) / 2. With H = -3 (w = 1, it would add P itself) the
   // sum would be the same but the count 3.
-  PointHistory history = {point(-3, 0, 0), point(1.5, 0, 0)};
+  PointHistory history = historyOf({point(-3, 0, 0), point(1.5, 0, 0)});
   EXPECT_DOUBLE_EQ(smoothed(history, point(0, 0, 0)).x, 0.375);
 }
 
 TEST(PointSmoother, UsesTheRadiusItIsGiven) {
   // d = 1.5 of 6: w = 1/4, (0 + 0.75 * 1.5) / 2.
-  PointHistory history = {point(1.5, 0, 0)};
+  PointHistory history = historyOf({point(1.5, 0, 0)});
   EXPECT_DOUBLE_EQ(smoothed(history, point(0, 0, 0), 6.0).x, 0.5625);
 }
 
@@ -111,7 +118,7 @@ TEST(PointSmoother, ThirdFrameBackStillHasAnEffect) {
 }
 
 TEST(PointSmoother, OnlyThePositionChanges) {
-  PointHistory history = {point(1, 0, 0)};
+  PointHistory history = historyOf({point(1, 0, 0)});
   const StereoPoint p = smoothed(history, point(0, 0, 0, 5));
   EXPECT_EQ(p.leftX, 11);
   EXPECT_EQ(p.rightY, 12);
@@ -120,13 +127,14 @@ TEST(PointSmoother, OnlyThePositionChanges) {
 }
 
 TEST(PointSmoother, SmoothsOnlyTheFirstPointOfEachIdWithThatIdsHistory) {
-  std::vector<PointHistory> histories = {{point(0, 0, 0, 0)}, {point(100, 0, 0, 1)}};
-  std::vector<StereoPoint> points = {point(101.5, 0, 0, 1), point(1.5, 0, 0, 0),
+  std::vector<PointHistory> histories = {historyOf({point(0, 0, 0, 0)}),
+                                         historyOf({point(100, 0, 0, 1)})};
+  std::vector<StereoPoint> points = {point(1.5, 0, 0, 0), point(101.5, 0, 0, 1),
                                      point(98.5, 0, 0, 1)};
   smoothPoints(3.0, histories, points);
   // Each first point lies 1.5 from its history: a quarter of the way back.
-  EXPECT_DOUBLE_EQ(points[0].x, 101.125);
-  EXPECT_DOUBLE_EQ(points[1].x, 1.125);
+  EXPECT_DOUBLE_EQ(points[0].x, 1.125);
+  EXPECT_DOUBLE_EQ(points[1].x, 101.125);
   EXPECT_EQ(points[2].x, 98.5);
   ASSERT_EQ(histories[1].size(), 2u);  // of two points of id 1 only the first is remembered
   EXPECT_EQ(histories[1][1].x, 101.5);
@@ -134,8 +142,8 @@ TEST(PointSmoother, SmoothsOnlyTheFirstPointOfEachIdWithThatIdsHistory) {
 }
 
 TEST(PointSmoother, IdWithoutAPointLosesItsWholeHistory) {
-  std::vector<PointHistory> histories = {{point(0, 0, 0, 0), point(1, 0, 0, 0)},
-                                         {point(0, 0, 0, 1), point(1, 0, 0, 1)}};
+  std::vector<PointHistory> histories = {historyOf({point(0, 0, 0, 0), point(1, 0, 0, 0)}),
+                                         historyOf({point(0, 0, 0, 1), point(1, 0, 0, 1)})};
   std::vector<StereoPoint> points = {point(1, 0, 0, 1)};
   smoothPoints(3.0, histories, points);
   EXPECT_TRUE(histories[0].empty());

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <iostream>
 #include <limits>
 #include <random>
@@ -15,6 +16,7 @@ namespace {
 
 using algorithm::Blob2DPoint;
 using algorithm::midpoint;
+using algorithm::PairPoint;
 using algorithm::StereoPoint;
 using algorithm::StereoRays;
 using algorithm::triangulate;
@@ -31,6 +33,21 @@ StereoRays raysOf(const FisheyePair& pair) {
           pair.translation};
 }
 
+/// The points of blobs in twos: left, right, left, right.
+std::vector<PairPoint> triangulated(const StereoRays& rays, const std::vector<Blob2DPoint>& twos) {
+  algorithm::StereoBlobs blobs;
+  std::vector<algorithm::BlobPair> pairs;
+  for (std::uint32_t i = 0; 2 * i + 1 < twos.size(); ++i) {
+    blobs.left.push_back(twos[2 * i]);
+    blobs.right.push_back(twos[2 * i + 1]);
+    pairs.push_back({i, i});
+  }
+  std::vector<PairPoint> points(1);  // must not survive
+  algorithm::NoObserver nobody;
+  triangulate(rays, blobs, pairs, points, nobody);
+  return points;
+}
+
 /// Pixels are directions: both camera matrices and the rotation are the identity.
 StereoRays plainRays(double x, double y, double z) {
   return {Eigen::Matrix3d::Identity(), Eigen::Matrix3d::Identity(), Eigen::Vector3d(x, y, z)};
@@ -45,11 +62,7 @@ struct ExactDepth {
 
   explicit ExactDepth(double z) : rays(plainRays(-z / 8, 0, 0)) {}
 
-  std::vector<StereoPoint> points() const {
-    std::vector<StereoPoint> result;
-    triangulate(rays, pair, 0, result);
-    return result;
-  }
+  std::vector<PairPoint> points() const { return triangulated(rays, pair); }
 };
 
 TEST(Midpoint, OfProjectionsIsThePointItself) {
@@ -117,35 +130,73 @@ TEST(Triangulate, ParallelRaysGiveNothingFinite) {
   const StereoRays rays = plainRays(-100, 0, 0);
   const std::vector<Blob2DPoint> pair = {blob(0.25, 0, 2, 0), blob(0.25, 0, 2, 0)};
   EXPECT_FALSE(midpoint(rays, pair[0], pair[1]).allFinite());
-  std::vector<StereoPoint> points;
-  triangulate(rays, pair, 0, points);
-  for (const StereoPoint& p : points) EXPECT_EQ(p.z, std::numeric_limits<double>::infinity());
+  for (const PairPoint& p : triangulated(rays, pair)) {
+    EXPECT_EQ(p.z, std::numeric_limits<double>::infinity());
+  }
 }
 
-TEST(Triangulate, FillsBothCentresTheMeanDiameterAndTheId) {
-  std::vector<StereoPoint> points(1);  // appended to
-  triangulate(plainRays(-100, 0, 0),
-              {blob(0.125, 0.25, 4, 9), blob(0, 0.25, 7, 9),  // 11 / 2 = 5
-               blob(0.25, 0.5, 2, 9), blob(0, 0.5, 2, 9)},
-              4, points);
-  ASSERT_EQ(points.size(), 3u);
-  // Rays meet where x = 0: s = 100 / 0.125 = 800, y = 0.25 * 800 = 200.
-  EXPECT_NEAR(points[1].x, 0, 1e-9);
-  EXPECT_NEAR(points[1].y, 200, 1e-9);
-  EXPECT_NEAR(points[1].z, 800, 1e-9);
-  EXPECT_EQ(points[1].leftX, 0.125);
-  EXPECT_EQ(points[1].leftY, 0.25);
-  EXPECT_EQ(points[1].rightX, 0);
-  EXPECT_EQ(points[1].rightY, 0.25);
-  EXPECT_EQ(points[1].diameter, 5);
-  EXPECT_EQ(points[1].id, 4);
-  EXPECT_NEAR(points[2].z, 400, 1e-9);
+TEST(Triangulate, GivesThePointsOfAllPairsWithIdAndPair) {
+  // Rays meet where x = 0: s = 100 / slope; y = 0.25 s. The second pair meets behind the camera.
+  for (const std::size_t count : {2u, 4u, 6u, 8u}) {
+    std::vector<Blob2DPoint> twos = {blob(0.125, 0.25, 4, 1), blob(0, 0.25, 7, 1),  //
+                                     blob(-0.25, 0.5, 2, 1),  blob(0, 0.5, 2, 1),
+                                     blob(0.25, 0.25, 2, 2),  blob(0, 0.25, 2, 2),
+                                     blob(0.5, 0.25, 2, 5),   blob(0, 0.25, 2, 5)};
+    twos.resize(count);
+    const auto points = triangulated(plainRays(-100, 0, 0), twos);
+    const std::vector<PairPoint> expected = {
+        {0, 200, 800, 1, 0}, {0, 100, 400, 2, 2}, {0, 50, 200, 5, 3}};
+    ASSERT_EQ(points.size(), count <= 4 ? 1 : count / 2 - 1);
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      EXPECT_NEAR(points[i].x, expected[i].x, 1e-9);
+      EXPECT_NEAR(points[i].y, expected[i].y, 1e-9);
+      EXPECT_NEAR(points[i].z, expected[i].z, 1e-9);
+      EXPECT_EQ(points[i].id, expected[i].id);
+      EXPECT_EQ(points[i].pair, expected[i].pair);
+    }
+  }
+}
+
+TEST(Triangulate, APairIsTheSameAloneAndBesideAnother) {
+  const std::vector<Blob2DPoint> a = {blob(0.123, 0.251, 4, 1), blob(0.017, 0.249, 7, 1)};
+  const std::vector<Blob2DPoint> b = {blob(0.321, 0.512, 4, 2), blob(0.071, 0.498, 7, 2)};
+  const StereoRays rays = raysOf(testing_support::unlikePair());
+  const auto both = triangulated(rays, {a[0], a[1], b[0], b[1]});
+  const auto alone = triangulated(rays, b);
+  ASSERT_EQ(both.size(), 2u);
+  ASSERT_EQ(alone.size(), 1u);
+  EXPECT_EQ(both[1].x, alone[0].x);
+  EXPECT_EQ(both[1].y, alone[0].y);
+  EXPECT_EQ(both[1].z, alone[0].z);
+  const Eigen::Vector3d single = midpoint(rays, b[0], b[1]);
+  EXPECT_EQ(alone[0].z, single.z());
 }
 
 TEST(Triangulate, NoPairsGiveNoPoints) {
-  std::vector<StereoPoint> points;
-  triangulate(plainRays(-100, 0, 0), {}, 0, points);
-  EXPECT_TRUE(points.empty());
+  EXPECT_TRUE(triangulated(plainRays(-100, 0, 0), {}).empty());
+}
+
+TEST(StereoPoint, HoldsBothCentresTheMeanDiameterAndTheId) {
+  const StereoPoint p =
+      stereoPoint({1, 2, 3, 4, 9}, blob(0.125, 0.25, 4, 4), blob(0.5, 0.75, 7, 4));
+  EXPECT_EQ(p.x, 1);
+  EXPECT_EQ(p.y, 2);
+  EXPECT_EQ(p.z, 3);
+  EXPECT_EQ(p.leftX, 0.125);
+  EXPECT_EQ(p.leftY, 0.25);
+  EXPECT_EQ(p.rightX, 0.5);
+  EXPECT_EQ(p.rightY, 0.75);
+  EXPECT_EQ(p.diameter, 5);  // 11 / 2
+  EXPECT_EQ(p.id, 4);
+}
+
+TEST(RaysFrom, AreTheInversesOfTheCameraMatrices) {
+  const FisheyePair pair = testing_support::unlikePair();
+  const StereoRays rays = algorithm::raysFrom(pair.calibration());
+  const StereoRays expected = raysOf(pair);
+  EXPECT_TRUE(rays.leftRayInRight.isApprox(expected.leftRayInRight, 1e-14));
+  EXPECT_TRUE(rays.rightRay.isApprox(expected.rightRay, 1e-14));
+  EXPECT_EQ(rays.leftCentreInRight, expected.leftCentreInRight);
 }
 
 }  // namespace
