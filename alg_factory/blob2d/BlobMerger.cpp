@@ -15,7 +15,12 @@ double centreDistance(const Blob2DPoint& a, const Blob2DPoint& b) {
 }
 
 bool overlap(const Blob2DPoint& a, const Blob2DPoint& b) {
-  return meanDiameter(a, b) > centreDistance(a, b);
+  const double limit = meanDiameter(a, b);
+  // Most are far apart, and no root is needed: rounded roots of sums at or above the squared limit
+  // are never below the limit.
+  const double dy = b.y - a.y;
+  const double dx = b.x - a.x;
+  return dy * dy + dx * dx < limit * limit && limit > centreDistance(a, b);
 }
 
 bool mayOverlap(const std::vector<Blob2DPoint>& blobs, IndexSpan group) {

@@ -33,7 +33,8 @@ void mergeOverlapping(std::vector<Blob2DPoint>& blobs, IndexSpan& group, int cam
                       Observer& observer) {
   if (group.size < 2) return;
   sortByDiameter(blobs, group);
-  if (!mayOverlap(blobs, group)) return;
+  constexpr std::size_t kFew = 8;  // so few are tested one by one in less time
+  if (group.size > kFew && !mayOverlap(blobs, group)) return;
   for (std::size_t j = 0; j < group.size; ++j) {
     Blob2DPoint& larger = blobs[group[j]];
     for (std::size_t k = j + 1; k < group.size;) {

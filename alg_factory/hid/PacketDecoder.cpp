@@ -72,13 +72,14 @@ DecodeStatus decode(const Frame& frame, int length, int blobIdCount, std::vector
   DecodeStatus status = start < length ? DecodeStatus::kNoData : DecodeStatus::kNoStart;
   const int end = length - 1;
 
+  std::vector<RawBlob>* const outputs[] = {&left, &right};
   bool more = true;
   for (int position = start + kStartSize; more && position < end;) {
     const RecordStep step = readRecord(frame, position, end, blobIdCount);
     position += step.advance;
     switch (step.kind) {
       case Kind::kRecord:
-        (step.camera == 0 ? left : right).push_back(step.blob);
+        outputs[step.camera]->push_back(step.blob);
         status = DecodeStatus::kNone;
         break;
       case Kind::kBadCamera:

@@ -50,8 +50,9 @@ bool Blob3D::setLogger(LogSink* /*logger*/) {
 
 bool Blob3D::prepare() {
   const auto ids = static_cast<std::size_t>(blobIdCount_);
-  reserveAll(hid::kMaxRecords, blobs_.left, blobs_.right, leftGroups_, rightGroups_, neighbours_,
-             pairs_, pairPoints_, surplusScratch_.candidates, currentPoints_, previousPoints_);
+  reserveAll(hid::kMaxRecords, blobs_.left, blobs_.right, leftGroups_, rightGroups_, pairs_,
+             pairPoints_, surplusScratch_.candidates, currentPoints_, previousPoints_);
+  neighbours_.reserve(hid::kMaxRecords / 2);  // of one camera, where the other has as many
   // All storage by id is there before any of it changes: when memory runs out, it still has one
   // size.
   reserveAll(ids, previousMeans_, historyById_);

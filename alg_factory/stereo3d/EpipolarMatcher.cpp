@@ -31,11 +31,11 @@ double epipolarDistance(const Blob2DPoint& left, const Blob2DPoint& right) {
 }
 
 void NeighbourTable::reserve(std::size_t blobs) {
+  if (blobs <= leastOfRow_.size()) return;
   const std::size_t even = blobs + blobs % 2;
-  for (auto* list : {&leftX_, &leftY_, &rightX_, &rightY_, &leastOfRow_, &leastOfColumn_}) {
-    list->reserve(even);
-  }
-  squares_.reserve(blobs * even);
+  for (auto* list : {&leftX_, &leftY_, &rightX_, &rightY_, &leastOfColumn_}) list->resize(even);
+  squares_.resize(blobs * even);
+  leastOfRow_.resize(blobs);  // last: its size says that there is room
 }
 
 /// Replaces `x` and `y` by the blobs' centres relative to their mean. What fills an odd number up
@@ -49,9 +49,7 @@ void NeighbourTable::centre(const std::vector<Blob2DPoint>& blobs, IndexSpan gro
   }
   const double meanX = sumX / static_cast<double>(group.size);
   const double meanY = sumY / static_cast<double>(group.size);
-  x.resize(group.size + group.size % 2);
-  y.resize(group.size + group.size % 2);
-  x.back() = y.back() = std::numeric_limits<double>::infinity();
+  if (group.size % 2 != 0) x[group.size] = y[group.size] = std::numeric_limits<double>::infinity();
   for (std::size_t n = 0; n < group.size; ++n) {
     x[n] = blobs[group[n]].x - meanX;
     y[n] = blobs[group[n]].y - meanY;
@@ -62,11 +60,9 @@ void NeighbourTable::fill(const StereoBlobs& blobs, IndexSpan left, IndexSpan ri
   const std::size_t stride = left.size + left.size % 2;
   size_ = left.size;
   stride_ = stride;
+  reserve(left.size);
   centre(blobs.left, left, leftX_, leftY_);
   centre(blobs.right, right, rightX_, rightY_);
-  squares_.resize(left.size * stride);
-  leastOfColumn_.resize(stride);
-  leastOfRow_.resize(left.size);
   const auto squares = [this](std::size_t i, std::size_t j) {
     const Twin dx = load(&rightX_[j]) - leftX_[i];
     const Twin dy = load(&rightY_[j]) - leftY_[i];

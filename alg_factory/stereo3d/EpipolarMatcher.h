@@ -59,6 +59,7 @@ void cutToSameCount(const StereoBlobs& blobs, IndexSpan& left, IndexSpan& right,
 /// aligned, and what is nearest to what. Kept between frames for its storage.
 class NeighbourTable {
  public:
+  /// Makes room for as many blobs of one id and camera.
   void reserve(std::size_t blobs);
 
   /// Precondition: both lists are equally long and not empty.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <iterator>
 
 #include <alg_factory/blob2d/Twin.h>
 
@@ -39,8 +40,9 @@ class Lanes {
   }
 
   /// Lanes without a point go along with what they hold: the image centre, or a point taken before.
-  void undistort() {
-    Twin r[2 * kTwins], theta[2 * kTwins];
+  void findAngles() {
+    Twin(&r)[2 * kTwins] = r_;
+    Twin theta[2 * kTwins];
     for (std::size_t i = 0; i < 2 * kTwins; ++i) {
       const Lens& lens = lenses_[i / kTwins];
       x_[i] = (x_[i] - lens.cx) / lens.fx;
@@ -58,20 +60,19 @@ class Lanes {
                            lens.k4 * theta8);
       }
     }
-    for (std::size_t i = 0; i < 2 * kTwins; ++i) {
-      const Lens& lens = lenses_[i / kTwins];
-      const Twin tangent = {std::tan(theta[i][0]), std::tan(theta[i][1])};
-      const Twin scale = r[i] > kCentreRadius ? tangent / r[i] : twin(1.0);
-      x_[i] = x_[i] * scale * lens.fx + lens.cx;
-      y_[i] = y_[i] * scale * lens.fy + lens.cy;
-    }
+    std::copy(std::begin(theta), std::end(theta), theta_);
   }
 
   template <typename Point>
   void put(std::size_t half, Point* points, std::size_t count) const {
+    const Lens& lens = lenses_[half];
     for (std::size_t i = 0; i < count; ++i) {
-      points[i].x = x_[half * kTwins + i / 2][i % 2];
-      points[i].y = y_[half * kTwins + i / 2][i % 2];
+      const std::size_t lane = half * kHalf + i;
+      const double r = r_[lane / 2][lane % 2];
+      const double theta = theta_[lane / 2][lane % 2];
+      const double scale = r > kCentreRadius ? std::tan(theta) / r : 1.0;
+      points[i].x = x_[lane / 2][lane % 2] * scale * lens.fx[0] + lens.cx[0];
+      points[i].y = y_[lane / 2][lane % 2] * scale * lens.fy[0] + lens.cy[0];
     }
   }
 
@@ -83,6 +84,7 @@ class Lanes {
 
   Lens lenses_[2];
   Twin x_[2 * kTwins], y_[2 * kTwins];
+  Twin r_[2 * kTwins], theta_[2 * kTwins];
 };
 
 /// In place, as many at a time as there are lanes.
@@ -94,7 +96,7 @@ void undistortAll(Lanes& lanes, Point* first, std::size_t firstCount, Point* sec
     const std::size_t b = std::min(secondCount, Lanes::kHalf);
     lanes.take(0, first, a);
     lanes.take(1, second, b);
-    lanes.undistort();
+    lanes.findAngles();
     lanes.put(0, first, a);
     lanes.put(1, second, b);
     first += a;
