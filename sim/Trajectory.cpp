@@ -63,6 +63,7 @@ Trajectory Trajectory::readTum(const std::string& path) {
   const std::string text = text::readTextFile(path, "a trajectory");
   std::vector<TimedPose> poses;
   int lineNumber = 0;
+  std::int64_t repeated = 0;
   for (std::string_view rest = text; !rest.empty();) {
     const auto end = std::min(rest.find('\n'), rest.size());
     const std::string_view line = rest.substr(0, end);
@@ -71,14 +72,19 @@ Trajectory Trajectory::readTum(const std::string& path) {
     const auto words = wordsOf(line.substr(0, line.find('#')));
     if (words.empty()) continue;
     const TimedPose pose = poseFrom(words, path, lineNumber);
-    if (!poses.empty() && !(pose.time > poses.back().time))
+    if (!poses.empty() && pose.time < poses.back().time)
       throw text::FileError(
           path, lineNumber,
           "expected a time after the line before, found " + text::quoted(words[0]));
-    poses.push_back(pose);
+    if (!poses.empty() && pose.time == poses.back().time)
+      ++repeated;
+    else
+      poses.push_back(pose);
   }
   if (poses.empty()) throw text::FileError(path, 0, "expected a trajectory, found no pose");
-  return Trajectory(std::move(poses));
+  Trajectory trajectory(std::move(poses));
+  trajectory.repeatedStamps_ = repeated;
+  return trajectory;
 }
 
 Pose Trajectory::at(double seconds) const {

@@ -2,6 +2,7 @@
 
 #include <Eigen/Core>
 #include <Eigen/Geometry>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -25,9 +26,12 @@ class Trajectory {
   explicit Trajectory(std::vector<TimedPose> poses);
 
   /// Reads lines of `t tx ty tz qx qy qz qw` (seconds, metres; '#' starts a comment). Metres become
-  /// millimetres.
-  /// @throws FileError for a line that is none, with its number
+  /// millimetres. Measured motions repeat a stamp now and then: the later pose is left out.
+  /// @throws FileError for a line that is none or whose time runs backwards, with its number
   static Trajectory readTum(const std::string& path);
+
+  /// Poses that were left out because their stamp was that of the pose before.
+  std::int64_t repeatedStamps() const { return repeatedStamps_; }
 
   /// The pose `seconds` after the first one: position linear, orientation by slerp. Before the
   /// first and after the last pose the body stands still.
@@ -46,6 +50,7 @@ class Trajectory {
 
  private:
   std::vector<TimedPose> poses_;
+  std::int64_t repeatedStamps_ = 0;
 };
 
 }  // namespace sim

@@ -4,10 +4,11 @@ namespace analysis {
 
 void BlobFunnel::add(const trace::PacketTrace& packet) {
   for (const trace::PacketPiece& piece : packet.pieces)
-    if (piece.kind == trace::PacketPiece::Kind::kRecord)
+    if (piece.kind == trace::PacketPiece::Kind::kRecord && (!id_ || piece.step.blob.id == *id_))
       ++records_[static_cast<std::size_t>(piece.step.camera)];
   for (const trace::TracedBlob& blob : packet.blobs)
-    ++ends_[static_cast<std::size_t>(blob.fate)][static_cast<std::size_t>(blob.camera)];
+    if (!id_ || blob.raw.id == *id_)
+      ++ends_[static_cast<std::size_t>(blob.fate)][static_cast<std::size_t>(blob.camera)];
 }
 
 bool BlobFunnel::closes() const {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 
 namespace analysis {
 
@@ -11,6 +12,9 @@ namespace analysis {
 /// ends from the blobs' fates: two ways that must give one sum.
 class BlobFunnel {
  public:
+  /// @param id  count this blob id alone
+  explicit BlobFunnel(std::optional<int> id = std::nullopt) : id_(id) {}
+
   void add(const trace::PacketTrace& packet);
 
   std::int64_t records(int camera) const { return records_[static_cast<std::size_t>(camera)]; }
@@ -23,6 +27,7 @@ class BlobFunnel {
   bool closes() const;
 
  private:
+  std::optional<int> id_;
   std::array<std::int64_t, 2> records_{};
   std::array<std::array<std::int64_t, 2>, trace::kBlobFates> ends_{};
 };

@@ -43,7 +43,8 @@ std::string streamName(int streamType) {
   return algorithm::isStreamType(streamType) ? kNames[streamType] : "unknown";
 }
 
-void RecordingSurvey::add(const session::Entry& entry, const trace::PacketTrace* packet) {
+void RecordingSurvey::add(const session::Entry& entry, const trace::PacketTrace* packet,
+                          double seconds, const std::optional<Moment>& moment) {
   const session::Call& call = entry.call;
   if (calls_++ == 0) firstNs_ = call.startNs;
   lastNs_ = call.startNs;
@@ -54,18 +55,18 @@ void RecordingSurvey::add(const session::Entry& entry, const trace::PacketTrace*
   ofKind.refused += call.kind != session::CallKind::kGetFixedCode && call.returned == 0;
   ofKind.threw += !call.returned;
 
-  std::optional<std::int64_t> packetNumber;
   if (call.kind == session::CallKind::kInputStream) {
     Stream& stream = streams_[call.type];
     ++stream.count;
     stream.bytes += std::max(call.length, 0);
     stream.refused += call.returned == 0;
     stream.startsNs.push_back(call.startNs);
-    if (algorithm::isPacketStream(call.type)) packetNumber = packets_++;
   }
+  packets_ += moment ? 1 : 0;
+  const auto packetNumber = moment ? std::optional(moment->packet) : std::nullopt;
   for (const session::LogLine& line : entry.logs) {
     const auto [at, isNew] = messages_.try_emplace({line.level, line.text});
-    if (isNew) at->second = {0, call.index, packetNumber};
+    if (isNew) at->second = {0, call.index, packetNumber, seconds};
     ++at->second.count;
   }
   if (packet == nullptr) return;
@@ -104,8 +105,8 @@ std::vector<StreamCount> RecordingSurvey::streams() const {
 std::vector<MessageCount> RecordingSurvey::messages() const {
   std::vector<MessageCount> counts;
   for (const auto& [key, message] : messages_) {
-    counts.push_back(
-        {key.first, key.second, message.count, message.firstCall, message.firstPacket});
+    counts.push_back({key.first, key.second, message.count, message.firstCall, message.firstPacket,
+                      message.firstSeconds});
     std::string& text = counts.back().text;
     while (!text.empty() && text.back() == '\n') text.pop_back();
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <alg_kit/analysis/Moment.h>
 #include <alg_kit/session/Session.h>
 #include <alg_kit/trace/PipelineTrace.h>
 
@@ -41,6 +42,7 @@ struct MessageCount {
   std::int64_t count = 0;
   std::int64_t firstCall = 0;
   std::optional<std::int64_t> firstPacket;  ///< none = not during a packet
+  double firstSeconds = 0;                  ///< since the recording's first call
 };
 
 /// The bytes of all decoded packets that had one meaning.
@@ -59,8 +61,11 @@ struct BlobCount {
 /// Counts what is in a recording: calls, streams, messages, packets and blobs.
 class RecordingSurvey {
  public:
-  /// @param packet  what the trace says of the entry's packet; null if none was decoded
-  void add(const session::Entry& entry, const trace::PacketTrace* packet);
+  /// @param packet   what the trace says of the entry's packet; null if none was decoded
+  /// @param seconds  of the call's start, since the recording's first call's
+  /// @param moment   the entry's packet, if it is one
+  void add(const session::Entry& entry, const trace::PacketTrace* packet, double seconds,
+           const std::optional<Moment>& moment);
 
   std::int64_t calls() const { return calls_; }
   std::int64_t packets() const { return packets_; }  ///< stream types 0 and 2
@@ -81,6 +86,7 @@ class RecordingSurvey {
   struct Message {
     std::int64_t count = 0, firstCall = 0;
     std::optional<std::int64_t> firstPacket;
+    double firstSeconds = 0;
   };
   struct Blobs {
     std::int64_t count = 0;

@@ -8,7 +8,8 @@ namespace {
 RecorderOptions withFacts(const RecordingAlgOptions& options, const algorithm::AlgBase* alg) {
   RecorderOptions result = options;
   result.facts["clock"] = options.clockName;
-  const session::LibraryIdentity library = session::identityOf(*alg);
+  const session::LibraryIdentity library =
+      session::identityOf(options.library != nullptr ? *options.library : *alg);
   result.facts["library_file"] = library.file;
   result.facts["library_build_id"] = library.buildId;
   result.facts["library_version"] = library.version.empty() ? ALG_FACTORY_VERSION : library.version;

@@ -24,6 +24,11 @@ class AlgtrackCase(unittest.TestCase):
         return subprocess.run([ALGTRACK, *map(str, arguments)], cwd=self.folder, text=True,
                               capture_output=True, timeout=120)
 
+    def run_bytes(self, *arguments):
+        """As run_algtrack, with output that may not be text."""
+        return subprocess.run([ALGTRACK, *map(str, arguments)], cwd=self.folder,
+                              capture_output=True, timeout=120)
+
     def succeed(self, *arguments):
         result = self.run_algtrack(*arguments)
         self.assertEqual(result.returncode, 0, result.stderr)

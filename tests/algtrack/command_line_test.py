@@ -51,7 +51,7 @@ class CommandLineTest(AlgtrackCase):
     def test_simulate_refuses_bad_trajectories_and_names_the_line(self):
         bad = {
             "": "empty", "# only a comment\n": "", "0 0 0 1 0 0 0\n": ":1:",
-            GOOD_POSES + "1 0 0 1 0 0 0 1\n": ":3:", GOOD_POSES + "2 nan 0 1 0 0 0 1\n": ":3:",
+            GOOD_POSES + "0.5 0 0 1 0 0 0 1\n": ":3:", GOOD_POSES + "2 nan 0 1 0 0 0 1\n": ":3:",
             GOOD_POSES + "2 inf 0 1 0 0 0 1\n": ":3:", GOOD_POSES + "x 0 0 1 0 0 0 1\n": ":3:",
             GOOD_POSES + "2 0 0 1 0 0 0 0\n": ":3:", b"\x00\x01\x02\xff" * 100: ":1:",
         }

@@ -58,8 +58,8 @@ class InspectTest(AlgtrackCase):
         stream = self.inspect("a")["streams"][0]
         self.assertEqual(stream["gaps"], sum(step > 1.5e9 / 90 for step in steps))
         self.assertGreater(stream["gaps"], 30)
-        self.assertAlmostEqual(stream["longest ms"], max(steps) * 1e-6)
-        self.assertEqual(stream["before number"], steps.index(max(steps)) + 1)
+        self.assertAlmostEqual(stream["longest_interval_ms"], max(steps) * 1e-6)
+        self.assertEqual(stream["longest_ends_at_number"], steps.index(max(steps)) + 1)
 
     def test_messages_come_with_their_first_packet(self):
         self.simulate("a", *corrupted())
@@ -71,7 +71,7 @@ class InspectTest(AlgtrackCase):
                              " GROUP BY level, text")}
         self.assertGreater(len(expected), 0)
         self.assertEqual({(m["level"], m["message"]):
-                          (m["count"], m["first call"], m["first packet"])
+                          (m["count"], m["first_call"], m["first_packet"])
                           for m in self.inspect("a")["messages"]}, expected)
 
     def test_the_funnel_takes_in_what_the_packets_hold(self):
@@ -83,7 +83,7 @@ class InspectTest(AlgtrackCase):
                 no_weight += weight == 0
         funnel = self.inspect("a")["funnel"]
         self.assertEqual(funnel["records"], {"left": counts[0], "right": counts[1]})
-        self.assertEqual(sum(funnel["ends"]["no-weight"].values()), no_weight)
+        self.assertEqual(sum(funnel["ends"]["no_weight"].values()), no_weight)
 
     def test_the_sums_close_on_noisy_and_corrupted_scenes(self):
         scenes = (noisy(), corrupted(), corrupted(product_type=2, seed=9),
@@ -97,12 +97,13 @@ class InspectTest(AlgtrackCase):
                     sum(end[camera] for end in found["funnel"]["ends"].values()),
                     found["funnel"]["records"][camera])
             self.assertTrue(found["funnel"]["closes"])
-            rows = {row["bytes of packets"]: row["bytes"] for row in found["packetBytes"]}
+            rows = {row["meaning"]: row["bytes"] for row in found["packet_bytes"]}
             total = rows.pop("all")
             self.assertEqual(sum(rows.values()), total)
             self.assertEqual(total, sum(map(len, self.packets(name))))
             blocks = self.query(name, "SELECT count(*) FROM blocks")[0][0]
-            self.assertEqual(found["crossCheck"], {"compared": blocks, "equal": blocks})
+            self.assertEqual(found["cross_check"], {
+                "compared": blocks, "equal": blocks, "first_difference": None})
             self.assertGreater(blocks, 800)
 
     def test_packet_lists_every_byte_once(self):
@@ -113,8 +114,8 @@ class InspectTest(AlgtrackCase):
                 at, listed = 0, b""
                 for row in rows:
                     self.assertEqual(row["offset"], at)
-                    self.assertEqual(len(bytes.fromhex(row["bytes"])), row["size"])
-                    at += row["size"]
+                    self.assertEqual(len(bytes.fromhex(row["bytes"])), row["size_bytes"])
+                    at += row["size_bytes"]
                     listed += bytes.fromhex(row["bytes"])
                 # The library keeps four zeros behind a stamped packet.
                 added = b"\0\0\0\0" if framing == "stamped" else b""
@@ -129,7 +130,7 @@ class InspectTest(AlgtrackCase):
                          f"check byte: right (sum of the bytes before it: {packet[-1]:02X})")
         for n, (camera, blob_id, weight, sum_x, sum_y) in enumerate(records_of(packet)):
             fields = rows[1 + 4 * n:5 + 4 * n]
-            self.assertEqual(tuple(field["size"] for field in fields), RECORD_FIELDS)
+            self.assertEqual(tuple(field["size_bytes"] for field in fields), RECORD_FIELDS)
             side = ("left", "right")[camera]
             self.assertEqual([field["meaning"] for field in fields], [
                 f"record {n}: weight {weight}",
@@ -165,7 +166,7 @@ class InspectTest(AlgtrackCase):
             for blob in told["blobs"]:
                 self.assertTrue(blob["reason"])
                 ends[blob["end"]] = ends.get(blob["end"], 0) + 1
-            delivered = {o["object"]: (o["x"], o["y"], o["z"]) for o in told["delivered"]}
+            delivered = {o["object"]: (o["x_mm"], o["y_mm"], o["z_mm"]) for o in told["delivered"]}
             self.assertEqual(delivered, self.positions(blocks[number]))
         self.assertGreater(len(ends), 5, ends)
 
@@ -177,7 +178,8 @@ class InspectTest(AlgtrackCase):
                          " (SELECT call FROM blocks ORDER BY call LIMIT 1 OFFSET 20)", other)
         call = self.query("a", "SELECT call FROM blocks ORDER BY call LIMIT 1 OFFSET 20")[0][0]
         message = self.find_in_one_line("inspect", "a")
-        self.assertIn(f"(1 of {len(self.packets('a'))}, first at call {call})", message)
+        self.assertIn("no call is missing", message)
+        self.assertIn(f"(1 of {len(self.packets('a'))}, first at packet 20, call {call}, ", message)
 
     def test_refuses_what_it_cannot_show(self):
         self.simulate("a", "--seconds", 1, "--product-type", 2)
@@ -196,11 +198,199 @@ class InspectTest(AlgtrackCase):
         self.simulate("a", "--seconds", 1, "--product-type", 2)
         self.change("a", "UPDATE calls SET payload = x'', length = 0 WHERE id ="
                          " (SELECT min(id) FROM calls WHERE kind = 'InputStream')")
-        self.assertIn("packet 0 (call 4) was not decoded: it is empty",
+        self.assertIn("found packet 0, call 4, 0.000 s: it is empty",
                       self.fail_in_one_line("inspect", "a", "--explain", 0))
         self.change("a", "UPDATE calls SET type = 3 WHERE kind = 'Init'")
         self.change("a", "UPDATE calls SET returned = 0 WHERE kind = 'InputStream'")
         self.fail_in_one_line("inspect", "a", "--explain", 1)
+
+    def test_a_mismatch_names_missing_calls_a_late_begin_and_another_version(self):
+        self.simulate("a", *noisy())
+        self.change("a", "DELETE FROM blocks WHERE call BETWEEN 100 AND 200")
+        self.change("a", "DELETE FROM logs WHERE call BETWEEN 100 AND 200")
+        self.change("a", "DELETE FROM calls WHERE id BETWEEN 100 AND 200")
+        for command in (["inspect", "a"], ["replay", "a", "--verify"]):
+            self.assertIn("101 calls are missing in the recording, from call 100 on",
+                          self.find_in_one_line(*command))
+        self.simulate("late", *noisy())
+        for table, column in (("blocks", "call"), ("logs", "call"), ("truth", "call"),
+                              ("calls", "id")):
+            self.change("late", f"DELETE FROM {table} WHERE {column} < 4")
+        self.change("late", "UPDATE meta SET value = '0.9.0' WHERE key = 'library_version'")
+        message = self.find_in_one_line("inspect", "late")
+        self.assertIn("did not begin with the host's first call", message)
+        self.assertIn("recorded with library version 0.9.0, run with ", message)
+
+
+class AskTest(AlgtrackCase):
+    """Asking by what one knows: an object, a time, a call, a packet."""
+
+    def setUp(self):
+        super().setUp()
+        # Object 3 is hidden in packets 361 to 540: one call each for a packet and six objects.
+        self.simulate("walk.algrec", "--product-type", 2, "--seconds", 8, "--scene", "still",
+                      "--occlude", "3:4.005-6.005")
+
+    def test_an_object_is_missing_in_runs_with_their_reasons(self):
+        lines = self.succeed("inspect", "walk.algrec", "--object", 3, "--from", 4,
+                             "--to", 7).splitlines()
+        self.assertEqual(lines[0], "object 3, 4.000 s to 7.000 s: 270 packets, seen in 90")
+        self.assertEqual(
+            lines[1], "missing  packets 361 to 540   4.011 to 6.000 s   180 packets   "
+                      "no camera saw id 3 (180)   calls 2531 to 3784")
+        self.assertEqual(lines[2:4], ["", "Where the blobs of id 3 ended"])
+        whole = json.loads(self.succeed("inspect", "walk.algrec", "--object", 3, "--json"))
+        self.assertEqual((whole["packets"], whole["seen"]), (720, 540))
+        (run,) = whole["missing"]
+        self.assertEqual((run["first"]["packet"], run["last"]["packet"]), (361, 540))
+        self.assertEqual(run["reasons"],
+                         [{"reason": "unseen", "text": "no camera saw id 3", "packets": 180}])
+
+    def test_an_objects_funnel_holds_its_own_blobs_alone(self):
+        self.simulate("a", *noisy())
+        counts = {}
+        for (payload,) in self.query("a", "SELECT payload FROM calls WHERE kind = 'InputStream'"):
+            for camera, blob_id, *_ in records_of(payload):
+                counts[blob_id, camera] = counts.get((blob_id, camera), 0) + 1
+        for object_id in (0, 1, 2):
+            found = json.loads(self.succeed("inspect", "a", "--object", object_id, "--json"))
+            self.assertEqual(found["funnel"]["records"], {"left": counts[object_id, 0],
+                                                          "right": counts[object_id, 1]})
+            self.assertTrue(found["funnel"]["closes"])
+            blocks = self.query("a", "SELECT block FROM blocks ORDER BY call")
+            self.assertEqual(found["seen"],
+                             sum(object_id in self.positions(block) for (block,) in blocks))
+            missing = sum(run["packets"] for run in found["missing"])
+            self.assertEqual(found["seen"] + missing, found["packets"])
+            for run in found["missing"]:
+                counted = [reason["packets"] for reason in run["reasons"]]
+                self.assertEqual(sum(counted), run["packets"])
+                self.assertEqual(counted, sorted(counted, reverse=True))
+
+    def test_one_moment_has_three_names(self):
+        first = "packet 450, call 3154, 5.000 s"
+        for moment in (["--time", 5], ["--time", 5.004], ["--packet", 450], ["--call", 3154],
+                       ["--call", 3160]):  # a query behind the packet
+            lines = self.succeed("inspect", "walk.algrec", "--explain", *moment).splitlines()
+            self.assertEqual(lines[0], first)
+            self.assertEqual(lines[4], "object 3  missing: no camera saw id 3")
+            self.assertTrue(lines[1].startswith("object 0  delivered at "))
+            self.assertEqual(self.succeed("inspect", "walk.algrec", *moment).splitlines()[0], first)
+        self.assertEqual(self.succeed("inspect", "walk.algrec", "--explain", 450).splitlines()[0],
+                         first)
+        self.assertEqual(self.succeed("inspect", "--explain", "walk.algrec", "--time", 5)
+                         .splitlines()[0], first)
+
+    def test_every_tracked_object_has_a_line_and_one_alone_if_asked(self):
+        told = json.loads(self.succeed("inspect", "walk.algrec", "--explain", 450, "--json"))
+        self.assertEqual([row["object"] for row in told["objects"]], [0, 1, 2, 3, 4, 5])
+        self.assertEqual([row["delivered"] for row in told["objects"]],
+                         [True, True, True, False, True, True])
+        self.assertEqual(told["objects"][3]["reason"], "unseen")
+        alone = json.loads(self.succeed("inspect", "walk.algrec", "--explain", 450, "--object", 1,
+                                        "--json"))
+        self.assertEqual({row["object"] for row in alone["objects"] + alone["delivered"]}, {1})
+        self.assertEqual({row["id"] for row in alone["blobs"] + alone["points"]}, {1})
+
+    def test_one_camera_and_refused_pairs_are_told_apart(self):
+        self.simulate("left", "--product-type", 2, "--seconds", 1, "--occlude", "4:0.5-0.8:right")
+        lines = self.succeed("inspect", "left", "--explain", "--time", 0.6).splitlines()
+        self.assertIn("object 4  missing: only the left camera saw it", lines)
+        self.simulate("a", *noisy())
+        told = self.succeed("inspect", "a", "--object", 0)
+        self.assertIn("its pair was refused by the epipolar test (", told)
+
+    def test_a_stretch_of_time_counts_what_is_in_it(self):
+        part = json.loads(self.succeed("inspect", "walk.algrec", "--from", 4, "--to", 7, "--json"))
+        self.assertEqual(part["packets"], 270)
+        self.assertEqual(part["range"], {"from_s": 4, "to_s": 7})
+        self.assertEqual(part["cross_check"]["compared"], 270)
+        self.assertEqual({m["first"]["packet"] for m in part["worst_moments"]
+                          if m["kind"] == "gap"}, {361})
+
+    def test_what_is_not_there_is_refused_with_what_is(self):
+        for arguments, expected in (
+                (["--object", 6], "expected a whole number from 0 to 5, found '6'"),
+                (["--packet", 720], "expected a packet number from 0 to 719, found 720"),
+                (["--call", 3], "expected a call from 4 (the first packet's) to 5043, found 3"),
+                (["--call", 5044], "to 5043, found 5044"),
+                (["--time", 30], "expected a time from 0.000 s to 7.989 s, found 30.000 s"),
+                (["--object", 3, "--from", 30], "the recording ends at 7.989 s"),
+                (["--from", 5, "--to", 4], "--to: expected more than --from"),
+                (["--explain"], "expected a moment"),
+                (["--explain", 4, "--time", 3], "expected one moment"),
+                (["--time", 3, "--call", 9], "found both"),
+                (["--time", 3, "--from", 2], "found both"),
+                (["--time", "nan"], "expected a number from 0")):
+            self.assertIn(expected,
+                          self.fail_in_one_line("inspect", "walk.algrec", *arguments))
+        self.simulate("one", "--product-type", 1, "--seconds", 0.1)
+        self.assertIn("expected an object that its product type tracks, 0 to 2, found 3",
+                      self.fail_in_one_line("inspect", "one", "--object", 3))
+
+    def test_it_ends_with_the_worst_moments_and_the_commands_that_explain_them(self):
+        self.simulate("hard", "--product-type", 2, "--seconds", 5, "--noise", 0.2, "--dropouts",
+                      0.02, "--corrupt", 0.02, "--occlude", "3:2-3.5", "--seed", 4)
+        text = self.succeed("inspect", "hard")
+        self.assertIn("\nWhere to look first\n", text)
+        worst = json.loads(self.succeed("inspect", "hard", "--json"))["worst_moments"]
+        self.assertEqual([m["kind"] for m in worst], ["gap"] * 3 + ["step"] * 3 + ["error"] * 3 +
+                         ["corrupt"] * 3)
+        self.assertEqual(worst[0]["object"], 3)
+        self.assertAlmostEqual(worst[0]["duration_s"], 1.5, delta=0.1)
+        for moment in worst:
+            name, *arguments = moment["command"].split()
+            self.assertEqual(name, "algtrack")
+            told = self.succeed(*arguments).splitlines()
+            first = moment["first"]
+            if moment["kind"] == "gap":
+                self.assertTrue(told[1].startswith(
+                    f"missing  packets {first['packet']} to {moment['last']['packet']} "), told[1])
+                self.assertIn("seen in 0", told[0])
+            else:
+                self.assertEqual(told[0], f"packet {first['packet']}, call {first['call']}, "
+                                          f"{first['time_s']:.3f} s")
+        errors = [m for m in worst if m["kind"] == "error"]
+        truth = dict(self.query("hard", "SELECT call, x FROM truth WHERE object = ? AND call = ?",
+                                errors[0]["object"], errors[0]["first"]["call"]))
+        self.assertEqual(len(truth), 1)
+        (block,), = self.query("hard", "SELECT block FROM blocks WHERE call = ?",
+                               errors[0]["first"]["call"])
+        (x, y, z), = self.query("hard", "SELECT x, -y, -z FROM truth WHERE object = ? AND call = ?",
+                                errors[0]["object"], errors[0]["first"]["call"])
+        place = self.positions(block)[errors[0]["object"]]
+        self.assertAlmostEqual(errors[0]["distance_mm"],
+                               sum((a - b) ** 2 for a, b in zip(place, (x, y, z))) ** 0.5, places=6)
+
+    def test_corrupt_packets_of_a_stamped_stream_are_listed(self):
+        self.simulate("a", "--seconds", 10, "--corrupt", 0.05)
+        expected = []
+        for number, (call, start, payload) in enumerate(self.query(
+                "a", "SELECT id, start_ns, payload FROM calls WHERE kind = 'InputStream'"
+                     " ORDER BY id")):
+            if sum(payload[4:-1]) % 256 != payload[-1]:
+                expected.append({"packet": number, "call": call, "time_s": start / 1e9})
+        self.assertGreater(len(expected), 20)
+        found = json.loads(self.succeed("inspect", "a", "--json"))["wrong_check_bytes"]
+        self.assertEqual(found, expected)
+        text = self.succeed("inspect", "a")
+        self.assertIn(f"Packets whose own check byte is wrong: {len(expected)} of ", text)
+        self.assertIn("is normal for the", text)
+        self.simulate("clean", "--seconds", 1)
+        text = self.succeed("inspect", "clean")
+        self.assertIn("Packets whose own check byte is wrong: 0 of 90", text)
+        self.assertIn("is normal for the 90 stamped packets", text)
+
+    def test_bytes_that_are_no_text_never_end_a_command(self):
+        self.assertEqual(
+            self.run_bytes("simulate", "-o", "b\udcff.algrec", "--seconds", 0.2).returncode, 0)
+        self.change("b\udcff.algrec", "UPDATE logs SET text = CAST(x'80ff1b5b330a' AS TEXT)")
+        for arguments in ([], ["--packet", 3], ["--explain", 3], ["--object", 1]):
+            result = self.run_bytes("inspect", "b\udcff.algrec", *arguments, "--json")
+            self.assertIn(result.returncode, (0, 1))
+            json.loads(result.stdout.decode())
+            result = self.run_bytes("inspect", "b\udcff.algrec", *arguments)
+            self.assertNotIn(b"\x1b", result.stdout)
 
 
 if __name__ == "__main__":

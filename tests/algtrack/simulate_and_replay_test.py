@@ -15,6 +15,26 @@ NOISY = ["--seconds", 3, "--noise", 0.1, "--dropouts", 0.03, "--splits", 0.05, "
 
 
 class SimulateTest(AlgtrackCase):
+    def test_a_motion_with_a_repeated_stamp_is_read_and_a_short_one_says_so(self):
+        with open(self.path("motion.tum"), "w") as file:
+            for i in (0, 1, 2, 2, 3, 4):
+                file.write(f"{i * 0.5} {i * 0.1} 0 1 0 0 0 1\n")
+        text = self.succeed("simulate", "-o", "a", "--trajectory", "motion.tum", "--seconds", 200)
+        self.assertIn("Note: 1 poses of the motion repeat the stamp before them: left out.", text)
+        self.assertIn("Note: the motion lasts 2.000 s, not the 200.000 s that were asked for.", text)
+        told = json.loads(self.succeed("simulate", "-o", "b", "--trajectory", "motion.tum",
+                                       "--seconds", 1.5, "--json"))
+        self.assertEqual(len(told["notes"]), 1)
+        self.assertEqual(told["summary"]["duration_s"], 1.5)
+        self.assertEqual(json.loads(self.succeed("simulate", "-o", "c", "--trajectory",
+                                                 "motion.tum", "--json"))["summary"]["frames"], 180)
+
+    def test_an_occlusion_outside_the_session_is_refused(self):
+        self.assertIn("--occlude: expected a beginning within the session's 20.000 s, found "
+                      "'0:30-40'", self.fail_in_one_line("simulate", "-o", "x", "--occlude",
+                                                         "0:30-40"))
+        self.assertFalse(os.path.exists(self.path("x")))
+
     def test_same_seed_gives_the_same_content(self):
         self.simulate("a", *NOISY, "--seed", 5)
         self.simulate("b", *NOISY, "--seed", 5)
@@ -146,6 +166,15 @@ class WhatIfTest(AlgtrackCase):
         self.succeed("replay", "b", "--verify")
         message = self.find_in_one_line("replay", "b", "--against", "a")
         self.assertIn("call 3 (SetFilterMode): mode: there 0, here 1", message)
+        # What comes of the calls parts later, and by how much is said.
+        self.assertRegex(message, r"what comes of the calls parts at call \d+ \(HandleEvent, event")
+        result = self.run_algtrack("replay", "b", "--against", "a", "--json")
+        summary = json.loads(result.stdout)["summary"]
+        self.assertEqual(summary["largest_distance_of_blocks"]["distance_mm"], 0)
+        self.assertGreater(summary["largest_distance_of_answers"]["distance_mm"], 0.1)
+        at = summary["largest_distance_of_answers"]["at"]
+        self.assertEqual(at["time_s"], self.query(
+            "a", "SELECT start_ns / 1e9 FROM calls WHERE id = ?", at["call"])[0][0])
         blocks = "SELECT block FROM blocks ORDER BY call"
         self.assertEqual(self.query("a", blocks), self.query("b", blocks))  # only answers differ
         answers = "SELECT output FROM calls WHERE kind = 'HandleEvent' ORDER BY id"
@@ -158,6 +187,26 @@ class WhatIfTest(AlgtrackCase):
         answers = "SELECT output FROM calls WHERE kind = 'HandleEvent' ORDER BY id"
         self.assertEqual(self.query("b", answers), self.query("c", answers))
         self.succeed("replay", "c", "--against", "b")
+
+    def test_a_recorded_replay_keeps_what_was_changed_and_nothing_else(self):
+        self.simulate("a", "--seconds", 0.2)
+        self.succeed("replay", "a", "--product-type", 0, "--filter-mode", 1, "--record", "b")
+        self.succeed("replay", "a", "--record", "c")
+        meta = "SELECT value FROM meta WHERE key = 'replay_changes'"
+        self.assertEqual(json.loads(self.query("b", meta)[0][0]),
+                         {"product_type": 0, "filter_mode": 1})
+        self.assertEqual(self.query("c", meta), [])
+
+    def test_the_effect_of_a_foreign_calibration_shows_in_the_summary(self):
+        self.simulate("a", "--seconds", 1, "--scene", "still")
+        ((record,),) = self.query("a", "SELECT calibration FROM configurations")
+        values = list(struct.unpack("<115d", record))
+        values[44:47] = [value * 10 for value in values[44:47]]  # everything is too deep
+        with open(self.path("deep.bin"), "wb") as file:
+            file.write(struct.pack("<115d", *values))
+        summary = json.loads(self.succeed("replay", "a", "--calibration", "deep.bin", "--unit", "mm",
+                                          "--json"))["summary"]
+        self.assertEqual((summary["points"], summary["points_recorded"]), (0, 270))
 
     def test_a_changed_product_type_reaches_the_library(self):
         self.simulate("a", "--seconds", 1, "--product-type", 1)
@@ -175,6 +224,9 @@ class WhatIfTest(AlgtrackCase):
         with open(self.path("half.bin"), "wb") as file:
             file.write(struct.pack("<115d", *values))
         self.succeed("replay", "a", "--calibration", "half.bin", "--unit", "mm", "--record", "b")
+        ((changes,),) = self.query("b", "SELECT value FROM meta WHERE key = 'replay_changes'")
+        self.assertEqual(json.loads(changes), {"calibration": "half.bin"})
+        self.assertIn('replay changes: {"calibration":"half.bin"}', self.succeed("inspect", "b"))
         last = "SELECT block FROM blocks ORDER BY call DESC LIMIT 1"
         before = self.positions(self.query("a", last)[0][0])
         after = self.positions(self.query("b", last)[0][0])
@@ -291,10 +343,51 @@ class ExportTest(AlgtrackCase):
         self.assertGreaterEqual(time.monotonic() - begin, 89 / 90)
 
     def test_the_summary_is_there_as_json(self):
-        summary = {row["quantity"]: row["value"]
-                   for row in json.loads(self.succeed("replay", "a", "--json"))["summary"]}
+        summary = json.loads(self.succeed("replay", "a", "--json"))["summary"]
         self.assertEqual(summary["packets"], 90)
-        self.assertEqual(summary["blocks delivered"], len(self.blocks))
+        self.assertEqual(summary["blocks"], len(self.blocks))
+        points = sum(len(self.positions(block)) for _, _, block in self.blocks)
+        self.assertEqual((summary["points"], summary["points_recorded"]), (points, points))
+
+    def test_exports_hold_the_object_and_the_time_that_were_asked_for(self):
+        self.succeed("replay", "a", "--csv", "part.csv", "--jsonl", "part.jsonl", "--tum", "part",
+                     "--object", 1, "--from", 0.3, "--to", 0.6)
+        whole = list(csv.DictReader(line for line in self.lines("a.csv") if line[0] != "#"))
+        part = list(csv.DictReader(line for line in self.lines("part.csv") if line[0] != "#"))
+        expected = [row for row in whole
+                    if row["object"] == "1" and 0.3 <= float(row["time_s"]) < 0.6]
+        self.assertGreater(len(expected), 20)
+        self.assertEqual(part, expected)
+        lines = [json.loads(line) for line in self.lines("part.jsonl")][1:]
+        self.assertEqual({item["object"] for line in lines if line["kind"] == "block"
+                          for item in line["objects"]}, {1})
+        self.assertEqual({line["object"] for line in lines if line["kind"] == "answer"}, {1})
+        self.assertTrue(all(0.3 <= line["time_s"] < 0.6 for line in lines))
+        self.assertFalse(os.path.exists(self.path("part-object0.tum")))
+
+    def test_every_exported_row_names_its_packet(self):
+        packet_of = {call: n for n, (call,) in enumerate(self.query(
+            "a", "SELECT id FROM calls WHERE kind = 'InputStream' ORDER BY id"))}
+        rows = list(csv.DictReader(line for line in self.lines("a.csv") if line[0] != "#"))
+        for row in rows:
+            latest = max(call for call in packet_of if call <= int(row["call"]))
+            self.assertEqual(int(row["packet"]), packet_of[latest])
+        for line in map(json.loads, self.lines("a.jsonl")[1:]):
+            if line["packet"] is not None:
+                latest = max(call for call in packet_of if call <= line["call"])
+                self.assertEqual(line["packet"], packet_of[latest])
+
+    def test_a_stretch_of_time_is_compared_alone(self):
+        (call, block), = self.query("a", "SELECT call, block FROM blocks ORDER BY call DESC LIMIT 1")
+        changed = block[:12] + struct.pack("<f", 1.5) + block[16:]
+        self.change("a", "UPDATE blocks SET block = ? WHERE call = ?", changed, call)
+        message = self.find_in_one_line("replay", "a", "--verify")
+        self.assertIn(f"call {call} (InputStream, stream type 2): block 0, record 0, x: ", message)
+        self.assertIn("(packet 89, 0.989 s)", message)
+        self.succeed("replay", "a", "--verify", "--to", 0.9)
+        self.find_in_one_line("replay", "a", "--verify", "--from", 0.9)
+        for arguments in (["--record", "x", "--to", 1], ["--object", 1], ["--from", 2, "--to", 1]):
+            self.fail_in_one_line("replay", "a", *arguments)
 
 
 if __name__ == "__main__":

@@ -64,7 +64,6 @@ TEST(Trajectory, ErrorsNameFileLineAndProblem) {
       {"1 0 0 0 0 0 0 0\n", ":1: ", "expected a rotation quaternion"},
       {"1 0 0 0 1e300 1e300 0 0\n", ":1: ", "expected a rotation quaternion"},
       {"2 0 0 0 0 0 0 1\n1 0 0 0 0 0 0 1\n", ":2: ", "expected a time after the line before"},
-      {"2 0 0 0 0 0 0 1\n2 0 0 0 0 0 0 1\n", ":2: ", "expected a time after the line before"},
       {"# only a comment\n", ": ", "expected a trajectory, found no pose"},
       {"", ": ", "expected a trajectory, found an empty file"},
   };
@@ -75,6 +74,15 @@ TEST(Trajectory, ErrorsNameFileLineAndProblem) {
     EXPECT_THAT(message, HasSubstr(file.path() + bad.line));
     EXPECT_THAT(message, HasSubstr(bad.problem));
   }
+}
+
+TEST(Trajectory, LeavesOutAndCountsPosesWhoseStampRepeats) {
+  const TemporaryFile file(
+      "1 0.1 0 0 0 0 0 1\n2 0.2 0 0 0 0 0 1\n2 0.9 0 0 0 0 0 1\n3 0.3 0 0 0 0 0 1\n");
+  const Trajectory trajectory = Trajectory::readTum(file.path());
+  ASSERT_EQ(trajectory.poses().size(), 3u);
+  EXPECT_EQ(trajectory.poses()[1].pose.position.x(), 200);
+  EXPECT_EQ(trajectory.repeatedStamps(), 1);
 }
 
 TEST(Trajectory, UnreadableBytesDoNotReachTheMessage) {

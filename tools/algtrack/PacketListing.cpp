@@ -123,7 +123,7 @@ class ByteLister {
   const trace::PacketTrace& packet_;
   int shift_;  ///< of the packet in the payload
   int records_ = 0;
-  Table table_{{"offset", "size", "bytes", "meaning"}};
+  Table table_{{"offset", {"size", "size_bytes"}, "bytes", "meaning"}};
 };
 
 }  // namespace
@@ -132,18 +132,18 @@ Table byteTable(const session::Call& call, const trace::PacketTrace& packet) {
   return ByteLister(call, packet).list();
 }
 
-std::optional<bool> deviceCheckByteRight(const session::Call& call,
-                                         const trace::PacketTrace& packet) {
-  const int end = static_cast<int>(call.payload.size()) - kStampSize - 1;
-  if (packet.streamType != algorithm::kStampedPacket || end < 0 || end >= hid::kFrameSize)
-    return std::nullopt;
-  return hid::checkSum(packet.frame, end) == packet.frame[static_cast<std::size_t>(end)];
-}
-
-Table blobTable(const trace::PacketTrace& packet) {
-  Table table({"blob", "camera", "id", "x", "y", "diameter", "end", "reason"});
+Table blobTable(const trace::PacketTrace& packet, std::optional<int> object) {
+  Table table({"blob",
+               "camera",
+               "id",
+               {"x", "x_px"},
+               {"y", "y_px"},
+               {"diameter", "diameter_px"},
+               "end",
+               "reason"});
   for (std::size_t i = 0; i < packet.blobs.size(); ++i) {
     const trace::TracedBlob& blob = packet.blobs[i];
+    if (object && blob.raw.id != *object) continue;
     table.addRow({static_cast<int>(i), kCameras[blob.camera], int{blob.raw.id}, Cell(blob.x, 3),
                   Cell(blob.y, 3), blob.diameter, trace::keyOf(blob.fate),
                   trace::reasonOf(packet, blob)});
@@ -151,23 +151,32 @@ Table blobTable(const trace::PacketTrace& packet) {
   return table;
 }
 
-Table pointTable(const trace::PacketTrace& packet) {
-  Table table(
-      {"id", "left blob", "right blob", "epipolar distance", "ray gap", "x", "y", "z", "end"});
-  for (const trace::TracedPoint& point : packet.points)
+Table pointTable(const trace::PacketTrace& packet, std::optional<int> object) {
+  Table table({"id",
+               "left blob",
+               "right blob",
+               {"epipolar distance", "epipolar_px"},
+               {"ray gap", "ray_gap_mm"},
+               {"x", "x_mm"},
+               {"y", "y_mm"},
+               {"z", "z_mm"},
+               "end"});
+  for (const trace::TracedPoint& point : packet.points) {
+    if (object && point.id != *object) continue;
     table.addRow({point.id, point.left, point.right, Cell(point.epipolarDistance, 3),
                   Cell(point.rayGap, 3), Cell(point.position[0], 3), Cell(point.position[1], 3),
                   Cell(point.position[2], 3), trace::keyOf(point.fate)});
+  }
   return table;
 }
 
-Table objectTable(const algorithm::ResultBlock& block) {
-  Table table({"object", "x", "y", "z"});
-  for (const algorithm::TrackedPoint& record : block.records)
-    if (record.id != -1)
-      table.addRow({record.id, Cell(static_cast<double>(record.x), 3),
-                    Cell(static_cast<double>(record.y), 3),
-                    Cell(static_cast<double>(record.z), 3)});
+Table objectTable(const algorithm::ResultBlock& block, std::optional<int> object) {
+  Table table({"object", {"x", "x_mm"}, {"y", "y_mm"}, {"z", "z_mm"}});
+  for (const algorithm::TrackedPoint& record : block.records) {
+    if (record.id == -1 || (object && record.id != *object)) continue;
+    table.addRow({record.id, Cell(static_cast<double>(record.x), 3),
+                  Cell(static_cast<double>(record.y), 3), Cell(static_cast<double>(record.z), 3)});
+  }
   return table;
 }
 

@@ -12,19 +12,14 @@ namespace algtrack {
 /// Every byte of the packet with its meaning. Offsets count from the payload's first byte.
 Table byteTable(const session::Call& call, const trace::PacketTrace& packet);
 
-/// Of a stamped packet: whether the device's own check byte is right. The library looks for it four
-/// bytes further on, among the zeros that it keeps behind such a packet, and so reports almost
-/// every one. Nothing for a plain packet.
-std::optional<bool> deviceCheckByteRight(const session::Call& call,
-                                         const trace::PacketTrace& packet);
-
 /// The packet's blobs in packet order, each with where it ended and why.
-Table blobTable(const trace::PacketTrace& packet);
+/// @param object  with this id alone
+Table blobTable(const trace::PacketTrace& packet, std::optional<int> object = std::nullopt);
 
 /// The points that its pairs gave, with what became of them.
-Table pointTable(const trace::PacketTrace& packet);
+Table pointTable(const trace::PacketTrace& packet, std::optional<int> object = std::nullopt);
 
 /// The objects of the delivered block.
-Table objectTable(const algorithm::ResultBlock& block);
+Table objectTable(const algorithm::ResultBlock& block, std::optional<int> object = std::nullopt);
 
 }  // namespace algtrack

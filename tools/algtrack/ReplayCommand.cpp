@@ -1,20 +1,31 @@
 #include <alg_factory/api/AlgFactory.h>
+#include <alg_factory/api/Constants.h>
+#include <alg_kit/analysis/Answers.h>
+#include <alg_kit/analysis/MismatchCause.h>
+#include <alg_kit/analysis/Moment.h>
 #include <alg_kit/recording/RecordingAlg.h>
 #include <alg_kit/recording/UnitCursor.h>
 #include <alg_kit/session/Comparison.h>
+#include <alg_kit/session/LibraryIdentity.h>
 #include <alg_kit/session/Player.h>
+#include <alg_kit/session/TimedAlg.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/Inspect.h>
 #include <tools/algtrack/PartialRecording.h>
 #include <tools/algtrack/SharedLibrary.h>
 #include <tools/algtrack/TrackExport.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
+#include <tools/algtrack/terminal/MomentOptions.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 #include <tools/algtrack/terminal/Progress.h>
 #include <tools/algtrack/terminal/Table.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -28,6 +39,7 @@
 namespace algtrack {
 namespace {
 
+using analysis::Moment;
 using recording::RecordingReader;
 using session::Call;
 using session::CallKind;
@@ -44,6 +56,8 @@ struct ReplayOptions {
   std::string axes = "delivered";
   std::optional<int> productType;
   std::optional<int> filterMode;
+  std::optional<int> object;
+  analysis::TimeRange range;
   RigOption rig;
   bool force = false;
   bool json = false;
@@ -51,41 +65,50 @@ struct ReplayOptions {
 
 struct Counts {
   std::int64_t calls = 0, packets = 0, blocks = 0, messages = 0;
-  double seconds = 0;
+  std::int64_t points = 0, pointsRecorded = 0;  ///< objects in the blocks
+  double seconds = 0, librarySeconds = 0;       ///< of this replay
 };
 
 bool isPacket(const Call& call) {
   return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
 }
 
+std::int64_t pointsOf(const Entry& entry) {
+  std::int64_t points = 0;
+  for (const session::DeliveredBlock& delivered : entry.blocks)
+    for (const algorithm::TrackedPoint& record : delivered.block.records)
+      points += record.id != algorithm::kNoObject;
+  return points;
+}
+
 bool hasCall(const RecordingReader& reader, CallKind kind) {
   return reader.callCount(kind) > 0;
 }
 
-std::int64_t firstNsOf(const RecordingReader& reader) {
-  Entry entry;
-  return reader.entries().next(entry) ? entry.call.startNs : 0;
-}
-
-/// Looks for the first difference and counts the calls that differ.
+/// Looks for the first difference and counts the calls that differ. A what-if differs in its
+/// arguments by intent; where its answers part is another question.
 class Verdict {
  public:
   /// @param expected  what should have come; null = the call is missing there
-  void compare(const Entry* expected, const Entry* found, bool argumentsToo) {
+  /// @param at        the packet at or before the call, with the call's time
+  void compare(const Entry* expected, const Entry* found, const Moment& at, bool argumentsToo) {
     ++compared_;
-    std::optional<std::string> difference;
     if (expected == nullptr || found == nullptr) {
       const Call& call = (expected != nullptr ? expected : found)->call;
-      note(session::titleOf(call) + ": this call is only " +
-           (expected != nullptr ? expectedName_ : foundName_));
+      ++differing_;
+      note(arguments_, call, at,
+           "this call is only " + (expected != nullptr ? expectedName_ : foundName_));
       return;
     }
+    std::optional<std::string> inArguments;
     if (argumentsToo)
-      difference =
+      inArguments =
           session::differenceInArguments(expected->call, found->call, expectedName_, foundName_);
-    if (!difference)
-      difference = session::differenceInOutcome(*expected, *found, expectedName_, foundName_);
-    if (difference) note(session::titleOf(found->call) + ": " + *difference);
+    const auto inOutcome =
+        session::differenceInOutcome(*expected, *found, expectedName_, foundName_);
+    if (inArguments) note(arguments_, found->call, at, *inArguments);
+    if (inOutcome) note(outcomes_, found->call, at, *inOutcome);
+    differing_ += inArguments || inOutcome ? 1 : 0;
   }
 
   void setNames(std::string expected, std::string found) {
@@ -95,28 +118,81 @@ class Verdict {
 
   std::int64_t compared() const { return compared_; }
   std::int64_t differing() const { return differing_; }
-  const std::string& first() const { return first_; }
+
+  /// Of the arguments and of what came, each the first.
+  std::string text() const {
+    if (arguments_.empty() || outcomes_.empty()) return arguments_ + outcomes_;
+    return arguments_ + "; what comes of the calls parts at " + outcomes_;
+  }
 
  private:
-  void note(const std::string& difference) {
-    if (differing_++ == 0) first_ = difference;
+  static void note(std::string& first, const Call& call, const Moment& at,
+                   const std::string& difference) {
+    if (!first.empty()) return;
+    first = session::titleOf(call) + ": " + difference + " (" +
+            (at.packet < 0 ? "" : "packet " + std::to_string(at.packet) + ", ") +
+            analysis::secondsText(at.seconds) + ")";
   }
 
   std::string expectedName_ = "recorded", foundName_ = "replayed";
   std::int64_t compared_ = 0, differing_ = 0;
-  std::string first_;
+  std::string arguments_, outcomes_;
+};
+
+/// How far two runs' positions of the same objects lie apart at most.
+class Distances {
+ public:
+  struct Largest {
+    double distance = 0;
+    int object = 0;
+    Moment at;
+  };
+
+  void compare(const Entry& expected, const Entry& found, const Moment& at) {
+    for (std::size_t i = 0; i < std::min(expected.blocks.size(), found.blocks.size()); ++i)
+      for (int k = 0; k < algorithm::ResultBlock::kRecords; ++k) {
+        const algorithm::TrackedPoint& a = expected.blocks[i].block.records[k];
+        const algorithm::TrackedPoint& b = found.blocks[i].block.records[k];
+        if (a.id == b.id && a.id != algorithm::kNoObject)
+          keep(blocks_, a.id, std::hypot(a.x - b.x, a.y - b.y, a.z - b.z), at);
+      }
+    const auto a = analysis::poseOf(expected.call), b = analysis::poseOf(found.call);
+    if (!a || !b || a->id != b->id) return;
+    const float *const p = a->filtered, *const q = b->filtered;
+    keep(answers_, a->id, std::hypot(p[0] - q[0], p[1] - q[1], p[2] - q[2]), at);
+  }
+
+  const std::optional<Largest>& ofBlocks() const { return blocks_; }
+  const std::optional<Largest>& ofAnswers() const { return answers_; }
+
+ private:
+  static void keep(std::optional<Largest>& largest, int object, float distance, const Moment& at) {
+    if (!largest || distance > largest->distance) largest = {distance, object, at};
+  }
+
+  std::optional<Largest> blocks_, answers_;
 };
 
 /// The calls of the other recording, in step with ours.
 class Against {
  public:
-  explicit Against(const std::string& path) : reader_(path), entries_(reader_.entries()) {}
-
-  void compare(const Entry& played, Verdict& verdict) { verdict.compare(next(), &played, true); }
-  void finish(Verdict& verdict) {
-    while (const Entry* const entry = next()) verdict.compare(entry, nullptr, true);
+  explicit Against(const std::string& path) : reader_(path), entries_(reader_.entries()) {
+    verdict.setNames("there", "here");
   }
-  const RecordingReader& reader() const { return reader_; }
+
+  /// @param counts  whether the call is in the time that is compared
+  void compare(const Entry& played, const Moment& at, bool counts) {
+    const Entry* const entry = next();
+    if (!counts) return;
+    verdict.compare(entry, &played, at, true);
+    if (entry != nullptr) distances.compare(*entry, played, at);
+  }
+  void finish(const Moment& at) {
+    while (const Entry* const entry = next()) verdict.compare(entry, nullptr, at, true);
+  }
+
+  Verdict verdict;
+  Distances distances;
 
  private:
   const Entry* next() {
@@ -130,20 +206,36 @@ class Against {
   bool ended_ = false;
 };
 
+std::string nameOf(const std::string& path) {
+  return std::filesystem::path(path).filename().string();
+}
+
+/// What the replay does otherwise than the recorded host, as JSON; empty if nothing.
+std::string changesText(const ReplayOptions& options) {
+  Json changes;
+  if (options.productType) changes["product_type"] = *options.productType;
+  if (options.rig.given()) changes["calibration"] = nameOf(options.rig.file);
+  if (options.filterMode) changes["filter_mode"] = *options.filterMode;
+  return changes.is_null() ? "" : compact(changes);
+}
+
 /// A second recording of what is replayed, with today's answers and durations. Times stay those of
 /// the recorded calls.
 class ReRecording {
  public:
   ReRecording(const ReplayOptions& options, const RecordingReader& reader, session::Player& player,
-              algorithm::AlgBase* alg)
+              algorithm::AlgBase* alg, const algorithm::AlgBase* library)
       : reader_(reader), partial_(options.record, options.force) {
     recording::RecordingAlgOptions recorder;
     recorder.overwrite = true;
     recorder.waitWhenFull = true;
+    recorder.library = library;
     recorder.clock = [&player] { return player.recordedNs(); };
     recorder.clockName = reader.metadata().clock;
     for (const auto& fact : reader.metadata().values) recorder.facts.insert(fact);
-    recorder.facts["replay_of"] = std::filesystem::path(options.file).filename().string();
+    recorder.facts["replay_of"] = nameOf(options.file);
+    const std::string changes = changesText(options);
+    if (!changes.empty()) recorder.facts["replay_changes"] = changes;
     alg_.emplace(alg, partial_.path(), recorder);
     player.playThrough(&*alg_);
   }
@@ -186,10 +278,9 @@ class Pace {
 };
 
 std::vector<std::unique_ptr<TrackExport>> exportsFrom(const ReplayOptions& options,
-                                                      const RecordingReader& reader,
-                                                      std::int64_t firstNs) {
-  const ExportOrigin origin = {std::filesystem::path(options.file).filename().string(),
-                               ALG_FACTORY_VERSION, reader.metadata().clock, firstNs};
+                                                      const RecordingReader& reader) {
+  const ExportOrigin origin = {nameOf(options.file), ALG_FACTORY_VERSION, reader.metadata().clock,
+                               options.object};
   std::vector<std::unique_ptr<TrackExport>> exports;
   if (!options.csv.empty()) exports.push_back(makeCsvExport(options.csv, options.force, origin));
   if (!options.jsonLines.empty())
@@ -214,6 +305,14 @@ void checkOptions(const ReplayOptions& options) {
         "--verify",
         "expected the recorded configuration, found --product-type, --calibration or "
         "--filter-mode, with which the answers differ by intent");
+  checkTimeRange(options.range);
+  const bool exports = !options.csv.empty() || !options.jsonLines.empty() || !options.tum.empty();
+  if (options.object && !exports)
+    throw std::runtime_error("--object: expected an export (--csv, --jsonl, --tum), found none");
+  if (options.range.given() && !options.record.empty())
+    throw std::runtime_error(
+        "--record: expected without --from and --to, found both: a recording replays from its "
+        "first call only");
   std::vector<std::string> outputs = {options.json ? "-" : "", options.csv, options.jsonLines,
                                       options.record};
   if (!options.tum.empty())
@@ -226,105 +325,186 @@ bool writesToStandardOutput(const ReplayOptions& options) {
          isStandardOutput(options.record);
 }
 
-void printSummary(const ReplayOptions& options, const RecordingReader& reader, const Counts& counts,
-                  double libraryShare, const Verdict& verdict,
-                  const std::vector<std::string>& files) {
-  Table table({"quantity", "value"});
-  table.addRow({"calls", counts.calls});
-  table.addRow({"packets", counts.packets});
-  table.addRow({"blocks delivered", counts.blocks});
-  table.addRow({"messages", counts.messages});
-  table.addRow({"seconds", Cell(counts.seconds, 3)});
-  table.addRow(
-      {"packets per second",
-       Cell(counts.seconds > 0 ? static_cast<double>(counts.packets) / counts.seconds : 0, 0)});
-  table.addRow({"share of time in the library, %", Cell(100 * libraryShare, 1)});
-  if (verdict.compared() > 0) {
-    table.addRow({"calls compared", verdict.compared()});
-    table.addRow({"calls that differ", verdict.differing()});
-  }
-  if (!reader.metadata().complete)
-    table.addRow({"the recording was cut off, or still goes on", "yes"});
-  if (reader.metadata().droppedCalls > 0)
-    table.addRow({"calls that its recorder dropped", reader.metadata().droppedCalls});
+Json largestJson(const std::optional<Distances::Largest>& largest) {
+  if (!largest) return nullptr;
+  Json json;
+  json["object"] = largest->object;
+  json["distance_mm"] = largest->distance;
+  json["at"] = momentJson(largest->at);
+  return json;
+}
 
+void addLargest(Facts& facts, const std::string& what, const std::string& key,
+                const std::optional<Distances::Largest>& largest) {
+  if (!largest) return;
+  char text[40];
+  std::snprintf(text, sizeof text, "%.3f mm", largest->distance);
+  facts.addText("largest distance of " + what, std::string(text) + ", object " +
+                                                   std::to_string(largest->object) + ", " +
+                                                   analysis::textOf(largest->at));
+  facts.addJson("largest_distance_of_" + key, largestJson(largest));
+}
+
+/// What a replay found.
+struct Outcome {
+  Counts counts;
+  std::optional<Verdict> verdict;
+  std::optional<Distances> distances;
+  analysis::Completeness completeness;
+  std::string libraryVersion;  ///< of the library that answered
+  std::vector<std::string> files;
+};
+
+Facts summaryOf(const RecordingReader& reader, const Outcome& outcome) {
+  const Counts& counts = outcome.counts;
+  const recording::Metadata& metadata = reader.metadata();
+  const double seconds = std::max(counts.seconds, 1e-9);
+  Facts facts;
+  facts.add("calls", "calls", counts.calls);
+  facts.add("packets", "packets", counts.packets);
+  facts.add("blocks delivered", "blocks", counts.blocks);
+  facts.add("points in them", "points", counts.points);
+  facts.add("points in the recorded blocks", "points_recorded", counts.pointsRecorded);
+  facts.add("messages", "messages", counts.messages);
+  facts.add("seconds", "replay_s", Cell(counts.seconds, 3));
+  facts.add("packets per second", "packets_per_s",
+            Cell(static_cast<double>(counts.packets) / seconds, 0));
+  facts.addText("share of time in the library, %",
+                Cell(100 * counts.librarySeconds / seconds, 1).text);
+  facts.addJson("library_s", counts.librarySeconds);
+  if (outcome.verdict) {
+    facts.add("calls compared", "calls_compared", outcome.verdict->compared());
+    facts.add("calls that differ", "calls_differing", outcome.verdict->differing());
+    facts.addJson("first_difference",
+                  outcome.verdict->differing() > 0 ? Json(outcome.verdict->text()) : Json(nullptr));
+  }
+  if (outcome.distances) {
+    addLargest(facts, "delivered positions", "blocks", outcome.distances->ofBlocks());
+    addLargest(facts, "filtered answers", "answers", outcome.distances->ofAnswers());
+  }
+  if (!metadata.complete) facts.addText("the recording was cut off, or still goes on", "yes");
+  facts.addJson("complete", metadata.complete);
+  if (metadata.droppedCalls > 0)
+    facts.addText("calls that its recorder dropped", std::to_string(metadata.droppedCalls));
+  facts.addJson("dropped_calls", metadata.droppedCalls);
+  return facts;
+}
+
+void printSummary(const ReplayOptions& options, const RecordingReader& reader,
+                  const Outcome& outcome) {
+  const Facts facts = summaryOf(reader, outcome);
   if (options.json) {
-    nlohmann::ordered_json json;
+    Json json;
     json["file"] = options.file;
-    json["summary"] = table.json();
-    json["first_difference"] = verdict.first();
-    json["files"] = files;
-    std::cout << printable(json) << "\n";
+    json["summary"] = facts.json();
+    json["files"] = outcome.files;
+    printJson(json);
     return;
   }
-  table.print(std::cout);
-  for (const std::string& file : files) std::cout << "Written: " << file << "\n";
-  if (verdict.compared() > 0 && verdict.differing() == 0)
+  facts.print(std::cout);
+  for (const std::string& file : outcome.files) std::cout << "Written: " << oneLine(file) << "\n";
+  if (outcome.verdict && outcome.verdict->compared() > 0 && outcome.verdict->differing() == 0)
     std::cout << "Every returned value, message, block and answer is the same, byte by byte.\n";
 }
 
+/// Plays the recording once, into everything that was asked for.
+class Replay {
+ public:
+  explicit Replay(const ReplayOptions& options)
+      : options_(options), reader_(options.file), exports_(exportsFrom(options, reader_)) {
+    if (!options.against.empty()) against_.emplace(options.against);
+    if (options.verify) outcome_.verdict.emplace();
+  }
+
+  Outcome run() {
+    // Kept: the library has no release operation.
+    static algorithm::AlgBase* const library =
+        options_.library.empty() ? algorithm::AlgFactory::CreateALG(0) : loadAlg(options_.library);
+    static session::TimedAlg alg(library);
+    const session::WhatIf whatIf = whatIfFrom(options_);
+    const bool addFilterMode = whatIf.filterMode && !hasCall(reader_, CallKind::kSetFilterMode);
+    session::Player player(&alg, whatIf, addFilterMode);
+    outcome_.libraryVersion = session::identityOf(*library).version;
+    if (outcome_.libraryVersion.empty()) outcome_.libraryVersion = ALG_FACTORY_VERSION;
+    std::optional<ReRecording> reRecording;
+    if (!options_.record.empty()) reRecording.emplace(options_, reader_, player, &alg, library);
+    play(player, reRecording ? &*reRecording : nullptr);
+    outcome_.counts.librarySeconds = static_cast<double>(alg.libraryNs()) / 1e9;
+    for (const auto& track : exports_) {
+      track->commit();
+      for (const std::string& file : track->files()) outcome_.files.push_back(file);
+    }
+    if (reRecording) {
+      reRecording->finish();
+      outcome_.files.push_back(options_.record);
+    }
+    if (against_) {
+      outcome_.verdict = against_->verdict;
+      outcome_.distances = against_->distances;
+    }
+    return outcome_;
+  }
+
+  const RecordingReader& reader() const { return reader_; }
+
+ private:
+  void play(session::Player& player, ReRecording* reRecording) {
+    Progress progress("replaying", reader_.callCount());
+    const auto begin = Clock::now();
+    recording::UnitCursor units(reader_.entries());
+    session::Unit unit;
+    std::optional<Pace> pace;
+    while (units.next(unit)) {
+      if (!pace) pace.emplace(unit[0].call.startNs);
+      if (options_.realtime) pace->wait(unit[0].call.startNs);
+      if (reRecording != nullptr) reRecording->willPlay(unit[0].call);
+      const session::Unit& played = player.play(unit);
+      for (std::size_t i = 0; i < unit.size(); ++i) take(unit[i], played[i]);
+      progress.show(outcome_.counts.calls);
+    }
+    if (against_) against_->finish(at_);
+    outcome_.counts.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+  }
+
+  void take(const Entry& recorded, const Entry& played) {
+    at_.seconds = moments_.secondsOf(recorded.call);
+    if (const auto moment = moments_.next(recorded.call)) at_ = *moment;
+    outcome_.completeness.add(recorded);
+    const bool counts = options_.range.contains(at_.seconds);
+    if (outcome_.verdict && counts) outcome_.verdict->compare(&recorded, &played, at_, false);
+    if (against_) against_->compare(played, at_, counts);
+    ++outcome_.counts.calls;
+    outcome_.counts.packets += isPacket(played.call) ? 1 : 0;
+    outcome_.counts.blocks += static_cast<std::int64_t>(played.blocks.size());
+    outcome_.counts.points += pointsOf(played);
+    outcome_.counts.pointsRecorded += pointsOf(recorded);
+    outcome_.counts.messages += static_cast<std::int64_t>(played.logs.size());
+    if (!counts) return;
+    for (const auto& track : exports_) track->add(played, at_);
+  }
+
+  const ReplayOptions& options_;
+  RecordingReader reader_;
+  std::optional<Against> against_;
+  std::vector<std::unique_ptr<TrackExport>> exports_;
+  analysis::MomentCounter moments_;
+  Moment at_ = {-1, -1, 0};  ///< the latest packet, with the latest call's time
+  Outcome outcome_;
+};
+
 void replay(const ReplayOptions& options) {
   checkOptions(options);
-  const RecordingReader reader(options.file);
-  std::optional<Against> against;
-  if (!options.against.empty()) against.emplace(options.against);
-  const session::WhatIf whatIf = whatIfFrom(options);
-  const std::int64_t firstNs = firstNsOf(reader);
-  const auto exports = exportsFrom(options, reader, firstNs);
-
-  // Kept: the library has no release operation.
-  static algorithm::AlgBase* const alg =
-      options.library.empty() ? algorithm::AlgFactory::CreateALG(0) : loadAlg(options.library);
-  const bool addFilterMode = whatIf.filterMode && !hasCall(reader, CallKind::kSetFilterMode);
-  session::Player player(alg, whatIf, addFilterMode);
-  std::optional<ReRecording> reRecording;
-  if (!options.record.empty()) reRecording.emplace(options, reader, player, alg);
-
-  Counts counts;
-  Verdict verdict;
-  if (against) verdict.setNames("there", "here");
-  {
-    Progress progress("replaying", reader.callCount());
-    const Pace pace(firstNs);
-    const auto begin = Clock::now();
-    recording::UnitCursor units(reader.entries());
-    session::Unit unit;
-    while (units.next(unit)) {
-      if (options.realtime) pace.wait(unit[0].call.startNs);
-      if (reRecording) reRecording->willPlay(unit[0].call);
-      const session::Unit& played = player.play(unit);
-      for (std::size_t i = 0; i < unit.size(); ++i) {
-        if (options.verify) verdict.compare(&unit[i], &played[i], false);
-        if (against) against->compare(played[i], verdict);
-        for (const auto& track : exports) track->add(played[i]);
-        ++counts.calls;
-        counts.packets += isPacket(played[i].call) ? 1 : 0;
-        counts.blocks += static_cast<std::int64_t>(played[i].blocks.size());
-        counts.messages += static_cast<std::int64_t>(played[i].logs.size());
-      }
-      progress.show(counts.calls);
-    }
-    if (against) against->finish(verdict);
-    counts.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-  }
-
-  std::vector<std::string> files;
-  for (const auto& track : exports) {
-    track->commit();
-    for (const std::string& file : track->files()) files.push_back(file);
-  }
-  if (reRecording) {
-    reRecording->finish();
-    files.push_back(options.record);
-  }
-  const double libraryShare =
-      counts.seconds > 0 ? static_cast<double>(player.libraryNs()) / 1e9 / counts.seconds : 0;
-  if (!writesToStandardOutput(options))
-    printSummary(options, reader, counts, libraryShare, verdict, files);
-  if (verdict.differing() > 0)
-    throw SomethingFound(options.file + ": " + verdict.first() + "; " +
-                         std::to_string(verdict.differing()) + " of " +
-                         std::to_string(verdict.compared()) + " calls differ");
+  Replay replay(options);
+  const Outcome outcome = replay.run();
+  if (!writesToStandardOutput(options)) printSummary(options, replay.reader(), outcome);
+  if (!outcome.verdict || outcome.verdict->differing() == 0) return;
+  std::string problem = options.file + ": " + outcome.verdict->text() + "; " +
+                        std::to_string(outcome.verdict->differing()) + " of " +
+                        std::to_string(outcome.verdict->compared()) + " calls differ";
+  if (options.verify)
+    problem += ": " + analysis::causeOfMismatch(replay.reader().metadata(), outcome.completeness,
+                                                outcome.libraryVersion);
+  throw SomethingFound(problem);
 }
 
 }  // namespace
@@ -337,6 +517,7 @@ void addReplayCommand(CLI::App& app) {
       "\n"
       "  algtrack replay walk.algrec --verify              the same bytes as recorded?\n"
       "  algtrack replay walk.algrec --csv walk.csv        positions, while it goes\n"
+      "  algtrack replay walk.algrec --csv - --object 1 --from 4 --to 7 | head\n"
       "  algtrack replay walk.algrec --tum walk            walk-object0.tum, walk-object1.tum, "
       "...\n"
       "  algtrack replay walk.algrec --filter-mode 1 --record smooth.algrec\n"
@@ -377,6 +558,8 @@ void addReplayCommand(CLI::App& app) {
       ->add_option("--filter-mode", options->filterMode,
                    "what if: another mode in every SetFilterMode (set after Init if there is none)")
       ->check(numberFrom(-1, 1000));
+  addObjectOption(*command, options->object, "export this object alone");
+  addTimeRangeOptions(*command, options->range);
   command->add_flag("--force", options->force, "replace existing files");
   command->add_flag("--json", options->json, "print the summary as JSON");
   command->callback([options] { replay(*options); });

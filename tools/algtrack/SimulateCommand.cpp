@@ -1,5 +1,7 @@
 #include <alg_factory/api/AlgFactory.h>
+#include <alg_kit/analysis/Moment.h>
 #include <alg_kit/recording/RecordingAlg.h>
+#include <alg_kit/text/TextFile.h>
 #include <sim/Simulator.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/PartialRecording.h>
@@ -39,21 +41,25 @@ struct SimulateOptions {
   double start = 0;
   int productType = 1;
   double seconds = 20;
+  bool secondsGiven = false;
   std::string framing = "auto";
   bool inertial = false;
   bool noQueries = false;
   int filterMode = 0;
   std::vector<std::string> occlusions;
   sim::SimulatorOptions simulation;
+  std::vector<std::string> notes;  ///< what became of the options, for the summary
 };
 
+using analysis::secondsText;
+
 /// OBJECT:FROM-TO, or OBJECT:FROM-TO:left.
-sim::Occlusion occlusionFrom(const std::string& text, int objects) {
+sim::Occlusion occlusionFrom(const std::string& text, int objects, double seconds) {
   const auto fail = [&]() -> sim::Occlusion {
     throw std::runtime_error(
         "--occlude: expected OBJECT:FROM-TO or OBJECT:FROM-TO:left (seconds; "
         "object 0 to " +
-        std::to_string(objects - 1) + "), found '" + text + "'");
+        std::to_string(objects - 1) + "), found " + text::quoted(text));
   };
   sim::Occlusion occlusion;
   const char* position = text.data();
@@ -74,7 +80,11 @@ sim::Occlusion occlusionFrom(const std::string& text, int objects) {
   const bool valid = (camera.empty() || occlusion.camera) && occlusion.objectId >= 0 &&
                      occlusion.objectId < objects && occlusion.from >= 0 &&
                      occlusion.from < occlusion.to && std::isfinite(occlusion.to);
-  return valid ? occlusion : fail();
+  if (!valid) return fail();
+  if (occlusion.from >= seconds)
+    throw std::runtime_error("--occlude: expected a beginning within the session's " +
+                             secondsText(seconds) + ", found " + text::quoted(text));
+  return occlusion;
 }
 
 sim::Scene sceneFrom(SimulateOptions& options) {
@@ -87,7 +97,13 @@ sim::Scene sceneFrom(SimulateOptions& options) {
     throw std::runtime_error(options.trajectory + ": --start: expected less than the motion's " +
                              std::to_string(motion.duration()) + " s, found " +
                              std::to_string(options.start));
+  if (motion.repeatedStamps() > 0)
+    options.notes.push_back(std::to_string(motion.repeatedStamps()) +
+                            " poses of the motion repeat the stamp before them: left out");
   motion = motion.part(options.start, options.seconds).placedInFront(options.distance);
+  if (options.secondsGiven && options.seconds > motion.duration())
+    options.notes.push_back("the motion lasts " + secondsText(motion.duration()) + ", not the " +
+                            secondsText(options.seconds) + " that were asked for");
   options.seconds = std::min(options.seconds, motion.duration());
   return sim::Scene::following(options.productType, std::move(motion));
 }
@@ -98,7 +114,7 @@ std::string describe(const SimulateOptions& options) {
     return std::filesystem::path(path).filename().string();
   };
   const sim::SimulatorOptions& simulation = options.simulation;
-  nlohmann::ordered_json facts;
+  Json facts;
   facts["seed"] = simulation.seed;
   facts["calibration"] = options.rig.given() ? nameOf(options.rig.file) : "built in";
   facts["motion"] = options.trajectory.empty() ? options.scene : nameOf(options.trajectory);
@@ -115,7 +131,7 @@ std::string describe(const SimulateOptions& options) {
   facts["loss"] = simulation.faults.lossProbability;
   facts["corrupt"] = simulation.faults.corruptProbability;
   facts["wrong_check"] = simulation.faults.wrongCheckProbability;
-  return facts.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  return compact(facts);
 }
 
 /// A host in miniature: it counts what comes back.
@@ -202,26 +218,34 @@ Counts drive(const sim::Simulator& simulator, const SimulateOptions& options,
 }
 
 void printSummary(const SimulateOptions& options, const Counts& counts, const Host& host) {
-  Table table({"quantity", "value"});
-  table.addRow({"frames", counts.frames});
-  table.addRow({"packets", counts.packets});
-  table.addRow({"packets lost on the way", counts.lost});
-  table.addRow({"packets with a corrupted byte", counts.corrupted});
-  table.addRow({"packets with a wrong check byte", counts.wrongCheck});
-  table.addRow({"blobs", counts.blobs});
-  table.addRow({"blobs without room in their packet", counts.blobsCut});
-  table.addRow({"blocks delivered", host.blocks});
-  for (const auto& [text, count] : host.messages) table.addRow({"message \"" + text + "\"", count});
-  table.addRow({"calls recorded", counts.calls});
-  if (options.json) {
-    nlohmann::ordered_json json;
-    json["file"] = options.output;
-    json["summary"] = table.json();
-    std::cout << printable(json) << "\n";
-  } else {
-    table.print(std::cout);
-    std::cout << "Recording: " << options.output << "\n";
+  Facts facts;
+  facts.add("frames", "frames", counts.frames);
+  facts.add("packets", "packets", counts.packets);
+  facts.add("packets lost on the way", "packets_lost", counts.lost);
+  facts.add("packets with a corrupted byte", "packets_corrupted", counts.corrupted);
+  facts.add("packets with a wrong check byte", "packets_with_wrong_check", counts.wrongCheck);
+  facts.add("blobs", "blobs", counts.blobs);
+  facts.add("blobs without room in their packet", "blobs_cut", counts.blobsCut);
+  facts.add("blocks delivered", "blocks", host.blocks);
+  Json messages = Json::array();
+  for (const auto& [text, count] : host.messages) {
+    facts.addText("message \"" + text + "\"", std::to_string(count));
+    messages.push_back({{"text", text}, {"count", count}});
   }
+  facts.addJson("messages", messages);
+  facts.add("calls recorded", "calls", counts.calls);
+  facts.addJson("duration_s", options.seconds);
+  if (options.json) {
+    Json json;
+    json["file"] = options.output;
+    json["summary"] = facts.json();
+    json["notes"] = options.notes;
+    printJson(json);
+    return;
+  }
+  facts.print(std::cout);
+  for (const std::string& note : options.notes) std::cout << "Note: " << note << ".\n";
+  std::cout << "Recording: " << oneLine(options.output) << "\n";
 }
 
 void simulate(SimulateOptions options) {
@@ -235,7 +259,7 @@ void simulate(SimulateOptions options) {
                              std::to_string(options.simulation.frameRate) + " Hz");
   for (const std::string& text : options.occlusions)
     options.simulation.blobs.occlusions.push_back(
-        occlusionFrom(text, sim::objectCount(options.productType)));
+        occlusionFrom(text, sim::objectCount(options.productType), options.seconds));
   // The pose filters that the queries read are fed by one framing, which differs by product.
   const bool stamped = options.framing == "stamped" ||
                        (options.framing == "auto" && algorithm::hasHeads(options.productType));
@@ -302,9 +326,10 @@ void addSimulateCommand(CLI::App& app) {
   command->add_option("--product-type", options->productType, "0, 1 or 2")
       ->check(oneOf({"0", "1", "2"}))
       ->capture_default_str();
-  command->add_option("--seconds", options->seconds, "length; at most the measured motion's")
-      ->check(numberFrom(0.001, 1e6))
-      ->capture_default_str();
+  CLI::Option* const seconds =
+      command->add_option("--seconds", options->seconds, "length; at most the measured motion's")
+          ->check(numberFrom(0.001, 1e6))
+          ->capture_default_str();
   command->add_option("--rate", sim.frameRate, "frames per second")
       ->check(numberFrom(0.1, 10000))
       ->capture_default_str();
@@ -372,7 +397,10 @@ void addSimulateCommand(CLI::App& app) {
   command->add_option("--seed", sim.seed, "of everything random")
       ->check(wholeNumber())
       ->capture_default_str();
-  command->callback([options] { simulate(*options); });
+  command->callback([options, seconds] {
+    options->secondsGiven = seconds->count() > 0;
+    simulate(*options);
+  });
 }
 
 }  // namespace algtrack

@@ -16,25 +16,36 @@ Table callTable(const RecordingSurvey& survey) {
 }
 
 Table streamTable(const RecordingSurvey& survey) {
-  Table table({"type", "content", "calls", "refused", "bytes", "rate Hz", "median ms", "gaps",
-               "longest ms", "before number"});
+  Table table({"type",
+               "content",
+               "calls",
+               "refused",
+               "bytes",
+               {"rate Hz", "rate_hz"},
+               {"median ms", "median_interval_ms"},
+               "gaps",
+               {"longest ms", "longest_interval_ms"},
+               {"before number", "longest_ends_at_number"}});
   for (const analysis::StreamCount& count : survey.streams())
     table.addRow({count.type, analysis::streamName(count.type), count.calls, count.refused,
                   count.bytes, Cell(count.rateHz, 1), Cell(count.medianMs, 3), count.gaps,
-                  Cell(count.longestMs, 3), count.calls > 1 ? Cell(count.gapEndsAt) : Cell("-")});
+                  Cell(count.longestMs, 3),
+                  count.calls > 1 ? Cell(count.gapEndsAt) : Cell::none()});
   return table;
 }
 
 Table logTable(const RecordingSurvey& survey) {
-  Table table({"level", "message", "count", "first call", "first packet"});
+  Table table(
+      {"level", "message", "count", "first call", "first packet", {"first s", "first_time_s"}});
   for (const analysis::MessageCount& message : survey.messages())
     table.addRow({message.level, message.text, message.count, message.firstCall,
-                  message.firstPacket ? Cell(*message.firstPacket) : Cell("-")});
+                  message.firstPacket ? Cell(*message.firstPacket) : Cell::none(),
+                  Cell(message.firstSeconds, 3)});
   return table;
 }
 
 Table byteTable(const RecordingSurvey& survey) {
-  Table table({"bytes of packets", "pieces", "bytes"});
+  Table table({{"bytes of packets", "meaning"}, "pieces", "bytes"});
   std::int64_t pieces = 0, bytes = 0;
   for (const analysis::PieceCount& count : survey.pieces()) {
     table.addRow({trace::describe(count.kind), count.pieces, count.bytes});
@@ -46,7 +57,11 @@ Table byteTable(const RecordingSurvey& survey) {
 }
 
 Table blobTable(const RecordingSurvey& survey) {
-  Table table({"id", "left", "right", "left mean diameter", "right mean diameter"});
+  Table table({"id",
+               "left",
+               "right",
+               {"left mean diameter", "left_mean_diameter_px"},
+               {"right mean diameter", "right_mean_diameter_px"}});
   for (const analysis::BlobCount& count : survey.blobs())
     table.addRow({count.id, count.blobs[0], count.blobs[1], Cell(count.meanDiameter[0], 2),
                   Cell(count.meanDiameter[1], 2)});
@@ -94,15 +109,15 @@ Table funnelTable(const BlobFunnel& funnel) {
   return table;
 }
 
-nlohmann::ordered_json funnelJson(const BlobFunnel& funnel) {
+Json funnelJson(const BlobFunnel& funnel) {
   const auto sides = [](std::int64_t left, std::int64_t right) {
-    return nlohmann::ordered_json{{"left", left}, {"right", right}};
+    return Json{{"left", left}, {"right", right}};
   };
-  nlohmann::ordered_json json;
+  Json json;
   json["records"] = sides(funnel.records(0), funnel.records(1));
   for (int i = 0; i < trace::kBlobFates; ++i) {
     const auto fate = static_cast<trace::BlobFate>(i);
-    json["ends"][trace::keyOf(fate)] = sides(funnel.ended(fate, 0), funnel.ended(fate, 1));
+    json["ends"][jsonKey(trace::keyOf(fate))] = sides(funnel.ended(fate, 0), funnel.ended(fate, 1));
   }
   json["closes"] = funnel.closes();
   return json;

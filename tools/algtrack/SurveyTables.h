@@ -5,8 +5,6 @@
 #include <alg_kit/analysis/RecordingSurvey.h>
 #include <tools/algtrack/terminal/Table.h>
 
-#include <nlohmann/json.hpp>
-
 namespace algtrack {
 
 Table callTable(const analysis::RecordingSurvey& survey);
@@ -17,6 +15,6 @@ Table blobTable(const analysis::RecordingSurvey& survey);
 
 /// From the records to what was delivered, with the sums in between.
 Table funnelTable(const analysis::BlobFunnel& funnel);
-nlohmann::ordered_json funnelJson(const analysis::BlobFunnel& funnel);
+Json funnelJson(const analysis::BlobFunnel& funnel);
 
 }  // namespace algtrack

@@ -1,6 +1,8 @@
 #include <tools/algtrack/TrackExport.h>
 
+#include <alg_factory/api/Constants.h>
 #include <alg_kit/analysis/Answers.h>
+#include <tools/algtrack/terminal/Json.h>
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -10,11 +12,13 @@
 namespace algtrack {
 namespace {
 
+using analysis::Moment;
 using nlohmann::ordered_json;
 using session::DeliveredBlock;
 using session::Entry;
 
 constexpr double kMillimetresPerMetre = 1000;
+constexpr int kHeadingObject = 2;  // headings are those of the two-point object
 
 constexpr const char* kDeliveredAxes =
     "as the library delivers: the right camera's frame with y and z negated (x right, y up, z "
@@ -23,15 +27,15 @@ constexpr const char* kCameraAxes =
     "before the mirroring of y and z: the right camera's frame (x right, y down, z forward)";
 constexpr const char* kUnit = "the unit of the calibration's translation, millimetres as a rule";
 
+bool isWanted(const ExportOrigin& origin, int object) {
+  return object != algorithm::kNoObject && object == origin.object.value_or(object);
+}
+
 std::string clockText(const ExportOrigin& origin) {
   return origin.clock == "simulated"
              ? "seconds since frame 0 in simulated time"
              : "seconds since the recording's first call, at entry of the call, on the recording "
                "host's monotonic clock";
-}
-
-double secondsOf(const Entry& entry, const ExportOrigin& origin) {
-  return (static_cast<double>(entry.call.startNs) - static_cast<double>(origin.firstNs)) / 1e9;
 }
 
 std::string originText(const ExportOrigin& origin) {
@@ -64,33 +68,42 @@ class CsvExport final : public TrackExport {
         << "\n# camera_x, camera_y, camera_z: " << kCameraAxes << "; the same unit"
         << "\n# rate_x, rate_y, rate_z: units per second, axes of x, y, z"
         << "\n# bearing_deg: degrees; object 2 of product type 1 only"
+        << "\n# packet: number of the device packet, from 0; of an answer, the latest one"
         << "\ncall,time_s,stamp_us,source,object,x,y,z,camera_x,camera_y,camera_z,"
-           "rate_x,rate_y,rate_z,bearing_deg\n";
+           "rate_x,rate_y,rate_z,bearing_deg,packet\n";
   }
 
-  void add(const Entry& entry) override {
+  void add(const Entry& entry, const Moment& at) override {
     for (const DeliveredBlock& delivered : entry.blocks)
       for (const algorithm::TrackedPoint& point : delivered.block.records) {
-        if (point.id == -1) continue;
-        begin(entry, std::to_string(delivered.block.header), "block", point.id);
+        if (!wants(point.id)) continue;
+        begin(entry, at, std::to_string(delivered.block.header), "block", point.id);
         position(point.x, point.y, point.z);
-        file_.stream() << ",,,," << numberText(point.bearing) << "\n";
+        file_.stream() << ",,,," << numberText(point.bearing);
+        end(at);
       }
     const auto answer = analysis::poseOf(entry.call);
-    if (!answer) return;
-    begin(entry, "", "answer", answer->id);
+    if (!answer || !wants(answer->id)) return;
+    begin(entry, at, "", "answer", answer->id);
     position(answer->filtered[0], answer->filtered[1], answer->filtered[2]);
     for (const float rate : answer->rate) file_.stream() << "," << numberText(rate);
-    file_.stream() << ",\n";
+    file_.stream() << ",";
+    end(at);
   }
 
   void commit() override { file_.commit(); }
   std::vector<std::string> files() const override { return {file_.path()}; }
 
  private:
-  void begin(const Entry& entry, const std::string& stamp, const char* source, int object) {
-    file_.stream() << entry.call.index << "," << secondsText(secondsOf(entry, origin_)) << ","
-                   << stamp << "," << source << "," << object;
+  bool wants(int object) const { return isWanted(origin_, object); }
+
+  void begin(const Entry& entry, const Moment& at, const std::string& stamp, const char* source,
+             int object) {
+    file_.stream() << entry.call.index << "," << secondsText(at.seconds) << "," << stamp << ","
+                   << source << "," << object;
+  }
+  void end(const Moment& at) {
+    file_.stream() << "," << (at.packet < 0 ? "" : std::to_string(at.packet)) << "\n";
   }
   void position(float x, float y, float z) {
     for (const float value : {x, y, z, x, -y, -z}) file_.stream() << "," << numberText(value);
@@ -109,6 +122,7 @@ class JsonLinesExport final : public TrackExport {
     header["origin"] = originText(origin);
     header["time_s"] = clockText(origin);
     header["stamp_us"] = "the packet's frame stamp in microseconds of the device's clock; 0 = none";
+    header["packet"] = "number of the device packet, from 0; of an answer, the latest one";
     header["unit"] = kUnit;
     header["position"] = kDeliveredAxes;
     header["camera_position"] = kCameraAxes;
@@ -117,36 +131,41 @@ class JsonLinesExport final : public TrackExport {
     write(header);
   }
 
-  void add(const Entry& entry) override {
+  void add(const Entry& entry, const Moment& at) override {
     for (const session::LogLine& log : entry.logs) {
-      ordered_json line = begin(entry, "message");
+      ordered_json line = begin(entry, at, "message");
       line["level"] = log.level;
       line["text"] = log.text;
       write(line);
     }
-    for (const DeliveredBlock& delivered : entry.blocks) writeBlock(entry, delivered);
-    if (const auto answer = analysis::poseOf(entry.call)) writeAnswer(entry, *answer);
-    if (const auto answer = analysis::headingOf(entry.call)) writeHeading(entry, *answer);
+    for (const DeliveredBlock& delivered : entry.blocks) writeBlock(entry, at, delivered);
+    const auto answer = analysis::poseOf(entry.call);
+    if (answer && wants(answer->id)) writeAnswer(entry, at, *answer);
+    const auto heading = analysis::headingOf(entry.call);
+    if (heading && wants(kHeadingObject)) writeHeading(entry, at, *heading);
   }
 
   void commit() override { file_.commit(); }
   std::vector<std::string> files() const override { return {file_.path()}; }
 
  private:
-  ordered_json begin(const Entry& entry, const char* kind) const {
+  bool wants(int object) const { return isWanted(origin_, object); }
+
+  ordered_json begin(const Entry& entry, const Moment& at, const char* kind) const {
     ordered_json line;
     line["kind"] = kind;
     line["call"] = entry.call.index;
-    line["time_s"] = secondsOf(entry, origin_);
+    line["time_s"] = at.seconds;
+    line["packet"] = at.packet < 0 ? ordered_json(nullptr) : ordered_json(at.packet);
     return line;
   }
 
-  void writeBlock(const Entry& entry, const DeliveredBlock& delivered) {
-    ordered_json line = begin(entry, "block");
+  void writeBlock(const Entry& entry, const Moment& at, const DeliveredBlock& delivered) {
+    ordered_json line = begin(entry, at, "block");
     line["stamp_us"] = delivered.block.header;
     line["objects"] = ordered_json::array();
     for (const algorithm::TrackedPoint& point : delivered.block.records) {
-      if (point.id == -1) continue;
+      if (!wants(point.id)) continue;
       ordered_json object;
       object["object"] = point.id;
       object["position"] = {point.x, point.y, point.z};
@@ -157,8 +176,8 @@ class JsonLinesExport final : public TrackExport {
     write(line);
   }
 
-  void writeAnswer(const Entry& entry, const algorithm::PoseAnswer& answer) {
-    ordered_json line = begin(entry, "answer");
+  void writeAnswer(const Entry& entry, const Moment& at, const algorithm::PoseAnswer& answer) {
+    ordered_json line = begin(entry, at, "answer");
     const auto &raw = answer.raw, &filtered = answer.filtered;
     line["event"] = entry.call.type;
     line["object"] = answer.id;
@@ -170,8 +189,8 @@ class JsonLinesExport final : public TrackExport {
     write(line);
   }
 
-  void writeHeading(const Entry& entry, const algorithm::HeadingAnswer& answer) {
-    ordered_json line = begin(entry, "heading");
+  void writeHeading(const Entry& entry, const Moment& at, const algorithm::HeadingAnswer& answer) {
+    ordered_json line = begin(entry, at, "heading");
     line["yaw_deg"] = answer.yaw;
     line["negated_corrected_yaw_deg"] = answer.negatedCorrectedYaw;
     line["status"] = answer.status;
@@ -179,9 +198,7 @@ class JsonLinesExport final : public TrackExport {
     write(line);
   }
 
-  void write(const ordered_json& line) {
-    file_.stream() << line.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << "\n";
-  }
+  void write(const ordered_json& line) { file_.stream() << compact(line) << "\n"; }
 
   OutputFile file_;
   ExportOrigin origin_;
@@ -196,12 +213,12 @@ class TumExport final : public TrackExport {
   TumExport(std::string prefix, bool force, bool cameraAxes, const ExportOrigin& origin)
       : prefix_(std::move(prefix)), force_(force), cameraAxes_(cameraAxes), origin_(origin) {}
 
-  void add(const Entry& entry) override {
-    const std::string time = secondsText(secondsOf(entry, origin_));
+  void add(const Entry& entry, const Moment& at) override {
+    const std::string time = secondsText(at.seconds);
     const double sign = cameraAxes_ ? -1 : 1;
     for (const DeliveredBlock& delivered : entry.blocks)
       for (const algorithm::TrackedPoint& point : delivered.block.records) {
-        if (point.id == -1) continue;
+        if (!wants(point.id)) continue;
         char line[200];
         std::snprintf(line, sizeof line, " %.9g %.9g %.9g 0 0 0 1\n",
                       point.x / kMillimetresPerMetre, sign * point.y / kMillimetresPerMetre,
@@ -221,6 +238,8 @@ class TumExport final : public TrackExport {
   }
 
  private:
+  bool wants(int object) const { return isWanted(origin_, object); }
+
   OutputFile& fileOf(int object) {
     auto& file = files_[object];
     if (file) return *file;

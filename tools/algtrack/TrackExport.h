@@ -1,11 +1,14 @@
 #pragma once
 
+#include <alg_factory/service/PoseAnswer.h>
+#include <alg_kit/analysis/Moment.h>
 #include <alg_kit/recording/Recording.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,7 +19,7 @@ struct ExportOrigin {
   std::string file;            ///< the recording's name
   std::string libraryVersion;  ///< of the library that answered
   std::string clock;           ///< Metadata::clock
-  std::int64_t firstNs = 0;    ///< Call::startNs of the first call, where the time begins
+  std::optional<int> object;   ///< the only one to write; none = all
 };
 
 /// A file of tracked positions that is written while a recording is played. It has its final name
@@ -24,7 +27,9 @@ struct ExportOrigin {
 class TrackExport {
  public:
   virtual ~TrackExport() = default;
-  virtual void add(const session::Entry& entry) = 0;
+  /// @param at  the entry's packet, or for any other call the latest one; -1 = none yet. Its time
+  ///            is the entry's own
+  virtual void add(const session::Entry& entry, const analysis::Moment& at) = 0;
   virtual void commit() = 0;
   /// The files, for the summary; known after `commit`.
   virtual std::vector<std::string> files() const = 0;
@@ -43,6 +48,9 @@ std::unique_ptr<TrackExport> makeJsonLinesExport(const std::string& path, bool f
 /// @param cameraAxes  before the mirroring of y and z, else as delivered
 std::unique_ptr<TrackExport> makeTumExport(const std::string& prefix, bool force, bool cameraAxes,
                                            const ExportOrigin& origin);
+
+/// The answer of a pose query that found its object.
+bool poseOf(const session::Entry& entry, algorithm::PoseAnswer& answer);
 
 /// All files that makeTumExport may write.
 std::vector<std::string> tumFiles(const std::string& prefix);

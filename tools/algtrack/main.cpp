@@ -4,6 +4,7 @@
 #include <tools/algtrack/terminal/CommandLine.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Help.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <exception>
 #include <iostream>
@@ -16,19 +17,14 @@ namespace {
 
 constexpr std::size_t kLongestLine = 1000;
 
-/// Fit for a terminal and a log, whatever a file or an argument holds.
-std::string oneLine(std::string text) {
-  while (!text.empty() && text.back() == '\n') text.pop_back();
-  for (char& c : text) {
-    if (c == '\n') c = ' ';
-    if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') c = '?';
-  }
-  return text.size() <= kLongestLine ? text : text.substr(0, kLongestLine) + "...";
+std::string shortLine(const std::string& text) {
+  const std::string line = algtrack::oneLine(text);
+  return line.size() <= kLongestLine ? line : line.substr(0, kLongestLine) + "...";
 }
 
 int fail(const std::exception& error, algtrack::ExitStatus status) {
   std::cout.flush();
-  std::cerr << "algtrack: " << oneLine(error.what()) << "\n";
+  std::cerr << "algtrack: " << shortLine(error.what()) << "\n";
   return status;
 }
 

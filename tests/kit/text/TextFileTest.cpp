@@ -14,4 +14,13 @@ TEST(FileError, LeavesOtherCharactersAlone) {
   EXPECT_STREQ(text::FileError("a", 0, "found 3 \xC2\xB5m").what(), "a: found 3 \xC2\xB5m");
 }
 
+TEST(ReadTextFile, RefusesADeviceWhichHasNoEnd) {
+  try {
+    text::readTextFile("/dev/zero", "a calibration");
+    FAIL() << "expected an error";
+  } catch (const text::FileError& error) {
+    EXPECT_STREQ(error.what(), "/dev/zero: expected a calibration, found a device or a pipe");
+  }
+}
+
 }  // namespace

@@ -1,5 +1,6 @@
 #include <tools/algtrack/terminal/Json.h>
 
+#include <algorithm>
 #include <iostream>
 
 namespace algtrack {
@@ -10,6 +11,11 @@ std::string printable(const Json& json) {
 
 std::string compact(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string jsonKey(std::string name) {
+  std::replace(name.begin(), name.end(), '-', '_');
+  return name;
 }
 
 void printJson(const Json& json) {

@@ -16,6 +16,9 @@ std::string printable(const Json& json);
 /// On a line of its own, for JSON Lines and pages; bytes as above.
 std::string compact(const Json& json);
 
+/// The name of a choice as programs get it: '_' where people read '-'.
+std::string jsonKey(std::string name);
+
 /// Prints `json` to standard output.
 void printJson(const Json& json);
 

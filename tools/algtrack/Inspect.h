@@ -1,0 +1,44 @@
+// The parts of `algtrack inspect`.
+#pragma once
+
+#include <alg_kit/analysis/Moment.h>
+#include <alg_kit/recording/Recording.h>
+#include <tools/algtrack/terminal/Json.h>
+#include <tools/algtrack/terminal/Table.h>
+
+#include <optional>
+#include <string>
+
+namespace algtrack {
+
+struct InspectOptions {
+  std::string file;
+  analysis::MomentQuery moment;
+  bool explain = false;
+  std::optional<int> object;
+  analysis::TimeRange range;
+  bool json = false;
+};
+
+/// What is in the recording, where its blobs ended, where to look first.
+void inspectRecording(const InspectOptions& options);
+
+/// When the object was missing, and why.
+void inspectObject(const InspectOptions& options);
+
+/// One packet: every byte, or with `explain` what became of every object and blob.
+void inspectPacket(const InspectOptions& options);
+
+/// {"packet": 450, "call": 1804, "time_s": 5.0}
+Json momentJson(const analysis::Moment& moment);
+
+/// {"from_s": null, "to_s": 7.0}
+Json rangeJson(const analysis::TimeRange& range);
+
+/// A table under its title, behind an empty line.
+void printSection(const std::string& title, const Table& table);
+
+/// An argument as a shell takes it.
+std::string shellWord(const std::string& argument);
+
+}  // namespace algtrack
