@@ -9,6 +9,8 @@ namespace recording {
 
 struct RecordingAlgOptions : RecorderOptions, session::TapOptions {
   std::string clockName = "monotonic";  ///< Metadata::clock
+  /// The library that the file names, where the recorded object is one around it; not owned.
+  const algorithm::AlgBase* library = nullptr;
 };
 
 /// An algorithm object that records another: a tap with a recorder as its first sink.

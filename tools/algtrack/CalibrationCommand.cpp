@@ -9,6 +9,7 @@
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Options.h>
+#include <tools/algtrack/terminal/Json.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 #include <tools/algtrack/terminal/Table.h>
 
@@ -17,7 +18,6 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -31,7 +31,6 @@ using calibration::FitQuality;
 using calibration::Geometry;
 using calibration::LoadedCalibration;
 using rig::FieldOfView;
-using Json = nlohmann::ordered_json;
 
 struct CalibrationOptions {
   std::vector<std::string> files;
@@ -141,7 +140,7 @@ void runShow(const CalibrationOptions& options) {
   const LoadedCalibration loaded = load(options);
   const algorithm::StereoCalibration& c = loaded.calibration;
   if (options.json) {
-    std::cout << calibration::toJson(c, loaded.unit, loaded.width, loaded.height).dump(2) << "\n";
+    printJson(calibration::toJson(c, loaded.unit, loaded.width, loaded.height));
     return;
   }
   std::cout << sourceOf(options) << ": " << loaded.format;
@@ -158,33 +157,33 @@ void runShow(const CalibrationOptions& options) {
 }
 
 Json viewJson(const FieldOfView& view) {
-  return {{"horizontal", view.horizontal},
-          {"vertical", view.vertical},
-          {"diagonal", view.diagonal},
-          {"endsBeforeTheImage", view.folds}};
+  return {{"horizontal_deg", view.horizontal},
+          {"vertical_deg", view.vertical},
+          {"diagonal_deg", view.diagonal},
+          {"ends_before_the_image", view.folds}};
 }
 
 Json geometryJson(const Geometry& g) {
   return {{"baseline", g.baseline},
-          {"rotationDegrees", g.rotationAngle},
-          {"rotationDeviation", g.rotationDeviation},
-          {"rotationDeterminant", g.rotationDeterminant},
-          {"convergenceDegrees", g.convergence},
-          {"imageWidth", g.width},
-          {"imageHeight", g.height},
-          {"imageSizeStated", g.sizeStated},
-          {"leftFieldOfView", viewJson(g.left)},
-          {"rightFieldOfView", viewJson(g.right)},
-          {"fundamentalErrorPx", g.fundamentalError}};
+          {"rotation_deg", g.rotationAngle},
+          {"rotation_deviation", g.rotationDeviation},
+          {"rotation_determinant", g.rotationDeterminant},
+          {"convergence_deg", g.convergence},
+          {"image_width_px", g.width},
+          {"image_height_px", g.height},
+          {"image_size_stated", g.sizeStated},
+          {"left_field_of_view", viewJson(g.left)},
+          {"right_field_of_view", viewJson(g.right)},
+          {"fundamental_error_px", g.fundamentalError}};
 }
 
 Json fitJson(const FitQuality& fit) {
   return {{"pairs", fit.pairs},
-          {"medianResidualPx", fit.medianResidual},
-          {"p95ResidualPx", fit.highResidual},
-          {"acceptedShare", fit.accepted},
-          {"inFrontShare", fit.inFront},
-          {"medianDepth", fit.medianDepth}};
+          {"median_residual_px", fit.medianResidual},
+          {"p95_residual_px", fit.highResidual},
+          {"accepted_share", fit.accepted},
+          {"in_front_share", fit.inFront},
+          {"median_depth", fit.medianDepth}};
 }
 
 Json findingsJson(const std::vector<Finding>& findings) {
@@ -268,7 +267,7 @@ void runCheck(const CalibrationOptions& options) {
                  {"geometry", geometryJson(geometry)}};
     if (fit) json["recording"] = fitJson(*fit);
     json["findings"] = findingsJson(findings);
-    std::cout << json.dump(2) << "\n";
+    printJson(json);
   } else {
     std::cout << sourceOf(options) << ": " << loaded.format << "\n";
     printGeometry(loaded, geometry);

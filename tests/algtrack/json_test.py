@@ -1,0 +1,116 @@
+#!/usr/bin/env python3
+"""What --json prints is what docs/schemas says, command by command."""
+import copy
+import json
+import os
+import re
+import sys
+import unittest
+
+try:
+    import jsonschema
+except ImportError:  # it is a package of the system's own Python
+    if os.path.realpath(sys.executable) == os.path.realpath("/usr/bin/python3"):
+        sys.exit(77)
+    os.execv("/usr/bin/python3", ["/usr/bin/python3", *sys.argv])
+
+from algtrack_case import AlgtrackCase
+
+DOCS = os.path.join(os.environ["ALG_SOURCE"], "docs")
+STEREO = os.path.join(os.environ["ALG_SOURCE"],
+                      "tests/kit/calibration/data/opencv/stereo_fisheye.yml")
+
+
+def schema_of(name):
+    with open(os.path.join(DOCS, "schemas", name + ".schema.json")) as file:
+        schema = json.load(file)
+    jsonschema.Draft202012Validator.check_schema(schema)
+    return jsonschema.Draft202012Validator(schema)
+
+
+def objects_in(value):
+    if isinstance(value, dict):
+        yield value
+        value = list(value.values())
+    if isinstance(value, list):
+        for item in value:
+            yield from objects_in(item)
+
+
+class JsonTest(AlgtrackCase):
+    def setUp(self):
+        super().setUp()
+        self.simulate("one", "--seconds", 2, "--noise", 0.3, "--dropouts", 0.1, "--strays", 0.5,
+                      "--corrupt", 0.1, "--inertial", "--occlude", "1:0.5-1")
+        self.simulate("two", "--seconds", 1, "--product-type", 2, "--splits", 0.2, "--loss", 0.1)
+
+    def valid(self, name, *arguments, status=0):
+        """The command's output, which must be as its schema says, and only as it says."""
+        result = self.run_algtrack(*arguments, "--json")
+        self.assertEqual(result.returncode, status, result.stderr)
+        found = json.loads(result.stdout)
+        schema = schema_of(name)
+        for error in schema.iter_errors(found):
+            self.fail(f"{name}: {list(error.absolute_path)}: {error.message}")
+        # A schema that takes anything would say nothing.
+        for key in found:
+            if key in schema.schema.get("required", []):
+                less = copy.deepcopy(found)
+                del less[key]
+                self.assertFalse(schema.is_valid(less), key)
+        return found
+
+    def test_simulate(self):
+        self.valid("simulate", "simulate", "-o", "a", "--seconds", 1, "--corrupt", 0.2)
+
+    def test_replay(self):
+        self.valid("replay", "replay", "one")
+        self.valid("replay", "replay", "one", "--verify", "--csv", "a.csv")
+        self.valid("replay", "replay", "one", "--filter-mode", 1, "--against", "one",
+                   "--record", "b", status=1)
+
+    def test_inspect(self):
+        self.succeed("replay", "two", "--filter-mode", 1, "--record", "again")
+        for name in ("one", "two", "again"):
+            self.valid("inspect", "inspect", name)
+            self.valid("inspect", "inspect", name, "--from", 0.2, "--to", 0.7)
+
+    def test_inspect_object(self):
+        for name, objects in (("one", 3), ("two", 6)):
+            for object_id in range(objects):
+                self.valid("inspect-object", "inspect", name, "--object", object_id)
+
+    def test_inspect_packet_and_explain(self):
+        for name in ("one", "two"):
+            for number in range(0, 80, 7):
+                self.valid("inspect-packet", "inspect", name, "--packet", number)
+                self.valid("inspect-explain", "inspect", name, "--explain", number)
+
+    def test_calibration(self):
+        self.valid("calibration-show", "calibration", "show", "--recording", "one")
+        self.valid("calibration-check", "calibration", "check", "--recording", "one")
+        self.valid("calibration-check", "calibration", "check", STEREO, "--unit", "m")
+
+    def test_report(self):
+        for name in ("one", "two"):
+            self.valid("report", "report", name)
+
+    def test_names_are_in_snake_case_but_for_the_calibration_files_own(self):
+        for arguments in (["simulate", "-o", "a", "--seconds", 1], ["replay", "one"],
+                          ["inspect", "one"], ["inspect", "one", "--object", 1],
+                          ["inspect", "one", "--packet", 3], ["inspect", "one", "--explain", 3],
+                          ["calibration", "check", "--recording", "one"], ["report", "one"]):
+            for found in objects_in(json.loads(self.succeed(*arguments, "--json"))):
+                for key in found:
+                    self.assertRegex(key, r"^[a-z][a-z0-9_]*$", arguments)
+
+    def test_every_schema_is_described_and_every_described_schema_is_there(self):
+        with open(os.path.join(DOCS, "json.md")) as file:
+            named = set(re.findall(r"schemas/([a-z-]+)\.schema\.json", file.read()))
+        there = {name.replace(".schema.json", "")
+                 for name in os.listdir(os.path.join(DOCS, "schemas"))}
+        self.assertEqual(named, there)
+
+
+if __name__ == "__main__":
+    unittest.main()
