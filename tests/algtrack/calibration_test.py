@@ -172,7 +172,7 @@ class CalibrationTest(AlgtrackCase):
         # Every pair then lies behind the camera, and the funnel says so.
         result = self.run_algtrack("inspect", "a", "--json")
         ends = json.loads(result.stdout)["funnel"]["ends"]
-        self.assertGreater(ends["too-near"]["left"], 1000)
+        self.assertGreater(ends["too_near"]["left"], 1000)
         self.assertEqual(ends["delivered"]["left"], 0)
 
     def test_refuses_bad_input_in_one_line(self):

@@ -8,8 +8,8 @@
 #include <alg_kit/text/TextFile.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
-#include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/Json.h>
+#include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 #include <tools/algtrack/terminal/Table.h>
 
