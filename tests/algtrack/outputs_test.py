@@ -80,7 +80,7 @@ class OutputsTest(AlgtrackCase):
     def test_a_pipe_gets_the_bytes_and_stays_a_pipe(self):
         os.mkfifo(self.path("pipe"))
         found = []
-        reader = threading.Thread(target=lambda: found.append(self.content("pipe")))
+        reader = threading.Thread(target=lambda: found.append(self.content("pipe")), daemon=True)
         reader.start()
         self.succeed("replay", "r", "--csv", "pipe", "--force")
         reader.join()

@@ -193,7 +193,7 @@ void printFindings(const recording::RecordingReader& reader, const Findings& fou
   const std::string& path = reader.path();
   const Json file = fileJson(reader, survey);
   for (const auto& [key, value] : file.items()) {
-    std::string name = key;
+    std::string name = key == "duration_s" ? "duration, s" : key;
     std::replace(name.begin(), name.end(), '_', ' ');
     std::cout << oneLine(name + ": " +
                          (value.is_string() ? value.get<std::string>() : value.dump()))

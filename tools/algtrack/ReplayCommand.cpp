@@ -370,7 +370,7 @@ Facts summaryOf(const RecordingReader& reader, const Outcome& outcome) {
   facts.add("packets per second", "packets_per_s",
             Cell(static_cast<double>(counts.packets) / seconds, 0));
   facts.addText("share of time in the library, %",
-                Cell(100 * counts.librarySeconds / seconds, 1).text);
+                Cell(100 * counts.librarySeconds / seconds, 1));
   facts.addJson("library_s", counts.librarySeconds);
   if (outcome.verdict) {
     facts.add("calls compared", "calls_compared", outcome.verdict->compared());
@@ -385,7 +385,7 @@ Facts summaryOf(const RecordingReader& reader, const Outcome& outcome) {
   if (!metadata.complete) facts.addText("the recording was cut off, or still goes on", "yes");
   facts.addJson("complete", metadata.complete);
   if (metadata.droppedCalls > 0)
-    facts.addText("calls that its recorder dropped", std::to_string(metadata.droppedCalls));
+    facts.addText("calls that its recorder dropped", metadata.droppedCalls);
   facts.addJson("dropped_calls", metadata.droppedCalls);
   return facts;
 }

@@ -229,7 +229,7 @@ void printSummary(const SimulateOptions& options, const Counts& counts, const Ho
   facts.add("blocks delivered", "blocks", host.blocks);
   Json messages = Json::array();
   for (const auto& [text, count] : host.messages) {
-    facts.addText("message \"" + text + "\"", std::to_string(count));
+    facts.addText("message \"" + text + "\"", count);
     messages.push_back({{"text", text}, {"count", count}});
   }
   facts.addJson("messages", messages);

@@ -64,9 +64,7 @@ class Facts {
   void add(std::string name, std::string key, Cell value);
 
   /// For people alone.
-  void addText(std::string name, std::string value) {
-    table_.addRow({std::move(name), std::move(value)});
-  }
+  void addText(std::string name, Cell value) { table_.addRow({std::move(name), std::move(value)}); }
 
   /// For programs alone.
   void addJson(std::string key, Json value) { json_[std::move(key)] = std::move(value); }
