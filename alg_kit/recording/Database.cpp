@@ -39,6 +39,14 @@ void Database::execute(const char* sql) {
   if (sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr) != SQLITE_OK) fail();
 }
 
+bool Database::tryExecute(const char* sql) noexcept {
+  return sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+void Database::leaveJournal() noexcept {
+  sqlite3_db_config(handle_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
 std::int64_t Database::integer(const char* sql) {
   Statement statement(*this, sql);
   return statement.step() ? statement.integer(0) : 0;

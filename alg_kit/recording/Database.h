@@ -26,6 +26,12 @@ class Database {
   /// Runs statements that give no rows, or whose rows do not matter.
   void execute(const char* sql);
 
+  /// The same where a failure does not matter. Returns whether it went well.
+  bool tryExecute(const char* sql) noexcept;
+
+  /// From here on closing neither works in nor removes the journal beside the file.
+  void leaveJournal() noexcept;
+
   /// The first column of the first row.
   std::int64_t integer(const char* sql);
 

@@ -1,308 +1,174 @@
 #include <alg_kit/recording/Recorder.h>
 
-#include <alg_kit/recording/Database.h>
+#include <alg_kit/recording/RecordingFile.h>
+#include <alg_kit/recording/RecordingWriter.h>
+#include <alg_kit/recording/SetUpCalls.h>
+#include <alg_kit/recording/UnitQueue.h>
+#include <alg_kit/session/ProcessGeneration.h>
 
 #include <algorithm>
-#include <chrono>
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstring>
+#include <exception>
 #include <filesystem>
+#include <mutex>
+#include <thread>
 #include <utility>
 
 #if defined(__unix__) || defined(__APPLE__)
-#include <sys/utsname.h>
+#include <pthread.h>
+
+#include <csignal>
 #endif
 
 namespace recording {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr auto kCommitInterval = std::chrono::milliseconds(250);
 
-constexpr const char* kSchema = R"(
-CREATE TABLE meta (
-  key TEXT PRIMARY KEY,
-  value TEXT NOT NULL
-) WITHOUT ROWID;
-CREATE TABLE calls (
-  id INTEGER PRIMARY KEY,
-  parent INTEGER,
-  parent_step INTEGER NOT NULL,
-  kind TEXT NOT NULL,
-  type INTEGER NOT NULL,
-  mode INTEGER NOT NULL,
-  offset INTEGER NOT NULL,
-  length INTEGER NOT NULL,
-  pointer_given INTEGER NOT NULL,
-  output_given INTEGER NOT NULL,
-  payload BLOB,
-  returned INTEGER,
-  output BLOB,
-  start_ns INTEGER NOT NULL,
-  duration_ns INTEGER
-);
-CREATE TABLE logs (
-  call INTEGER NOT NULL,
-  step INTEGER NOT NULL,
-  level INTEGER NOT NULL,
-  text TEXT NOT NULL,
-  threw INTEGER NOT NULL,
-  PRIMARY KEY (call, step)
-) WITHOUT ROWID;
-CREATE TABLE blocks (
-  call INTEGER NOT NULL,
-  step INTEGER NOT NULL,
-  block BLOB NOT NULL,
-  threw INTEGER NOT NULL,
-  PRIMARY KEY (call, step)
-) WITHOUT ROWID;
-CREATE TABLE truth (
-  frame INTEGER NOT NULL,
-  call INTEGER,
-  time_ns INTEGER NOT NULL,
-  object INTEGER NOT NULL,
-  marker INTEGER NOT NULL,
-  x REAL NOT NULL,
-  y REAL NOT NULL,
-  z REAL NOT NULL,
-  in_left INTEGER NOT NULL,
-  in_right INTEGER NOT NULL,
-  PRIMARY KEY (frame, object, marker)
-) WITHOUT ROWID;
-CREATE INDEX truth_call ON truth (call);
-CREATE VIEW configurations AS
-  SELECT id AS call, type AS product_type, payload AS calibration
-  FROM calls WHERE kind = 'Init';
-)";
+/// A recorder keeps no call that a reader would refuse to read.
+constexpr std::size_t kLargestUnit = 16 * 1024 * 1024;
 
-std::string platform() {
-  std::string text;
+/// Starts a thread that takes none of the process's signals: the host's handlers run on the host's
+/// threads, and a limit on the size of files is an error of one write instead of the host's end.
+template <typename Action>
+std::thread quietThread(Action action) {
 #if defined(__unix__) || defined(__APPLE__)
-  utsname names{};
-  if (uname(&names) == 0) text = std::string(names.sysname) + " " + names.machine;
-#elif defined(_WIN32)
-  text = "Windows";
-#endif
-#if defined(__clang__)
-  text += ", clang " __clang_version__;
-#elif defined(__GNUC__)
-  text += ", gcc " __VERSION__;
-#elif defined(_MSC_VER)
-  text += ", msvc " + std::to_string(_MSC_VER);
-#endif
-  return text;
-}
-
-void setFact(Database& database, const std::string& key, const std::string& value) {
-  Statement statement(database, "INSERT OR REPLACE INTO meta (key, value) VALUES (?, ?)");
-  statement.bindText(1, key);
-  statement.bindText(2, value);
-  statement.run();
-}
-
-// A file that exists under its name has all its tables: it is made beside it and renamed.
-void createFile(const std::string& path, const RecorderOptions& options) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  if (fs::is_directory(path, error))
-    throw RecordingError(path, "expected a file to record to, found a directory");
-  if (fs::exists(path, error) && !options.overwrite)
-    throw RecordingError(path, "expected no file of this name, found one");
-
-  const std::string unfinished = path + ".creating";
-  const auto removeAll = [&](const std::string& name) {
-    for (const char* const suffix : {"", "-wal", "-shm", "-journal"})
-      fs::remove(name + suffix, error);
-  };
-  removeAll(unfinished);
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
   try {
-    Database database(unfinished, Database::Mode::kCreate);
-    database.execute("BEGIN");
-    database.execute(kSchema);
-    setFact(database, "library_version", ALG_FACTORY_VERSION);
-    for (const auto& [key, value] : options.facts) setFact(database, key, value);
-    setFact(database, "platform", platform());
-    setFact(database, "dropped_calls", "0");
-    setFact(database, "complete", "0");
-    database.execute(("PRAGMA application_id = " + std::to_string(kApplicationId)).c_str());
-    database.execute(("PRAGMA user_version = " + std::to_string(kFormatVersion)).c_str());
-    database.execute("COMMIT");
-    // Kept in the file; a kill at any later moment finds it this way.
-    database.execute("PRAGMA journal_mode = WAL");
-  } catch (const RecordingError& problem) {
-    removeAll(unfinished);
-    throw RecordingError(path, "expected to create a recording, found:" +
-                                   std::string(problem.what()).substr(unfinished.size() + 1));
+    std::thread thread(std::move(action));
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return thread;
+  } catch (...) {
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    throw;
   }
-  removeAll(path);  // what an earlier recorder left there would be taken for ours
-  fs::rename(unfinished, path, error);
-  if (error) {
-    removeAll(unfinished);
-    throw RecordingError(path, "expected to create a recording, found: " + error.message());
-  }
+#else
+  return std::thread(std::move(action));
+#endif
+}
+
+std::string fileName(const std::string& path) {
+  return std::filesystem::path(path).filename().string();
+}
+
+/// walk.algrec, walk.2.algrec, walk.3.algrec, ...
+std::string partName(const std::string& first, int part) {
+  std::filesystem::path path(first);
+  const std::string extension = path.extension().string();
+  path.replace_extension();
+  return path.string() + "." + std::to_string(part) + extension;
 }
 
 }  // namespace
 
-/// The database side, used by the writer thread only.
-class Recorder::Writer {
- public:
-  explicit Writer(const std::string& path) : database_(path, Database::Mode::kReadWrite) {
-    // Every commit reaches the disk, so that even a power cut costs the last moments only.
-    database_.execute("PRAGMA synchronous = FULL");
-    statements_ = std::make_unique<Statements>(database_);
+/// A file, its lock and its database, from the first call in it to the last.
+struct Part {
+  Part(const std::string& path, const RecorderOptions& options)
+      : file(path, options.overwrite,
+             [&](const std::string& unfinished) { createTables(unfinished, options.facts); }),
+        writer(path) {}
+
+  RecordingFile file;
+  RecordingWriter writer;  ///< closed before the lock is released
+  Clock::time_point begun = Clock::now();
+  std::int64_t written = 0;
+  std::int64_t droppedBefore = 0;  ///< calls dropped before this part began
+  bool lost = false;               ///< the file has its name no more
+  bool beginsWithSetUp = false;    ///< and has not yet got it
+};
+
+struct Recorder::State {
+  State(const std::string& path, const RecorderOptions& given)
+      : options(given),
+        firstPath(path),
+        waiting(std::max<std::size_t>(options.queueCapacity, 2), options.queueBytes),
+        spent(waiting.capacity(), options.queueBytes / 4),
+        current(std::make_unique<Part>(path, options)),
+        currentPath(path) {}
+
+  bool inChild() const { return session::processGeneration() != bornIn; }
+  std::int64_t dropped() const { return droppedByQueue + droppedByDisk; }
+
+  void setError(const char* text) noexcept {
+    const std::lock_guard<std::mutex> guard(mutex);
+    std::strncpy(error.data(), text, error.size() - 1);
   }
 
-  void begin() { database_.execute("BEGIN"); }
-
-  void write(const session::Unit& unit) {
-    for (std::size_t i = 0; i < unit.used; ++i) write(unit.entries[i]);
-    for (const session::TruthRow& row : unit.truth) write(row);
-  }
-
-  void commit(std::int64_t dropped) {
-    if (dropped != droppedWritten_) setFact(database_, "dropped_calls", std::to_string(dropped));
-    database_.execute("COMMIT");
-    droppedWritten_ = dropped;
-  }
-
-  void rollback() {
-    for (Statement* const statement : statements_->all()) statement->reset();
-    // Fails harmlessly where SQLite has rolled back by itself, as it does on a full disk.
+  /// Runs it; false, with the reason in `error`, where it throws. Allocates nothing itself.
+  template <typename Action>
+  bool attempt(Action action) noexcept {
     try {
-      database_.execute("ROLLBACK");
-    } catch (const RecordingError&) {
+      action();
+      return true;
+    } catch (const std::bad_alloc&) {
+      setError("out of memory while writing");
+    } catch (const std::exception& problem) {
+      setError(problem.what());
+    } catch (...) {
+      setError("writing failed");
     }
+    return false;
   }
 
-  /// Complete, and if nobody is reading, one file without a journal beside it.
-  void finish(std::int64_t dropped) {
-    setFact(database_, "dropped_calls", std::to_string(dropped));
-    setFact(database_, "complete", "1");
-    statements_.reset();
-    database_.setPatience(std::chrono::milliseconds(100));
-    try {
-      database_.execute("PRAGMA journal_mode = DELETE");
-    } catch (const RecordingError&) {
-      // Whoever reads keeps the journal; it belongs to the file and nothing is lost.
-    }
-  }
+  void run() noexcept;
+  void drain() noexcept;
+  void drainUpTo(std::size_t position) noexcept;
+  void writeUnit(const session::Unit& unit);
+  void lookAfterFile() noexcept;
+  bool mayWrite() noexcept;
+  void startNextIfDue() noexcept;
+  void goOnIn(std::unique_ptr<Part> next) noexcept;
+  void finishCurrent() noexcept;
 
- private:
-  struct Statements {
-    explicit Statements(Database& database)
-        : call(database, "INSERT INTO calls VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)"),
-          log(database, "INSERT INTO logs VALUES (?,?,?,?,?)"),
-          block(database, "INSERT INTO blocks VALUES (?,?,?,?)"),
-          truth(database, "INSERT INTO truth VALUES (?,?,?,?,?,?,?,?,?,?)") {}
-    std::vector<Statement*> all() { return {&call, &log, &block, &truth}; }
-    Statement call, log, block, truth;
-  };
+  const RecorderOptions options;
+  const std::string firstPath;
+  const int bornIn = session::processGeneration();
+  UnitQueue waiting;
+  UnitQueue spent;  ///< written units go back: a host's calls reuse little memory, which stays warm
+  std::atomic<std::int64_t> written{0};
+  std::atomic<std::int64_t> droppedByQueue{0};
+  std::atomic<std::int64_t> droppedByDisk{0};
 
-  static void bindBytes(Statement& row, int parameter, const session::Bytes& bytes) {
-    row.bindBlob(parameter, bytes.empty() ? nullptr : bytes.data(), bytes.size());
-  }
+  // Of the writer's thread.
+  std::unique_ptr<Part> current;
+  SetUpCalls setUp;
+  std::size_t taken = 0;  ///< units
+  Clock::time_point retryNextPart{};
 
-  void write(const session::Entry& entry) {
-    const session::Call& call = entry.call;
-    Statement& row = statements_->call;
-    row.bind(1, call.index);
-    row.bind(2, call.parent);
-    row.bind(3, std::int64_t{call.parentStep});
-    row.bindText(4, session::nameOf(call.kind));
-    row.bind(5, std::int64_t{call.type});
-    row.bind(6, std::int64_t{call.mode});
-    row.bind(7, std::int64_t{call.offset});
-    row.bind(8, std::int64_t{call.length});
-    row.bind(9, std::int64_t{call.pointerGiven});
-    row.bind(10, std::int64_t{call.outputGiven});
-    bindBytes(row, 11, call.payload);
-    row.bind(12, call.returned ? std::optional<std::int64_t>(*call.returned) : std::nullopt);
-    bindBytes(row, 13, call.output);
-    row.bind(14, call.startNs);
-    row.bind(15, call.durationNs);
-    row.run();
+  mutable std::mutex mutex;
+  std::condition_variable wake, done;
+  std::atomic<bool> stop{false};
+  bool finished = false;
+  std::array<char, 400> error{};
+  std::string currentPath;
+  int files = 1;
+  std::unique_ptr<Part> handedOver;  ///< to go on in, from unit `handOverAt` on
+  std::size_t handOverAt = 0;
 
-    for (const session::LogLine& log : entry.logs) {
-      Statement& line = statements_->log;
-      line.bind(1, call.index);
-      line.bind(2, std::int64_t{log.step});
-      line.bind(3, std::int64_t{log.level});
-      line.bindText(4, log.text);
-      line.bind(5, std::int64_t{log.threw});
-      line.run();
-    }
-    for (const session::DeliveredBlock& delivered : entry.blocks) {
-      Statement& block = statements_->block;
-      block.bind(1, call.index);
-      block.bind(2, std::int64_t{delivered.step});
-      block.bindBlob(3, &delivered.block, sizeof delivered.block);
-      block.bind(4, std::int64_t{delivered.threw});
-      block.run();
-    }
-  }
-
-  void write(const session::TruthRow& truth) {
-    Statement& row = statements_->truth;
-    row.bind(1, truth.frame);
-    row.bind(2, truth.call);
-    row.bind(3, truth.timeNs);
-    row.bind(4, std::int64_t{truth.object});
-    row.bind(5, std::int64_t{truth.marker});
-    for (int i = 0; i < 3; ++i) row.bind(6 + i, truth.position[i]);
-    row.bind(9, std::int64_t{truth.inLeft});
-    row.bind(10, std::int64_t{truth.inRight});
-    row.run();
-  }
-
-  Database database_;
-  std::unique_ptr<Statements> statements_;
-  std::int64_t droppedWritten_ = 0;
+  std::thread thread;
+  std::shared_ptr<State> keptInChild;  ///< this state itself: nothing of it is ever destroyed there
 };
 
 Recorder::Recorder(const std::string& path, const RecorderOptions& options)
-    : waiting_(std::max<std::size_t>(options.queueCapacity, 2)),
-      spent_(waiting_.capacity()),
-      waitWhenFull_(options.waitWhenFull) {
-  createFile(path, options);
-  writer_ = std::make_unique<Writer>(path);
-  thread_ = std::thread([this] { run(); });
+    : state_(std::make_shared<State>(path, options)) {
+  state_->thread = quietThread([state = state_] { state->run(); });
 }
 
 Recorder::~Recorder() {
-  close();
-}
-
-bool Recorder::Ring::put(session::Unit& unit) {
-  const std::size_t head = head_.load(std::memory_order_relaxed);
-  if (head - tail_.load(std::memory_order_acquire) == units_.size()) return false;
-  units_[head % units_.size()] = std::move(unit);
-  head_.store(head + 1, std::memory_order_release);
-  return true;
-}
-
-bool Recorder::Ring::take(session::Unit& unit) {
-  const std::size_t tail = tail_.load(std::memory_order_relaxed);
-  if (tail == head_.load(std::memory_order_acquire)) return false;
-  unit = std::move(units_[tail % units_.size()]);
-  tail_.store(tail + 1, std::memory_order_release);
-  return true;
-}
-
-std::size_t Recorder::Ring::size() const {
-  const std::size_t tail = tail_.load(std::memory_order_acquire);
-  return head_.load(std::memory_order_acquire) - tail;
-}
-
-void Recorder::append(session::Unit& unit) {
-  while (!waiting_.put(unit)) {
-    if (!waitWhenFull_) {
-      droppedByQueue_ += static_cast<std::int64_t>(unit.used);
-      return;
-    }
-    wake_.notify_one();
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  if (state_->inChild()) {
+    // The thread, its locks and its connection are the parent's: nothing here may touch them.
+    state_->keptInChild = state_;
+    return;
   }
-  if (!spent_.take(unit)) unit = session::Unit();
-  // The writer looks by itself several times a second; only a queue that fills up wakes it.
-  if (waiting_.size() == waiting_.capacity() / 2) wake_.notify_one();
+  close(state_->options.closeLimit);
+  if (state_->thread.joinable()) state_->thread.detach();
 }
 
 void Recorder::take(const session::Unit& unit) noexcept {
@@ -315,84 +181,220 @@ void Recorder::take(const session::Unit& unit) noexcept {
 }
 
 void Recorder::miss(std::int64_t calls) noexcept {
-  droppedByQueue_ += calls;
+  state_->droppedByQueue += calls;
 }
 
 void Recorder::end() noexcept {
-  {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    stop_ = true;
-  }
-  wake_.notify_one();
+  State& state = *state_;
+  if (state.inChild()) return;
+  const std::lock_guard<std::mutex> guard(state.mutex);
+  state.stop = true;
+  state.wake.notify_one();
 }
 
-void Recorder::run() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  while (!stop_) {
-    wake_.wait_for(lock, kCommitInterval);
-    lock.unlock();
-    drain();
-    lock.lock();
-  }
-  lock.unlock();
-  drain();
-  try {
-    writer_->finish(droppedByQueue_ + droppedByDisk_);
-  } catch (const RecordingError& problem) {
-    lock.lock();
-    error_ = problem.what();
-  }
-  writer_.reset();
-}
-
-void Recorder::drain() {
-  const std::int64_t dropped = droppedByQueue_ + droppedByDisk_;
-  if (waiting_.size() == 0 && dropped == 0) return;
-  std::int64_t calls = 0;
-  bool failed = false;
-  std::string error;
-  const auto attempt = [&](auto action) {
-    if (failed) return;
-    try {
-      action();
-    } catch (const RecordingError& problem) {
-      failed = true;
-      error = problem.what();
+void Recorder::append(session::Unit& unit) noexcept {
+  State& state = *state_;
+  const bool tooLarge = memoryOf(unit) > kLargestUnit;
+  while (tooLarge || state.stop || state.inChild() || !state.waiting.put(unit)) {
+    if (tooLarge || !state.options.waitWhenFull || state.stop || state.inChild()) {
+      miss(static_cast<std::int64_t>(unit.used));
+      return;
     }
-  };
+    state.wake.notify_one();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  if (!state.spent.take(unit)) unit = session::Unit();
+  // The writer looks by itself several times a second; only a queue that fills up wakes it.
+  if (state.waiting.halfFull()) state.wake.notify_one();
+}
 
-  attempt([&] { writer_->begin(); });
+void Recorder::continueIn(const std::string& path) {
+  State& state = *state_;
+  if (state.inChild())
+    throw RecordingError(path, "expected the process that records, found a fork");
+  auto part = std::make_unique<Part>(path, state.options);
+  const std::lock_guard<std::mutex> guard(state.mutex);
+  if (state.stop || state.handedOver)
+    throw RecordingError(path, state.stop ? "expected a recorder that records, found a closed one"
+                                          : "expected one next file at a time, found a second");
+  state.handedOver = std::move(part);
+  state.handOverAt = state.waiting.position();
+}
+
+void Recorder::State::run() noexcept {
+  bool stopping = false;
+  while (!stopping) {
+    {
+      std::unique_lock<std::mutex> lock(mutex);
+      if (!stop) wake.wait_for(lock, kCommitInterval);
+      stopping = stop;
+    }
+    drain();
+  }
+  finishCurrent();
+  const std::lock_guard<std::mutex> guard(mutex);
+  finished = true;
+  done.notify_all();
+}
+
+void Recorder::State::drain() noexcept {
+  std::unique_ptr<Part> next;
+  std::size_t position = 0;
+  {
+    const std::lock_guard<std::mutex> guard(mutex);
+    next = std::move(handedOver);
+    position = handOverAt;
+  }
+  if (next) {
+    drainUpTo(position);
+    goOnIn(std::move(next));
+  }
+  drainUpTo(waiting.position());
+  if (!stop) startNextIfDue();
+}
+
+void Recorder::State::drainUpTo(std::size_t position) noexcept {
+  lookAfterFile();
+  const std::int64_t lost = dropped();
+  const bool begun =
+      (taken < position || lost > 0) && mayWrite() && attempt([&] { current->writer.begin(); });
+  bool good = begun;
+  std::int64_t calls = 0;
   session::Unit unit;
-  for (std::size_t left = waiting_.size(); left > 0 && waiting_.take(unit); --left) {
+  for (; taken < position && waiting.take(unit); ++taken) {
     calls += static_cast<std::int64_t>(unit.used);
-    attempt([&] { writer_->write(unit); });
+    good = good && attempt([&] { writeUnit(unit); });
     unit.used = 0;
     unit.truth.clear();
-    spent_.put(unit);
+    if (!spent.put(unit)) unit = session::Unit();
   }
-  attempt([&] { writer_->commit(dropped); });
-  if (!failed) {
-    written_ += calls;
+  good = good && attempt([&] { current->writer.commit(lost - current->droppedBefore); });
+  if (good) {
+    written += calls;
+    current->written += calls;
     return;
   }
-  writer_->rollback();
-  droppedByDisk_ += calls;
-  const std::lock_guard<std::mutex> guard(mutex_);
-  error_ = error;
+  if (begun) current->writer.rollback();
+  droppedByDisk += calls;
 }
 
-RecorderStatus Recorder::close() {
+void Recorder::State::writeUnit(const session::Unit& unit) {
+  if (current->beginsWithSetUp && unit.used > 0) {
+    const session::Call& first = unit.entries[0].call;
+    for (const session::Entry& entry : setUp.before(first.index, first.startNs))
+      current->writer.write(entry);
+    current->writer.setFact("continues_at", std::to_string(first.index));
+  }
+  current->writer.write(unit);
+  if (unit.used > 0) current->beginsWithSetUp = false;
+  setUp.remember(unit);
+}
+
+/// Whoever removes, replaces or renames a file under way must not find a recorder that goes on as
+/// if nothing were.
+void Recorder::State::lookAfterFile() noexcept {
+  if (current->lost) return;
+  const auto whereabouts = current->file.whereabouts();
+  if (whereabouts == RecordingFile::Whereabouts::kHere) return;
+  current->lost = true;
+  attempt([&] {
+    const bool moved = whereabouts == RecordingFile::Whereabouts::kMoved;
+    throw RecordingError(current->file.path(),
+                         moved ? "the file was renamed or replaced while it was recorded: it ends "
+                                 "here, and what follows is dropped"
+                               : "the file was removed while it was recorded: its calls are lost");
+  });
+  current->writer.abandon();
+  if (whereabouts == RecordingFile::Whereabouts::kMoved) return;
+  written -= current->written;
+  droppedByDisk += current->written;
+  current->written = 0;
+}
+
+bool Recorder::State::mayWrite() noexcept {
+  if (current->lost) return false;
+  if (options.minFreeBytes <= 0) return true;
+  return attempt([&] {
+    if (freeBytes(current->file.path()) < static_cast<unsigned long long>(options.minFreeBytes))
+      throw RecordingError(current->file.path(),
+                           "expected " + std::to_string(options.minFreeBytes) +
+                               " free bytes on the disk, found fewer: calls are dropped");
+  });
+}
+
+void Recorder::State::startNextIfDue() noexcept {
+  if (current->written == 0 && !current->lost) return;
+  const std::chrono::duration<double> age = Clock::now() - current->begun;
+  const bool due = (options.maxSeconds > 0 && age.count() >= options.maxSeconds) ||
+                   (options.maxBytes > 0 && current->writer.bytes() >= options.maxBytes);
+  if (!due || Clock::now() < retryNextPart) return;
+  retryNextPart = Clock::now() + std::chrono::seconds(1);
+  std::unique_ptr<Part> next;
+  // A name that is taken is left alone: the recording must go on somewhere.
+  for (int part = files + 1; !next && part <= files + 1000; ++part) {
+    const std::string path = partName(firstPath, part);
+    std::error_code ignored;
+    if (!options.overwrite && std::filesystem::exists(path, ignored)) continue;
+    if (!attempt([&] { next = std::make_unique<Part>(path, options); })) return;
+  }
+  if (next) goOnIn(std::move(next));
+}
+
+void Recorder::State::goOnIn(std::unique_ptr<Part> next) noexcept {
+  attempt([&] {
+    next->writer.setFact("continues", fileName(current->file.path()));
+    current->writer.setFact("continued_in", fileName(next->file.path()));
+  });
+  finishCurrent();
+  next->beginsWithSetUp = true;
+  next->droppedBefore = dropped();
+  next->begun = Clock::now();
+  current = std::move(next);
+  retryNextPart = {};
+  attempt([&] {
+    const std::lock_guard<std::mutex> guard(mutex);
+    ++files;
+    currentPath = current->file.path();
+  });
+}
+
+void Recorder::State::finishCurrent() noexcept {
+  if (!current) return;
+  lookAfterFile();
+  if (!current->lost) attempt([&] { current->writer.finish(dropped() - current->droppedBefore); });
+  current.reset();
+}
+
+RecorderStatus Recorder::close(std::chrono::milliseconds limit) {
+  State& state = *state_;
+  if (state.inChild()) return status();
+  bool finished = false;
   end();
-  if (thread_.joinable()) thread_.join();
+  {
+    std::unique_lock<std::mutex> lock(state.mutex);
+    finished = state.done.wait_for(lock, limit, [&] { return state.finished; });
+  }
+  if (finished && state.thread.joinable()) state.thread.join();
   return status();
 }
 
 RecorderStatus Recorder::status() const {
+  const State& state = *state_;
   RecorderStatus status;
-  status.written = written_;
-  status.dropped = droppedByQueue_ + droppedByDisk_;
-  const std::lock_guard<std::mutex> guard(mutex_);
-  status.error = error_;
+  status.dropped = state.dropped();
+  if (state.inChild()) {
+    status.error = "a forked child records nothing";
+    return status;
+  }
+  status.written = state.written;
+  const std::lock_guard<std::mutex> guard(state.mutex);
+  status.error = state.error.data();
+  status.file = state.currentPath;
+  status.files = state.files;
+  status.closed = state.finished;
+  if (!state.finished && state.stop) {
+    if (status.error.empty()) status.error = state.currentPath + ": the disk does not answer yet";
+  }
   return status;
 }
 

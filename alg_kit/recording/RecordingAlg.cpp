@@ -28,12 +28,12 @@ RecordingAlg::RecordingAlg(algorithm::AlgBase* alg, const std::string& path,
 }
 
 RecordingAlg::~RecordingAlg() {
-  close();
+  remove(recorder_);  // which closes itself
 }
 
-RecorderStatus RecordingAlg::close() {
+RecorderStatus RecordingAlg::close(std::chrono::milliseconds limit) {
   remove(recorder_);
-  return insideCall() ? recorder_.status() : recorder_.close();
+  return insideCall() ? recorder_.status() : recorder_.close(limit);
 }
 
 }  // namespace recording

@@ -3,6 +3,7 @@
 #include <alg_kit/recording/Recorder.h>
 #include <alg_kit/session/TapAlg.h>
 
+#include <chrono>
 #include <string>
 
 namespace recording {
@@ -31,10 +32,14 @@ class RecordingAlg final : public session::TapAlg {
   /// Completes the file.
   ~RecordingAlg() override;
 
+  /// The recording goes on in another file, without a gap: see Recorder::continueIn.
+  void continueIn(const std::string& path) { recorder_.continueIn(path); }
+
   /// Ends the recording and completes the file; later calls are only forwarded. Waits for the disk,
-  /// other threads' calls do not. From inside a callback it returns at once: the call that is under
-  /// way is recorded too, and the file is complete soon after its return.
-  RecorderStatus close();
+  /// for `limit` at the most (see Recorder::close); other threads' calls do not. From inside a
+  /// callback it returns at once: the call that is under way is recorded too, and the file is
+  /// complete soon after its return.
+  RecorderStatus close(std::chrono::milliseconds limit = std::chrono::hours(1));
 
   RecorderStatus status() const { return recorder_.status(); }
 

@@ -1,5 +1,7 @@
 #include <alg_kit/session/TapAlg.h>
 
+#include <alg_kit/session/ProcessGeneration.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -9,6 +11,8 @@
 
 namespace session {
 namespace {
+
+constexpr auto kLongestWait = std::chrono::seconds(1);
 
 std::int64_t monotonicNs() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(
@@ -100,7 +104,8 @@ class TapAlg::Scope {
     Relay& relay = *tap.relay_;
     if (!relay.onTapsThread()) {
       if (!tap.heard_ || PassingCallback::standsFor(&relay)) return;
-      lock_.lock();
+      if (processGeneration() != tap.bornIn_) return;
+      if (!lock_.try_lock_for(kLongestWait)) return tap.missOne();
       relay.thread = std::this_thread::get_id();
     }
     taken_ = true;
@@ -154,14 +159,17 @@ class TapAlg::Scope {
   }
 
   TapAlg& tap_;
-  std::unique_lock<std::mutex> lock_;  ///< owned by the outermost call
+  std::unique_lock<std::timed_mutex> lock_;  ///< owned by the outermost call
   std::size_t entry_ = 0;
   std::int64_t begunNs_ = 0;
   bool taken_ = false;
 };
 
 TapAlg::TapAlg(algorithm::AlgBase* alg, TapOptions options)
-    : alg_(notNull(alg)), options_(std::move(options)), relay_(std::make_unique<Relay>(*this)) {}
+    : alg_(notNull(alg)),
+      options_(std::move(options)),
+      relay_(std::make_unique<Relay>(*this)),
+      bornIn_(processGeneration()) {}
 
 TapAlg::~TapAlg() {
   for (const Listener& listener : sinks_) listener.sink->end();
@@ -305,6 +313,12 @@ void TapAlg::handOver() noexcept {
   unit_.clear();
   callsInUnit_ = 0;
   whole_ = true;
+}
+
+/// A call that was forwarded without its place in the order.
+void TapAlg::missOne() noexcept {
+  const std::lock_guard<std::mutex> guard(sinksLock_);
+  for (const Listener& listener : sinks_) listener.sink->miss(1);
 }
 
 void TapAlg::add(UnitSink& sink) {

@@ -37,7 +37,12 @@ struct TapOptions {
 ///
 /// Locks. A thread takes the lock of the order before the library's, and never from inside a
 /// callback: there it holds it already, or goes without. The list of sinks has a lock of its own,
-/// under which neither the library nor the host is called.
+/// under which neither the library nor the host is called. A callback that the tap does not see (a
+/// sink that was set past it, another tap's) may hold the library's lock: so no call waits for its
+/// place in the order longer than a second. It is forwarded then, and the sinks `miss` it: whatever
+/// a host mixes, nothing stands still.
+///
+/// In a forked child every call is only forwarded: the locks may belong to threads of the parent.
 class TapAlg : public algorithm::AlgBase {
  public:
   /// @param alg  not owned; used until this object's end
@@ -96,10 +101,12 @@ class TapAlg : public algorithm::AlgBase {
   template <typename Action>
   void assemble(Action action) noexcept;
   void handOver() noexcept;
+  void missOne() noexcept;
 
   algorithm::AlgBase* const alg_;
   const TapOptions options_;
   std::unique_ptr<Relay> relay_;
+  const int bornIn_;  ///< see processGeneration
   bool libraryKnowsRelay_ = false;
   std::atomic<std::int64_t> nextIndex_{0};
   std::atomic<int> productType_{0};  ///< of the latest Init: it decides which bytes are read
@@ -108,7 +115,7 @@ class TapAlg : public algorithm::AlgBase {
   std::vector<Listener> sinks_;
   std::atomic<bool> heard_{false};  ///< there is a sink
 
-  std::mutex order_;              ///< held during an outermost call; guards what follows
+  std::timed_mutex order_;        ///< held during an outermost call; guards what follows
   std::vector<Running> running_;  ///< outermost first
   Unit unit_;
   std::int64_t callsInUnit_ = 0;

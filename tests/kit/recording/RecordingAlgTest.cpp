@@ -1,3 +1,4 @@
+#include <alg_kit/recording/Database.h>
 #include <alg_kit/recording/RecordingAlg.h>
 #include <tests/support/ScratchFolder.h>
 #include <tests/support/ScriptedAlg.h>
@@ -5,7 +6,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstring>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -316,6 +321,100 @@ TEST_F(RecordingAlgTest, PutsTheCallsOfSeveralThreadsInOneOrder) {
     }
   }
   EXPECT_EQ(blocks, static_cast<std::uint64_t>(kCalls));
+}
+
+TEST_F(RecordingAlgTest, HandsOverToAnotherFileWithEveryCallInOneOfThem) {
+  {
+    RecordingAlg alg(&library_, file_);
+    alg.SetDataCallback(&host_);
+    alg.continueIn(folder_.path("next.algrec"));
+    alg.GetFixedCode();
+  }
+  EXPECT_EQ(entriesOf(file_).size(), 1u);
+  const auto next = entriesOf(folder_.path("next.algrec"));
+  ASSERT_EQ(next.size(), 2u);
+  EXPECT_EQ(next[0].call.kind, CallKind::kSetDataCallback);
+  EXPECT_EQ(next[1].call.index, 1);
+}
+
+TEST_F(RecordingAlgTest, ClosingKeepsNoOtherCallWaitingForTheDisk) {
+  RecordingAlg alg(&library_, file_);
+  recording::Database other(file_, recording::Database::Mode::kReadWrite);
+  other.execute("BEGIN IMMEDIATE");
+  alg.GetFixedCode();
+  std::thread closing([&] { alg.close(); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  const auto begin = std::chrono::steady_clock::now();
+  alg.GetFixedCode();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
+  other.execute("ROLLBACK");
+  closing.join();
+  EXPECT_EQ(alg.status().written, 1);
+}
+
+// Every pairing of threads that use the library directly, through the recorder, with sinks set on
+// either, and that query from inside a callback: nothing stands still.
+TEST(RecordingAlgLocks, NoPairingOfRawAndRecordedCallsStandsStill) {
+  const ScratchFolder folder;
+  struct Library final : algorithm::AlgBase {
+    std::recursive_mutex lock;
+    algorithm::DataSink* data = nullptr;
+    bool Init(int, const unsigned char*, int) override { return true; }
+    bool InputStream(int, const unsigned char*, int, int) override {
+      const std::lock_guard<std::recursive_mutex> guard(lock);
+      const algorithm::ResultBlock block;
+      return data->Deliver(&block, 0, sizeof block);
+    }
+    bool SetDataCallback(algorithm::DataSink* sink) override {
+      data = sink;
+      return true;
+    }
+    bool SetLogCallback(algorithm::LogSink*) override { return true; }
+    bool SetFilterMode(int, int, void*) override { return true; }
+    int GetFixedCode() override { return 800; }
+    bool HandleEvent(int, const void*, void* output) override {
+      const std::lock_guard<std::recursive_mutex> guard(lock);
+      std::memset(output, 0, 52);
+      return true;
+    }
+  };
+  int number = 0;
+  for (const bool feedRaw : {false, true})
+    for (const bool queryRaw : {false, true})
+      for (const bool nestedRaw : {false, true})
+        for (const bool sinkRaw : {false, true}) {
+          Library library;
+          RecordingAlg alg(&library, folder.path(std::to_string(++number)));
+          const auto pick = [&](bool raw) -> algorithm::AlgBase& {
+            return raw ? static_cast<algorithm::AlgBase&>(library) : alg;
+          };
+          ScriptedHost host;
+          unsigned char nested[52];
+          host.onDeliver = [&](const void*, int, int) {
+            return pick(nestedRaw).HandleEvent(1, nullptr, nested);
+          };
+          pick(sinkRaw).SetDataCallback(&host);
+          std::atomic<bool> stop{false};
+          std::atomic<int> fed{0}, asked{0};
+          std::thread feeding([&] {
+            while (!stop) fed += pick(feedRaw).InputStream(0, nullptr, 0, 0) ? 1 : 0;
+          });
+          std::thread asking([&] {
+            unsigned char answer[52];
+            while (!stop) asked += pick(queryRaw).HandleEvent(1, nullptr, answer) ? 1 : 0;
+          });
+          // Where only the limit on waiting helps, each of them gets on about once a second.
+          const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+          const int want = feedRaw && sinkRaw && !queryRaw && !nestedRaw ? 2 : 20;
+          while ((fed < want || asked < want) && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+          EXPECT_GE(fed, want) << feedRaw << queryRaw << nestedRaw << sinkRaw;
+          EXPECT_GE(asked, want) << feedRaw << queryRaw << nestedRaw << sinkRaw;
+          stop = true;
+          feeding.join();
+          asking.join();
+          EXPECT_EQ(alg.close().error, "");
+        }
 }
 
 }  // namespace
