@@ -188,7 +188,9 @@ const PacketTrace* PipelineTrace::feed(const session::Call& call) {
   static const unsigned char nothing = 0;
   sinks_->block.reset();
   const unsigned char* const payload = call.payload.empty() ? &nothing : call.payload.data();
-  const unsigned char* const given = call.pointerGiven ? payload : nullptr;
+  // The library reads as many bytes as the call says: it gets none where they are not there.
+  const bool whole = call.payload.size() >= session::payloadSize(call, 0);
+  const unsigned char* const given = call.pointerGiven && whole ? payload : nullptr;
   if (call.kind == session::CallKind::kInit) service_.initialize(call.type, given, 0);
   // Queries and filter modes touch poses only, never points.
   if (call.kind != session::CallKind::kInputStream) return nullptr;

@@ -16,9 +16,12 @@ namespace {
 constexpr long kNever = -1;
 thread_local long countdown = kNever;
 thread_local bool hit = false;
+thread_local bool spared = false;
+std::atomic<bool> noMemoryElsewhere{false};
 std::atomic<long> live{0};  // what one thread makes another may free
 
 bool fails() {
+  if (noMemoryElsewhere && !spared) return true;
   if (countdown == 0) {
     countdown = kNever;
     hit = true;
@@ -83,6 +86,16 @@ void operator delete[](void* memory, std::size_t) noexcept {
 }
 
 namespace testing_support {
+
+NoMemoryElsewhere::NoMemoryElsewhere() {
+  spared = true;
+  noMemoryElsewhere = true;
+}
+
+NoMemoryElsewhere::~NoMemoryElsewhere() {
+  noMemoryElsewhere = false;
+  spared = false;
+}
 
 FailingAllocation::FailingAllocation(long failing) {
   hit = false;

@@ -16,6 +16,15 @@ class FailingAllocation {
   bool struck() const;
 };
 
+/// While one lives, every allocation of all other threads fails.
+class NoMemoryElsewhere {
+ public:
+  NoMemoryElsewhere();
+  ~NoMemoryElsewhere();
+  NoMemoryElsewhere(const NoMemoryElsewhere&) = delete;
+  NoMemoryElsewhere& operator=(const NoMemoryElsewhere&) = delete;
+};
+
 /// Allocations made and not yet freed, through either way.
 long liveAllocations();
 

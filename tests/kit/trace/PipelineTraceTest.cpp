@@ -458,4 +458,17 @@ TEST(PipelineTrace, CountsAsManyMergedBlobsAsTheSimulatorSplit) {
   EXPECT_EQ(funnel.ended(BlobFate::kMerged), records - views);
 }
 
+// A recording made by other hands may say anything; the address sanitizer sees the rest.
+TEST(PipelineTrace, ReadsNoMoreBytesThanACallBrings) {
+  PipelineTrace trace;
+  trace.feed(initCall(2, testing_support::handCalibration()));
+  session::Call call = inputCall(0, Bytes());
+  call.length = 60000000;
+  EXPECT_EQ(trace.feed(call), nullptr);
+  call.type = 3;  // an inertial record of 56 bytes, whatever the length
+  EXPECT_EQ(trace.feed(call), nullptr);
+  call.kind = session::CallKind::kInit;
+  EXPECT_EQ(trace.feed(call), nullptr);
+}
+
 }  // namespace
