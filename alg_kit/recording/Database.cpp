@@ -1,27 +1,36 @@
 #include <alg_kit/recording/Database.h>
 
+#include <alg_kit/recording/ReadOnlyFiles.h>
+
 #include <sqlite3.h>
 
+#include <cmath>
+#include <filesystem>
 #include <limits>
 
 namespace recording {
 
+namespace {
+
+constexpr int kLargestValue = 16 * 1024 * 1024;  // bytes; a recorder keeps none above it
+constexpr int kWorkStep = 100000;  // of SQLite's machine, between two looks at the work
+
+}  // namespace
+
 Database::Database(const std::string& path, Mode mode) : path_(path) {
-  if (mode != Mode::kReadOnly) {
-    open(SQLITE_OPEN_READWRITE | (mode == Mode::kCreate ? SQLITE_OPEN_CREATE : 0));
+  if (mode == Mode::kReadWrite || mode == Mode::kCreate) {
+    open(path, SQLITE_OPEN_READWRITE | (mode == Mode::kCreate ? SQLITE_OPEN_CREATE : 0), nullptr);
     return;
   }
-  open(SQLITE_OPEN_READONLY);
-  const int result =
-      sqlite3_exec(handle_, "SELECT count(*) FROM sqlite_master", nullptr, nullptr, nullptr);
-  // What a killed writer left beside the file has to be worked in before anybody can read it.
-  if ((result & 0xFF) != SQLITE_READONLY) return;
-  sqlite3_close(handle_);
-  open(SQLITE_OPEN_READWRITE);
+  files_ = std::make_unique<ReadOnlyFiles>();
+  // SQLite plays a journal back only into a file that it believes it can write.
+  const int access = hasRollbackJournal(path) ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
+  open(readOnlyUri(path), access | SQLITE_OPEN_URI, files_->name());
+  distrust(mode);
 }
 
-void Database::open(int flags) {
-  if (sqlite3_open_v2(path_.c_str(), &handle_, flags, nullptr) != SQLITE_OK) {
+void Database::open(const std::string& name, int flags, const char* files) {
+  if (sqlite3_open_v2(name.c_str(), &handle_, flags, files) != SQLITE_OK) {
     const RecordingError error(
         path_, handle_ != nullptr ? sqlite3_errmsg(handle_) : "out of memory while opening");
     sqlite3_close(handle_);
@@ -29,6 +38,39 @@ void Database::open(int flags) {
   }
   // A reader and the recorder meet for moments only.
   setPatience(std::chrono::seconds(5));
+}
+
+void Database::distrust(Mode mode) {
+  for (const int option : {SQLITE_DBCONFIG_ENABLE_TRIGGER, SQLITE_DBCONFIG_ENABLE_VIEW,
+                           SQLITE_DBCONFIG_TRUSTED_SCHEMA, SQLITE_DBCONFIG_ENABLE_FKEY})
+    sqlite3_db_config(handle_, option, 0, nullptr);
+  sqlite3_db_config(handle_, SQLITE_DBCONFIG_DEFENSIVE, mode == Mode::kReadOnly ? 1 : 0, nullptr);
+  sqlite3_db_config(handle_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+  sqlite3_limit(handle_, SQLITE_LIMIT_LENGTH, kLargestValue);
+  sqlite3_limit(handle_, SQLITE_LIMIT_SQL_LENGTH, 10000);
+  sqlite3_limit(handle_, SQLITE_LIMIT_COLUMN, 64);
+  sqlite3_limit(handle_, SQLITE_LIMIT_EXPR_DEPTH, 50);
+  sqlite3_limit(handle_, SQLITE_LIMIT_COMPOUND_SELECT, 4);
+  sqlite3_limit(handle_, SQLITE_LIMIT_ATTACHED, 0);
+  sqlite3_limit(handle_, SQLITE_LIMIT_TRIGGER_DEPTH, 1);
+  std::error_code error;
+  const auto size = std::filesystem::file_size(path_, error);
+  workAllowed_ = 50000000 + (error ? 0 : static_cast<std::int64_t>(size));
+  allowWork();
+  sqlite3_progress_handler(
+      handle_, kWorkStep,
+      [](void* database) {
+        std::int64_t& left = static_cast<Database*>(database)->workLeft_;
+        left -= kWorkStep;
+        return left < 0 ? 1 : 0;
+      },
+      this);
+  // Pragmas before the first look into the file do not read it.
+  execute("PRAGMA temp_store = MEMORY");
+  execute("PRAGMA mmap_size = 0");
+  execute("PRAGMA cell_size_check = ON");
+  // SQLite opens a file that was cut only for those who could mend it.
+  if (mode == Mode::kDamaged) execute("PRAGMA writable_schema = ON");
 }
 
 Database::~Database() {
@@ -57,10 +99,17 @@ void Database::setPatience(std::chrono::milliseconds patience) {
 }
 
 void Database::fail() const {
+  if (files_ && !files_->refusal().empty()) throw RecordingError(path_, files_->refusal());
+  if (sqlite3_errcode(handle_) == SQLITE_INTERRUPT)
+    throw RecordingError(path_,
+                         "expected tables that can be read in their order, found more work "
+                         "than a file of this size can need: the file is damaged");
   // SQLite quotes the file's own texts, which in a damaged file may be anything.
   std::string words = sqlite3_errmsg(handle_);
   for (char& c : words)
     if (c < ' ' || c > '~') c = '?';
+  if (files_ && (sqlite3_errcode(handle_) & 0xFF) == SQLITE_CORRUPT)
+    words += ": the file is damaged or was cut; `algtrack repair` saves what is whole";
   throw RecordingError(path_, words);
 }
 
@@ -98,6 +147,7 @@ void Statement::bindBlob(int parameter, const void* bytes, std::size_t size) {
 }
 
 bool Statement::step() {
+  database_.allowWork();
   const int result = sqlite3_step(statement_);
   if (result != SQLITE_ROW && result != SQLITE_DONE) database_.fail();
   return result == SQLITE_ROW;
@@ -117,7 +167,18 @@ bool Statement::isNull(int column) const {
   return sqlite3_column_type(statement_, column) == SQLITE_NULL;
 }
 
+void Statement::expect(int column, int type, const char* expectation) const {
+  static constexpr const char* kTypes[] = {"?",      "an integer", "a real number",
+                                           "a text", "a blob",     "nothing"};
+  const int found = sqlite3_column_type(statement_, column);
+  if (found == type) return;
+  throw RecordingError(database_.path(), std::string(sqlite3_column_name(statement_, column)) +
+                                             ": expected " + expectation + ", found " +
+                                             kTypes[found <= SQLITE_NULL ? found : 0]);
+}
+
 std::int64_t Statement::integer(int column) const {
+  expect(column, SQLITE_INTEGER, "an integer");
   return sqlite3_column_int64(statement_, column);
 }
 
@@ -130,21 +191,40 @@ int Statement::number(int column) const {
   return static_cast<int>(value);
 }
 
+bool Statement::truthValue(int column) const {
+  const std::int64_t value = integer(column);
+  if (value != 0 && value != 1)
+    throw RecordingError(database_.path(), std::string(sqlite3_column_name(statement_, column)) +
+                                               ": expected 0 or 1, found " + std::to_string(value));
+  return value == 1;
+}
+
 double Statement::real(int column) const {
-  return sqlite3_column_double(statement_, column);
+  expect(column, SQLITE_FLOAT, "a number");
+  const double value = sqlite3_column_double(statement_, column);
+  if (!std::isfinite(value))
+    throw RecordingError(database_.path(), std::string(sqlite3_column_name(statement_, column)) +
+                                               ": expected a finite number, found none");
+  return value;
 }
 
 std::string_view Statement::text(int column) const {
+  expect(column, SQLITE_TEXT, "a text");
+  const auto* const text = sqlite3_column_text(statement_, column);
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_, column));
+  return {reinterpret_cast<const char*>(text), text == nullptr ? 0 : size};
+}
+
+std::string_view Statement::bytes(int column) const {
+  expect(column, SQLITE_BLOB, "bytes");
   const auto* const bytes = sqlite3_column_blob(statement_, column);
   const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_, column));
   return {static_cast<const char*>(bytes), bytes == nullptr ? 0 : size};
 }
 
 void Statement::blob(int column, session::Bytes& bytes) const {
-  const auto* const begin =
-      static_cast<const std::uint8_t*>(sqlite3_column_blob(statement_, column));
-  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_, column));
-  bytes.assign(begin, begin == nullptr ? begin : begin + size);
+  const std::string_view found = isNull(column) ? std::string_view() : this->bytes(column);
+  bytes.assign(found.begin(), found.end());
 }
 
 }  // namespace recording

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -13,9 +14,16 @@ struct sqlite3_stmt;
 
 namespace recording {
 
+class ReadOnlyFiles;
+
 class Database {
  public:
-  enum class Mode { kReadOnly, kReadWrite, kCreate };
+  enum class Mode {
+    kReadOnly,  ///< a file from anybody: nothing on disk changes, and no schema or size is trusted
+    kDamaged,   ///< the same for a file that SQLite would refuse as a whole
+    kReadWrite,
+    kCreate
+  };
 
   /// @throws RecordingError
   Database(const std::string& path, Mode mode);
@@ -41,17 +49,25 @@ class Database {
   const std::string& path() const { return path_; }
   sqlite3* handle() const { return handle_; }
 
+  /// Before each step of a statement: so much work it may do, linear in the size of the file.
+  void allowWork() { workLeft_ = workAllowed_; }
+
   /// @throws RecordingError with SQLite's own words for what went wrong last
   [[noreturn]] void fail() const;
 
  private:
-  void open(int flags);
+  void open(const std::string& name, int flags, const char* files);
+  void distrust(Mode mode);
 
   std::string path_;
+  std::unique_ptr<ReadOnlyFiles> files_;
   sqlite3* handle_ = nullptr;
+  std::int64_t workAllowed_ = 0;
+  std::int64_t workLeft_ = 0;
 };
 
-/// A prepared statement. Parameters and columns count from 1 and 0, as in SQLite.
+/// A prepared statement. Parameters and columns count from 1 and 0, as in SQLite. A value of
+/// another type than the one asked for is an error, never converted.
 class Statement {
  public:
   Statement(Database& database, const char* sql);
@@ -74,13 +90,17 @@ class Statement {
 
   bool isNull(int column) const;
   std::int64_t integer(int column) const;
-  /// A 32-bit value. @throws RecordingError if it is none
-  int number(int column) const;
-  double real(int column) const;
+  int number(int column) const;             ///< of 32 bits
+  bool truthValue(int column) const;        ///< 0 or 1
+  double real(int column) const;            ///< finite
   std::string_view text(int column) const;  ///< until the next step
+  /// Empty for NULL.
   void blob(int column, session::Bytes& bytes) const;
+  std::string_view bytes(int column) const;  ///< a blob's, until the next step
 
  private:
+  void expect(int column, int type, const char* expectation) const;
+
   Database& database_;
   sqlite3_stmt* statement_ = nullptr;
 };

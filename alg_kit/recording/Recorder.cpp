@@ -194,7 +194,7 @@ void Recorder::end() noexcept {
 
 void Recorder::append(session::Unit& unit) noexcept {
   State& state = *state_;
-  const bool tooLarge = memoryOf(unit) > kLargestUnit;
+  const bool tooLarge = unit.used > kMostCallsPerUnit || memoryOf(unit) > kLargestUnit;
   while (tooLarge || state.stop || state.inChild() || !state.waiting.put(unit)) {
     if (tooLarge || !state.options.waitWhenFull || state.stop || state.inChild()) {
       miss(static_cast<std::int64_t>(unit.used));

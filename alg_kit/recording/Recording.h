@@ -16,7 +16,7 @@
 namespace recording {
 
 constexpr std::int32_t kApplicationId = 0x616C6772;  ///< "algr"
-constexpr int kFormatVersion = 1;
+constexpr int kFormatVersion = 2;                    ///< of what is written; all versions are read
 
 /// A recording that cannot be read or written. `what()` is one line that begins with the file.
 class RecordingError : public std::runtime_error {
@@ -31,7 +31,9 @@ struct Metadata {
   std::string libraryVersion;  ///< of the library that was recorded
   std::string platform;        ///< operating system, processor, compiler
   std::string clock;  ///< "monotonic": of the recording machine; "simulated": 0 = frame 0, exact
+  int formatVersion = 0;          ///< from 2 on, every value that is read has its checksum
   bool complete = false;          ///< closed in order; else cut off (killed) or still going on
+  bool journalMissing = false;    ///< its `-wal` is not beside it: the latest calls may be missing
   std::int64_t droppedCalls = 0;  ///< calls that the recorder could not write
 };
 
@@ -44,6 +46,13 @@ struct Configuration {
 
 class Database;
 
+/// A reader bears any file. It changes nothing on disk, takes time and memory that are bounded
+/// (time by the file's size, memory by one outermost call: see the limits), and answers rightly or
+/// not at all: what is damaged, missing or of the wrong type is an error and never a number.
+constexpr std::size_t kMostCallsPerUnit = 4096;      ///< an outermost call with those in it
+constexpr std::size_t kMostCallbacksPerCall = 4096;  ///< messages and blocks
+constexpr std::int64_t kLatestNs = (std::int64_t{1} << 62) - 1;  ///< 146 years; and as far back
+
 /// Reads the calls in order. Needs its reader for as long as it lives.
 class EntryCursor {
  public:
@@ -54,9 +63,11 @@ class EntryCursor {
   /// @throws RecordingError for a damaged file and for fields that do not fit the call
   bool next(session::Entry& entry);
 
+  const std::string& path() const;
+
  private:
   friend class RecordingReader;
-  EntryCursor(Database& database, std::int64_t firstIndex);
+  EntryCursor(Database& database, int version, std::int64_t firstIndex);
   struct State;
   std::unique_ptr<State> state_;
 };
@@ -74,7 +85,7 @@ class RecordingReader {
   const Metadata& metadata() const { return metadata_; }
 
   std::int64_t callCount() const;
-  std::int64_t callCount(session::CallKind kind) const;
+  std::int64_t callCount(session::CallKind kind) const;  ///< reads all calls
 
   /// All calls from `firstIndex` on.
   EntryCursor entries(std::int64_t firstIndex = 0) const;
@@ -82,7 +93,8 @@ class RecordingReader {
   /// One call; none if there is no such index.
   std::optional<session::Entry> entry(std::int64_t index) const;
 
-  /// The index of the `n`-th packet (InputStream of type 0 or 2; from 0) of the recording.
+  /// The index of the `n`-th packet (InputStream of type 0 or 2; from 0) of the recording. Reads
+  /// the calls up to it.
   std::optional<std::int64_t> packetCall(std::int64_t n) const;
 
   std::vector<Configuration> configurations() const;

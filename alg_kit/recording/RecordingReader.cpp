@@ -1,65 +1,19 @@
+#include <alg_kit/recording/Checksum.h>
 #include <alg_kit/recording/Database.h>
 #include <alg_kit/recording/Recording.h>
+#include <alg_kit/recording/Rows.h>
+#include <alg_kit/recording/Schema.h>
+#include <alg_kit/text/TextFile.h>
 
-#include <array>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 namespace recording {
 namespace {
-
-constexpr const char* kCallColumns =
-    "SELECT id, parent, parent_step, kind, type, mode, offset, length, pointer_given, "
-    "output_given, payload, returned, output, start_ns, duration_ns FROM calls ";
-constexpr const char* kTruthColumns =
-    "SELECT frame, call, time_ns, object, marker, x, y, z, in_left, in_right FROM truth ";
-
-std::string callTitle(const session::Call& call) {
-  return "call " + std::to_string(call.index) + " (" + session::nameOf(call.kind) + ")";
-}
-
-// Whoever reads a recording relies on these sizes: a file made by other hands must not lead the
-// library, or us, past the end of a buffer.
-void checkSizes(const std::string& path, const session::Call& call) {
-  const auto require = [&](const char* field, std::size_t found, std::size_t expected) {
-    if (found != expected)
-      throw RecordingError(path, callTitle(call) + ": " + field + ": expected " +
-                                     std::to_string(expected) + " bytes, found " +
-                                     std::to_string(found));
-  };
-  if (!call.payload.empty()) require("payload", call.payload.size(), session::payloadSize(call, 0));
-  const bool answered =
-      call.kind == session::CallKind::kHandleEvent && call.returned == 1 && call.outputGiven;
-  require("output", call.output.size(), answered ? session::answerSize(call.type) : 0);
-}
-
-void readCall(const std::string& path, const Statement& row, session::Call& call) {
-  call.index = row.integer(0);
-  call.parent = row.isNull(1) ? std::nullopt : std::optional(row.integer(1));
-  call.parentStep = row.number(2);
-  const auto kind = session::callKindNamed(row.text(3));
-  if (!kind)
-    throw RecordingError(path, "call " + std::to_string(call.index) +
-                                   ": kind: expected the name of an operation, found another text");
-  call.kind = *kind;
-  call.type = row.number(4);
-  call.mode = row.number(5);
-  call.offset = row.number(6);
-  call.length = row.number(7);
-  call.pointerGiven = row.integer(8) != 0;
-  call.outputGiven = row.integer(9) != 0;
-  row.blob(10, call.payload);
-  call.returned = row.isNull(11) ? std::nullopt : std::optional(row.number(11));
-  row.blob(12, call.output);
-  call.startNs = row.integer(13);
-  call.durationNs = row.isNull(14) ? std::nullopt : std::optional(row.integer(14));
-  if (call.parent && *call.parent >= call.index)
-    throw RecordingError(path, callTitle(call) + ": parent: expected an earlier call, found call " +
-                                   std::to_string(*call.parent));
-  checkSizes(path, call);
-}
 
 void checkFile(const std::string& path) {
   std::error_code error;
@@ -68,8 +22,30 @@ void checkFile(const std::string& path) {
     throw RecordingError(path, "expected a recording, found no such file");
   if (std::filesystem::is_directory(status))
     throw RecordingError(path, "expected a recording, found a directory");
-  if (std::filesystem::is_regular_file(status) && std::filesystem::file_size(path, error) == 0)
+  if (!std::filesystem::is_regular_file(status))
+    throw RecordingError(path, "expected a recording, found something that is not a file");
+  if (std::filesystem::file_size(path, error) == 0)
     throw RecordingError(path, "expected a recording, found an empty file");
+}
+
+/// What the latest commit of a recording of version 2 says of itself.
+std::int64_t countNow(Database& database, const char* key) {
+  Statement row(database, "SELECT key, value, checksum FROM meta WHERE key = ?");
+  row.bindText(1, key);
+  if (!row.step())
+    throw RecordingError(database.path(),
+                         std::string("meta: expected a fact ") + key + ", found none");
+  const std::string value(row.text(1));
+  if (row.integer(2) != checksumOf(key, value))
+    refuseDamaged(database.path(), "meta " + text::quoted(key));
+  return countIn(database.path(), key, value);
+}
+
+[[noreturn]] void refuseMissing(const std::string& path, const char* what, std::int64_t expected,
+                                std::int64_t found) {
+  throw RecordingError(path, std::string("expected ") + std::to_string(expected) + " " + what +
+                                 ", found " + std::to_string(found) +
+                                 ": the file is damaged; `algtrack repair` saves what is whole");
 }
 
 // SQLite says "file is not a database" or "malformed": say what was expected.
@@ -93,12 +69,13 @@ void checkSize(Database& database) {
   const auto size = std::filesystem::file_size(path, error);
   const auto page = static_cast<std::uintmax_t>(database.integer("PRAGMA page_size"));
   if (!error && page > 0 && size % page != 0)
-    throw RecordingError(path, "expected whole pages of " + std::to_string(page) +
-                                   " bytes, found " + std::to_string(size) +
-                                   " bytes: the file was cut");
+    throw RecordingError(path,
+                         "expected whole pages of " + std::to_string(page) + " bytes, found " +
+                             std::to_string(size) +
+                             " bytes: the file was cut; `algtrack repair` saves what is whole");
 }
 
-void checkFormat(Database& database) {
+int checkFormat(Database& database) {
   const std::string& path = database.path();
   const auto application = database.integer("PRAGMA application_id");
   const auto version = database.integer("PRAGMA user_version");
@@ -110,116 +87,219 @@ void checkFormat(Database& database) {
                                    ", made by a newer program");
   if (version < 1)
     throw RecordingError(path, "expected a recording, found format " + std::to_string(version));
-  for (const char* const query :
-       {kCallColumns, kTruthColumns, "SELECT call, step, level, text, threw FROM logs",
-        "SELECT call, step, block, threw FROM blocks", "SELECT key, value FROM meta"})
-    explained(path, "expected a recording's tables", [&] { Statement check(database, query); });
+  checkSchema(database, static_cast<int>(version));
+  return static_cast<int>(version);
 }
 
-Metadata readMetadata(Database& database) {
+constexpr std::size_t kMostFacts = 1000;
+
+Metadata readMetadata(Database& database, int version) {
   Metadata metadata;
-  Statement row(database, "SELECT key, value FROM meta ORDER BY key");
-  while (row.step()) metadata.values.emplace(row.text(0), row.text(1));
+  metadata.formatVersion = version;
+  Statement row(database, version >= 2 ? "SELECT key, value, checksum FROM meta ORDER BY key"
+                                       : "SELECT key, value, 0 FROM meta ORDER BY key");
+  while (row.step()) {
+    const std::string_view key = row.text(0), value = row.text(1);
+    if (version >= 2 && row.integer(2) != checksumOf(key, value))
+      refuseDamaged(database.path(), "meta " + text::quoted(key));
+    metadata.values.emplace(key, value);
+    if (metadata.values.size() > kMostFacts)
+      throw RecordingError(database.path(), "meta: expected at most " + std::to_string(kMostFacts) +
+                                                " facts, found more");
+  }
   const auto value = [&](const char* key) {
     const auto found = metadata.values.find(key);
+    if (version >= 2 && found == metadata.values.end() && std::string_view(key) != "clock")
+      throw RecordingError(database.path(),
+                           std::string("meta: expected a fact ") + key + ", found none");
     return found == metadata.values.end() ? std::string() : found->second;
   };
   metadata.libraryVersion = value("library_version");
   metadata.platform = value("platform");
   metadata.clock = value("clock");
   metadata.complete = value("complete") == "1";
-  metadata.droppedCalls =
-      database.integer("SELECT CAST(value AS INTEGER) FROM meta WHERE key = 'dropped_calls'");
+  metadata.droppedCalls = countIn(database.path(), "dropped_calls", value("dropped_calls"));
   return metadata;
 }
 
-std::vector<session::TruthRow> readTruth(const std::string& path, Statement& row) {
+std::vector<session::TruthRow> readTruth(Database& database, int version, Statement& row) {
   std::vector<session::TruthRow> rows;
   while (row.step()) {
-    session::TruthRow& truth = rows.emplace_back();
-    truth.frame = row.integer(0);
-    truth.call = row.isNull(1) ? std::nullopt : std::optional(row.integer(1));
-    truth.timeNs = row.integer(2);
-    truth.object = row.number(3);
-    truth.marker = row.number(4);
-    for (int i = 0; i < 3; ++i) {
-      if (row.isNull(5 + i))
-        throw RecordingError(path, "truth of frame " + std::to_string(truth.frame) +
-                                       ": position: expected numbers, found none");
-      truth.position[i] = row.real(5 + i);
-    }
-    truth.inLeft = row.integer(8) != 0;
-    truth.inRight = row.integer(9) != 0;
+    const session::TruthRow truth = readTruthRow(database.path(), version, row);
+    // SQLite trusts the order in which a damaged file holds its rows.
+    if (!rows.empty() && std::tie(truth.frame, truth.object, truth.marker) <=
+                             std::tie(rows.back().frame, rows.back().object, rows.back().marker))
+      throw RecordingError(database.path(), "truth of frame " + std::to_string(truth.frame) +
+                                                ": expected rows in order: the file is damaged");
+    rows.push_back(truth);
   }
   return rows;
+}
+
+/// The rows that a cut or a lost journal takes first are the last ones.
+void checkEnds(Database& database) {
+  const std::int64_t expected = countNow(database, "last_call");
+  Statement row(database, "SELECT id FROM calls ORDER BY id DESC LIMIT 1");
+  const std::int64_t found = row.step() ? row.integer(0) : -1;
+  if (found != expected)
+    throw RecordingError(
+        database.path(),
+        "expected call " + std::to_string(expected) + " as the last one, found " +
+            (found < 0 ? std::string("no call") : "call " + std::to_string(found)) +
+            ": the file is damaged; `algtrack repair` saves what is whole");
+}
+
+/// A recording under way keeps its latest calls in a journal beside it. Only where it was finished,
+/// or its journal worked in, does the file say that there is none.
+bool journalIsMissing(Database& database) {
+  Statement mode(database, "PRAGMA journal_mode");
+  if (!mode.step() || mode.text(0) != "wal") return false;
+  std::error_code error;
+  const auto real = std::filesystem::canonical(database.path(), error);
+  return !error && !std::filesystem::exists(real.string() + "-wal", error);
 }
 
 }  // namespace
 
 struct EntryCursor::State {
-  State(Database& database, std::int64_t firstIndex)
-      : path(database.path()),
-        calls(database, (std::string(kCallColumns) + "WHERE id >= ? ORDER BY id").c_str()),
-        logs(database,
-             "SELECT call, step, level, text, threw FROM logs WHERE call >= ? ORDER BY call, step"),
+  State(Database& given, int formatVersion, std::int64_t firstIndex)
+      : database(given),
+        path(database.path()),
+        version(formatVersion),
+        fromTheStart(firstIndex <= 0),
+        calls(database, (callColumns(version) + "WHERE id >= ? ORDER BY id").c_str()),
+        logs(database, (std::string(kLogColumns) + "WHERE call >= ? ORDER BY call, step").c_str()),
         blocks(database,
-               "SELECT call, step, block, threw FROM blocks WHERE call >= ? ORDER BY call, step") {
-    calls.bind(1, firstIndex);
-    logs.bind(1, firstIndex);
-    blocks.bind(1, firstIndex);
+               (std::string(kBlockColumns) + "WHERE call >= ? ORDER BY call, step").c_str()) {
+    // From the start means all rows, those that should not be there too.
+    const std::int64_t first =
+        fromTheStart ? std::numeric_limits<std::int64_t>::min() : firstIndex;
+    for (Statement* const rows : {&calls, &logs, &blocks}) rows->bind(1, first);
+  }
+
+  /// Steps to the next message or block; its place is behind the one before.
+  static bool advance(Statement& row, std::optional<std::pair<std::int64_t, int>>& place,
+                      const std::string& path, const char* table) {
+    if (!row.step()) return false;
+    const std::pair<std::int64_t, int> next(row.integer(0), row.number(1));
+    if (place && next <= *place)
+      throw RecordingError(path, std::string(table) + " of call " + std::to_string(next.first) +
+                                     ": expected rows in order: the file is damaged");
+    place = next;
+    return true;
+  }
+
+  void refuseOrphan(const session::Entry& entry, std::int64_t call, const char* table) const {
+    // Without a checksum a row may belong to a call that is gone; with one, no call is gone.
+    if (call >= entry.call.index || version < 2) return;
+    throw RecordingError(path, std::string(table) + ": expected a call " + std::to_string(call) +
+                                   ", found none: the file is damaged");
+  }
+
+  void refuseMore(const session::Entry& entry) const {
+    if (entry.logs.size() + entry.blocks.size() < kMostCallbacksPerCall) return;
+    throw RecordingError(path, callTitle(entry.call) + ": expected at most " +
+                                   std::to_string(kMostCallbacksPerCall) +
+                                   " messages and blocks, found more");
   }
 
   void takeLogs(session::Entry& entry) {
-    for (; hasLog && logs.integer(0) <= entry.call.index; hasLog = logs.step())
-      if (logs.integer(0) == entry.call.index)
-        entry.logs.push_back(
-            {logs.number(1), logs.number(2), std::string(logs.text(3)), logs.integer(4) != 0});
-  }
-
-  void takeBlocks(session::Entry& entry) {
-    for (; hasBlock && blocks.integer(0) <= entry.call.index; hasBlock = blocks.step()) {
-      if (blocks.integer(0) != entry.call.index) continue;
-      session::DeliveredBlock& delivered = entry.blocks.emplace_back();
-      delivered.step = blocks.number(1);
-      const std::string_view bytes = blocks.text(2);
-      if (bytes.size() != sizeof delivered.block)
-        throw RecordingError(path, callTitle(entry.call) + ": block: expected " +
-                                       std::to_string(sizeof delivered.block) + " bytes, found " +
-                                       std::to_string(bytes.size()));
-      std::memcpy(&delivered.block, bytes.data(), bytes.size());
-      delivered.threw = blocks.integer(3) != 0;
+    for (; hasLog && logs.integer(0) <= entry.call.index;
+         hasLog = advance(logs, logPlace, path, "logs")) {
+      refuseOrphan(entry, logs.integer(0), "logs");
+      if (logs.integer(0) != entry.call.index) continue;
+      refuseMore(entry);
+      entry.logs.push_back(readLog(logs));
     }
   }
 
+  void takeBlocks(session::Entry& entry) {
+    for (; hasBlock && blocks.integer(0) <= entry.call.index;
+         hasBlock = advance(blocks, blockPlace, path, "blocks")) {
+      refuseOrphan(entry, blocks.integer(0), "blocks");
+      if (blocks.integer(0) != entry.call.index) continue;
+      refuseMore(entry);
+      entry.blocks.push_back(readBlock(path, entry.call, blocks));
+    }
+  }
+
+  /// A stream may come without bytes only where the product type makes the library read none.
+  void checkAgainstProduct(const session::Call& call) {
+    if (call.kind == session::CallKind::kInit) productType = call.type;
+    if (!call.payload.empty() || session::payloadSize(call, 0) == 0) return;
+    if (!productType) {
+      Statement before(database,
+                       "SELECT type FROM calls WHERE kind = 'Init' AND id < ? ORDER BY id DESC");
+      before.bind(1, call.index);
+      productType = before.step() ? before.number(0) : 0;
+    }
+    const std::size_t expected = session::payloadSize(call, *productType);
+    if (expected > 0)
+      throw RecordingError(path, callTitle(call) + ": payload: expected " +
+                                     std::to_string(expected) + " bytes, found none");
+  }
+
+  /// The end of the table: nothing may be missing.
+  void finish() {
+    if (hasLog || hasBlock)
+      if (version >= 2)
+        throw RecordingError(path,
+                             "expected messages and blocks of calls, found some behind the "
+                             "last call: the file is damaged");
+    if (fromTheStart && expectedCalls && read != *expectedCalls)
+      refuseMissing(path, "calls", *expectedCalls, read);
+  }
+
+  Database& database;
   std::string path;
+  int version;
+  bool fromTheStart;
   Statement calls, logs, blocks;
   bool begun = false, hasLog = false, hasBlock = false;
+  std::optional<std::pair<std::int64_t, int>> logPlace, blockPlace;
   std::optional<std::int64_t> last;  // index of the latest call
+  std::optional<int> productType;
+  std::int64_t read = 0;
+  std::optional<std::int64_t> expectedCalls;
 };
 
-EntryCursor::EntryCursor(Database& database, std::int64_t firstIndex)
-    : state_(std::make_unique<State>(database, firstIndex)) {}
+EntryCursor::EntryCursor(Database& database, int version, std::int64_t firstIndex)
+    : state_(std::make_unique<State>(database, version, firstIndex)) {}
 EntryCursor::~EntryCursor() = default;
 EntryCursor::EntryCursor(EntryCursor&&) noexcept = default;
 
+const std::string& EntryCursor::path() const {
+  return state_->path;
+}
+
 bool EntryCursor::next(session::Entry& entry) {
+  State& state = *state_;
   entry.logs.clear();
   entry.blocks.clear();
-  if (!state_->calls.step()) return false;
-  if (!state_->begun) {
-    // After the calls' first step, so that all three see the same moment of a growing file.
-    state_->begun = true;
-    state_->hasLog = state_->logs.step();
-    state_->hasBlock = state_->blocks.step();
+  const bool found = state.calls.step();
+  if (!state.begun) {
+    // After the calls' first step, so that all see the same moment of a growing file.
+    state.begun = true;
+    state.hasLog = State::advance(state.logs, state.logPlace, state.path, "logs");
+    state.hasBlock = State::advance(state.blocks, state.blockPlace, state.path, "blocks");
+    if (found && state.version >= 2) state.expectedCalls = countNow(state.database, "calls");
   }
-  readCall(state_->path, state_->calls, entry.call);
+  if (!found) {
+    state.finish();
+    return false;
+  }
+  readCall(state.path, state.calls, entry.call);
   // SQLite trusts the order in which a damaged file holds its rows.
-  if (state_->last && entry.call.index <= *state_->last)
-    throw RecordingError(state_->path, callTitle(entry.call) + ": expected a call behind call " +
-                                           std::to_string(*state_->last) + ": the file is damaged");
-  state_->last = entry.call.index;
-  state_->takeLogs(entry);
-  state_->takeBlocks(entry);
+  if (state.last && entry.call.index <= *state.last)
+    throw RecordingError(state.path, callTitle(entry.call) + ": expected a call behind call " +
+                                         std::to_string(*state.last) + ": the file is damaged");
+  state.last = entry.call.index;
+  ++state.read;
+  state.takeLogs(entry);
+  state.takeBlocks(entry);
+  if (state.version >= 2 && state.calls.integer(15) != checksumOf(entry))
+    refuseDamaged(state.path, callTitle(entry.call));
+  state.checkAgainstProduct(entry.call);
   return true;
 }
 
@@ -229,26 +309,25 @@ RecordingReader::RecordingReader(const std::string& path) : path_(path) {
   explained(path, "expected a recording",
             [&] { database_->integer("SELECT count(*) FROM sqlite_master"); });
   checkSize(*database_);
-  checkFormat(*database_);
-  metadata_ = readMetadata(*database_);
+  // One moment of a file that may be growing.
+  database_->execute("BEGIN");
+  const int version = checkFormat(*database_);
+  metadata_ = readMetadata(*database_, version);
+  metadata_.journalMissing = !metadata_.complete && journalIsMissing(*database_);
+  if (version >= 2) checkEnds(*database_);
+  database_->execute("COMMIT");
 }
 
 RecordingReader::~RecordingReader() = default;
 RecordingReader::RecordingReader(RecordingReader&&) noexcept = default;
 
 std::int64_t RecordingReader::callCount() const {
-  return database_->integer("SELECT count(*) FROM calls");
-}
-
-std::int64_t RecordingReader::callCount(session::CallKind kind) const {
-  Statement row(*database_, "SELECT count(*) FROM calls WHERE kind = ?");
-  row.bindText(1, session::nameOf(kind));
-  row.step();
-  return row.integer(0);
+  return metadata_.formatVersion >= 2 ? countNow(*database_, "calls")
+                                      : database_->integer("SELECT count(*) FROM calls");
 }
 
 EntryCursor RecordingReader::entries(std::int64_t firstIndex) const {
-  return EntryCursor(*database_, firstIndex);
+  return EntryCursor(*database_, metadata_.formatVersion, firstIndex);
 }
 
 std::optional<session::Entry> RecordingReader::entry(std::int64_t index) const {
@@ -257,23 +336,40 @@ std::optional<session::Entry> RecordingReader::entry(std::int64_t index) const {
   return entry;
 }
 
+// A call's kind has its checksum too, so these go through the calls one by one.
+
+std::int64_t RecordingReader::callCount(session::CallKind kind) const {
+  std::int64_t count = 0;
+  EntryCursor cursor = entries();
+  for (session::Entry entry; cursor.next(entry);) count += entry.call.kind == kind ? 1 : 0;
+  return count;
+}
+
 std::optional<std::int64_t> RecordingReader::packetCall(std::int64_t n) const {
   if (n < 0) return std::nullopt;
-  Statement row(*database_,
-                "SELECT id FROM calls WHERE kind = 'InputStream' AND type IN (0, 2) "
-                "ORDER BY id LIMIT 1 OFFSET ?");
-  row.bind(1, n);
-  if (!row.step()) return std::nullopt;
-  return row.integer(0);
+  EntryCursor cursor = entries();
+  for (session::Entry entry; cursor.next(entry);) {
+    const session::Call& call = entry.call;
+    const bool packet =
+        call.kind == session::CallKind::kInputStream && (call.type == 0 || call.type == 2);
+    if (packet && n-- == 0) return call.index;
+  }
+  return std::nullopt;
 }
 
 std::vector<Configuration> RecordingReader::configurations() const {
+  constexpr std::size_t kMost = 100000;
   std::vector<Configuration> configurations;
-  Statement row(*database_,
-                (std::string(kCallColumns) + "WHERE kind = 'Init' ORDER BY id").c_str());
-  session::Call call;
+  Statement row(*database_, "SELECT id FROM calls WHERE kind = 'Init' ORDER BY id");
+  std::int64_t last = -1;
   while (row.step()) {
-    readCall(path_, row, call);
+    const std::int64_t index = row.integer(0);
+    const auto found = index > last ? entry(index) : std::nullopt;
+    if (!found || configurations.size() == kMost)
+      throw RecordingError(path_, "expected at most " + std::to_string(kMost) +
+                                      " Init calls in order, found others: the file is damaged");
+    last = index;
+    const session::Call& call = found->call;
     Configuration& configuration = configurations.emplace_back();
     configuration.call = call.index;
     configuration.productType = call.type;
@@ -288,17 +384,35 @@ bool RecordingReader::hasTruth() const {
 }
 
 std::vector<session::TruthRow> RecordingReader::truth() const {
-  Statement row(*database_,
-                (std::string(kTruthColumns) + "ORDER BY frame, object, marker").c_str());
-  return readTruth(path_, row);
+  database_->execute("BEGIN");
+  std::vector<session::TruthRow> rows;
+  {
+    Statement row(
+        *database_,
+        (truthColumns(metadata_.formatVersion) + "ORDER BY frame, object, marker").c_str());
+    try {
+      rows = readTruth(*database_, metadata_.formatVersion, row);
+      if (metadata_.formatVersion >= 2) {
+        const std::int64_t expected = countNow(*database_, "truth_rows");
+        const auto found = static_cast<std::int64_t>(rows.size());
+        if (found != expected) refuseMissing(path_, "rows of truth", expected, found);
+      }
+    } catch (...) {
+      row.reset();
+      database_->tryExecute("ROLLBACK");
+      throw;
+    }
+  }
+  database_->execute("COMMIT");
+  return rows;
 }
 
 std::vector<session::TruthRow> RecordingReader::truthOf(std::int64_t call) const {
-  Statement row(
-      *database_,
-      (std::string(kTruthColumns) + "WHERE call = ? ORDER BY frame, object, marker").c_str());
+  Statement row(*database_, (truthColumns(metadata_.formatVersion) +
+                             "WHERE call = ? ORDER BY frame, object, marker")
+                                .c_str());
   row.bind(1, call);
-  return readTruth(path_, row);
+  return readTruth(*database_, metadata_.formatVersion, row);
 }
 
 }  // namespace recording

@@ -1,6 +1,8 @@
 #include <alg_kit/recording/RecordingWriter.h>
 
+#include <alg_kit/recording/Checksum.h>
 #include <alg_kit/recording/Database.h>
+#include <alg_kit/recording/Schema.h>
 
 #include <chrono>
 #include <filesystem>
@@ -12,62 +14,6 @@
 
 namespace recording {
 namespace {
-
-constexpr const char* kSchema = R"(
-CREATE TABLE meta (
-  key TEXT PRIMARY KEY,
-  value TEXT NOT NULL
-) WITHOUT ROWID;
-CREATE TABLE calls (
-  id INTEGER PRIMARY KEY,
-  parent INTEGER,
-  parent_step INTEGER NOT NULL,
-  kind TEXT NOT NULL,
-  type INTEGER NOT NULL,
-  mode INTEGER NOT NULL,
-  offset INTEGER NOT NULL,
-  length INTEGER NOT NULL,
-  pointer_given INTEGER NOT NULL,
-  output_given INTEGER NOT NULL,
-  payload BLOB,
-  returned INTEGER,
-  output BLOB,
-  start_ns INTEGER NOT NULL,
-  duration_ns INTEGER
-);
-CREATE TABLE logs (
-  call INTEGER NOT NULL,
-  step INTEGER NOT NULL,
-  level INTEGER NOT NULL,
-  text TEXT NOT NULL,
-  threw INTEGER NOT NULL,
-  PRIMARY KEY (call, step)
-) WITHOUT ROWID;
-CREATE TABLE blocks (
-  call INTEGER NOT NULL,
-  step INTEGER NOT NULL,
-  block BLOB NOT NULL,
-  threw INTEGER NOT NULL,
-  PRIMARY KEY (call, step)
-) WITHOUT ROWID;
-CREATE TABLE truth (
-  frame INTEGER NOT NULL,
-  call INTEGER,
-  time_ns INTEGER NOT NULL,
-  object INTEGER NOT NULL,
-  marker INTEGER NOT NULL,
-  x REAL NOT NULL,
-  y REAL NOT NULL,
-  z REAL NOT NULL,
-  in_left INTEGER NOT NULL,
-  in_right INTEGER NOT NULL,
-  PRIMARY KEY (frame, object, marker)
-) WITHOUT ROWID;
-CREATE INDEX truth_call ON truth (call);
-CREATE VIEW configurations AS
-  SELECT id AS call, type AS product_type, payload AS calibration
-  FROM calls WHERE kind = 'Init';
-)";
 
 std::string platform() {
   std::string text;
@@ -88,9 +34,10 @@ std::string platform() {
 }
 
 void setFactIn(Database& database, const std::string& key, const std::string& value) {
-  Statement statement(database, "INSERT OR REPLACE INTO meta (key, value) VALUES (?, ?)");
+  Statement statement(database, "INSERT OR REPLACE INTO meta VALUES (?, ?, ?)");
   statement.bindText(1, key);
   statement.bindText(2, value);
+  statement.bind(3, std::int64_t{checksumOf(key, value)});
   statement.run();
 }
 
@@ -103,11 +50,13 @@ void bindBytes(Statement& row, int parameter, const session::Bytes& bytes) {
 void createTables(const std::string& path, const std::map<std::string, std::string>& facts) {
   Database database(path, Database::Mode::kCreate);
   database.execute("BEGIN");
-  database.execute(kSchema);
+  database.execute(schemaStatements().c_str());
   for (const auto& [key, value] : facts) setFactIn(database, key, value);
   setFactIn(database, "library_version", ALG_FACTORY_VERSION);
   setFactIn(database, "platform", platform());
-  setFactIn(database, "dropped_calls", "0");
+  for (const char* const count : {"dropped_calls", "calls", "truth_rows"})
+    setFactIn(database, count, "0");
+  setFactIn(database, "last_call", "-1");
   setFactIn(database, "complete", "0");
   database.execute(("PRAGMA application_id = " + std::to_string(kApplicationId)).c_str());
   database.execute(("PRAGMA user_version = " + std::to_string(kFormatVersion)).c_str());
@@ -118,10 +67,10 @@ void createTables(const std::string& path, const std::map<std::string, std::stri
 
 struct RecordingWriter::Statements {
   explicit Statements(Database& database)
-      : call(database, "INSERT INTO calls VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)"),
+      : call(database, "INSERT INTO calls VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)"),
         log(database, "INSERT INTO logs VALUES (?,?,?,?,?)"),
         block(database, "INSERT INTO blocks VALUES (?,?,?,?)"),
-        truth(database, "INSERT INTO truth VALUES (?,?,?,?,?,?,?,?,?,?)") {}
+        truth(database, "INSERT INTO truth VALUES (?,?,?,?,?,?,?,?,?,?,?)") {}
   Statement call, log, block, truth;
 };
 
@@ -148,12 +97,20 @@ void RecordingWriter::setFact(const std::string& key, const std::string& value) 
 }
 
 void RecordingWriter::commit(std::int64_t dropped) {
-  if (dropped != droppedWritten_) setFact("dropped_calls", std::to_string(dropped));
+  counts_.dropped = dropped;
+  const auto note = [&](const char* key, std::int64_t now, std::int64_t before) {
+    if (now != before) setFact(key, std::to_string(now));
+  };
+  note("dropped_calls", counts_.dropped, committed_.dropped);
+  note("calls", counts_.calls, committed_.calls);
+  note("last_call", counts_.lastCall, committed_.lastCall);
+  note("truth_rows", counts_.truthRows, committed_.truthRows);
   database_->execute("COMMIT");
-  droppedWritten_ = dropped;
+  committed_ = counts_;
 }
 
 void RecordingWriter::rollback() noexcept {
+  counts_ = committed_;
   for (Statement* const statement :
        {&statements_->call, &statements_->log, &statements_->block, &statements_->truth})
     statement->reset();
@@ -161,9 +118,9 @@ void RecordingWriter::rollback() noexcept {
   database_->tryExecute("ROLLBACK");
 }
 
-void RecordingWriter::finish(std::int64_t dropped) {
+void RecordingWriter::finish(std::int64_t dropped, bool complete) {
   setFact("dropped_calls", std::to_string(dropped));
-  setFact("complete", "1");
+  if (complete) setFact("complete", "1");
   statements_.reset();
   database_->setPatience(std::chrono::milliseconds(100));
   // Whoever reads keeps the journal; it belongs to the file and nothing is lost.
@@ -204,7 +161,10 @@ void RecordingWriter::write(const session::Entry& entry) {
   bindBytes(row, 13, call.output);
   row.bind(14, call.startNs);
   row.bind(15, call.durationNs);
+  row.bind(16, std::int64_t{checksumOf(entry)});
   row.run();
+  ++counts_.calls;
+  counts_.lastCall = call.index;
 
   for (const session::LogLine& log : entry.logs) {
     Statement& line = statements_->log;
@@ -235,7 +195,9 @@ void RecordingWriter::write(const session::TruthRow& truth) {
   for (int i = 0; i < 3; ++i) row.bind(6 + i, truth.position[i]);
   row.bind(9, std::int64_t{truth.inLeft});
   row.bind(10, std::int64_t{truth.inRight});
+  row.bind(11, std::int64_t{checksumOf(truth)});
   row.run();
+  ++counts_.truthRows;
 }
 
 }  // namespace recording

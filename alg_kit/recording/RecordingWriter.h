@@ -30,8 +30,9 @@ class RecordingWriter {
   void commit(std::int64_t dropped);
   void rollback() noexcept;
 
-  /// Complete, and if nobody is reading, one file without a journal beside it.
-  void finish(std::int64_t dropped);
+  /// Complete unless told otherwise, and if nobody is reading, one file without a journal beside
+  /// it.
+  void finish(std::int64_t dropped, bool complete = true);
 
   /// For a file that lost its name: what was committed goes from the journal into the file, and no
   /// file is removed by name, since the names may be somebody else's by now.
@@ -43,9 +44,14 @@ class RecordingWriter {
  private:
   struct Statements;
 
+  /// What `meta` says about the tables, so that a reader misses what is missing.
+  struct Counts {
+    std::int64_t calls = 0, lastCall = -1, truthRows = 0, dropped = 0;
+  };
+
   std::unique_ptr<Database> database_;
   std::unique_ptr<Statements> statements_;
-  std::int64_t droppedWritten_ = 0;
+  Counts counts_, committed_;
 };
 
 }  // namespace recording

@@ -1,5 +1,6 @@
 #include <alg_kit/recording/UnitCursor.h>
 
+#include <string>
 #include <utility>
 
 namespace recording {
@@ -12,6 +13,10 @@ bool UnitCursor::next(session::Unit& unit) {
   }
   if (!hasAhead_) return false;
   do {
+    if (unit.used == kMostCallsPerUnit)
+      throw RecordingError(entries_.path(),
+                           "call " + std::to_string(unit[0].call.index) + ": expected at most " +
+                               std::to_string(kMostCallsPerUnit) + " calls in one, found more");
     std::swap(unit.append(), ahead_);
     hasAhead_ = entries_.next(ahead_);
     // A nested call whose parent was dropped stands for itself.

@@ -105,7 +105,10 @@ class TapAlg::Scope {
     if (!relay.onTapsThread()) {
       if (!tap.heard_ || PassingCallback::standsFor(&relay)) return;
       if (processGeneration() != tap.bornIn_) return;
-      if (!lock_.try_lock_for(kLongestWait)) return tap.missOne();
+      if (!lock_.try_lock_for(kLongestWait)) {
+        tap.missOne();
+        return;
+      }
       relay.thread = std::this_thread::get_id();
     }
     taken_ = true;
@@ -172,7 +175,8 @@ TapAlg::TapAlg(algorithm::AlgBase* alg, TapOptions options)
       bornIn_(processGeneration()) {}
 
 TapAlg::~TapAlg() {
-  for (const Listener& listener : sinks_) listener.sink->end();
+  if (processGeneration() == bornIn_)
+    for (const Listener& listener : sinks_) listener.sink->end();
   if (libraryKnowsRelay_) Relay::keep(std::move(relay_));
 }
 
@@ -328,6 +332,7 @@ void TapAlg::add(UnitSink& sink) {
 }
 
 void TapAlg::remove(UnitSink& sink) {
+  if (processGeneration() != bornIn_) return;
   const std::lock_guard<std::mutex> guard(sinksLock_);
   const auto found = std::find_if(sinks_.begin(), sinks_.end(),
                                   [&](const Listener& listener) { return listener.sink == &sink; });

@@ -2,11 +2,63 @@
 import os
 import subprocess
 import sqlite3
+import zlib
 import struct
 import tempfile
 import unittest
 
 ALGTRACK = os.environ["ALGTRACK"]
+
+
+def checksum(row):
+    """Of the values of a row, as docs/recording-format.md has it."""
+    content = b""
+    for value in row:
+        if value is None:
+            content += b"\0"
+        elif isinstance(value, int):
+            content += struct.pack("<Bq", 1, value)
+        elif isinstance(value, float):
+            content += struct.pack("<Bd", 2, value)
+        else:
+            data = value.encode() if isinstance(value, str) else value
+            content += struct.pack("<BQ", 3 if isinstance(value, str) else 4, len(data)) + data
+    return zlib.crc32(content)
+
+
+def content_of_calls(database):
+    """The values that the checksum of each call covers, by call."""
+    contents = {}
+    for row in database.execute("SELECT * FROM calls"):
+        # No bytes are read like none at all.
+        contents[row[0]] = [None if value == b"" else value for value in row[:-1]]
+    for table, columns in (("logs", "step, level, text, threw"), ("blocks", "step, block, threw")):
+        for call, *values in database.execute(
+                f"SELECT call, {columns} FROM {table} ORDER BY call, step"):
+            if call in contents:
+                contents[call] += values
+    return contents
+
+
+def seal(database):
+    """Gives a recording that was changed by hand the checksums and counts of its content."""
+    if "checksum" not in [row[1] for row in database.execute("PRAGMA table_info(calls)")]:
+        return
+    tables = [name for (name,) in database.execute("SELECT name FROM sqlite_master")]
+    if not {"calls", "logs", "blocks", "truth", "meta"} <= set(tables):
+        return
+    contents = content_of_calls(database)
+    database.executemany("UPDATE calls SET checksum = ? WHERE id = ?",
+                         [(checksum(content), call) for call, content in contents.items()])
+    truth = database.execute("SELECT * FROM truth").fetchall()
+    database.executemany("UPDATE truth SET checksum = ? WHERE frame = ? AND object = ? AND marker = ?",
+                         [(checksum(row[:-1]), row[0], row[3], row[4]) for row in truth])
+    for key, value in (("calls", len(contents)), ("last_call", max(contents, default=-1)),
+                       ("truth_rows", len(truth))):
+        database.execute("UPDATE meta SET value = ? WHERE key = ?", (str(value), key))
+    for key, value, _ in database.execute("SELECT * FROM meta").fetchall():
+        database.execute("UPDATE meta SET checksum = ? WHERE key = ?",
+                         (checksum((key, value)), key))
 
 
 class AlgtrackCase(unittest.TestCase):
@@ -65,6 +117,7 @@ class AlgtrackCase(unittest.TestCase):
         database = sqlite3.connect(self.path(name))
         with database:
             database.execute(sql, parameters)
+            seal(database)
         database.close()
 
     def dump(self, name):

@@ -86,7 +86,7 @@ class CommandLineTest(AlgtrackCase):
         self.write("foreign", b"")
         self.change("foreign", "CREATE TABLE calls (id INTEGER)")
         self.write("newer", content)
-        self.change("newer", "PRAGMA user_version = 2")
+        self.change("newer", "PRAGMA user_version = 3")
         self.write("incomplete", content)
         self.change("incomplete", "DROP TABLE logs")
         names = [name for name in os.listdir(self.folder) if name != "good"] + ["absent", "."]

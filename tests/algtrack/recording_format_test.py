@@ -2,11 +2,12 @@
 """docs/recording-format.md against real recordings."""
 import os
 import re
+import sqlite3
 import subprocess
 import sys
 import unittest
 
-from algtrack_case import AlgtrackCase
+from algtrack_case import AlgtrackCase, content_of_calls
 
 
 class RecordingFormatTest(AlgtrackCase):
@@ -39,7 +40,23 @@ class RecordingFormatTest(AlgtrackCase):
     def test_every_fact_is_documented(self):
         self.succeed("replay", "walk.algrec", "--record", "again.algrec")
         for (key,) in self.query("again.algrec", "SELECT key FROM meta"):
-            self.assertIn(f"| `{key}` |", self.section("meta"))
+            self.assertRegex(self.section("meta"), rf"(?m)^\| [^|]*`{key}`[^|]* \|")
+
+    def test_every_row_has_the_checksum_that_is_documented(self):
+        names = {}
+        example = re.search(r"^## Checksums.*?```python\n(.*?)```", self.document, re.M | re.S).group(1)
+        exec(example, names)  # pylint: disable=exec-used
+        database = sqlite3.connect(self.path("walk.algrec"))
+        contents = content_of_calls(database)
+        database.close()
+        stored = dict(self.query("walk.algrec", "SELECT id, checksum FROM calls"))
+        self.assertGreater(len(stored), 90)
+        self.assertEqual({call: names["checksum"](row) for call, row in contents.items()}, stored)
+        for table in ("truth", "meta"):
+            rows = self.query("walk.algrec", f"SELECT * FROM {table}")
+            self.assertGreater(len(rows), 5)
+            for *values, found in rows:
+                self.assertEqual(names["checksum"](values), found)
 
     def test_the_python_example_prints_every_position(self):
         example = re.search(r"```python\n(.*?)```", self.document, re.S).group(1)

@@ -221,7 +221,7 @@ class ReportTest(AlgtrackCase):
 
     def test_recordings_that_are_not_whole_are_reported_with_a_notice(self):
         self.simulate("r", "--seconds", 1)
-        self.change("r", "DELETE FROM meta WHERE key = 'complete'")
+        self.change("r", "UPDATE meta SET value = '0' WHERE key = 'complete'")
         self.change("r", "UPDATE meta SET value = '3' WHERE key = 'dropped_calls'")
         report = self.report("r")
         notices = " ".join(report["notices"])
@@ -269,11 +269,13 @@ class ReportTest(AlgtrackCase):
     def test_damaged_times_do_no_harm(self):
         self.simulate("r", "--seconds", 1)
         calls = [call for call, _, _ in self.packets("r")]
-        self.change("r", "UPDATE calls SET start_ns = ? WHERE id = ?", -2**63, calls[10])
-        self.change("r", "UPDATE calls SET start_ns = ? WHERE id = ?", 2**63 - 1, calls[20])
+        self.change("r", "UPDATE calls SET start_ns = ? WHERE id = ?", 1 - 2**62, calls[10])
+        self.change("r", "UPDATE calls SET start_ns = ? WHERE id = ?", 2**62 - 1, calls[20])
         report = self.report("r")
         self.assertEqual(report["recording"]["packets"], 90)
         self.assertIn("before it", " ".join(report["notices"]))
+        self.change("r", "UPDATE calls SET start_ns = ? WHERE id = ?", 2**62, calls[20])
+        self.assertIn("expected at most 146 years", self.fail_in_one_line("report", "r", "--json"))
 
     def test_wrong_usage_is_one_line(self):
         self.simulate("r", "--seconds", 0.5)

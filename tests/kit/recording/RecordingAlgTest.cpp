@@ -397,7 +397,10 @@ TEST(RecordingAlgLocks, NoPairingOfRawAndRecordedCallsStandsStill) {
           std::atomic<bool> stop{false};
           std::atomic<int> fed{0}, asked{0};
           std::thread feeding([&] {
-            while (!stop) fed += pick(feedRaw).InputStream(0, nullptr, 0, 0) ? 1 : 0;
+            while (!stop) {
+              fed += pick(feedRaw).InputStream(0, nullptr, 0, 0) ? 1 : 0;
+              std::this_thread::sleep_for(std::chrono::microseconds(100));  // a device has a rate
+            }
           });
           std::thread asking([&] {
             unsigned char answer[52];

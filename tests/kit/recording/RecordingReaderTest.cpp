@@ -139,9 +139,9 @@ TEST_F(RecordingReaderTest, RefusesCallsThatADamagedFileHoldsOutOfOrder) {
 
 TEST_F(RecordingReaderTest, RefusesANewerFormatInPlainWords) {
   makeRecording();
-  change("PRAGMA user_version = 2");
-  EXPECT_THAT(problemOf(path_), HasSubstr("expected a recording of format 1 or older, found format "
-                                          "2, made by a newer program"));
+  change("PRAGMA user_version = 3");
+  EXPECT_THAT(problemOf(path_), HasSubstr("expected a recording of format 2 or older, found format "
+                                          "3, made by a newer program"));
 }
 
 // A copy taken in the middle of a change is what a kill leaves: half of the change in the file and

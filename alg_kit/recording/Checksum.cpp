@@ -1,0 +1,139 @@
+#include <alg_kit/recording/Checksum.h>
+
+#include <array>
+#include <cstring>
+
+namespace recording {
+namespace {
+
+/// table[0] takes one byte on; table[k] takes it k bytes further, so that eight go at once.
+constexpr std::array<std::array<std::uint32_t, 256>, 8> makeTables() {
+  std::array<std::array<std::uint32_t, 256>, 8> tables{};
+  for (std::uint32_t i = 0; i < 256; ++i) {
+    std::uint32_t c = i;
+    for (int bit = 0; bit < 8; ++bit) c = (c & 1) != 0 ? 0xEDB88320U ^ (c >> 1) : c >> 1;
+    tables[0][i] = c;
+  }
+  for (std::size_t k = 1; k < 8; ++k)
+    for (std::size_t i = 0; i < 256; ++i)
+      tables[k][i] = tables[0][tables[k - 1][i] & 0xFF] ^ (tables[k - 1][i] >> 8);
+  return tables;
+}
+
+constexpr auto kTables = makeTables();
+
+void addCallback(Checksum& sum, const session::LogLine& log) {
+  sum.add(std::int64_t{log.step});
+  sum.add(std::int64_t{log.level});
+  sum.addText(log.text);
+  sum.add(std::int64_t{log.threw});
+}
+
+void addBytesOf(Checksum& sum, const session::Bytes& bytes) {
+  if (bytes.empty())
+    sum.addNothing();  // as it is stored
+  else
+    sum.addBytes(bytes.data(), bytes.size());
+}
+
+}  // namespace
+
+void Checksum::feed(const void* bytes, std::size_t size) {
+  const auto* at = static_cast<const std::uint8_t*>(bytes);
+  std::uint32_t c = state_;
+  for (; size >= 8; size -= 8, at += 8) {
+    const std::uint32_t low = c ^ (static_cast<std::uint32_t>(at[0]) | at[1] << 8 | at[2] << 16 |
+                                   static_cast<std::uint32_t>(at[3]) << 24);
+    c = kTables[7][low & 0xFF] ^ kTables[6][low >> 8 & 0xFF] ^ kTables[5][low >> 16 & 0xFF] ^
+        kTables[4][low >> 24] ^ kTables[3][at[4]] ^ kTables[2][at[5]] ^ kTables[1][at[6]] ^
+        kTables[0][at[7]];
+  }
+  for (; size > 0; --size, ++at) c = kTables[0][(c ^ *at) & 0xFF] ^ (c >> 8);
+  state_ = c;
+}
+
+void Checksum::feed(std::uint8_t type, std::uint64_t value) {
+  std::array<std::uint8_t, 9> bytes{};
+  bytes[0] = type;
+  for (std::size_t i = 0; i < 8; ++i) bytes[1 + i] = static_cast<std::uint8_t>(value >> 8 * i);
+  feed(bytes.data(), bytes.size());
+}
+
+void Checksum::add(std::int64_t value) {
+  feed(1, static_cast<std::uint64_t>(value));
+}
+
+void Checksum::add(double value) {
+  std::uint64_t bits = 0;
+  std::memcpy(&bits, &value, sizeof bits);
+  feed(2, bits);
+}
+
+void Checksum::add(const std::optional<std::int64_t>& value) {
+  if (value)
+    add(*value);
+  else
+    addNothing();
+}
+
+void Checksum::addText(std::string_view text) {
+  feed(3, text.size());
+  feed(text.data(), text.size());
+}
+
+void Checksum::addBytes(const void* bytes, std::size_t size) {
+  feed(4, size);
+  feed(bytes, size);
+}
+
+void Checksum::addNothing() {
+  constexpr std::uint8_t type = 0;
+  feed(&type, 1);
+}
+
+std::uint32_t checksumOf(const session::Entry& entry) {
+  const session::Call& call = entry.call;
+  Checksum sum;
+  sum.add(call.index);
+  sum.add(call.parent);
+  sum.add(std::int64_t{call.parentStep});
+  sum.addText(session::nameOf(call.kind));
+  for (const int value : {call.type, call.mode, call.offset, call.length})
+    sum.add(std::int64_t{value});
+  sum.add(std::int64_t{call.pointerGiven});
+  sum.add(std::int64_t{call.outputGiven});
+  addBytesOf(sum, call.payload);
+  sum.add(call.returned ? std::optional<std::int64_t>(*call.returned) : std::nullopt);
+  addBytesOf(sum, call.output);
+  sum.add(call.startNs);
+  sum.add(call.durationNs);
+  for (const session::LogLine& log : entry.logs) addCallback(sum, log);
+  for (const session::DeliveredBlock& delivered : entry.blocks) {
+    sum.add(std::int64_t{delivered.step});
+    sum.addBytes(&delivered.block, sizeof delivered.block);
+    sum.add(std::int64_t{delivered.threw});
+  }
+  return sum.value();
+}
+
+std::uint32_t checksumOf(const session::TruthRow& row) {
+  Checksum sum;
+  sum.add(row.frame);
+  sum.add(row.call);
+  sum.add(row.timeNs);
+  sum.add(std::int64_t{row.object});
+  sum.add(std::int64_t{row.marker});
+  for (const double coordinate : row.position) sum.add(coordinate);
+  sum.add(std::int64_t{row.inLeft});
+  sum.add(std::int64_t{row.inRight});
+  return sum.value();
+}
+
+std::uint32_t checksumOf(std::string_view key, std::string_view value) {
+  Checksum sum;
+  sum.addText(key);
+  sum.addText(value);
+  return sum.value();
+}
+
+}  // namespace recording

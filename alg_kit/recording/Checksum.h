@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include <alg_kit/session/Session.h>
+
+namespace recording {
+
+/// The checksum of a row's content: CRC-32 as zlib and Ethernet have it, over the row's values,
+/// each as one byte for its type and eight bytes, little-endian: 0 nothing (no eight bytes), 1 an
+/// integer, 2 a real number (its bits), 3 a text, 4 bytes (both their length, then themselves).
+class Checksum {
+ public:
+  void add(std::int64_t value);
+  void add(double value);
+  void add(const std::optional<std::int64_t>& value);
+  void addText(std::string_view text);
+  void addBytes(const void* bytes, std::size_t size);
+  void addNothing();
+
+  std::uint32_t value() const { return ~state_; }
+
+ private:
+  void feed(const void* bytes, std::size_t size);
+  void feed(std::uint8_t type, std::uint64_t value);
+
+  std::uint32_t state_ = 0xFFFFFFFF;
+};
+
+/// Of a call with its messages and blocks, of a truth row, and of a fact.
+std::uint32_t checksumOf(const session::Entry& entry);
+std::uint32_t checksumOf(const session::TruthRow& row);
+std::uint32_t checksumOf(std::string_view key, std::string_view value);
+
+}  // namespace recording
