@@ -7,8 +7,10 @@
 #include <alg_kit/text/TextFile.h>
 
 #include <Eigen/Dense>
+#include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -39,12 +41,27 @@ LoadedCalibration readKalibr(const std::string& path) {
   return loaded;
 }
 
+/// Bytes. A calibration has a few thousand; parsing YAML takes more than 200 times as many.
+constexpr std::size_t kLargest = 512 * 1024;
+
+/// Beyond it (a thousand kilometres, an image of a billion pixels) products of two numbers overflow
+/// long before anything is a calibration.
+constexpr double kLargestNumber = 1e9;
+
+void requireBounded(const algorithm::StereoCalibration& calibration, const std::string& path) {
+  std::array<double, sizeof calibration / sizeof(double)> numbers{};
+  std::memcpy(numbers.data(), &calibration, sizeof calibration);
+  for (const double number : numbers)
+    if (!(std::fabs(number) <= kLargestNumber))
+      throw text::FileError(path, 0, "expected numbers of at most 1e9, found a larger one");
+}
+
 bool beginsWith(const std::string& text, const std::string& start) {
   return text.compare(0, start.size(), start) == 0;
 }
 
 LoadedCalibration readOne(const std::string& path) {
-  const std::string content = text::readTextFile(path, kExpected);
+  const std::string content = text::readTextFile(path, kExpected, kLargest);
   const auto found = [&](const std::string& what) {
     return text::FileError(path, 0, std::string("expected ") + kExpected + ", found " + what);
   };
@@ -88,10 +105,12 @@ LoadedCalibration readCalibration(const std::vector<std::string>& paths,
   } else {
     std::vector<NamedText> texts;
     for (const std::string& path : paths)
-      texts.push_back({path, text::readTextFile(path, "OpenCV's intrinsics or extrinsics")});
+      texts.push_back(
+          {path, text::readTextFile(path, "OpenCV's intrinsics or extrinsics", kLargest)});
     loaded = readOpenCv(texts);
   }
   if (unit) applyUnit(*unit, loaded);
+  requireBounded(loaded.calibration, paths[0]);
   if (!loaded.fundamentalInFile) recomputeFundamental(loaded.calibration);
   return loaded;
 }

@@ -12,6 +12,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* kFormat = "alg_factory stereo calibration";
 constexpr int kVersion = 1;
+constexpr std::size_t kDeepest = 32;  // a calibration has three
 
 Json matrix(const double (&rows)[9]) {
   Json result = Json::array();
@@ -29,6 +30,13 @@ Json camera(const double (&intrinsics)[9], const double (&distortion)[8]) {
           {"distortion", coefficients}};
 }
 
+/// A value for a message. A list may hold anything, any number of times, and is not shown.
+std::string shown(const Json& value) {
+  if (value.is_structured()) return value.is_array() ? "a list" : "an object";
+  if (value.is_string()) return text::quoted(value.get_ref<const std::string&>());
+  return value.dump();
+}
+
 /// Reads members and says in one line what is missing or wrong.
 class JsonReader {
  public:
@@ -41,19 +49,19 @@ class JsonReader {
   }
 
   double number(const Json& value, const std::string& name) const {
-    if (!value.is_number()) fail("expected a number in " + name + ", found " + value.dump());
+    if (!value.is_number()) fail("expected a number in " + name + ", found " + shown(value));
     return value.get<double>();
   }
 
   std::string text(const Json& value, const std::string& name) const {
-    if (!value.is_string()) fail("expected a text as " + name + ", found " + value.dump());
+    if (!value.is_string()) fail("expected a text as " + name + ", found " + shown(value));
     return value.get<std::string>();
   }
 
   int pixels(const Json& value, const std::string& name) const {
     if (!value.is_number_integer() || value.get<std::int64_t>() < 1 ||
         value.get<std::int64_t>() > 65535)
-      fail("expected a whole number of pixels as " + name + ", found " + value.dump());
+      fail("expected a whole number of pixels as " + name + ", found " + shown(value));
     return value.get<int>();
   }
 
@@ -118,6 +126,9 @@ LoadedCalibration readJson(const std::string& content, const std::string& path) 
   const JsonReader reader(path);
   Json json;
   try {
+    if (text::nestingOf(content) > kDeepest)
+      reader.fail("expected at most " + std::to_string(kDeepest) +
+                  " brackets inside each other, found more");
     json = Json::parse(content);
   } catch (const Json::exception& error) {
     reader.fail(std::string("expected JSON, found an error: ") + error.what());
@@ -126,7 +137,7 @@ LoadedCalibration readJson(const std::string& content, const std::string& path) 
     reader.fail(std::string("expected the JSON of a calibration (format \"") + kFormat +
                 "\"), found other JSON");
   if (reader.member(json, "version") != kVersion)
-    reader.fail("expected version 1, found " + json["version"].dump());
+    reader.fail("expected version 1, found " + shown(json["version"]));
 
   LoadedCalibration loaded;
   auto& c = loaded.calibration;

@@ -25,7 +25,7 @@ class ChainReader {
       : path_(path), models_(models) {}
 
   rig::StereoRig read() {
-    const std::string text = text::readTextFile(path_, "a Kalibr camera chain");
+    const std::string text = text::readTextFile(path_, "a Kalibr camera chain", 512 * 1024);
     try {
       return rigFrom(YAML::Load(text));
     } catch (const YAML::Exception& error) {

@@ -15,14 +15,23 @@ class FileError : public std::runtime_error {
   FileError(const std::string& path, int line, const std::string& problem);
 };
 
-constexpr std::size_t kMostTextBytes = std::size_t{1} << 28;
+constexpr std::size_t kLargestTextFile = 64 * 1024 * 1024;
 
-/// Reads a whole regular file of at most kMostTextBytes: a device has no end, and a pipe may have
-/// no other side.
-/// @param kind  what the file should be, for the message: "a trajectory"
-/// @throws FileError for a missing, unreadable, empty or too large file and for a directory or
-/// device.
-std::string readTextFile(const std::string& path, const std::string& kind);
+/// Reads a whole file.
+/// @param kind     what the file should be, for the message: "a trajectory"
+/// @param largest  bytes
+/// @throws FileError for a missing, unreadable, empty or larger file, for a directory and for what
+/// is
+///         no file (a device or a pipe has no end).
+std::string readTextFile(const std::string& path, const std::string& kind,
+                         std::size_t largest = kLargestTextFile);
+
+/// How deep brackets and braces stand inside each other, those in quotes left out.
+std::size_t nestingOf(std::string_view text);
+
+/// What a file says, made fit for a terminal: control characters (and bytes that are no UTF-8) as
+/// \n, \x1b and the like, everything else as it is. `longest` bytes of it at most.
+std::string escaped(std::string_view text, std::size_t longest = 200);
 
 /// A piece of a file made fit for a one-line message: quoted, shortened, control characters as '?'.
 std::string quoted(std::string_view text);

@@ -13,5 +13,6 @@ void addReplayCommand(CLI::App& app);
 void addInspectCommand(CLI::App& app);
 void addCalibrationCommand(CLI::App& app);
 void addReportCommand(CLI::App& app);
+void addRepairCommand(CLI::App& app);
 
 }  // namespace algtrack

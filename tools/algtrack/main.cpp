@@ -5,6 +5,7 @@
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Help.h>
 #include <tools/algtrack/terminal/Table.h>
+#include <tools/algtrack/terminal/Interrupt.h>
 
 #include <exception>
 #include <iostream>
@@ -50,7 +51,9 @@ int main(int argc, char** argv) {
   algtrack::addInspectCommand(app);
   algtrack::addCalibrationCommand(app);
   algtrack::addReportCommand(app);
+  algtrack::addRepairCommand(app);
 
+  algtrack::heedInterrupts();
   try {
     algtrack::runCommandLine(app, std::vector<std::string>(argv + 1, argv + argc));
     if (!std::cout.flush()) throw std::runtime_error("standard output: writing failed");

@@ -94,6 +94,23 @@ void expectTheNumbersGivenToOpenCv(const StereoCalibration& c) {
   for (int i = 0; i < 3; ++i) EXPECT_DOUBLE_EQ(c.translation[i], translation[i]);
 }
 
+TEST_F(CalibrationFiles, RefusesBracketsWithoutEndInJson) {
+  const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+  for (const char* const member : {"version", "unit", "left"}) {
+    const std::string text =
+        errorOfContent(std::string("{\"format\": \"alg_factory stereo calibration\", \"") + member +
+                       "\": " + deep + "}");
+    EXPECT_THAT(text, HasSubstr("expected at most 32 brackets inside each other, found more"));
+  }
+  const std::string shallow =
+      errorOfContent("{\"format\": \"alg_factory stereo calibration\", \"version\": [[[1]]]}");
+  EXPECT_THAT(shallow, HasSubstr("expected version 1, found a list"));
+}
+
+TEST_F(CalibrationFiles, RefusesAFileThatIsTooLarge) {
+  EXPECT_THAT(errorOfContent(std::string(600 * 1024, '#')), HasSubstr("of at most 524288 bytes"));
+}
+
 TEST_F(CalibrationFiles, ReadsOpenCvsYaml) {
   const auto loaded = readCalibration({kOpenCv + "stereo_fisheye.yml"}, "m");
   expectTheNumbersGivenToOpenCv(loaded.calibration);

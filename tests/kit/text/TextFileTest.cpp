@@ -1,6 +1,9 @@
 #include <alg_kit/text/TextFile.h>
+#include <tests/support/ScratchFolder.h>
 
 #include <gtest/gtest.h>
+
+#include <string>
 
 namespace {
 
@@ -14,13 +17,42 @@ TEST(FileError, LeavesOtherCharactersAlone) {
   EXPECT_STREQ(text::FileError("a", 0, "found 3 \xC2\xB5m").what(), "a: found 3 \xC2\xB5m");
 }
 
-TEST(ReadTextFile, RefusesADeviceWhichHasNoEnd) {
-  try {
-    text::readTextFile("/dev/zero", "a calibration");
-    FAIL() << "expected an error";
-  } catch (const text::FileError& error) {
-    EXPECT_STREQ(error.what(), "/dev/zero: expected a calibration, found a device or a pipe");
-  }
+TEST(FileError, IsOfABearableLength) {
+  EXPECT_LT(std::string(text::FileError("a", 0, std::string(6000000, 'x')).what()).size(), 1100u);
+}
+
+TEST(ReadTextFile, RefusesWhatHasNoEndAndWhatIsTooLarge) {
+  const auto problem = [](const std::string& path, std::size_t largest) {
+    try {
+      text::readTextFile(path, "a text", largest);
+    } catch (const text::FileError& error) {
+      return std::string(error.what());
+    }
+    return std::string("no problem");
+  };
+  EXPECT_EQ(problem("/dev/zero", 10),
+            "/dev/zero: expected a text, found a device or a pipe");
+  const ScratchFolder folder;
+  const std::string path = folder.write("t", "12345");
+  EXPECT_EQ(problem(path, 5), "no problem");
+  EXPECT_EQ(problem(path, 4), path + ": expected a text of at most 4 bytes, found 5");
+}
+
+TEST(NestingOf, CountsBracketsOutsideOfQuotes) {
+  EXPECT_EQ(text::nestingOf(""), 0u);
+  EXPECT_EQ(text::nestingOf("[1, {\"a\": [2]}], [3]"), 3u);
+  EXPECT_EQ(text::nestingOf("[\"[[[\\\"[[\"]"), 1u);
+  EXPECT_EQ(text::nestingOf(std::string(100000, '[')), 100000u);
+}
+
+TEST(Escaped, LetsNoControlCharacterThroughAndKeepsWords) {
+  EXPECT_EQ(text::escaped("3 \xC2\xB5m"), "3 \xC2\xB5m");
+  EXPECT_EQ(text::escaped("a\x1B[2J\nb\\"), "a\\x1b[2J\\nb\\\\");
+  EXPECT_EQ(text::escaped("\xC2\x9B"
+                          "2J\xFF"),
+            "\\xc2\\x9b2J\\xff");
+  EXPECT_EQ(text::escaped("\xC0\xAF\xED\xA0\x80"), "\\xc0\\xaf\\xed\\xa0\\x80");
+  EXPECT_EQ(text::escaped("abcdef", 3), "abc...");
 }
 
 }  // namespace

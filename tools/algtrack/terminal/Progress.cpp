@@ -1,5 +1,7 @@
 #include <tools/algtrack/terminal/Progress.h>
 
+#include <tools/algtrack/terminal/Interrupt.h>
+
 #include <cstdio>
 #include <utility>
 
@@ -30,6 +32,7 @@ Progress::~Progress() {
 }
 
 void Progress::show(std::int64_t done) {
+  stopIfInterrupted();
   if (!terminal_ || total_ <= 0) return;
   const int percent = static_cast<int>(100 * done / total_);
   if (percent == shown_) return;

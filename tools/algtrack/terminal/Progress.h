@@ -13,6 +13,7 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
+  /// @throws std::runtime_error after Ctrl-C
   void show(std::int64_t done);
 
  private:
