@@ -12,3 +12,20 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     # Nobody reads errno after sqrt; without it loops over sqrt can be vectorised. Same bits.
     -fno-math-errno)
 endif()
+
+# What makes a mistake harder to use for an attack, as far as the compiler has it. Same results.
+if(ALG_FACTORY_HARDEN AND CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+  include(CheckCXXCompilerFlag)
+  foreach(option IN ITEMS stack-protector-strong stack-clash-protection cf-protection)
+    string(MAKE_C_IDENTIFIER "ALG_HAS_${option}" known)
+    check_cxx_compiler_flag("-f${option}" ${known})
+    # On Windows stack frames have the system's own probes.
+    if(${known} AND NOT (WIN32 AND option STREQUAL "stack-clash-protection"))
+      target_compile_options(alg_compile_options INTERFACE "-f${option}")
+    endif()
+  endforeach()
+  target_compile_options(alg_compile_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+    target_link_options(alg_compile_options INTERFACE LINKER:-z,relro,-z,now)
+  endif()
+endif()

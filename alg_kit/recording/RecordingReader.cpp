@@ -102,10 +102,10 @@ Metadata readMetadata(Database& database, int version) {
     const std::string_view key = row.text(0), value = row.text(1);
     if (version >= 2 && row.integer(2) != checksumOf(key, value))
       refuseDamaged(database.path(), "meta " + text::quoted(key));
-    metadata.values.emplace(key, value);
-    if (metadata.values.size() > kMostFacts)
+    const bool isNew = metadata.values.emplace(key, value).second;
+    if (!isNew || metadata.values.size() > kMostFacts)
       throw RecordingError(database.path(), "meta: expected at most " + std::to_string(kMostFacts) +
-                                                " facts, found more");
+                                                " different facts, found others");
   }
   const auto value = [&](const char* key) {
     const auto found = metadata.values.find(key);
@@ -172,8 +172,7 @@ struct EntryCursor::State {
         blocks(database,
                (std::string(kBlockColumns) + "WHERE call >= ? ORDER BY call, step").c_str()) {
     // From the start means all rows, those that should not be there too.
-    const std::int64_t first =
-        fromTheStart ? std::numeric_limits<std::int64_t>::min() : firstIndex;
+    const std::int64_t first = fromTheStart ? std::numeric_limits<std::int64_t>::min() : firstIndex;
     for (Statement* const rows : {&calls, &logs, &blocks}) rows->bind(1, first);
   }
 

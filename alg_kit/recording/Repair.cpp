@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::int64_t kFarthest = std::numeric_limits<std::int64_t>::max() / 4;
 constexpr int kRowsPerCommit = 2000;
+constexpr int kMostFacts = 1000;  // a damaged table may give the same row again and again
 
 /// The first key from `from` on at which `readable` is true, where a stretch of keys is not: steps
 /// that double find the other side of the stretch, halving finds its end.
@@ -62,7 +63,7 @@ class Source {
     try {
       Statement row(database_, version_ >= 2 ? "SELECT key, value, checksum FROM meta"
                                              : "SELECT key, value, 0 FROM meta");
-      while (row.step()) {
+      for (int count = 0; row.step() && count < kMostFacts; ++count) {
         const std::string key(row.text(0)), value(row.text(1));
         if (version_ < 2 || row.integer(2) == checksumOf(key, value)) facts[key] = value;
       }

@@ -126,7 +126,9 @@ void checkSchema(Database& database, int version) {
     if (squeezed(row.text(2)) != squeezed(statementFor(*part, version)))
       throw RecordingError(database.path(), "expected the table " + name +
                                                 " of a recording, found another one of that name");
-    ++found;
+    // A damaged table may give the same row again and again.
+    if (++found > kParts.size())
+      throw RecordingError(database.path(), "expected each table of a recording once, found more");
   }
   if (found == kParts.size()) return;
   for (const Part& part : kParts) {

@@ -1,4 +1,4 @@
-# cmake -DNODE= -DNPM= -DSOURCE= -DWORK= -DOUTPUT= -P MakePage.cmake
+# cmake -DNODE= -DNPM= -DSOURCE= -DWORK= -DOUTPUT= -DREQUIRED= -P MakePage.cmake
 # Writes OUTPUT, a C++ source with the bundled page, or without one where npm cannot do its work.
 cmake_minimum_required(VERSION 3.25)
 
@@ -48,7 +48,9 @@ endif()
 
 set(bytes "")
 set(size 0)
-if(problem)
+if(problem AND REQUIRED)
+  message(FATAL_ERROR "the report page cannot be made: ${problem}")
+elseif(problem)
   message("algtrack is built without the report page: ${problem}. "
     "To try again, remove ${OUTPUT} and build.")
 else()

@@ -1,7 +1,7 @@
 # The .deb files: built from the source tree, judged by lintian, and used by a host from a scratch
 # root into which they are unpacked.
 #   SCRATCH, SOURCE, GENERATOR, MAKE_PROGRAM, COMPILER, LAUNCHER, VERSION,
-#   LINTIAN, DPKG_DEB, PKG_CONFIG, READELF
+#   LINTIAN, DPKG_DEB, PKG_CONFIG, READELF, HARDENING_CHECK
 include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
 
 set(build "${SCRATCH}/build")
@@ -10,7 +10,8 @@ file(REMOVE_RECURSE "${SCRATCH}")
 run("${CMAKE_COMMAND}" -S "${SOURCE}" -B "${build}" -G "${GENERATOR}"
   "-DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM}" "-DCMAKE_CXX_COMPILER=${COMPILER}"
   "-DCMAKE_CXX_COMPILER_LAUNCHER=${LAUNCHER}" -DCMAKE_BUILD_TYPE=Release
-  -DCMAKE_INSTALL_PREFIX=/usr -DBUILD_TESTING=OFF)
+  -DCMAKE_INSTALL_PREFIX=/usr -DBUILD_TESTING=OFF -DALG_FACTORY_HARDEN=ON
+  -DALG_FACTORY_REQUIRE_TOOLS=ON)
 run("${CMAKE_COMMAND}" --build "${build}" --target alg_factory algtrack)
 get_filename_component(cmake_folder "${CMAKE_COMMAND}" DIRECTORY)
 # CPack gives folders what the umask leaves.
@@ -67,6 +68,12 @@ get_filename_component(libdir "${libraries}" DIRECTORY)
 run("${READELF}" -S "${libraries}")
 if(output MATCHES "\\.debug_|\\.symtab")
   fail("the library is not stripped")
+endif()
+
+# The library copies no text whose size the compiler does not know, so that nothing in it is fortified.
+if(HARDENING_CHECK)
+  run("${HARDENING_CHECK}" --nopie --nofortify "${libraries}")
+  run("${HARDENING_CHECK}" --nofortify "${root}/usr/bin/algtrack")
 endif()
 
 run("${root}/usr/bin/algtrack" --version)

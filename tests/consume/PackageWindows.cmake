@@ -8,7 +8,7 @@ file(REMOVE_RECURSE "${SCRATCH}")
 run("${CMAKE_COMMAND}" -S "${SOURCE}" -B "${build}" -G "${GENERATOR}"
   "-DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM}" "-DCMAKE_CXX_COMPILER_LAUNCHER=${LAUNCHER}"
   "-DCMAKE_TOOLCHAIN_FILE=${SOURCE}/cmake/toolchains/windows-x86_64.cmake"
-  -DCMAKE_BUILD_TYPE=Release -DALG_FACTORY_DEVELOPER=OFF)
+  -DCMAKE_BUILD_TYPE=Release -DALG_FACTORY_DEVELOPER=OFF -DALG_FACTORY_HARDEN=ON)
 run("${CMAKE_COMMAND}" --build "${build}")
 get_filename_component(cmake_folder "${CMAKE_COMMAND}" DIRECTORY)
 run("${CMAKE_COMMAND}" -E chdir "${build}" "${cmake_folder}/cpack")

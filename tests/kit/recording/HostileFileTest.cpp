@@ -334,7 +334,7 @@ TEST_F(RepairTest, SavesEveryReadableCallOfAFileThatWasCut) {
   record(1000);
   const auto size = std::filesystem::file_size(path_);
   std::filesystem::resize_file(path_, size * 6 / 10 + 100);
-  EXPECT_THAT(problemOf(path_), HasSubstr("the file was cut; `algtrack repair`"));
+  EXPECT_THAT(problemOf(path_), HasSubstr("was cut; `algtrack repair`"));
   const auto before = bytesOf(path_);
   const auto result = repair();
   EXPECT_EQ(bytesOf(path_), before);
