@@ -45,7 +45,7 @@ void use(const recording::RecordingReader& reader) {
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
   session::Player player(library);
   recording::UnitCursor units(reader.entries());
-  for (std::vector<session::Entry> unit; units.next(unit);)
+  for (session::Unit unit; units.next(unit);)
     if (player.play(unit).size() != unit.size()) fail("a unit of another size was played");
 }
 

@@ -51,8 +51,8 @@ void createTables(const std::string& path, const std::map<std::string, std::stri
   Database database(path, Database::Mode::kCreate);
   database.execute("BEGIN");
   database.execute(schemaStatements().c_str());
-  for (const auto& [key, value] : facts) setFactIn(database, key, value);
   setFactIn(database, "library_version", ALG_FACTORY_VERSION);
+  for (const auto& [key, value] : facts) setFactIn(database, key, value);
   setFactIn(database, "platform", platform());
   for (const char* const count : {"dropped_calls", "calls", "truth_rows"})
     setFactIn(database, count, "0");

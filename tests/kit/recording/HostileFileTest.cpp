@@ -316,7 +316,7 @@ TEST_F(HostileFileTest, RefusesMoreCallsInOneThanAHostCanMake) {
   ASSERT_EQ(recorder.close().dropped, 0);
   const RecordingReader reader(path_);
   recording::UnitCursor units(reader.entries());
-  std::vector<Entry> all;
+  Unit all;
   EXPECT_THROW(units.next(all), RecordingError);
 }
 
