@@ -1,10 +1,9 @@
 // The rows that a report draws, thinned so that a long recording stays a few MB. What is left out
-// lies within what is drawn: see Buckets and pathPackets.
+// lies within what is drawn.
 #pragma once
 
-#include <alg_kit/analysis/ReportData.h>
-#include <alg_kit/analysis/ReportNumbers.h>
-#include <alg_kit/analysis/ReportStatistics.h>
+#include <alg_kit/analysis/Columns.h>
+#include <alg_kit/analysis/TrackStatistics.h>
 
 #include <array>
 #include <cstdint>
@@ -12,7 +11,7 @@
 
 namespace analysis {
 
-/// A row over time; empty = no value at all.
+/// By axis.
 using PlaceCurves = std::array<Envelope, kAxes>;
 
 /// A path in space; NaN along every axis = a gap in the line.
@@ -21,17 +20,16 @@ using Path = std::vector<Place>;
 struct ObjectCurves {
   PlaceCurves raw, filtered, truth;
   Envelope rawError, filteredError, epipolar, rayGap;
-  std::vector<std::int64_t> seen, absent;  ///< packets, by `presenceTimes`
+  std::vector<std::int32_t> seen, absent;  ///< packets
   Path path, truePath;
 };
 
+/// Everything but the paths is by column: see Columns.
 struct ReportCurves {
-  std::vector<double> times;          ///< of the envelopes, seconds
-  double bucketS = 0;                 ///< what each of them spans; 0 = one packet
-  std::vector<double> presenceTimes;  ///< seconds
-  std::vector<ObjectCurves> objects;
+  double columnS = 0;                        ///< what a column spans, seconds; 0 = one packet
+  std::vector<double> times;                 ///< seconds
+  std::vector<std::int64_t> packets, calls;  ///< of a column's first packet; -1 = none
+  std::vector<ObjectCurves> objects;         ///< in the order of ReportNumbers::objects
 };
-
-ReportCurves curvesOf(const ReportData& data, const ReportRules& rules);
 
 }  // namespace analysis

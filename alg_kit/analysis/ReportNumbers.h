@@ -1,8 +1,11 @@
 // The numbers of a report, without the rows: what a table, JSON and the page show.
 #pragma once
 
-#include <alg_kit/analysis/ReportData.h>
-#include <alg_kit/analysis/ReportStatistics.h>
+#include <alg_kit/analysis/Distribution.h>
+#include <alg_kit/analysis/Moment.h>
+#include <alg_kit/analysis/TrackStatistics.h>
+#include <alg_kit/analysis/WorstMoments.h>
+#include <alg_kit/recording/Recording.h>
 
 #include <array>
 #include <cstdint>
@@ -19,7 +22,18 @@ struct ReportRules {
   double restMm = kTrueRest;
   double swapSeparationMm = kLeastSwapSeparation;
   double trueSeparationMm = kLeastTrueSeparation;
+  std::int64_t swapPackets = kLeastSwapPackets;
+  std::int64_t lonelyPackets = OutlierFinder::kLonelyPackets;
   double bridgeS = 0.25;  ///< a path is drawn on across shorter gaps
+  double percentileError = RunningDistribution::kLargestError;  ///< share; see RunningDistribution
+};
+
+/// What of a recording is reported. The calls before still run, since they leave their traces.
+struct ReportRange {
+  std::optional<int> object;  ///< none = all
+  TimeRange time;
+
+  bool whole() const { return !object && !time.given(); }
 };
 
 /// What the latest calibration says.
@@ -31,24 +45,35 @@ struct CalibrationFacts {
 struct RecordingFacts {
   std::string file;  ///< its name without folders
   recording::Metadata metadata;
-  std::vector<int> productTypes;  ///< one after the other
-  std::int64_t calls = 0, packets = 0, blocks = 0;
-  double seconds = 0;
-  std::optional<double> packetsPerSecond;
+  std::vector<int> productTypes;                    ///< one after the other
+  std::int64_t calls = 0, packets = 0, blocks = 0;  ///< in the range
+  double seconds = 0;                               ///< from the first call in it to the last
+  std::optional<double> packetsPerSecond;           ///< mean, from the first packet to the last
+  std::optional<double> medianIntervalMs;           ///< between packets
   bool hasTruth = false;
-  std::int64_t framesLost = 0;  ///< frames of the truth whose packet never came
+  std::int64_t framesLost = 0;  ///< frames of the truth whose packet never came, in all
   std::optional<CalibrationFacts> calibration;
 };
 
-/// When an object was there. A gap is as long as the time between the sightings on both sides.
+/// When an object was there.
 struct PresenceNumbers {
   std::int64_t packets = 0;  ///< while the product type had the object
   std::int64_t seen = 0;
   std::int64_t visible = 0;      ///< with a marker that both cameras reported; with truth only
   std::int64_t visibleSeen = 0;  ///< ... and with the object in the block
   std::optional<double> firstSeenS, lastSeenS;
-  std::int64_t gaps = 0, longestGapPackets = 0;
-  double longestGapS = 0, allGapsS = 0;
+  std::int64_t gaps = 0;
+  std::optional<Gap> longestGap;
+  double withoutS = 0;  ///< the time of the packets without it
+};
+
+/// Pose queries for one object.
+struct AnswerNumbers {
+  std::int64_t asked = 0;     ///< queries
+  std::int64_t answered = 0;  ///< with the object; else without one, or refused
+  std::int64_t filtered = 0;  ///< ... that differ from the delivered position
+  std::int64_t bridged = 0;   ///< ... while the latest block is without the object
+  std::int64_t ahead = 0;     ///< ... for a moment behind the packet's
 };
 
 struct ObjectNumbers {
@@ -57,20 +82,35 @@ struct ObjectNumbers {
   Distribution rawErrorMm, filteredErrorMm, epipolarPx, rayGapMm;
   bool restKnownFromTruth = false;
   Jitter rawJitterMm, filteredJitterMm;
-  std::int64_t jumps = 0;
-  std::int64_t held = 0, notFinite = 0;                       ///< as ObjectTrack
-  std::int64_t answers = 0, answersFiltered = 0, answersBridged = 0;  ///< as ObjectTrack
+  std::optional<Lag> lag;  ///< of the filtered positions behind the raw ones
+  std::int64_t jumps = 0, outliers = 0;
+  std::int64_t held = 0;       ///< packets in which a jump or ratio test kept the old place
+  std::int64_t notFinite = 0;  ///< delivered positions that are no numbers
+  AnswerNumbers answers;
 };
 
 struct JumpEvent {
-  double timeS = 0;
   int object = 0;
   Jump jump;
 };
 
-struct SwapEvent {
-  double timeS = 0;
-  Swap swap;
+struct OutlierEvent {
+  int object = 0;
+  Outlier outlier;
+};
+
+/// What was found: how often in all, and the first few.
+template <typename Event>
+struct Events {
+  static constexpr std::size_t kMost = 200;
+
+  std::int64_t count = 0;
+  std::vector<Event> first;
+
+  void add(const Event& event) {
+    if (first.size() < kMost) first.push_back(event);
+    ++count;
+  }
 };
 
 struct PacketTimes {
@@ -79,22 +119,30 @@ struct PacketTimes {
   std::vector<HistogramBin> histogram;
 };
 
-struct ReportNumbers {
-  ReportRules rules;
-  RecordingFacts recording;
-  std::vector<std::string> notices;  ///< whole sentences
-  std::vector<ObjectNumbers> objects;
-  std::int64_t jumpCount = 0;
-  std::vector<JumpEvent> jumps;  ///< the first `kMostEvents` of them per object
-  bool swapsKnownFromTruth = false;
-  std::int64_t swapCount = 0;
-  std::vector<SwapEvent> swaps;  ///< the first `kMostEvents` of them
-  PacketTimes packetTimes;
-  std::vector<ReportMessage> messages;
+/// A text that the library logged.
+struct ReportMessage {
+  int level = 0;
+  std::string text;
+  std::int64_t count = 0;
+  Moment first;  ///< packet: of the latest packet up to then, -1 before the first
 };
 
-constexpr std::size_t kMostEvents = 200;
-
-ReportNumbers numbersOf(const ReportData& data, const ReportRules& rules);
+struct ReportNumbers {
+  ReportRules rules;
+  ReportRange range;
+  RecordingFacts recording;
+  std::vector<std::string> notices;  ///< whole sentences
+  std::vector<WorstMoment> worst;    ///< kind by kind, the worst first
+  std::vector<ObjectNumbers> objects;
+  Events<JumpEvent> jumps;
+  Events<OutlierEvent> outliers;
+  bool outliersKnownFromTruth = false;
+  bool swapsKnownFromTruth = false;
+  Events<Swap> swaps;
+  std::int64_t corruptPackets = 0;  ///< whose own check byte is wrong
+  PacketTimes packetTimes;
+  std::vector<ReportMessage> messages;  ///< the first 1000 different ones
+  std::int64_t messagesLeftOut = 0;     ///< messages of other texts
+};
 
 }  // namespace analysis

@@ -72,6 +72,24 @@ class EntryCursor {
   std::unique_ptr<State> state_;
 };
 
+/// Reads the truth, by frame, object and marker. Needs its reader for as long as it lives.
+class TruthCursor {
+ public:
+  ~TruthCursor();
+  TruthCursor(TruthCursor&&) noexcept;
+
+  /// Fills `row`; false after the last one.
+  /// @throws RecordingError for a damaged file
+  bool next(session::TruthRow& row);
+
+ private:
+  friend class RecordingReader;
+  TruthCursor(Database& database, const Metadata& metadata);
+  TruthCursor(Database& database, const Metadata& metadata, std::int64_t call);
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
 /// Opens a finished recording, one that was cut off, or one that is still being written.
 class RecordingReader {
  public:
@@ -101,6 +119,7 @@ class RecordingReader {
 
   bool hasTruth() const;
   std::vector<session::TruthRow> truth() const;
+  TruthCursor truthRows() const;
   /// The truth of one packet; empty without truth.
   std::vector<session::TruthRow> truthOf(std::int64_t call) const;
 

@@ -122,20 +122,6 @@ Metadata readMetadata(Database& database, int version) {
   return metadata;
 }
 
-std::vector<session::TruthRow> readTruth(Database& database, int version, Statement& row) {
-  std::vector<session::TruthRow> rows;
-  while (row.step()) {
-    const session::TruthRow truth = readTruthRow(database.path(), version, row);
-    // SQLite trusts the order in which a damaged file holds its rows.
-    if (!rows.empty() && std::tie(truth.frame, truth.object, truth.marker) <=
-                             std::tie(rows.back().frame, rows.back().object, rows.back().marker))
-      throw RecordingError(database.path(), "truth of frame " + std::to_string(truth.frame) +
-                                                ": expected rows in order: the file is damaged");
-    rows.push_back(truth);
-  }
-  return rows;
-}
-
 /// The rows that a cut or a lost journal takes first are the last ones.
 void checkEnds(Database& database) {
   const std::int64_t expected = countNow(database, "last_call");
@@ -302,6 +288,67 @@ bool EntryCursor::next(session::Entry& entry) {
   return true;
 }
 
+struct TruthCursor::State {
+  State(Database& given, int formatVersion, bool isComplete, const std::string& condition)
+      : database(given),
+        version(formatVersion),
+        complete(isComplete),
+        all(condition.empty()),
+        rows(database,
+             (truthColumns(version) + condition + "ORDER BY frame, object, marker").c_str()) {}
+
+  Database& database;
+  int version;
+  bool complete, all;
+  Statement rows;
+  std::optional<std::tuple<std::int64_t, int, int>> last;
+  std::int64_t read = 0;
+  std::optional<std::int64_t> expected;
+};
+
+TruthCursor::TruthCursor(Database& database, const Metadata& metadata)
+    : state_(std::make_unique<State>(database, metadata.formatVersion, metadata.complete, "")) {}
+TruthCursor::TruthCursor(Database& database, const Metadata& metadata, std::int64_t call)
+    : state_(std::make_unique<State>(database, metadata.formatVersion, metadata.complete,
+                                     "WHERE call = ? ")) {
+  state_->rows.bind(1, call);
+}
+TruthCursor::~TruthCursor() = default;
+TruthCursor::TruthCursor(TruthCursor&&) noexcept = default;
+
+bool TruthCursor::next(session::TruthRow& row) {
+  State& state = *state_;
+  const bool found = state.rows.step();
+  // Counted after the first step, which holds one moment of a growing file.
+  if (state.all && state.version >= 2 && !state.expected && (found || state.complete))
+    state.expected = countNow(state.database, "truth_rows");
+  const std::string& path = state.database.path();
+  if (!found) {
+    if (state.expected && state.read != *state.expected)
+      refuseMissing(path, "rows of truth", *state.expected, state.read);
+    return false;
+  }
+  row = readTruthRow(path, state.version, state.rows);
+  // SQLite trusts the order in which a damaged file holds its rows.
+  const std::tuple<std::int64_t, int, int> place(row.frame, row.object, row.marker);
+  if (state.last && place <= *state.last)
+    throw RecordingError(path, "truth of frame " + std::to_string(row.frame) +
+                                   ": expected rows in order: the file is damaged");
+  state.last = place;
+  ++state.read;
+  return true;
+}
+
+namespace {
+
+std::vector<session::TruthRow> allOf(TruthCursor cursor) {
+  std::vector<session::TruthRow> rows;
+  for (session::TruthRow row; cursor.next(row);) rows.push_back(row);
+  return rows;
+}
+
+}  // namespace
+
 RecordingReader::RecordingReader(const std::string& path) : path_(path) {
   checkFile(path);
   database_ = std::make_unique<Database>(path, Database::Mode::kReadOnly);
@@ -383,35 +430,15 @@ bool RecordingReader::hasTruth() const {
 }
 
 std::vector<session::TruthRow> RecordingReader::truth() const {
-  database_->execute("BEGIN");
-  std::vector<session::TruthRow> rows;
-  {
-    Statement row(
-        *database_,
-        (truthColumns(metadata_.formatVersion) + "ORDER BY frame, object, marker").c_str());
-    try {
-      rows = readTruth(*database_, metadata_.formatVersion, row);
-      if (metadata_.formatVersion >= 2) {
-        const std::int64_t expected = countNow(*database_, "truth_rows");
-        const auto found = static_cast<std::int64_t>(rows.size());
-        if (found != expected) refuseMissing(path_, "rows of truth", expected, found);
-      }
-    } catch (...) {
-      row.reset();
-      database_->tryExecute("ROLLBACK");
-      throw;
-    }
-  }
-  database_->execute("COMMIT");
-  return rows;
+  return allOf(truthRows());
+}
+
+TruthCursor RecordingReader::truthRows() const {
+  return TruthCursor(*database_, metadata_);
 }
 
 std::vector<session::TruthRow> RecordingReader::truthOf(std::int64_t call) const {
-  Statement row(*database_, (truthColumns(metadata_.formatVersion) +
-                             "WHERE call = ? ORDER BY frame, object, marker")
-                                .c_str());
-  row.bind(1, call);
-  return readTruth(*database_, metadata_.formatVersion, row);
+  return allOf(TruthCursor(*database_, metadata_, call));
 }
 
 }  // namespace recording

@@ -1,4 +1,4 @@
-# cmake -DNODE= -DNPM= -DSOURCE= -DWORK= -DOUTPUT= -DREQUIRED= -P MakePage.cmake
+# cmake -DNODE= -DNPM= -DSOURCE= -DPAGE= -DWORK= -DOUTPUT= -DREQUIRED= -P MakePage.cmake
 # Writes OUTPUT, a C++ source with the bundled page, or without one where npm cannot do its work.
 cmake_minimum_required(VERSION 3.25)
 
@@ -42,7 +42,7 @@ else()
     endif()
   endif()
   if(NOT problem)
-    run("bundling" "${NODE}" "${SOURCE}/build.mjs" "${SOURCE}/src" "${WORK}" "${page}")
+    run("bundling" "${NODE}" "${SOURCE}/build.mjs" "${SOURCE}/${PAGE}" "${WORK}" "${page}")
   endif()
 endif()
 

@@ -1,6 +1,10 @@
 #include <alg_kit/report/ReportJson.h>
 
+#include <alg_kit/analysis/ExplainingCommand.h>
+#include <alg_kit/report/Base64.h>
+
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <string>
 #include <utility>
@@ -10,17 +14,6 @@ namespace {
 
 using analysis::Envelope;
 using nlohmann::ordered_json;
-
-ordered_json rounded(double value) {
-  if (!std::isfinite(value)) return nullptr;
-  return std::round(value * 1000) / 1000;
-}
-
-ordered_json rounded(const std::vector<double>& values) {
-  auto array = ordered_json::array();
-  for (const double value : values) array.push_back(rounded(value));
-  return array;
-}
 
 template <typename T>
 ordered_json orNull(const std::optional<T>& value) {
@@ -40,9 +33,23 @@ ordered_json jsonOf(const analysis::Jitter& jitter) {
           {"z", jitter.deviation[2]},  {"total", jitter.total},    {"largest", jitter.largest}};
 }
 
+ordered_json jsonOf(const analysis::Moment& moment) {
+  return {{"time_s", moment.seconds}, {"packet", moment.packet}, {"call", moment.call}};
+}
+
+ordered_json jsonOf(const std::optional<analysis::Lag>& lag,
+                    const std::optional<double>& interval) {
+  if (!lag) return nullptr;
+  return {{"packets", lag->packets},
+          {"ms", interval ? ordered_json(lag->packets * *interval) : ordered_json(nullptr)},
+          {"difference_mm", lag->differenceMm},
+          {"shifted_difference_mm", lag->shiftedMm},
+          {"samples", lag->samples}};
+}
+
 ordered_json jsonOf(const std::optional<analysis::CalibrationFacts>& facts) {
   if (!facts) return nullptr;
-  return {{"baseline", facts->baselineMm},
+  return {{"baseline_mm", facts->baselineMm},
           {"left_focal_px", facts->leftFocalPx},
           {"right_focal_px", facts->rightFocalPx}};
 }
@@ -61,6 +68,7 @@ ordered_json jsonOf(const analysis::RecordingFacts& facts) {
   json["blocks"] = facts.blocks;
   json["seconds"] = facts.seconds;
   json["packets_per_second"] = orNull(facts.packetsPerSecond);
+  json["median_interval_ms"] = orNull(facts.medianIntervalMs);
   json["has_truth"] = facts.hasTruth;
   json["frames_lost"] = facts.hasTruth ? ordered_json(facts.framesLost) : ordered_json(nullptr);
   json["calibration"] = jsonOf(facts.calibration);
@@ -73,7 +81,10 @@ ordered_json jsonOf(const analysis::ReportRules& rules) {
           {"rest_mm", rules.restMm},
           {"swap_separation_mm", rules.swapSeparationMm},
           {"true_separation_mm", rules.trueSeparationMm},
-          {"bridge_s", rules.bridgeS}};
+          {"swap_packets", rules.swapPackets},
+          {"lonely_packets", rules.lonelyPackets},
+          {"bridge_s", rules.bridgeS},
+          {"percentile_error", rules.percentileError}};
 }
 
 ordered_json jsonOf(const analysis::PresenceNumbers& presence, bool hasTruth) {
@@ -92,16 +103,21 @@ ordered_json jsonOf(const analysis::PresenceNumbers& presence, bool hasTruth) {
   json["first_seen_s"] = orNull(presence.firstSeenS);
   json["last_seen_s"] = orNull(presence.lastSeenS);
   json["gaps"] = presence.gaps;
-  json["longest_gap_packets"] = presence.longestGapPackets;
-  json["longest_gap_s"] = presence.longestGapS;
-  json["all_gaps_s"] = presence.allGapsS;
+  json["longest_gap"] = nullptr;
+  if (const auto& gap = presence.longestGap) {
+    json["longest_gap"] = jsonOf(gap->first);
+    json["longest_gap"]["packets"] = gap->packets;
+    json["longest_gap"]["seconds"] = gap->seconds;
+  }
+  json["without_s"] = presence.withoutS;
   return json;
 }
 
-ordered_json jsonOf(const analysis::ObjectNumbers& object, bool hasTruth) {
+ordered_json jsonOf(const analysis::ObjectNumbers& object,
+                    const analysis::RecordingFacts& recording) {
   ordered_json json;
   json["object"] = object.object;
-  json["presence"] = jsonOf(object.presence, hasTruth);
+  json["presence"] = jsonOf(object.presence, recording.hasTruth);
   json["error_mm"] = {{"raw", jsonOf(object.rawErrorMm)},
                       {"filtered", jsonOf(object.filteredErrorMm)}};
   json["epipolar_px"] = jsonOf(object.epipolarPx);
@@ -109,38 +125,80 @@ ordered_json jsonOf(const analysis::ObjectNumbers& object, bool hasTruth) {
   json["jitter_mm"] = {{"rest_known_from_truth", object.restKnownFromTruth},
                        {"raw", jsonOf(object.rawJitterMm)},
                        {"filtered", jsonOf(object.filteredJitterMm)}};
+  json["lag"] = jsonOf(object.lag, recording.medianIntervalMs);
   json["jumps"] = object.jumps;
+  json["outliers"] = object.outliers;
   json["held"] = object.held;
   json["not_finite"] = object.notFinite;
-  json["answers"] = {{"count", object.answers},
-                     {"filtered", object.answersFiltered},
-                     {"bridged", object.answersBridged}};
+  json["answers"] = {{"asked", object.answers.asked},
+                     {"answered", object.answers.answered},
+                     {"filtered", object.answers.filtered},
+                     {"bridged", object.answers.bridged},
+                     {"ahead", object.answers.ahead}};
   return json;
 }
 
+/// @param write  fills the JSON of an event beyond its moment
+template <typename Event, typename MomentOf, typename Write>
+ordered_json jsonOf(const analysis::Events<Event>& events, MomentOf momentOf, Write write) {
+  auto first = ordered_json::array();
+  for (const Event& event : events.first) {
+    ordered_json json = jsonOf(momentOf(event));
+    write(event, json);
+    first.push_back(std::move(json));
+  }
+  return {{"count", events.count}, {"first", std::move(first)}};
+}
+
 ordered_json jumpsOf(const analysis::ReportNumbers& numbers) {
-  auto events = ordered_json::array();
-  for (const analysis::JumpEvent& event : numbers.jumps)
-    events.push_back({{"time_s", event.timeS},
-                      {"packet", event.jump.packet},
-                      {"object", event.object},
-                      {"distance_mm", event.jump.distance},
-                      {"packets", event.jump.packets}});
-  return {{"limit_mm", numbers.rules.jumpMm},
-          {"count", numbers.jumpCount},
-          {"first", std::move(events)}};
+  return jsonOf(
+      numbers.jumps, [](const analysis::JumpEvent& event) { return event.jump.at; },
+      [](const analysis::JumpEvent& event, ordered_json& json) {
+        json["object"] = event.object;
+        json["distance_mm"] = event.jump.distanceMm;
+        json["packets"] = event.jump.packets;
+      });
+}
+
+ordered_json outliersOf(const analysis::ReportNumbers& numbers) {
+  ordered_json json = jsonOf(
+      numbers.outliers, [](const analysis::OutlierEvent& event) { return event.outlier.at; },
+      [](const analysis::OutlierEvent& event, ordered_json& found) {
+        found["object"] = event.object;
+        found["distance_mm"] = event.outlier.distanceMm;
+      });
+  json["known_from_truth"] = numbers.outliersKnownFromTruth;
+  return json;
 }
 
 ordered_json swapsOf(const analysis::ReportNumbers& numbers) {
-  auto events = ordered_json::array();
-  for (const analysis::SwapEvent& event : numbers.swaps)
-    events.push_back({{"time_s", event.timeS},
-                      {"packet", event.swap.first},
-                      {"packets", event.swap.packets},
-                      {"objects", {event.swap.a, event.swap.b}}});
-  return {{"known_from_truth", numbers.swapsKnownFromTruth},
-          {"count", numbers.swapCount},
-          {"first", std::move(events)}};
+  const bool known = numbers.swapsKnownFromTruth;
+  ordered_json json = jsonOf(
+      numbers.swaps, [](const analysis::Swap& swap) { return swap.from; },
+      [known](const analysis::Swap& swap, ordered_json& found) {
+        found["packets"] = known ? ordered_json(swap.packets) : ordered_json(nullptr);
+        found["objects"] = {swap.a, swap.b};
+      });
+  json["known_from_truth"] = known;
+  return json;
+}
+
+ordered_json worstOf(const analysis::ReportNumbers& numbers) {
+  auto list = ordered_json::array();
+  for (const analysis::WorstMoment& moment : numbers.worst) {
+    ordered_json json;
+    json["kind"] = keyOf(moment.kind);
+    json.update(jsonOf(moment.first));
+    json["until_s"] = moment.last.seconds;
+    json["object"] = moment.object < 0 ? ordered_json(nullptr) : ordered_json(moment.object);
+    const bool isGap = moment.kind == analysis::WorstMoment::Kind::kGap;
+    const bool isCorrupt = moment.kind == analysis::WorstMoment::Kind::kCorrupt;
+    json["seconds"] = isGap ? ordered_json(moment.value) : ordered_json(nullptr);
+    json["distance_mm"] = isGap || isCorrupt ? ordered_json(nullptr) : ordered_json(moment.value);
+    json["command"] = explainingCommand(moment, numbers.recording.file);
+    list.push_back(std::move(json));
+  }
+  return list;
 }
 
 ordered_json jsonOf(const analysis::PacketTimes& times) {
@@ -152,28 +210,32 @@ ordered_json jsonOf(const analysis::PacketTimes& times) {
           {"histogram", std::move(bins)}};
 }
 
+ordered_json rowOf(const std::vector<float>& values) {
+  if (std::none_of(values.begin(), values.end(), [](float value) { return std::isfinite(value); }))
+    return nullptr;
+  return base64Of(values);
+}
+
 /// @param shared  the columns span more than one packet
 ordered_json jsonOf(const Envelope& envelope, bool shared) {
-  if (!shared) return {{"values", rounded(envelope.low)}};
-  return {{"low", rounded(envelope.low)}, {"high", rounded(envelope.high)}};
+  ordered_json low = rowOf(envelope.low);
+  if (low.is_null()) return nullptr;
+  if (!shared) return {{"values", std::move(low)}};
+  return {{"low", std::move(low)}, {"high", rowOf(envelope.high)}};
 }
 
 ordered_json jsonOf(const analysis::PlaceCurves& curves, bool shared) {
-  if (curves[0].low.empty()) return nullptr;
-  return {{"x", jsonOf(curves[0], shared)},
-          {"y", jsonOf(curves[1], shared)},
-          {"z", jsonOf(curves[2], shared)}};
+  ordered_json x = jsonOf(curves[0], shared);
+  if (x.is_null()) return nullptr;
+  return {{"x", std::move(x)}, {"y", jsonOf(curves[1], shared)}, {"z", jsonOf(curves[2], shared)}};
 }
 
 ordered_json jsonOf(const analysis::Path& path) {
-  ordered_json json;
-  const char* const kNames[] = {"x", "y", "z"};
-  for (std::size_t axis = 0; axis < analysis::kAxes; ++axis) {
-    auto row = ordered_json::array();
-    for (const analysis::Place& place : path) row.push_back(rounded(axisOf(place, axis)));
-    json[kNames[axis]] = std::move(row);
-  }
-  return json;
+  std::array<std::vector<float>, analysis::kAxes> rows;
+  for (const analysis::Place& place : path)
+    for (std::size_t axis = 0; axis < analysis::kAxes; ++axis)
+      rows[axis].push_back(static_cast<float>(axisOf(place, axis)));
+  return {{"x", base64Of(rows[0])}, {"y", base64Of(rows[1])}, {"z", base64Of(rows[2])}};
 }
 
 }  // namespace
@@ -181,31 +243,39 @@ ordered_json jsonOf(const analysis::Path& path) {
 ordered_json jsonOf(const analysis::ReportNumbers& numbers) {
   ordered_json json;
   json["rules"] = jsonOf(numbers.rules);
+  json["range"] = {{"object", orNull(numbers.range.object)},
+                   {"from_s", orNull(numbers.range.time.from)},
+                   {"to_s", orNull(numbers.range.time.to)}};
   json["recording"] = jsonOf(numbers.recording);
   json["notices"] = numbers.notices;
+  json["worst"] = worstOf(numbers);
   auto objects = ordered_json::array();
   for (const analysis::ObjectNumbers& object : numbers.objects)
-    objects.push_back(jsonOf(object, numbers.recording.hasTruth));
+    objects.push_back(jsonOf(object, numbers.recording));
   json["objects"] = std::move(objects);
   json["jumps"] = jumpsOf(numbers);
+  json["outliers"] = outliersOf(numbers);
   json["swaps"] = swapsOf(numbers);
+  json["corrupt_packets"] = numbers.corruptPackets;
   json["packet_time_us"] = jsonOf(numbers.packetTimes);
   auto messages = ordered_json::array();
   for (const analysis::ReportMessage& message : numbers.messages)
     messages.push_back({{"level", message.level},
                         {"text", message.text},
                         {"count", message.count},
-                        {"first_call", message.firstCall}});
+                        {"first", jsonOf(message.first)}});
   json["messages"] = std::move(messages);
+  json["messages_left_out"] = numbers.messagesLeftOut;
   return json;
 }
 
 ordered_json jsonOf(const analysis::ReportCurves& curves) {
-  const bool shared = curves.bucketS > 0;
+  const bool shared = curves.columnS > 0;
   ordered_json json;
-  json["times"] = rounded(curves.times);
-  json["bucket_s"] = curves.bucketS;
-  json["presence_times"] = rounded(curves.presenceTimes);
+  json["times"] = curves.times;
+  json["column_s"] = curves.columnS;
+  json["packets"] = curves.packets;
+  json["calls"] = curves.calls;
   auto objects = ordered_json::array();
   for (const analysis::ObjectCurves& object : curves.objects)
     objects.push_back({{"raw", jsonOf(object.raw, shared)},

@@ -11,7 +11,8 @@ namespace report {
 /// A number that is not known, or not finite, is null.
 nlohmann::ordered_json jsonOf(const analysis::ReportNumbers& numbers);
 
-/// Rounded to three digits behind the point: micrometres, thousandths of a pixel.
+/// The rows for the page. A row of numbers is a string: 32-bit floats, little-endian, in base64,
+/// NaN for none; null for a row without any number.
 nlohmann::ordered_json jsonOf(const analysis::ReportCurves& curves);
 
 /// Bytes that are no UTF-8 are replaced: texts in a recording may be anything.

@@ -36,7 +36,8 @@ void writePage(std::ostream& stream, const analysis::ReportNumbers& numbers,
   const std::size_t mark = page.find(kMark);
   if (mark == std::string_view::npos)
     throw std::logic_error("the page that was built in has no place for the data");
-  stream << page.substr(0, mark) << embedded({{"numbers", jsonOf(numbers)}, {"rows", jsonOf(curves)}})
+  stream << page.substr(0, mark)
+         << embedded({{"numbers", jsonOf(numbers)}, {"rows", jsonOf(curves)}})
          << page.substr(mark + kMark.size());
 }
 

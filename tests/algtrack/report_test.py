@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """algtrack report: its numbers, against what SQL and Python make of the same recording."""
+import base64
 import json
 import math
 import os
@@ -19,6 +20,11 @@ NOISY = ["--noise", 0.05, "--dropouts", 0.02, "--splits", 0.05, "--strays", 0.3,
 
 def nearest_rank(values, share):
     return sorted(values)[max(1, math.ceil(share * len(values) - 1e-9)) - 1]
+
+
+def decoded(row):
+    data = base64.b64decode(row)
+    return struct.unpack(f"<{len(data) // 4}f", data)
 
 
 class ReportTest(AlgtrackCase):
@@ -61,18 +67,24 @@ class ReportTest(AlgtrackCase):
             self.assertEqual(len(report["objects"]), 6 if product_type == 2 else 3)
             for entry in report["objects"]:
                 seen = [n for n, packet in enumerate(packets) if entry["object"] in packet[2]]
-                gaps = [(a, b) for a, b in zip(seen, seen[1:]) if b > a + 1]
+                last = len(packets) - 1
+                # Sightings around a gap; where there is none, the recording's ends.
+                gaps = [(a, b) for a, b in zip([-1] + seen, seen + [last + 1]) if b > a + 1]
+                seconds = lambda a, b: packets[min(b, last)][1] - packets[max(a, 0)][1]
                 found = entry["presence"]
                 self.assertEqual(found["packets"], len(packets))
                 self.assertEqual(found["seen"], len(seen))
                 self.assertEqual(found["gaps"], len(gaps))
-                self.assertEqual(found["longest_gap_packets"],
-                                 max([b - a - 1 for a, b in gaps], default=0))
-                self.assertAlmostEqual(found["longest_gap_s"], max(
-                    [packets[b][1] - packets[a][1] for a, b in gaps], default=0), places=6)
+                a, b = next(gap for gap in gaps if gap[0] + 1 == found["longest_gap"]["packet"])
+                self.assertAlmostEqual(seconds(a, b), max(seconds(*gap) for gap in gaps), places=6)
+                self.assertEqual(found["longest_gap"]["packets"], b - a - 1)
+                self.assertEqual(found["longest_gap"]["call"], packets[a + 1][0])
+                self.assertAlmostEqual(found["longest_gap"]["seconds"], seconds(a, b), places=6)
+                self.assertAlmostEqual(found["without_s"], sum(
+                    seconds(a + 1, b) for a, b in gaps), places=6)
             # Away for a second and a half, two sightings apart.
             hidden = report["objects"][1]["presence"]
-            self.assertAlmostEqual(hidden["longest_gap_s"], 1.5, delta=0.2)
+            self.assertAlmostEqual(hidden["longest_gap"]["seconds"], 1.5, delta=0.2)
 
     def test_visible_counts_markers_that_both_cameras_reported(self):
         self.simulate("r", "--seconds", 4, "--dropouts", 0.05, "--product-type", 0)
@@ -179,11 +191,11 @@ class ReportTest(AlgtrackCase):
         self.assertEqual((clean["jumps"]["count"], clean["swaps"]["count"]), (0, 0))
         self.swap_ids("r", 50, 60)
         report = self.report("r")
+        call, time, _ = self.packets("r")[50]
         self.assertEqual(report["swaps"]["first"], [
-            {"time_s": report["swaps"]["first"][0]["time_s"], "packet": 50, "packets": 10,
-             "objects": [0, 1]}])
+            {"time_s": time, "packet": 50, "call": call, "packets": 10, "objects": [0, 1]}])
         self.assertEqual([(j["object"], j["packet"]) for j in report["jumps"]["first"]],
-                         [(0, 50), (0, 60), (1, 50), (1, 60)])
+                         [(0, 50), (1, 50), (0, 60), (1, 60)])
         # The recorded blocks are no longer what the library delivers, and the report says so.
         self.assertIn("10 blocks otherwise than recorded", " ".join(report["notices"]))
         self.change("r", "DELETE FROM truth")
@@ -212,12 +224,14 @@ class ReportTest(AlgtrackCase):
 
     def test_messages_are_counted_with_their_first_call(self):
         self.simulate("r", "--seconds", 2, "--wrong-check", 0.2, "--framing", "plain")
-        expected = [{"level": level, "text": text.rstrip("\n"), "count": count, "first_call": call}
+        expected = [{"level": level, "text": text.rstrip("\n"), "count": count, "first": call}
                     for level, text, count, call in self.query(
                         "r", "SELECT level, text, count(*), min(call) FROM logs"
                              " GROUP BY level, text ORDER BY min(call)")]
         self.assertGreater(len(expected), 0)
-        self.assertEqual(self.report("r")["messages"], expected)
+        found = self.report("r")["messages"]
+        self.assertEqual([{**message, "first": message["first"]["call"]} for message in found],
+                         expected)
 
     def test_recordings_that_are_not_whole_are_reported_with_a_notice(self):
         self.simulate("r", "--seconds", 1)
@@ -277,6 +291,101 @@ class ReportTest(AlgtrackCase):
         self.change("r", "UPDATE calls SET start_ns = ? WHERE id = ?", 2**62, calls[20])
         self.assertIn("expected at most 146 years", self.fail_in_one_line("report", "r", "--json"))
 
+    def test_noise_and_one_displaced_object_are_no_id_swaps(self):
+        # Two objects 60 mm apart in 50 mm of noise: single packets lie nearer to the other's place.
+        self.simulate("r", "--seconds", 20, "--noise", 0.6, "--product-type", 2, "--corrupt", 0.02)
+        report = self.report("r")
+        self.assertEqual(report["swaps"]["count"], 0)
+        self.assertGreater(report["objects"][0]["error_mm"]["raw"]["p99"], 20)
+
+    def ghost(self, name, object_id, call, z):
+        ((block,),) = self.query(name, "SELECT block FROM blocks WHERE call = ?", call)
+        block = bytearray(block)
+        struct.pack_into("<i3f", block, 8 + 52 * object_id, object_id, 0, 0, z)
+        self.change(name, "UPDATE blocks SET block = ? WHERE call = ?", bytes(block), call)
+
+    def test_a_ghost_in_a_long_gap_is_an_outlier_with_its_moment(self):
+        self.simulate("r", "--scene", "still", "--seconds", 6, "--product-type", 2,
+                      "--occlude", "3:2-5")
+        number = 300
+        call, time, _ = self.packets("r")[number]
+        self.ghost("r", 3, call, -200)
+        expected = {"time_s": time, "packet": number, "call": call, "object": 3}
+        for known in (True, False):
+            report = self.report("r")
+            self.assertEqual(report["outliers"]["known_from_truth"], known)
+            self.assertEqual(report["jumps"]["count"], 0)
+            ((found),) = report["outliers"]["first"]
+            self.assertGreater(found.pop("distance_mm"), 1000)
+            self.assertEqual(found, expected)
+            self.assertEqual(report["objects"][3]["outliers"], 1)
+            self.change("r", "DELETE FROM truth")
+
+    def test_an_object_that_never_came_has_one_gap_as_long_as_the_recording(self):
+        self.simulate("r", "--seconds", 2, "--product-type", 0, "--occlude", "2:0-99")
+        presence = self.report("r")["objects"][2]["presence"]
+        self.assertEqual((presence["seen"], presence["gaps"]), (0, 1))
+        self.assertEqual(presence["longest_gap"]["packets"], 180)
+        self.assertAlmostEqual(presence["longest_gap"]["seconds"], 179 / 90, places=6)
+
+    def test_queries_without_an_object_are_counted_and_shown(self):
+        self.simulate("r", "--seconds", 1, "--product-type", 0, "--occlude", "1:0-99")
+        ((asked,),) = self.query("r", "SELECT count(*) FROM calls WHERE kind = 'HandleEvent'"
+                                      " AND type = 1")
+        answers = self.report("r")["objects"][1]["answers"]
+        self.assertGreater(asked, 0)
+        self.assertEqual((answers["asked"], answers["answered"]), (asked, 0))
+
+    def test_the_rate_is_the_packets_over_the_time(self):
+        self.simulate("r", "--seconds", 20, "--loss", 0.1)
+        packets = self.packets("r")
+        recording = self.report("r")["recording"]
+        self.assertAlmostEqual(recording["packets_per_second"],
+                               (len(packets) - 1) / (packets[-1][1] - packets[0][1]), places=6)
+        self.assertAlmostEqual(recording["median_interval_ms"], 1000 / 90, places=3)
+        stream = self.succeed("inspect", "r")
+        self.assertIn(f"{recording['packets_per_second']:.1f}", stream)
+
+    def test_a_part_of_a_recording_is_reported(self):
+        self.simulate("r", "--seconds", 4, "--product-type", 2, "--noise", 0.05)
+        report = self.report("r", "--object", 3, "--from", 1, "--to", 2)
+        self.assertEqual([entry["object"] for entry in report["objects"]], [3])
+        packets = [packet for packet in self.packets("r") if 1 <= packet[1] < 2]
+        self.assertEqual(report["recording"]["packets"], len(packets))
+        truth = self.truth("r")
+        self.assert_spread(report["objects"][0]["error_mm"]["raw"], [
+            math.dist(seen[3], truth[call, 3]) for call, _, seen in packets if 3 in seen])
+        self.assertEqual(report["range"], {"object": 3, "from_s": 1.0, "to_s": 2.0})
+        self.assertIn("part of the recording", " ".join(report["notices"]))
+        for wrong in (["--object", 7], ["--from", 2, "--to", 1], ["--from", 50]):
+            self.fail_in_one_line("report", "r", "--json", *wrong)
+
+    def test_worst_moments_come_with_a_command_that_explains_them(self):
+        self.simulate("it's.algrec", "--seconds", 6, "--product-type", 2, "--noise", 0.05,
+                      "--occlude", "3:2-4", "--corrupt", 0.01)
+        worst = self.report("it's.algrec")["worst"]
+        gap = worst[0]
+        self.assertEqual((gap["kind"], gap["object"]), ("gap", 3))
+        self.assertAlmostEqual(gap["time_s"], 2, delta=0.1)
+        packet = self.packets("it's.algrec")[gap["packet"]]
+        self.assertEqual(gap["call"], packet[0])
+        self.assertEqual(gap["command"].split(" --")[0], "algtrack inspect 'it'\\''s.algrec'")
+        self.assertEqual({moment["kind"] for moment in worst}, {"gap", "step", "error", "corrupt"})
+        for kind in ("step", "error"):
+            moment = next(moment for moment in worst if moment["kind"] == kind)
+            self.assertTrue(moment["command"].endswith(f" --explain {moment['packet']}"))
+            result = self.run_algtrack("inspect", "it's.algrec", "--explain", moment["packet"])
+            self.assertEqual(result.returncode, 0, result.stderr)
+
+    def test_lag_between_raw_and_filtered_is_that_of_the_filter(self):
+        lags = {}
+        for mode in (-1, 0, 1):
+            self.simulate(f"r{mode}", "--seconds", 20, "--product-type", 2, "--filter-mode", mode)
+            lags[mode] = [entry["lag"]["ms"] for entry in self.report(f"r{mode}")["objects"]]
+        self.assertLess(max(map(abs, lags[-1])), 0.01)
+        self.assertLess(max(lags[0]), 4)
+        self.assertGreater(min(lags[1]), 10)
+
     def test_wrong_usage_is_one_line(self):
         self.simulate("r", "--seconds", 0.5)
         for arguments in (["report"], ["report", "r"], ["report", "r", "--jump", "nan", "--json"],
@@ -316,24 +425,24 @@ class ReportTest(AlgtrackCase):
         if "carries no report page" in result.stderr:
             self.skipTest("this build carries no report page")
         self.assertEqual(result.returncode, 0, result.stderr)
-        self.assertLess(os.path.getsize(self.path("r.html")), 4e6)
+        self.assertLess(os.path.getsize(self.path("r.html")), 9e6)
         with open(self.path("r.html"), encoding="utf-8") as file:
             data = json.loads(re.search(r'id="report-data">(.*?)</script>', file.read(), re.S)[1])
         packets = self.packets("r")
-        width = data["rows"]["bucket_s"]
-        times = data["rows"]["times"]
-        for object_id, rows in enumerate(data["rows"]["objects"]):
+        rows = data["rows"]
+        width = rows["column_s"]
+        self.assertGreater(width, 0)
+        # Fine enough that zooming in shows more than a screen's pixels.
+        self.assertGreater(len(rows["times"]), 4000)
+        edges = rows["packets"] + [len(packets)]
+        for object_id, found in enumerate(rows["objects"]):
             for axis, key in enumerate("xyz"):
-                low, high = rows["raw"][key]["low"], rows["raw"][key]["high"]
+                low, high = decoded(found["raw"][key]["low"]), decoded(found["raw"][key]["high"])
                 values = [packet[2][object_id][axis] for packet in packets]
-                self.assertAlmostEqual(min(low), min(values), delta=0.001)
-                self.assertAlmostEqual(max(high), max(values), delta=0.001)
-                for n in range(0, len(packets), 97):
-                    # Rounding may put a packet on the edge into the bucket beside it.
-                    near = [i for i, t in enumerate(times)
-                            if abs(t - packets[n][1]) <= width / 2 + 0.002]
-                    self.assertTrue(any(low[i] - 0.001 <= values[n] <= high[i] + 0.001
-                                        for i in near))
+                for column in range(0, len(low), 97):
+                    inside = values[edges[column]:edges[column + 1]]
+                    self.assertEqual((low[column], high[column]), (min(inside), max(inside)))
+                self.assertEqual((min(low), max(high)), (min(values), max(values)))
 
 
 if __name__ == "__main__":

@@ -97,23 +97,83 @@ async function checkCharts(browser) {
   const mouse = (type, dx, button = 'none') => browser.send('Input.dispatchMouseEvent', {
     type, x: x + dx, y: y + 30, button, buttons: button === 'left' ? 1 : 0, clickCount: 1,
   });
-  const settled = 'new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)))';
-  const readouts = '[...document.querySelectorAll(".readout")].map((r) => r.textContent.split("   ")[0])';
+  const readouts = '[...document.querySelectorAll(".readout")].map((r) => r.textContent.split("   ").slice(0, 2).join())';
 
   await mouse('mouseMoved', width / 2);
   await browser.evaluate(settled);
   const times = await browser.evaluate(readouts);
   assert.ok(times.length > 1 && times.every((time) => time && time === times[0]), `${times}`);
+  assert.match(times[0], /packets? [\d,–]+, calls? [\d,–]+/);
 
-  const picture = 'document.querySelectorAll(".u-wrap canvas")[1].toDataURL()';
-  const whole = await browser.evaluate(picture);
+  const whole = await browser.evaluate(secondChart);
   await mouse('mouseMoved', width / 4);
   await mouse('mousePressed', width / 4, 'left');
   await mouse('mouseMoved', width / 2, 'left');
   await mouse('mouseReleased', width / 2, 'left');
   await browser.evaluate(settled);
-  assert.notEqual(await browser.evaluate(picture), whole, 'a drag over one chart zooms the others');
+  assert.notEqual(await browser.evaluate(secondChart), whole, 'a drag over one chart zooms the others');
   await assertDrawn(browser, 'zoomed');
+}
+
+const settled = 'new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)))';
+const secondChart = 'document.querySelectorAll(".u-wrap canvas")[1].toDataURL()';
+
+async function press(browser, key) {
+  await browser.send('Input.dispatchKeyEvent', { type: 'keyDown', key, text: key.length === 1 ? key : undefined });
+  await browser.send('Input.dispatchKeyEvent', { type: 'keyUp', key });
+  await browser.evaluate(settled);
+}
+
+/** Keys zoom all charts, as the mouse does; a worst moment leads into them. */
+async function checkKeysAndLinks(browser) {
+  await browser.evaluate('[...document.querySelectorAll("button")].find((b) => b.textContent === "Show everything").click()');
+  await browser.evaluate(settled);
+  const whole = await browser.evaluate(secondChart);
+  await browser.evaluate('document.querySelector(".chart[tabindex]").focus()');
+  await press(browser, '+');
+  const zoomed = await browser.evaluate(secondChart);
+  assert.notEqual(zoomed, whole, 'plus zooms');
+  await press(browser, 'ArrowRight');
+  assert.notEqual(await browser.evaluate(secondChart), zoomed, 'an arrow key moves');
+  await press(browser, '0');
+  assert.equal(await browser.evaluate(secondChart), whole, '0 shows everything');
+
+  const first = await browser.evaluate(
+    'document.querySelector(".figures ~ section").querySelector("h2").textContent');
+  assert.equal(first, 'Worst moments');
+  // A gap may be as long as the recording, and a short recording is shown whole.
+  const worst = numbers.worst.findIndex((moment) => moment.object != null && moment.kind !== 'gap');
+  if (worst < 0 || numbers.recording.seconds < 2) return;
+  await browser.evaluate(`document.querySelectorAll("#worst-moments .link")[${worst}].click()`);
+  await browser.evaluate(settled);
+  assert.notEqual(await browser.evaluate(secondChart), whole, 'a worst moment zooms');
+  assert.equal(await browser.evaluate('document.activeElement.closest("article").id'),
+    `object-${numbers.worst[worst].object}`);
+  await press(browser, 'Home');
+}
+
+async function checkNames(browser) {
+  const unnamed = await browser.evaluate(
+    '[...document.querySelectorAll("canvas")].filter((c) => !c.closest("[aria-label]")).length');
+  assert.equal(unnamed, 0, 'every picture has words for those who do not see it');
+  const dead = await browser.evaluate(
+    '[...document.querySelectorAll(".contents a")].filter((a) => !document.querySelector(a.getAttribute("href"))).length');
+  assert.equal(dead, 0, 'every entry of the contents leads somewhere');
+  assert.ok(await browser.evaluate('document.querySelectorAll(".contents a").length') > 10);
+}
+
+/** Nothing but the page's own script and style may run. The last check: it makes the page complain. */
+async function checkPolicy(browser) {
+  const policy = await browser.evaluate(
+    'document.querySelector("meta[http-equiv=Content-Security-Policy]").content');
+  assert.ok(!policy.includes('unsafe') && policy.includes("'sha256-"), policy);
+  await browser.evaluate(`
+    document.body.insertAdjacentHTML('beforeend', '<b id="styled" style="position: fixed">.</b>');
+    const script = document.createElement('script');
+    script.textContent = 'document.title = "taken"';
+    document.body.append(script);`);
+  assert.notEqual(await browser.evaluate('document.title'), 'taken');
+  assert.equal(await browser.evaluate('getComputedStyle(document.getElementById("styled")).position'), 'static');
 }
 
 async function checkPaper(browser) {
@@ -152,9 +212,11 @@ try {
   await assertDrawn(browser, 'light');
   await assertFits(browser, 'wide');
   await checkTexts(browser);
+  await checkNames(browser);
   if (!few) {
     await checkObjectToggle(browser);
     await checkCharts(browser);
+    await checkKeysAndLinks(browser);
   }
   await browser.evaluate('document.querySelector(".theme").click()');
   assert.equal(await browser.evaluate(theme), 'dark');
@@ -168,6 +230,7 @@ try {
   await assertFits(browser, 'narrow');
   await checkPaper(browser);
   assert.deepEqual(problems, []);
+  await checkPolicy(browser);
 } finally {
   await browser.close();
 }

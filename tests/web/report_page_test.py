@@ -46,6 +46,12 @@ class ReportPageTest(AlgtrackCase):
                         says=["Never seen in this recording", "holds no truth",
                               "asked for no poses"])
 
+    def test_queries_without_an_answer_are_not_called_silence(self):
+        self.simulate("asked.algrec", "--seconds", 2, "--product-type", 0,
+                      "--occlude", "0:0-99", "--occlude", "1:0-99", "--occlude", "2:0-99")
+        self.check_page("asked.algrec", canvases=3 * 3 + 5, few=True,
+                        says=["no answer held an object"])
+
     def test_text_from_the_recording_is_only_text(self):
         name = "<b>&amp; \u00fc.algrec"
         self.simulate(name, "--seconds", 1, "--wrong-check", 0.5, "--framing", "plain")

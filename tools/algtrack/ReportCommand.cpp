@@ -1,10 +1,10 @@
 #include <alg_factory/api/AlgFactory.h>
-#include <alg_kit/analysis/ReportCurves.h>
-#include <alg_kit/analysis/ReportData.h>
-#include <alg_kit/analysis/ReportNumbers.h>
+#include <alg_kit/analysis/ExplainingCommand.h>
+#include <alg_kit/analysis/ReportMaker.h>
 #include <alg_kit/report/ReportJson.h>
 #include <alg_kit/report/ReportPage.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/terminal/MomentOptions.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 #include <tools/algtrack/terminal/Progress.h>
@@ -12,6 +12,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -25,6 +26,7 @@ struct ReportOptions {
   std::string file;
   std::string output;
   analysis::ReportRules rules;
+  analysis::ReportRange range;
   bool force = false;
   bool json = false;
 };
@@ -42,11 +44,11 @@ class Steps {
   std::unique_ptr<Progress> progress_;
 };
 
-analysis::ReportData gather(const recording::RecordingReader& reader) {
+analysis::Report reportOn(const recording::RecordingReader& reader, const ReportOptions& options) {
   // Kept: the library has no release operation.
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
   Steps steps;
-  return analysis::gatherReport(reader, *library, std::ref(steps));
+  return analysis::makeReport(reader, options.rules, options.range, *library, std::ref(steps));
 }
 
 Cell cell(std::int64_t count, double number, int decimals) {
@@ -57,9 +59,26 @@ Cell median(const analysis::Distribution& distribution) {
   return cell(distribution.count, distribution.median, 3);
 }
 
+Table worstTable(const analysis::ReportNumbers& numbers) {
+  Table table({"what", "object", "value", "time, s", "packet", "call", "explained by"});
+  for (const analysis::WorstMoment& moment : numbers.worst) {
+    using Kind = analysis::WorstMoment::Kind;
+    const char* const unit = moment.kind == Kind::kGap ? " s" : " mm";
+    char value[64];
+    std::snprintf(value, sizeof value, "%.3f%s", moment.value, unit);
+    table.addRow({analysis::describe(moment.kind),
+                  moment.object < 0 ? Cell("-") : Cell(moment.object),
+                  moment.kind == Kind::kCorrupt ? Cell("-") : Cell(value),
+                  Cell(moment.first.seconds, 3), moment.first.packet, moment.first.call,
+                  analysis::explainingCommand(moment, numbers.recording.file)});
+  }
+  return table;
+}
+
 void printSummary(const analysis::ReportNumbers& numbers) {
   Table table({"object", "seen, %", "gaps", "longest gap, s", "error, mm (median)",
-               "epipolar, px (median)", "ray gap, mm (median)", "jitter at rest, mm", "jumps"});
+               "epipolar, px (median)", "ray gap, mm (median)", "jitter at rest, mm", "jumps",
+               "outliers"});
   for (const analysis::ObjectNumbers& object : numbers.objects) {
     const analysis::PresenceNumbers& presence = object.presence;
     table.addRow(
@@ -67,16 +86,22 @@ void printSummary(const analysis::ReportNumbers& numbers) {
          cell(presence.packets,
               100 * (static_cast<double>(presence.seen) / static_cast<double>(presence.packets)),
               2),
-         presence.gaps, Cell(presence.longestGapS, 3), median(object.rawErrorMm),
-         median(object.epipolarPx), median(object.rayGapMm),
-         cell(static_cast<std::int64_t>(object.rawJitterMm.windows), object.rawJitterMm.total, 3),
-         object.jumps});
+         presence.gaps, presence.longestGap ? Cell(presence.longestGap->seconds, 3) : Cell("-"),
+         median(object.rawErrorMm), median(object.epipolarPx), median(object.rayGapMm),
+         cell(object.rawJitterMm.windows, object.rawJitterMm.total, 3), object.jumps,
+         object.outliers});
   }
   table.print(std::cout);
+  if (!numbers.worst.empty()) {
+    std::cout << "\nWorst moments\n";
+    worstTable(numbers).print(std::cout);
+    std::cout << "\n";
+  }
   for (const std::string& notice : numbers.notices) std::cout << "Note: " << notice << "\n";
 }
 
-void makeReport(const ReportOptions& options) {
+void writeReport(const ReportOptions& options) {
+  checkTimeRange(options.range.time);
   if (!options.output.empty()) {
     if (!report::hasPage())
       throw std::runtime_error(
@@ -85,19 +110,18 @@ void makeReport(const ReportOptions& options) {
     checkOutputs({options.output, options.json ? "-" : ""}, {options.file}, options.force);
   }
   const recording::RecordingReader reader(options.file);
-  const analysis::ReportData data = gather(reader);
-  const analysis::ReportNumbers numbers = analysis::numbersOf(data, options.rules);
+  const analysis::Report report = reportOn(reader, options);
   if (!options.output.empty()) {
     OutputFile file(options.output, options.force);
-    report::writePage(file.stream(), numbers, analysis::curvesOf(data, options.rules));
+    report::writePage(file.stream(), report.numbers, report.curves);
     file.commit();
   }
   if (options.json) {
-    std::cout << report::textOf(report::jsonOf(numbers), 2) << "\n";
+    std::cout << report::textOf(report::jsonOf(report.numbers), 2) << "\n";
     return;
   }
   if (isStandardOutput(options.output)) return;
-  printSummary(numbers);
+  printSummary(report.numbers);
   std::cout << "Report: " << options.output << "\n";
 }
 
@@ -112,6 +136,7 @@ void addReportCommand(CLI::App& app) {
       "\n"
       "  algtrack report walk.algrec -o walk.html\n"
       "  algtrack report walk.algrec -o walk.html --jump 40 --force\n"
+      "  algtrack report walk.algrec -o walk.html --object 3 --from 12 --to 25\n"
       "  algtrack report walk.algrec --json                the numbers only\n");
   command->add_option("file", options->file, "the recording")->required();
   command->add_option("-o,--output", options->output, "the page to write");
@@ -120,12 +145,14 @@ void addReportCommand(CLI::App& app) {
                    "mm per packet; a longer step from one sighting to the next is listed as a jump")
       ->check(numberFrom(0.001, 1e6))
       ->capture_default_str();
+  addObjectOption(*command, options->range.object, "report this object only");
+  addTimeRangeOptions(*command, options->range.time);
   command->add_flag("--force", options->force, "replace an existing page");
   command->add_flag("--json", options->json, "print the numbers as JSON");
   command->callback([options] {
     if (options->output.empty() && !options->json)
       throw CLI::RequiredError("--output (the page) or --json");
-    makeReport(*options);
+    writeReport(*options);
   });
 }
 

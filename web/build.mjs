@@ -1,5 +1,8 @@
-// node build.mjs SOURCES WORK OUTPUT
-// Bundles the page into one HTML file. WORK is the folder whose node_modules holds the packages.
+// node build.mjs PAGE WORK OUTPUT
+// Bundles the page in the folder PAGE (page.html, main.js) into one HTML file that allows itself its
+// own script and style, by their hashes, and nothing else. WORK is the folder whose node_modules
+// holds the packages.
+import { createHash } from 'node:crypto';
 import { createRequire } from 'node:module';
 import { readFileSync, writeFileSync } from 'node:fs';
 import { join, resolve } from 'node:path';
@@ -27,7 +30,12 @@ const notice =
   '/*! uPlot, MIT License\n' +
   readFileSync(join(work, 'node_modules/uplot/LICENSE'), 'utf8').trim() +
   '\n*/\n';
+const style = bundled('.css');
+const script = notice + bundled('.js');
+const hashOf = (text) => `'sha256-${createHash('sha256').update(text, 'utf8').digest('base64')}'`;
 const page = readFileSync(join(sources, 'page.html'), 'utf8')
-  .replace('@STYLE@', () => bundled('.css'))
-  .replace('@SCRIPT@', () => notice + bundled('.js'));
+  .replace('@STYLE_HASH@', () => hashOf(style))
+  .replace('@SCRIPT_HASH@', () => hashOf(script))
+  .replace('@STYLE@', () => style)
+  .replace('@SCRIPT@', () => script);
 writeFileSync(output, page);

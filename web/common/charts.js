@@ -1,11 +1,11 @@
 // Charts over time and the histogram, drawn by uPlot.
 import uPlot from 'uplot';
 import { element, styleOf } from './dom.js';
-import { number, seconds } from './format.js';
+import { count, number, seconds } from './format.js';
 
 const kTimeSync = 'time';
 const kAxisWidth = 58;
-const kLogFloor = 0.001; // the rows are rounded to this
+const kLogFloor = 0.001; // micrometres and thousandths of a pixel: less is not shown
 
 /** A value that stands alone between gaps has no line: it is drawn as a point. */
 function lonelyPoints(chart, series) {
@@ -85,25 +85,52 @@ function scaleAround() {
   };
 }
 
+/** "packets 17 to 19, calls 71 to 82" of column i. */
+function momentOf({ packets, calls, shared }, i) {
+  if (packets[i] < 0) return '';
+  const span = (name, firsts) => {
+    const next = firsts.slice(i + 1, i + 3).find((first) => first >= 0);
+    const last = next === undefined || !shared ? firsts[i] : next - 1;
+    return last > firsts[i] ? `${name}s ${count(firsts[i])}–${count(last)}` : `${name} ${count(firsts[i])}`;
+  };
+  return `${span('packet', packets)}, ${span('call', calls)}`;
+}
+
+function extentOf(row) {
+  let low = Infinity;
+  let high = -Infinity;
+  for (const value of row.values ?? row.low) if (value != null && value < low) low = value;
+  for (const value of row.values ?? row.high) if (value != null && value > high) high = value;
+  return `${number(low)} to ${number(high)}`;
+}
+
 /**
- * One quantity over time. Both axes of the mouse are shared with all other charts over time.
- * @param times  seconds
+ * One quantity over time. The cursor and the zoom are shared with all other charts over time.
+ * @param columns  {times: seconds, packets, calls: of each column's first packet, -1 = none; shared
+ *                 (of packets): columns hold more than one packet}
  * @param lines  [{label, color: CSS variable, dash, row}]; row as in the data: {values} or
  *               {low, high}
- * @param options  {label, unit, last: with the time under it, size: never negative,
- *                  events: [seconds]}
+ * @param options  {label, unit, of: whose, zoom: TimeZoom, last: with the time under it,
+ *                  size: never negative, events: [seconds]}
  */
-export function timeChart(times, lines, options) {
+export function timeChart(columns, lines, options) {
+  const { times } = columns;
+  const { zoom } = options;
   lines = lines.filter((line) => line.row != null);
   const logarithmic = options.size && isLogarithmic(lines.map((line) => line.row));
   const visible = (values) =>
     logarithmic ? values.map((v) => (v == null ? v : Math.max(v, kLogFloor))) : values;
 
-  const readout = element('span', { class: 'readout' });
-  const host = element('div', { class: 'chart' },
-    element('div', { class: 'chart-label' },
-      element('b', {}, options.label), `, ${options.unit}${logarithmic ? ', logarithmic' : ''}`),
-    readout);
+  const readout = element('span', { class: 'readout', 'aria-live': 'off' });
+  const host = element('div', {
+    class: 'chart', tabindex: 0, role: 'group', onkeydown: (event) => zoom.onKey(event),
+    'aria-label': `${options.of}, ${options.label} in ${options.unit} over time. ` +
+      lines.map(({ label, row }) => `${label} from ${extentOf(row)}`).join(', ') +
+      '. Plus and minus zoom, arrow keys move, 0 shows everything.',
+  },
+  element('div', { class: 'chart-label' },
+    element('b', {}, options.label), `, ${options.unit}${logarithmic ? ', logarithmic' : ''}`),
+  readout);
 
   const read = ({ label, row }, i) => {
     if (row.values) return `${label} ${number(row.values[i])}`;
@@ -111,9 +138,10 @@ export function timeChart(times, lines, options) {
   };
   const showValues = (chart) => {
     const i = chart.cursor.idx;
-    readout.textContent =
-      i == null ? '' : [seconds(times[i]), ...lines.map((line) => read(line, i))].join('   ');
+    readout.textContent = i == null ? ''
+      : [seconds(times[i]), momentOf(columns, i), ...lines.map((line) => read(line, i))].join('   ');
   };
+  let shown = null;
 
   return {
     host,
@@ -139,12 +167,13 @@ export function timeChart(times, lines, options) {
           series.push(style, { ...style });
         }
       }
+      if (shown) zoom.remove(shown);
       const timeAxis = options.last
         ? { size: 34, values: (chart, ticks) => ticks.map((t) => `${t} s`) }
         : { size: 8, values: () => [], ticks: { show: false } };
-      return new uPlot({
+      shown = new uPlot({
         width,
-        height: options.last ? 138 : 112,
+        height: (options.last ? 26 : 0) + (options.height ?? 112),
         padding: [6, 10, 0, 0],
         legend: { show: false },
         cursor: { sync: { key: kTimeSync }, drag: { x: true, y: false }, points: { size: 5 } },
@@ -165,9 +194,14 @@ export function timeChart(times, lines, options) {
         bands,
         hooks: {
           setCursor: [showValues],
+          setScale: [(chart, scale) => {
+            if (scale === 'x') zoom.note(chart.scales.x.min, chart.scales.x.max);
+          }],
           draw: [(chart) => drawEvents(chart, options.events ?? [])],
         },
       }, data, host);
+      zoom.add(shown);
+      return shown;
     },
   };
 }
@@ -178,7 +212,8 @@ export function timeChart(times, lines, options) {
  * @param marks [{label, value}]
  */
 export function histogram(bins, marks) {
-  const host = element('div', { class: 'chart' });
+  const host = element('div', { class: 'chart', role: 'img', 'aria-label':
+    `How many packets needed which time. ${marks.map(({ label }) => label).join(', ')}` });
   const middles = bins.map(([from, to]) => (Math.log10(from) + Math.log10(to)) / 2);
   // An empty bin on either side: uPlot derives the bars' width from neighbours.
   const width = bins.length > 0 ? Math.log10(bins[0][1]) - Math.log10(bins[0][0]) : 1;

@@ -28,16 +28,31 @@ function ticksIn(low, high, step) {
   return ticks;
 }
 
+/**
+ * The range of what is drawn. A few positions far off all others, as a ghost is, do not squeeze the
+ * rest: they are left outside.
+ */
 function rangeOf(paths, axis) {
-  let low = Infinity;
-  let high = -Infinity;
+  const values = paths.flatMap((path) => path[axis].filter((value) => value != null));
+  if (values.length === 0) return [-1, 1];
+  values.sort((a, b) => a - b);
+  const low = values[0];
+  const high = values[values.length - 1];
+  const inner = [values[Math.floor(0.01 * values.length)],
+    values[Math.ceil(0.99 * values.length) - 1]];
+  const size = inner[1] - inner[0];
+  const isFarOff = high - low > 2 * size && size > 0;
+  return isFarOff ? [inner[0] - 0.25 * size, inner[1] + 0.25 * size] : [low, high];
+}
+
+function countOutside(paths, view, [x0, x1], [y0, y1]) {
+  let outside = 0;
   for (const path of paths)
-    for (const value of path[axis]) {
-      if (value == null) continue;
-      if (value < low) low = value;
-      if (value > high) high = value;
-    }
-  return low <= high ? [low, high] : [-1, 1];
+    path[view.across].forEach((x, i) => {
+      const y = path[view.up][i];
+      if (x != null && (x < x0 || x > x1 || y < y0 || y > y1)) ++outside;
+    });
+  return outside;
 }
 
 function strokePath(context, across, up, toX, toY) {
@@ -69,8 +84,9 @@ function strokePath(context, across, up, toX, toY) {
  */
 export function pathView(view, objects, shown) {
   const canvas = element('canvas', { role: 'img', 'aria-label': view.title });
+  const outside = element('span', { class: 'outside' });
   const host = element('figure', { class: 'view' },
-    element('figcaption', {}, view.title), canvas);
+    element('figcaption', {}, view.title, outside), canvas);
   return {
     host,
     draw(width) {
@@ -80,6 +96,8 @@ export function pathView(view, objects, shown) {
       const paths = visible.flatMap((object) => [object.path, object.truth]);
       const [x0, x1] = rangeOf(paths, view.across);
       const [y0, y1] = rangeOf(paths, view.up);
+      const left = countOutside(paths, view, [x0, x1], [y0, y1]);
+      outside.textContent = left === 0 ? '' : ` (${left} far off, not shown)`;
       const inner = {
         width: width - kMargin.left - kMargin.right,
         height: height - kMargin.top - kMargin.bottom,
@@ -157,11 +175,13 @@ function line(context, x0, y0, x1, y1) {
 }
 
 /**
- * One row per object: filled where it was seen, a mark from below where packets were without it.
- * @param objects  [{label, color, seen: [count], absent: [count]}]
+ * One row per object: filled where it was seen; from below, and dark, the share of the packets that
+ * were without it. What is thinner than a pixel is as faint as it is thin: 4 % are no full stripe.
+ * @param objects  [{label, color, seen: [count], absent: [count], says: for screen readers}]
  */
 export function presenceView(times, objects) {
-  const canvas = element('canvas', { role: 'img', 'aria-label': 'when every object was seen' });
+  const canvas = element('canvas', { role: 'img', 'aria-label':
+    `When every object was seen. ${objects.map(({ label, says }) => `${label}: ${says}`).join('. ')}` });
   const rowHeight = 30;
   const barHeight = 20;
   return {
@@ -173,9 +193,10 @@ export function presenceView(times, objects) {
       const context = prepare(canvas, width, height);
       const begin = times[0];
       const end = times[times.length - 1];
-      const toX = (t) => left + ((t - begin) / (end - begin || 1)) * (width - left - right);
       const onePixel = 1 / (window.devicePixelRatio || 1);
-      const wholePixel = (x) => Math.round(x / onePixel) * onePixel;
+      const pixels = Math.max(Math.round((width - left - right) / onePixel), 1);
+      const pixelOf = (t) =>
+        Math.min(Math.floor(((t - begin) / (end - begin || 1)) * pixels), pixels - 1);
       const edge = (i) =>
         i <= 0 ? begin : i >= times.length ? end : (times[i - 1] + times[i]) / 2;
 
@@ -186,23 +207,32 @@ export function presenceView(times, objects) {
         context.textBaseline = 'middle';
         context.fillText(object.label, left - 8, top + barHeight / 2);
         context.fillStyle = styleOf('--sunken');
-        context.fillRect(left, top, width - left - right, barHeight);
+        context.fillRect(left, top, pixels * onePixel, barHeight);
+        // The packets of every pixel. A column wider than a pixel counts in all of its pixels.
+        const seen = new Float64Array(pixels);
+        const absent = new Float64Array(pixels);
+        for (let i = 0; i < times.length; ++i) {
+          if (object.seen[i] + object.absent[i] === 0) continue;
+          const last = Math.max(pixelOf(edge(i + 1)) - (i + 1 < times.length ? 1 : 0), pixelOf(edge(i)));
+          for (let pixel = pixelOf(edge(i)); pixel <= last; ++pixel) {
+            seen[pixel] += object.seen[i];
+            absent[pixel] += object.absent[i];
+          }
+        }
         const seenColor = styleOf(object.color);
         const absentColor = styleOf('--absent');
-        for (let i = 0; i < times.length; ++i) {
-          const packets = object.seen[i] + object.absent[i];
-          if (packets === 0) continue;
-          // Whole device pixels: neighbours neither overlap nor leave a seam.
-          const x = wholePixel(toX(edge(i)));
-          const size = Math.max(wholePixel(toX(edge(i + 1))) - x, onePixel);
-          const missing = object.absent[i] / packets;
+        for (let pixel = 0; pixel < pixels; ++pixel) {
+          if (seen[pixel] + absent[pixel] === 0) continue;
+          const x = left + pixel * onePixel;
+          const missing = absent[pixel] / (seen[pixel] + absent[pixel]);
           context.fillStyle = seenColor;
-          if (missing < 1) context.fillRect(x, top, size, barHeight);
+          if (missing < 1) context.fillRect(x, top, onePixel, barHeight);
           if (missing === 0) continue;
-          // A single missing packet of many stays visible.
-          const mark = Math.max(missing * barHeight, 5);
+          const mark = missing * barHeight;
+          context.globalAlpha = Math.min(mark / onePixel, 1);
           context.fillStyle = absentColor;
-          context.fillRect(x, top + barHeight - mark, size, mark);
+          context.fillRect(x, top + barHeight - Math.max(mark, onePixel), onePixel, Math.max(mark, onePixel));
+          context.globalAlpha = 1;
         }
       });
 
@@ -210,6 +240,7 @@ export function presenceView(times, objects) {
       context.fillStyle = styleOf('--ink-soft');
       context.textAlign = 'center';
       context.textBaseline = 'top';
+      const toX = (t) => left + ((t - begin) / (end - begin || 1)) * (width - left - right);
       if (end > begin)
         for (const tick of ticksIn(begin, end, tickStep(end - begin, (width - left) / 70)))
           context.fillText(`${+tick.toPrecision(6)} s`, toX(tick), axisTop + 4);

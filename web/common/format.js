@@ -24,9 +24,11 @@ export function percent(part, whole) {
 
 export function seconds(value) {
   if (value == null) return kNone;
-  if (value < 60) return `${value.toFixed(value < 10 ? 3 : 2)}${kSpace}s`;
-  const minutes = Math.floor(value / 60);
-  return `${minutes}${kSpace}min ${(value - 60 * minutes).toFixed(1)}${kSpace}s`;
+  if (value < 59.995) return `${value.toFixed(value < 9.9995 ? 3 : 2)}${kSpace}s`;
+  // Rounded before it is divided: never "9 min 60.0 s".
+  const tenths = Math.round(10 * value);
+  const minutes = Math.floor(tenths / 600);
+  return `${minutes}${kSpace}min ${((tenths - 600 * minutes) / 10).toFixed(1)}${kSpace}s`;
 }
 
 export function microseconds(value) {

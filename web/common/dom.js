@@ -3,6 +3,8 @@ export function element(tag, attributes = {}, ...children) {
   const node = document.createElement(tag);
   for (const [name, value] of Object.entries(attributes)) {
     if (name.startsWith('on')) node.addEventListener(name.slice(2), value);
+    // Through the object model: the page's policy allows no style attribute.
+    else if (name === 'style') node.style.cssText = value;
     else if (value !== false && value != null) node.setAttribute(name, value === true ? '' : value);
   }
   node.append(...children.flat().filter((child) => child != null));

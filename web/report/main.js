@@ -1,14 +1,22 @@
 import 'uplot/dist/uPlot.min.css';
-import './style.css';
-import { histogram, timeChart } from './charts.js';
-import { element, table } from './dom.js';
-import { count, microseconds, number, percent, plural, seconds } from './format.js';
-import { pathView, presenceView } from './views.js';
+import '../common/style.css';
+import { histogram, timeChart } from '../common/charts.js';
+import { element, table } from '../common/dom.js';
+import { count, microseconds, number, percent, plural, seconds } from '../common/format.js';
+import { decodeRows } from '../common/rows.js';
+import { pathView, presenceView } from '../common/views.js';
+import { TimeZoom } from '../common/zoom.js';
 
-const { numbers, rows } = JSON.parse(document.getElementById('report-data').textContent);
-const { recording, objects } = numbers;
+const { numbers, rows: packed } = JSON.parse(document.getElementById('report-data').textContent);
+const rows = { ...packed, objects: packed.objects.map(decodeRows) };
+const { recording, objects, rules } = numbers;
+const columns = {
+  times: rows.times, packets: rows.packets, calls: rows.calls, shared: rows.column_s > 0,
+};
+const zoom = new TimeZoom(rows.times[0], rows.times[rows.times.length - 1]);
 const objectName = (n) => `Object ${n}`;
 const colorOf = (n) => `--object-${n}`;
+const sections = []; // for the contents
 
 // Everything that is drawn on canvas, and so anew for another width or theme.
 const drawings = [];
@@ -18,7 +26,9 @@ function drawn(drawing) {
 }
 
 function section(title, note, ...content) {
-  return element('section', {},
+  const id = title.toLowerCase().replace(/[^a-z]+/g, '-');
+  sections.push({ id, title });
+  return element('section', { id },
     element('h2', {}, title), note && element('p', { class: 'note' }, note), ...content);
 }
 
@@ -52,16 +62,17 @@ function figures() {
       element('b', {}, value), element('span', {}, label), element('small', {}, detail));
   return element('div', { class: 'figures' },
     figure(count(recording.packets), 'packets',
-      `${seconds(recording.seconds)} at ${number(recording.packets_per_second, 'Hz')}`),
+      `${seconds(recording.seconds)}, ${number(recording.packets_per_second)} a second`),
     figure(percent(seen, packets), 'seen',
       `${plural(objects.reduce((n, o) => n + o.presence.gaps, 0), 'gap')}, longest ` +
-      seconds(worst((o) => o.presence.longest_gap_s))),
+      seconds(worst((o) => o.presence.longest_gap?.seconds))),
     recording.has_truth && figure(number(worst((o) => o.error_mm.raw?.median), 'mm'), 'median error',
       `worst object; 99 % within ${number(worst((o) => o.error_mm.raw?.p99), 'mm')}`),
     figure(number(worst((o) => o.epipolar_px?.median), 'px'), 'epipolar residual',
       'median, worst object'),
     figure(count(numbers.jumps.count), numbers.jumps.count === 1 ? 'jump' : 'jumps',
-      `${plural(numbers.swaps.count, 'id swap')}${numbers.swaps.known_from_truth ? '' : ' suspected'}`),
+      `${plural(numbers.outliers.count, 'outlier')}, ${plural(numbers.swaps.count, 'id swap')}` +
+      `${numbers.swaps.known_from_truth ? '' : ' suspected'}`),
     figure(microseconds(time?.median), 'per packet', `99 % within ${microseconds(time?.p99)}`));
 }
 
@@ -70,13 +81,53 @@ function notices() {
   return element('ul', { class: 'notices' }, numbers.notices.map((text) => element('li', {}, text)));
 }
 
+function contents() {
+  return element('nav', { class: 'contents', 'aria-label': 'Contents' },
+    sections.map(({ id, title }) => element('a', { href: `#${id}` }, title)),
+    objects.map(({ object }) => element('a', { href: `#object-${object}` }, objectName(object))));
+}
+
+// ---- where to look first
+
+/** A moment as a link into the charts of its object, or of the first one. */
+function momentLink(event) {
+  const show = () => {
+    const length = Math.max((event.until_s ?? event.time_s) - event.time_s, 0);
+    const margin = Math.max(length, 0.5);
+    zoom.set(event.time_s - margin, event.time_s + length + margin);
+    const object = event.object ?? event.objects?.[0] ?? objects[0].object;
+    const card = document.getElementById(`object-${object}`);
+    card.scrollIntoView();
+    card.querySelector('.chart')?.focus({ preventScroll: true });
+  };
+  return element('button', { type: 'button', class: 'link', onclick: show }, seconds(event.time_s));
+}
+
+const kWorst = {
+  gap: 'Longest gap', step: 'Largest step', error: 'Largest error', corrupt: 'Corrupt packet',
+};
+
+function worstMoments() {
+  if (numbers.worst.length === 0) return null;
+  const howBad = (m) =>
+    (m.seconds != null ? seconds(m.seconds) : m.distance_mm != null ? number(m.distance_mm, 'mm') : '');
+  return section('Worst moments',
+    'The longest gaps, the largest steps from one packet to the next, the largest errors where ' +
+    'the truth is known, and packets whose own check byte is wrong; of those of one object within ' +
+    'a second, the worst. The time shows the moment in the charts; the command explains it.',
+    table(['What', { text: 'Object', words: true }, 'How bad', 'Time', 'Packet', 'Call',
+      { text: 'Explained by', words: true }],
+    numbers.worst.map((m) => [kWorst[m.kind] ?? m.kind, m.object == null ? '' : String(m.object),
+      howBad(m), momentLink(m), count(m.packet), count(m.call), element('code', {}, m.command)])));
+}
+
 // ---- paths
 
 const hidden = new Set();
 
 function paths() {
   const shapes = rows.objects.map(({ path, true_path }, n) =>
-    ({ path, truth: true_path, color: colorOf(n) }));
+    ({ path, truth: true_path, color: colorOf(objects[n].object) }));
   const shown = (n) => !hidden.has(n);
   const views = [
     { title: 'From the cameras', across: 'x', up: 'y', acrossLabel: 'x, mm (right)', upLabel: 'y, mm (up)' },
@@ -92,11 +143,11 @@ function paths() {
         currentTarget.setAttribute('aria-pressed', String(shown(n)));
         views.forEach(draw);
       },
-    }, swatch(colorOf(n), objectName(n))));
+    }, swatch(colorOf(object.object), objectName(object.object))));
   return section('Paths from three sides',
     'Delivered positions to scale, in the right camera’s frame as the library delivers it: x to ' +
     'the right, y up, z from the scene towards the cameras. A line is drawn on across gaps of ' +
-    'up to a quarter of a second; a dot marks the end.',
+    `up to ${seconds(rules.bridge_s)}; a dot marks the end.`,
     element('div', { class: 'legend' }, toggles,
       recording.has_truth && swatch('--truth', 'truth', true)),
     element('div', { class: 'views' }, views.map(drawn)));
@@ -105,25 +156,29 @@ function paths() {
 // ---- who was seen
 
 function visibility() {
-  const bars = rows.objects.map(({ seen, absent }, n) =>
-    ({ label: objectName(n), color: colorOf(n), seen, absent }));
-  const line = ({ object, presence: p, held, answers }) => [
+  const bars = rows.objects.map(({ seen, absent }, n) => {
+    const { object, presence: p } = objects[n];
+    const says = `seen in ${percent(p.seen, p.packets)} of ${plural(p.packets, 'packet')}, ` +
+      plural(p.gaps, 'gap');
+    return { label: objectName(object), color: colorOf(object), seen, absent, says };
+  });
+  const line = ({ object, presence: p, held }) => [
     objectName(object), percent(p.seen, p.packets), count(p.packets - p.seen),
     recording.has_truth ? percent(p.visible_seen, p.visible) : null,
-    count(p.gaps), seconds(p.longest_gap_s), count(p.longest_gap_packets), seconds(p.all_gaps_s),
-    count(held), count(answers.bridged),
+    count(p.gaps), seconds(p.longest_gap?.seconds), count(p.longest_gap?.packets),
+    p.longest_gap ? momentLink({ ...p.longest_gap, object }) : '–', seconds(p.without_s), count(held),
   ].filter((cell) => cell !== null);
   return section('Frames seen and gaps',
-    'Of the packets that reached the library while the product type had the object. A gap lies ' +
-    'between two sightings and is as long as the time between them. The marks below the bars are ' +
-    'packets without the object.',
-    drawn(presenceView(rows.presence_times, bars)),
+    'Of the packets that reached the library while the product type had the object. A gap ' +
+    'is as long as the time from the sighting before it to the one behind it, or to the ' +
+    'recording’s ends. The dark part of a bar, from below, is the share of packets without the object.',
+    drawn(presenceView(rows.times, bars)),
     table([
       'Object', 'Seen', 'Packets without',
       recording.has_truth && { text: 'Seen of visible', title: 'of the packets in which both cameras reported a marker of the object' },
-      'Gaps', 'Longest', 'in packets', 'All gaps',
+      'Gaps', 'Longest gap', 'in packets', 'at',
+      { text: 'Time without', title: 'from the first packet without it to the next sighting, of all gaps' },
       { text: 'Held', title: 'packets in which a jump or ratio test kept the earlier position' },
-      { text: 'Bridged answers', title: 'pose answers given while the latest block is without the object' },
     ].filter(Boolean), objects.map(line)));
 }
 
@@ -134,9 +189,9 @@ const kQuantities = [
     { label: 'raw', color: '--raw', row: o.raw_error },
     { label: 'filtered', color: '--filtered', row: o.filtered_error }] },
   { label: 'Epipolar residual', unit: 'px', size: true, of: (o) => [
-    { label: 'residual', color: '--accent', row: o.epipolar }] },
+    { label: 'residual', color: '--raw', row: o.epipolar }] },
   { label: 'Ray gap', unit: 'mm', size: true, of: (o) => [
-    { label: 'gap', color: '--accent', row: o.ray_gap }] },
+    { label: 'gap', color: '--raw', row: o.ray_gap }] },
 ];
 
 function hasValues(row) {
@@ -146,13 +201,15 @@ function hasValues(row) {
 function eventsOf(n) {
   return [
     ...numbers.jumps.first.filter((jump) => jump.object === n),
+    ...numbers.outliers.first.filter((outlier) => outlier.object === n),
     ...numbers.swaps.first.filter((swap) => swap.objects.includes(n)),
   ].map((event) => event.time_s);
 }
 
-function objectCard(object) {
+function objectCard(object, place) {
   const n = object.object;
-  const row = rows.objects[n];
+  const row = rows.objects[place];
+  const id = `object-${n}`;
   const events = eventsOf(n);
   const lines = (axis) => {
     const found = [
@@ -161,7 +218,7 @@ function objectCard(object) {
     ];
     const truth = { label: 'truth', color: '--truth', dash: [5, 4], row: row.truth?.[axis] };
     // On top it shows where it leaves the others; as a wide band it would hide them.
-    return rows.bucket_s > 0 ? [truth, ...found] : [...found, truth];
+    return rows.column_s > 0 ? [truth, ...found] : [...found, truth];
   };
   const charts = [
     ...['x', 'y', 'z'].map((axis) => ({ label: axis, unit: 'mm', lines: lines(axis) })),
@@ -172,26 +229,42 @@ function objectCard(object) {
     swatch('--raw', 'raw: as delivered'),
     row.filtered ? swatch('--filtered', 'filtered: the pose answer') : null,
     row.truth ? swatch('--truth', 'truth', true) : null,
-    events.length ? swatch('--bad', 'jump or swap', true) : null);
+    events.length ? swatch('--bad', 'jump, outlier or swap', true) : null);
   if (charts.length === 0)
-    return element('article', {}, element('h3', {}, swatch(colorOf(n), objectName(n))),
+    return element('article', { id }, element('h3', {}, swatch(colorOf(n), objectName(n))),
       element('p', { class: 'note' }, 'Never seen in this recording.'));
-  return element('article', {},
+  return element('article', { id },
     element('h3', {}, swatch(colorOf(n), objectName(n))), legend,
     charts.map(({ lines: drawnLines, ...options }, i) =>
-      drawn(timeChart(rows.times, drawnLines, { ...options, events, last: i === charts.length - 1 }))));
+      drawn(timeChart(columns, drawnLines, {
+        ...options, of: objectName(n), zoom, events, last: i === charts.length - 1,
+        get height() { return widthOfPrint ? 84 : 112; },
+      }))));
+}
+
+/** What there is to say where nothing filtered can be drawn. */
+function silence() {
+  const asked = objects.reduce((sum, { answers }) => sum + answers.asked, 0);
+  const answered = objects.reduce((sum, { answers }) => sum + answers.answered, 0);
+  if (asked === 0)
+    return ' The host asked for no poses in this recording, so that there is nothing filtered.';
+  if (answered === 0)
+    return ` The host asked for ${plural(asked, 'pose')}, and no answer held an object, so that ` +
+      'there is nothing filtered.';
+  return '';
 }
 
 function overTime() {
-  const envelope = rows.bucket_s > 0
-    ? ` The recording is long: every column stands for ${number(1000 * rows.bucket_s, 'ms')} and ` +
-      'spans its smallest and largest value.'
+  const envelope = rows.column_s > 0
+    ? ` The recording is long: every column stands for ${number(1000 * rows.column_s, 'ms')} and ` +
+      'spans its smallest and largest value; zoomed in, columns part.'
     : '';
-  const silent = objects.every((object) => object.answers.count === 0)
-    ? ' The host asked for no poses in this recording, so that there is nothing filtered.' : '';
   return section('Over time',
     'Position, error, epipolar residual and ray gap of every object. Drag to zoom all charts, ' +
-    'double-click to see everything again.' + envelope + silent,
+    'double-click to see everything again; or, with a chart focused, plus, minus, the arrow keys ' +
+    'and 0.' + envelope + silence(),
+    element('p', {},
+      element('button', { type: 'button', onclick: () => zoom.whole() }, 'Show everything')),
     objects.map(objectCard));
 }
 
@@ -222,7 +295,7 @@ function geometry() {
     'Of the pairs of blobs behind each position: how far the blobs lie from each other’s epipolar ' +
     'line, and the shortest distance between the two rays, the larger of both pairs for an object ' +
     'with two markers. They grow with noise, and stay large where the calibration is off.' +
-    (calibration ? ` Baseline ${number(calibration.baseline, 'mm')}.` : ''),
+    (calibration ? ` Baseline ${number(calibration.baseline_mm, 'mm')}.` : ''),
     table(['Object', ...kSpread], objects.flatMap(({ object, epipolar_px, ray_gap_mm }) => [
       [`${objectName(object)}, residual`, ...spread(epipolar_px, 'px')],
       [`${objectName(object)}, ray gap`, ...spread(ray_gap_mm, 'mm')],
@@ -238,39 +311,68 @@ function jitter() {
         ...[j.x, j.y, j.z, j.total, j.largest].map((v) => number(v, 'mm'))];
     }));
   const rule = known
-    ? 'Rest is where the truth moves less than 0.1 mm along every axis for 45 packets in a row.'
-    : 'Rest is taken for granted where, over 45 packets in a row and along every axis, at least ' +
-      'half of the variance is already there between packets three apart.';
+    ? `Rest is where the truth moves less than ${number(rules.rest_mm, 'mm')} along every axis for ` +
+      `${rules.rest_packets} packets in a row.`
+    : `Rest is taken for granted where, over ${rules.rest_packets} packets in a row and along every ` +
+      'axis, at least half of the variance is already there between packets three apart.';
   return section('Jitter at rest',
     `${rule} Standard deviation about the mean of these windows; total is the root of the sum of ` +
     'squares, farthest the largest distance from the mean.',
     lines.length > 0
       ? table(['Object', 'Windows', 'x', 'y', 'z', 'Total', 'Farthest'], lines)
-      : element('p', {}, 'No object was at rest, and seen, for 45 packets in a row.'));
+      : element('p', {},
+        `No object was at rest, and seen, for ${rules.rest_packets} packets in a row.`));
+}
+
+function smoothing() {
+  return section('What smoothing costs',
+    'Lag is the shift at which the filtered positions agree best with the raw ones, found where ' +
+    'the object moved; difference is filtered minus raw, root mean square, as they came and with ' +
+    'the raw ones shifted by the lag. Answers that were asked for a later moment are left out. ' +
+    'Bridged answers came while the latest block was without the object.' + silence(),
+    table(['Object', 'Lag', 'Difference', 'shifted', 'Jitter raw', 'filtered', 'Poses asked',
+      'answered', 'filtered', 'bridged', 'asked ahead'],
+    objects.map(({ object, lag, jitter_mm: j, answers: a }) => [objectName(object),
+      number(lag?.ms, 'ms'), number(lag?.difference_mm, 'mm'),
+      number(lag?.shifted_difference_mm, 'mm'), number(j.raw?.total, 'mm'),
+      number(j.filtered?.total, 'mm'),
+      ...[a.asked, a.answered, a.filtered, a.bridged, a.ahead].map(count)])));
 }
 
 function jumpsAndSwaps() {
-  const { jumps, swaps } = numbers;
+  const { jumps, outliers, swaps } = numbers;
   const events = [
-    ...jumps.first.map((j) => [j.time_s, j.packet, `Jump of ${objectName(j.object).toLowerCase()}`,
+    ...jumps.first.map((j) => [j, `Jump of ${objectName(j.object).toLowerCase()}`,
       `${number(j.distance_mm, 'mm')} in ${plural(j.packets, 'packet')}`]),
-    ...swaps.first.map((s) => [s.time_s, s.packet,
-      `Id swap of objects ${s.objects.join(' and ')}`,
+    ...outliers.first.map((o) => [o, `Outlier of ${objectName(o.object).toLowerCase()}`,
+      `${number(o.distance_mm, 'mm')} off ${outliers.known_from_truth ? 'the truth' : 'its track'}`]),
+    ...swaps.first.map((s) => [s, `Id swap of objects ${s.objects.join(' and ')}`,
       swaps.known_from_truth ? plural(s.packets, 'packet') : 'suspected']),
-  ].sort((a, b) => a[1] - b[1]);
-  const left = jumps.count + swaps.count - events.length;
+  ].sort((a, b) => a[0].packet - b[0].packet);
+  const left = jumps.count + outliers.count + swaps.count - events.length;
+  const limit = number(rules.jump_mm, 'mm');
+  const outlierRule = outliers.known_from_truth
+    ? `An outlier is farther than ${limit} from the truth; of packets in a row, the farthest.`
+    : `An outlier stands alone: ${plural(rules.lonely_packets, 'packet')} at most with the object ` +
+      `gone before and after, and farther than ${limit} from the straight line between the ` +
+      'sightings around it.';
   const swapRule = swaps.known_from_truth
-    ? 'An id swap is a run of packets in which an object was reported nearest to another one’s ' +
-      'true place, and within half of their distance.'
-    : 'An id swap is suspected where two objects, more than 50 mm apart, stand three packets ' +
-      'later each where the other was (within a quarter of their distance).';
-  return section('Jumps and id swaps',
-    `A jump is a step of more than ${number(jumps.limit_mm, 'mm')} per packet from one sighting to the next. ${swapRule}`,
-    element('p', {}, `${plural(jumps.count, 'jump')}, ${plural(swaps.count, 'id swap')}` +
-      `${swaps.known_from_truth || swaps.count === 0 ? '' : ' suspected'}.`),
+    ? `Two objects swapped ids where, for ${rules.swap_packets} packets or more, each was reported ` +
+      'nearer to the other’s true place than to its own, and within half of their distance of it.'
+    : `An id swap is suspected where two objects, more than ${number(rules.swap_separation_mm, 'mm')} ` +
+      'apart, stand three packets later each where the other was (within a quarter of their ' +
+      `distance), for ${rules.swap_packets} packets or more.`;
+  const suspected = swaps.known_from_truth || swaps.count === 0 ? '' : ' suspected';
+  return section('Jumps, outliers and id swaps',
+    `A jump is a step of more than ${limit} per packet from one sighting to the next. ` +
+    `${outlierRule} ${swapRule}`,
+    element('p', {}, `${plural(jumps.count, 'jump')}, ${plural(outliers.count, 'outlier')}, ` +
+      `${plural(swaps.count, 'id swap')}${suspected}.`),
     events.length > 0
-      ? table(['Time', 'Packet', { text: 'What', words: true }, { text: 'How far, how long', words: true }],
-        events.map(([t, ...rest]) => [seconds(t), ...rest.map(String)]))
+      ? table(['Time', 'Packet', 'Call', { text: 'What', words: true },
+        { text: 'How far, how long', words: true }],
+      events.map(([event, ...rest]) =>
+        [momentLink(event), count(event.packet), count(event.call), ...rest]))
       : null,
     left > 0 ? element('p', { class: 'note' }, `And ${count(left)} more.`) : null);
 }
@@ -296,9 +398,13 @@ function messages() {
   if (numbers.messages.length === 0)
     return section('Messages', 'The library logged nothing.');
   return section('Messages', 'What the library logged, in order of the first time.',
-    table(['Text', 'Level', 'Times', 'First in call'], numbers.messages.map((message) =>
+    table(['Text', 'Level', 'Times', 'First in call', 'at'], numbers.messages.map((message) =>
       [element('code', {}, message.text), String(message.level), count(message.count),
-        count(message.first_call)])));
+        count(message.first.call), momentLink(message.first)])),
+    numbers.messages_left_out > 0
+      ? element('p', { class: 'note' },
+        `And ${count(numbers.messages_left_out)} messages of other texts.`)
+      : null);
 }
 
 function about() {
@@ -306,17 +412,22 @@ function about() {
   const facts = [
     ['Calls', count(recording.calls)],
     ['Packets', count(recording.packets)],
+    ['From the first call to the last', seconds(recording.seconds)],
+    ['Packets a second, mean', number(recording.packets_per_second)],
+    ['Interval of packets, median', number(recording.median_interval_ms, 'ms')],
+    ['Corrupt packets', count(numbers.corrupt_packets)],
     ['Blocks delivered', count(recording.blocks)],
     ['Frames lost before the library', count(recording.frames_lost)],
     ['Calls dropped by the recorder', count(recording.dropped_calls)],
     ['Complete', recording.complete ? 'yes' : 'no'],
     ['Clock', recording.clock],
     ['Truth', recording.has_truth ? 'yes' : 'no'],
-    ['Baseline', calibration ? number(calibration.baseline, 'mm') : '–'],
+    ['Baseline', calibration ? number(calibration.baseline_mm, 'mm') : '–'],
   ];
   return section('The recording',
     'Lengths are in the unit of the calibration’s translation, which is taken to be the ' +
-    'millimetre. Percentiles are by nearest rank.',
+    'millimetre. Percentiles are by nearest rank; of very many values, they are off by ' +
+    `${number(100 * rules.percentile_error)} % of themselves at most.`,
     element('dl', {}, facts.map(([name, value]) =>
       element('div', {}, element('dt', {}, name), element('dd', {}, value)))),
     element('p', { class: 'note' },
@@ -348,10 +459,11 @@ function switchTheme() {
 }
 
 document.title = `${recording.file} – tracking report`;
-document.getElementById('report').append(...[
-  header(), figures(), notices(), paths(), visibility(), overTime(), errors(), geometry(), jitter(),
-  jumpsAndSwaps(), packetTimes(), messages(), about(),
-].filter(Boolean));
+const body = [
+  figures(), notices(), worstMoments(), paths(), visibility(), overTime(), errors(), smoothing(),
+  geometry(), jitter(), jumpsAndSwaps(), packetTimes(), messages(), about(),
+];
+document.getElementById('report').append(...[header(), contents(), ...body].filter(Boolean));
 
 const dark = matchMedia('(prefers-color-scheme: dark)');
 setTheme(dark.matches ? 'dark' : 'light');
