@@ -12,6 +12,7 @@ void addSimulateCommand(CLI::App& app);
 void addReplayCommand(CLI::App& app);
 void addInspectCommand(CLI::App& app);
 void addCalibrationCommand(CLI::App& app);
+void addTracksCommand(CLI::App& app);
 void addReportCommand(CLI::App& app);
 void addRepairCommand(CLI::App& app);
 

@@ -50,6 +50,7 @@ int main(int argc, char** argv) {
   algtrack::addReplayCommand(app);
   algtrack::addInspectCommand(app);
   algtrack::addCalibrationCommand(app);
+  algtrack::addTracksCommand(app);
   algtrack::addReportCommand(app);
   algtrack::addRepairCommand(app);
 

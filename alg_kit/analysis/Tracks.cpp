@@ -1,0 +1,139 @@
+#include <alg_kit/analysis/Tracks.h>
+
+#include <alg_factory/api/Constants.h>
+#include <alg_kit/estimate/Smoother.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+namespace analysis {
+namespace {
+
+using session::Call;
+using session::CallKind;
+using session::Entry;
+
+constexpr double kNanosecond = 1e-9;
+constexpr double kUsualRate = 90;  // Hz, where the recording does not say
+
+bool isPacket(const Call& call) {
+  return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
+}
+
+/// The median distance of packets: lost ones and bursts do not move it.
+double frameRateOf(const recording::RecordingReader& reader) {
+  std::vector<std::int64_t> distances;
+  std::optional<std::int64_t> last;
+  auto entries = reader.entries();
+  Entry entry;
+  while (entries.next(entry)) {
+    if (!isPacket(entry.call)) continue;
+    if (last && entry.call.startNs > *last) distances.push_back(entry.call.startNs - *last);
+    last = entry.call.startNs;
+  }
+  if (distances.empty()) return kUsualRate;
+  const auto middle = distances.begin() + static_cast<std::ptrdiff_t>(distances.size() / 2);
+  std::nth_element(distances.begin(), middle, distances.end());
+  return 1 / (static_cast<double>(*middle) * kNanosecond);
+}
+
+/// What one Init began.
+class Stretch {
+ public:
+  Stretch(const Call& init, const TrackOptions& options, double frameRate, const TrackTaker& take)
+      : options_(options), take_(take) {
+    algorithm::StereoCalibration calibration;
+    std::memcpy(&calibration, init.payload.data(), sizeof calibration);
+    estimate::EstimatorOptions with;
+    with.noise = options.noise;
+    with.frameRate = frameRate;
+    if (options.smooth)
+      smoother_ = std::make_unique<estimate::Smoother>(init.type, calibration, with);
+    else
+      estimator_ = std::make_unique<estimate::Estimator>(init.type, calibration, with);
+  }
+
+  void add(const Call& call) {
+    const auto* const bytes = call.payload.data();
+    const int length = static_cast<int>(call.payload.size());
+    const double arrival = static_cast<double>(call.startNs) * kNanosecond;
+    if (smoother_) {
+      if (smoother_->add(call.type, bytes, length, arrival))
+        frames_.push_back({call.index, call.startNs});
+      return;
+    }
+    estimator_->feed(call.type, bytes, length, arrival);
+    for (int object = 0; object < estimator_->objectCount(); ++object)
+      give({call.index, call.startNs}, object, estimator_->ahead(object, options_.ahead));
+  }
+
+  /// @return the noise that was assumed
+  double end() {
+    if (!smoother_) return estimator_->noise();
+    smoother_->run([this](int object, std::size_t frame, const estimate::Estimate& estimate) {
+      give(frames_[frame], object, estimate);
+    });
+    return smoother_->noise();
+  }
+
+ private:
+  struct Frame {
+    std::int64_t call = 0, timeNs = 0;
+  };
+
+  void give(const Frame& frame, int object, const estimate::Estimate& estimate) const {
+    if (estimate.source == estimate::Source::kNone) return;
+    take_(
+        {frame.call, frame.timeNs + std::llround(options_.ahead / kNanosecond), object, estimate});
+  }
+
+  const TrackOptions& options_;
+  const TrackTaker& take_;
+  std::unique_ptr<estimate::Estimator> estimator_;
+  std::unique_ptr<estimate::Smoother> smoother_;
+  std::vector<Frame> frames_;
+};
+
+}  // namespace
+
+double estimateTracks(const recording::RecordingReader& reader, const TrackOptions& options,
+                      const TrackTaker& take) {
+  const double frameRate = frameRateOf(reader);
+  std::optional<Stretch> stretch;
+  bool any = false;
+  double noise = options.noise;
+  auto entries = reader.entries();
+  Entry entry;
+  while (entries.next(entry)) {
+    const Call& call = entry.call;
+    if (call.kind == CallKind::kInit) {
+      if (stretch) noise = stretch->end();
+      stretch.reset();
+      if (!algorithm::isProductType(call.type) ||
+          call.payload.size() != sizeof(algorithm::StereoCalibration))
+        continue;
+      try {
+        stretch.emplace(call, options, frameRate, take);
+      } catch (const std::invalid_argument& error) {
+        throw std::runtime_error(reader.path() + ": call " + std::to_string(call.index) +
+                                 " (Init): " + error.what());
+      }
+    } else if (isPacket(call) && stretch) {
+      any = true;
+      stretch->add(call);
+    }
+  }
+  if (stretch) noise = stretch->end();
+  if (!any)
+    throw std::runtime_error(reader.path() +
+                             ": expected an initialised library and device packets (InputStream "
+                             "of stream type 0 or 2), found none");
+  return noise;
+}
+
+}  // namespace analysis
