@@ -17,6 +17,7 @@ void check(const SimulatorOptions& options) {
   require(options.frameRate > 0 && std::isfinite(options.frameRate), "a positive frame rate");
   require(options.blobs.markerDiameter > 0 && std::isfinite(options.blobs.markerDiameter),
           "a positive marker diameter");
+  require(isAmount(options.driftSeconds) && options.driftSeconds > 0, "a positive time of drift");
   require(isAmount(options.blobs.pixelNoise), "a pixel noise of 0 or more");
   require(options.blobs.strayRate >= 0 && options.blobs.strayRate <= 100,
           "a stray rate from 0 to 100");
@@ -36,12 +37,24 @@ Simulator::Simulator(const rig::StereoRig& rig, Scene scene, SimulatorOptions op
     : rig_(rig),
       scene_(std::move(scene)),
       options_(std::move(options)),
-      source_(rig, options_.blobs) {
+      source_({rig::withError(rig.calibration, options_.error), rig.width, rig.height},
+              options_.blobs) {
   check(options_);
 }
 
 double Simulator::timeOf(std::int64_t index) const {
   return static_cast<double>(index) / options_.frameRate;
+}
+
+algorithm::StereoCalibration Simulator::trueCalibration(double seconds) const {
+  return rig::withError(rig_.calibration,
+                        options_.error + (seconds / options_.driftSeconds) * options_.drift);
+}
+
+const BlobSource& Simulator::sourceAt(double seconds, std::optional<BlobSource>& storage) const {
+  if (options_.drift.none()) return source_;
+  return storage.emplace(rig::StereoRig{trueCalibration(seconds), rig_.width, rig_.height},
+                         options_.blobs);
 }
 
 Frame Simulator::frame(std::int64_t index) const {
@@ -55,7 +68,9 @@ void Simulator::frame(std::int64_t index, Frame& frame) const {
   frame.index = index;
   frame.stamp = static_cast<std::uint32_t>(std::llround(timeOf(index) * 1e6));
   frame.truth = scene_.at(timeOf(index));
-  source_.observe(frame.truth, objectCount(scene_.productType()), random, frame.blobs);
+  std::optional<BlobSource> storage;
+  sourceAt(frame.truth.time, storage)
+      .observe(frame.truth, objectCount(scene_.productType()), random, frame.blobs);
 
   frame.blobsCut = 0;
   if (frame.blobs.size() > kMaxPacketRecords) {

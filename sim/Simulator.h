@@ -1,5 +1,6 @@
 #pragma once
 
+#include <alg_kit/rig/RigError.h>
 #include <alg_kit/rig/StereoRig.h>
 #include <sim/BlobSource.h>
 #include <sim/InertialSource.h>
@@ -7,6 +8,7 @@
 #include <sim/Scene.h>
 
 #include <cstdint>
+#include <optional>
 
 namespace sim {
 
@@ -28,6 +30,9 @@ struct SimulatorOptions {
   Framing framing = Framing::kPlain;
   BlobOptions blobs;
   PacketFaults faults;
+  rig::RigError error;      ///< how the true cameras differ from the rig that is given
+  rig::RigError drift;      ///< added to it bit by bit, all of it after `driftSeconds`
+  double driftSeconds = 1;  ///< positive
   std::uint64_t seed = 1;
 };
 
@@ -54,7 +59,9 @@ class Simulator {
 
   int streamType() const { return static_cast<int>(options_.framing); }
   const Scene& scene() const { return scene_; }
-  const rig::StereoRig& rig() const { return rig_; }
+  const rig::StereoRig& rig() const { return rig_; }  ///< as given: what a host believes
+  /// The cameras as they are at that moment.
+  algorithm::StereoCalibration trueCalibration(double seconds) const;
   double frameRate() const { return options_.frameRate; }  ///< Hz
   double timeOf(std::int64_t index) const;                 ///< seconds
 
@@ -67,6 +74,8 @@ class Simulator {
   Bytes inertialPayloadOf(int device, std::int64_t index) const;
 
  private:
+  const BlobSource& sourceAt(double seconds, std::optional<BlobSource>& storage) const;
+
   rig::StereoRig rig_;
   Scene scene_;
   SimulatorOptions options_;

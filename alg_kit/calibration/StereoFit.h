@@ -15,6 +15,8 @@ struct ObservedPair {
   algorithm::ImagePoint right;  ///< pixels
   int leftDiameter = 0;         ///< pixels
   int rightDiameter = 0;        ///< pixels
+  int id = 0;                   ///< of the blob
+  double time = 0;              ///< seconds since the recording began
 };
 
 struct FitQuality {

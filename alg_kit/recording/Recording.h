@@ -18,6 +18,12 @@ namespace recording {
 constexpr std::int32_t kApplicationId = 0x616C6772;  ///< "algr"
 constexpr int kFormatVersion = 2;                    ///< of what is written; all versions are read
 
+/// Keys of simulations whose cameras differ from the calibration that `Init` got: the true one as
+/// the 920 bytes in hexadecimal digits; with a drift it is the one of the first moment, and the
+/// second key has the last moment's.
+constexpr const char* kTrueCalibration = "true_calibration";
+constexpr const char* kTrueCalibrationAtEnd = "true_calibration_at_end";
+
 /// A recording that cannot be read or written. `what()` is one line that begins with the file.
 class RecordingError : public std::runtime_error {
  public:

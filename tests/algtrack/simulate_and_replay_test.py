@@ -2,6 +2,7 @@
 """algtrack simulate and replay, end to end."""
 import csv
 import json
+import math
 import os
 import struct
 import time
@@ -67,6 +68,41 @@ class SimulateTest(AlgtrackCase):
             for object_id, position in found.items():
                 for a, b in zip(position, truth[object_id]):
                     self.assertAlmostEqual(a, b, delta=2)
+
+    def test_a_bent_rig_keeps_its_true_calibration_and_init_gets_the_other(self):
+        self.simulate("good", "--seconds", 1)
+        self.simulate("bent", "--seconds", 1, "--bend", "-0.3,-0.4,0.25,0,0.1,-0.2",
+                      "--focal-error", "1,-2", "--centre-error", "3,4")
+        init = "SELECT payload FROM calls WHERE kind = 'Init'"
+        (given,), = self.query("bent", init)
+        self.assertEqual(self.query("good", init), [(given,)])
+        (text,), = self.query("bent", "SELECT value FROM meta WHERE key = 'true_calibration'")
+        stated = struct.unpack("<115d", given)
+        true = struct.unpack("<115d", bytes.fromhex(text))
+        self.assertAlmostEqual(true[1], 1.01 * stated[1], places=9)    # left fx
+        self.assertAlmostEqual(true[18], 0.98 * stated[18], places=9)  # right fx
+        self.assertAlmostEqual(true[6], stated[6] + 4, places=9)       # left cy
+        self.assertAlmostEqual(true[20], stated[20] + 3, places=9)     # right cx
+        trace = sum(true[35 + i] * stated[35 + i] for i in range(9))   # of R' R^T
+        self.assertAlmostEqual(math.degrees(math.acos((trace - 1) / 2)), 0.559017, places=5)
+        self.assertEqual(self.query("good", "SELECT * FROM meta WHERE key LIKE 'true_%'"), [])
+
+    def test_a_drift_keeps_the_true_calibration_of_both_ends(self):
+        self.simulate("a", "--seconds", 1, "--drift", "0,0.5,0")
+        texts = dict(self.query("a", "SELECT key, value FROM meta WHERE key LIKE 'true_%'"))
+        (given,), = self.query("a", "SELECT payload FROM calls WHERE kind = 'Init'")
+        self.assertEqual(bytes.fromhex(texts["true_calibration"]), given)
+        self.assertNotEqual(bytes.fromhex(texts["true_calibration_at_end"]), given)
+
+    def test_refuses_bends_that_are_none(self):
+        for option in ("--bend", "--drift"):
+            for text in ("1", "1,2", "1,2,3,4", "1,2,x", "nan,0,0", "30,0,0", "", "1,,2"):
+                line = self.fail_in_one_line("simulate", "-o", "x", option, text)
+                if text:
+                    self.assertIn(option, line)
+        self.fail_in_one_line("simulate", "-o", "x", "--focal-error", "1,2,3")
+        self.fail_in_one_line("simulate", "-o", "x", "--centre-error", "1")
+        self.assertFalse(os.path.exists(self.path("x")))
 
     def test_an_occluded_object_is_missing_and_comes_back(self):
         self.simulate("a", "--scene", "still", "--seconds", 4, "--occlude", "1:1-2")

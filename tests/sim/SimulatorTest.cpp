@@ -2,6 +2,7 @@
 #include <sim/Simulator.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <stdexcept>
 #include <vector>
@@ -149,6 +150,29 @@ TEST(Simulator, InertialPayloadIsTheRecordOfTheDevicesObject) {
   EXPECT_EQ(simulator.inertialPayloadOf(1, 90),
             inertialPayload(inertialRecord(scene, scene.objects()[1], 1.0)));
   EXPECT_THROW(simulator.inertialPayloadOf(6, 0), std::out_of_range);
+}
+
+TEST(Simulator, TheCamerasSeeWithTheTrueRigAndTheHostIsToldTheOther) {
+  SimulatorOptions bent;
+  bent.error.rotation = {0.5, 0, 0};
+  const Simulator simulator = simulatorOf(bent);
+  const auto given = rig::builtInRig().calibration;
+  EXPECT_EQ(std::memcmp(&simulator.rig().calibration, &given, sizeof given), 0);
+  const Simulator told(
+      {simulator.trueCalibration(0), simulator.rig().width, simulator.rig().height},
+      Scene::moving(2));
+  EXPECT_EQ(simulator.frame(7).payload, told.frame(7).payload);
+  EXPECT_NE(simulator.frame(7).payload, simulatorOf({}).frame(7).payload);
+}
+
+TEST(Simulator, ADriftGrowsFromNothingToAllOfIt) {
+  SimulatorOptions drifting, bent;
+  drifting.drift.rotation = bent.error.rotation = {0.5, 0.2, 0};
+  drifting.driftSeconds = 2;
+  const Simulator simulator = simulatorOf(drifting);
+  EXPECT_EQ(simulator.frame(0).payload, simulatorOf({}).frame(0).payload);
+  EXPECT_EQ(simulator.frame(180).payload, simulatorOf(bent).frame(180).payload);  // at 90 Hz
+  EXPECT_NE(simulator.frame(90).payload, simulatorOf(bent).frame(90).payload);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/rig/StereoRig.h>
 #include <alg_kit/text/TextFile.h>
+#include <tools/algtrack/CalibrationOutput.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Json.h>
@@ -58,31 +59,13 @@ std::string sourceOf(const CalibrationOptions& options) {
   return options.files.empty() ? options.recording : options.files[0];
 }
 
-LoadedCalibration loadRecorded(const recording::RecordingReader& reader) {
-  LoadedCalibration loaded;
-  for (const recording::Configuration& configuration : reader.configurations()) {
-    if (!configuration.calibration) continue;
-    loaded = calibration::readRecord(calibration::recordBytes(*configuration.calibration),
-                                     reader.path());
-    loaded.format = "calibration of call " + std::to_string(configuration.call);
-  }
-  if (loaded.format.empty())
-    throw recording::RecordingError(reader.path(), "expected a calibration in it, found none");
-  return loaded;
-}
-
 LoadedCalibration load(const CalibrationOptions& options) {
   if (options.files.empty() && options.recording.empty())
     throw std::runtime_error("expected a calibration file or --recording, found neither");
-  if (options.files.empty()) return loadRecorded(recording::RecordingReader(options.recording));
+  if (options.files.empty())
+    return recordedCalibration(recording::RecordingReader(options.recording));
   return calibration::readCalibration(
       options.files, options.unit.empty() ? std::nullopt : std::optional(options.unit));
-}
-
-bool isJsonPath(const std::string& path) {
-  const std::string ending = ".json";
-  return path.size() > ending.size() &&
-         path.compare(path.size() - ending.size(), ending.size(), ending) == 0;
 }
 
 void runImport(const CalibrationOptions& options) {
@@ -107,16 +90,9 @@ void runImport(const CalibrationOptions& options) {
              "equidistant (fisheye) model's.\n";
   for (const Finding& finding : findings) words << "Note: " << finding.text << "\n";
   for (const std::string& path : options.outputs) {
-    OutputFile file(path, options.force);
-    if (isJsonPath(path)) {
-      file.stream()
-          << calibration::toJson(c, options.outputUnit, loaded.width, loaded.height).dump(2)
-          << "\n";
-    } else {
-      file.stream() << calibration::recordBytes(c);
-    }
-    file.commit();
-    words << "Wrote " << path << (isJsonPath(path) ? " (JSON)" : " (920-byte record)") << "\n";
+    const std::string format = writeCalibration(
+        path, {c, options.outputUnit, loaded.width, loaded.height}, options.force);
+    words << "Wrote " << path << " (" << format << ")\n";
   }
 }
 
@@ -306,6 +282,7 @@ void addCalibrationCommand(CLI::App& app) {
       "  algtrack calibration import intrinsics.yml extrinsics.yml --unit m -o rig.bin\n"
       "  algtrack calibration show rig.bin\n"
       "  algtrack calibration check rig.bin --recording walk.algrec\n"
+      "  algtrack calibration refine walk.algrec -o healed.json\n"
       "\n"
       "Formats: Kalibr's camera chain, OpenCV's FileStorage (K1 D1 K2 D2 R T, or M1 M2),\n"
       "our 920-byte record, our JSON.\n");
@@ -354,6 +331,8 @@ check->add_option("--recording", options->recording,
                   std::string(kRecordingHelp) + "; its blobs are held against the calibration");
 check->add_flag("--json", options->json, "Print JSON");
 check->callback([options] { runCheck(*options); });
+
+addRefineCommand(*command);
 }  // namespace algtrack
 
 }  // namespace algtrack

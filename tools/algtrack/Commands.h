@@ -16,4 +16,7 @@ void addTracksCommand(CLI::App& app);
 void addReportCommand(CLI::App& app);
 void addRepairCommand(CLI::App& app);
 
+/// A subcommand of `calibration`.
+void addRefineCommand(CLI::App& calibration);
+
 }  // namespace algtrack

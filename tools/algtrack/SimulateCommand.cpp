@@ -1,5 +1,6 @@
 #include <alg_factory/api/AlgFactory.h>
 #include <alg_kit/analysis/Moment.h>
+#include <alg_kit/calibration/CalibrationRecord.h>
 #include <alg_kit/recording/RecordingAlg.h>
 #include <alg_kit/text/TextFile.h>
 #include <sim/Simulator.h>
@@ -28,6 +29,7 @@ namespace {
 
 // The stamp that asks for the filter's state as it is, without extrapolation.
 constexpr double kMostFrames = 1e7;
+constexpr double kLargestBend = 20;  // degrees
 
 struct SimulateOptions {
   std::string output;
@@ -47,6 +49,7 @@ struct SimulateOptions {
   bool noQueries = false;
   int filterMode = 0;
   std::vector<std::string> occlusions;
+  std::string bend, drift, focalError, centreError;  ///< as typed; empty = none
   sim::SimulatorOptions simulation;
   std::vector<std::string> notes;  ///< what became of the options, for the summary
 };
@@ -108,6 +111,31 @@ sim::Scene sceneFrom(SimulateOptions& options) {
   return sim::Scene::following(options.productType, std::move(motion));
 }
 
+/// RX,RY,RZ or RX,RY,RZ,TX,TY,TZ.
+rig::RigError bendFrom(const std::string& option, const std::string& text) {
+  rig::RigError error;
+  if (text.empty()) return error;
+  const std::vector<double> angles = numbersOf(option, text, {3, 6}, kLargestBend);
+  error.rotation = Eigen::Vector3d(angles.data());
+  if (angles.size() == 6) error.translation = Eigen::Vector3d(angles.data() + 3);
+  return error;
+}
+
+/// How the true cameras differ from the calibration that the library gets.
+rig::RigError errorFrom(const SimulateOptions& options) {
+  rig::RigError error = bendFrom("--bend", options.bend);
+  if (!options.focalError.empty()) {
+    const auto focal = numbersOf("--focal-error", options.focalError, {1, 2}, 20);
+    error.focal = {focal.front(), focal.back()};
+  }
+  if (!options.centreError.empty()) {
+    const auto centre = numbersOf("--centre-error", options.centreError, {2, 4}, 100);
+    error.leftCentre = Eigen::Vector2d(centre.data());
+    error.rightCentre = Eigen::Vector2d(centre.data() + centre.size() - 2);
+  }
+  return error;
+}
+
 /// Everything that decides the file's content, for whoever finds the file later.
 std::string describe(const SimulateOptions& options) {
   const auto nameOf = [](const std::string& path) {
@@ -131,7 +159,23 @@ std::string describe(const SimulateOptions& options) {
   facts["loss"] = simulation.faults.lossProbability;
   facts["corrupt"] = simulation.faults.corruptProbability;
   facts["wrong_check"] = simulation.faults.wrongCheckProbability;
+  for (const auto& [name, text] : {std::pair{"bend", &options.bend},
+                                   {"drift", &options.drift},
+                                   {"focal_error", &options.focalError},
+                                   {"centre_error", &options.centreError}})
+    if (!text->empty()) facts[name] = *text;
   return compact(facts);
+}
+
+/// A calibration as the 920 bytes that Init takes, in hexadecimal digits.
+std::string hexOf(const algorithm::StereoCalibration& calibration) {
+  std::string text;
+  for (const char byte : calibration::recordBytes(calibration)) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    text += kDigits[static_cast<unsigned char>(byte) >> 4];
+    text += kDigits[static_cast<unsigned char>(byte) & 15];
+  }
+  return text;
 }
 
 /// A host in miniature: it counts what comes back.
@@ -264,6 +308,9 @@ void simulate(SimulateOptions options) {
   const bool stamped = options.framing == "stamped" ||
                        (options.framing == "auto" && algorithm::hasHeads(options.productType));
   options.simulation.framing = stamped ? sim::Framing::kStamped : sim::Framing::kPlain;
+  options.simulation.error = errorFrom(options);
+  options.simulation.drift = bendFrom("--drift", options.drift);
+  options.simulation.driftSeconds = options.seconds;
   const sim::Simulator simulator(rig, scene, options.simulation);
 
   PartialRecording partial(options.output, options.force);
@@ -275,6 +322,11 @@ void simulate(SimulateOptions options) {
   recorder.clockName = "simulated";
   recorder.measureDurations = false;  // the only thing that would differ between two runs
   recorder.facts = {{"source", "simulation"}, {"simulation", describe(options)}};
+  if (!options.simulation.error.none() || !options.simulation.drift.none())
+    recorder.facts[recording::kTrueCalibration] = hexOf(simulator.trueCalibration(0));
+  if (!options.simulation.drift.none())
+    recorder.facts[recording::kTrueCalibrationAtEnd] =
+        hexOf(simulator.trueCalibration(options.seconds));
   Host host;
   // Kept: the library has no release operation.
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
@@ -296,6 +348,8 @@ void addSimulateCommand(CLI::App& app) {
       "  algtrack simulate -o walk.algrec\n"
       "  algtrack simulate -o hard.algrec --noise 0.1 --dropouts 0.02 --splits 0.05 --strays 0.5\n"
       "  algtrack simulate -o room.algrec --trajectory room.tum --calibration camchain.yaml\n"
+      "  algtrack simulate -o bent.algrec --seconds 60 --product-type 2 --noise 0.05 --bend "
+      "0.3,-0.4,0.25\n"
       "  algtrack simulate -o gap.algrec --product-type 2 --occlude 3:2.5-4 --occlude "
       "0:1-2:left\n");
   auto& sim = options->simulation;
@@ -381,6 +435,30 @@ void addSimulateCommand(CLI::App& app) {
                    "probability that a marker has a dimmer image of the same id nearby")
       ->check(probability)
       ->capture_default_str();
+  constexpr const char* kOneOrBoth = "; one value is both cameras'";
+  const CLI::Validator notEmpty(
+      [](std::string& text) { return text.empty() ? "expected numbers, found none" : ""; }, "");
+  command
+      ->add_option("--bend", options->bend,
+                   "RX,RY,RZ[,TX,TY,TZ], degrees: the true rotation between the cameras and the "
+                   "true direction of translation differ from the calibration")
+      ->check(notEmpty);
+  command
+      ->add_option("--drift", options->drift,
+                   "RX,RY,RZ[,TX,TY,TZ], degrees: the same, growing from nothing to this at the "
+                   "end")
+      ->check(notEmpty);
+  command
+      ->add_option(
+          "--focal-error", options->focalError,
+          std::string("LEFT[,RIGHT], per cent: the true focal lengths are longer") + kOneOrBoth)
+      ->check(notEmpty);
+  command
+      ->add_option("--centre-error", options->centreError,
+                   std::string("X,Y[,X,Y], px: the true principal points lie elsewhere; left, "
+                               "right") +
+                       kOneOrBoth)
+      ->check(notEmpty);
   command->add_option("--loss", sim.faults.lossProbability, "probability that a packet is lost")
       ->check(probability)
       ->capture_default_str();

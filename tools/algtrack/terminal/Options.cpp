@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <limits>
 #include <optional>
+#include <stdexcept>
 
 namespace algtrack {
 namespace {
@@ -46,6 +47,28 @@ CLI::Validator numberFrom(double low, double high) {
                      : "expected a number from " + range + ", found " + text::quoted(text);
       },
       range);
+}
+
+std::vector<double> numbersOf(const std::string& option, const std::string& text,
+                              const std::vector<std::size_t>& counts, double limit) {
+  std::vector<double> values;
+  const char* position = text.data();
+  const char* const end = position + text.size();
+  bool valid = true;
+  while (valid) {
+    const auto [parsed, error] = std::from_chars(position, end, values.emplace_back());
+    valid = error == std::errc() && std::abs(values.back()) <= limit;
+    position = parsed;
+    if (position == end) break;
+    valid = valid && *position++ == ',';
+  }
+  if (valid && std::count(counts.begin(), counts.end(), values.size()) > 0) return values;
+  std::string choice;
+  for (const std::size_t count : counts)
+    choice += (choice.empty() ? "" : " or ") + std::to_string(count);
+  throw std::runtime_error(option + ": expected " + choice + " numbers from -" +
+                           shortNumber(limit) + " to " + shortNumber(limit) +
+                           " with commas between them, found '" + text.substr(0, 100) + "'");
 }
 
 CLI::Validator wholeNumber() {

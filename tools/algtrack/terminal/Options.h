@@ -13,6 +13,13 @@ namespace algtrack {
 /// A number from `low` to `high`, both included; nan and inf are refused in plain words.
 CLI::Validator numberFrom(double low, double high);
 
+/// Numbers with commas between them: "0.3,-0.4,0.25".
+/// @param counts  how many there may be
+/// @param limit   none is larger, whatever its sign
+/// @throws std::runtime_error that begins with the option's name
+std::vector<double> numbersOf(const std::string& option, const std::string& text,
+                              const std::vector<std::size_t>& counts, double limit);
+
 /// Digits only: what reads unsigned numbers would take -1 for a very large one.
 CLI::Validator wholeNumber();
 
