@@ -5,6 +5,9 @@
 #include <alg_kit/analysis/CheckByte.h>
 #include <alg_kit/analysis/ObjectTally.h>
 #include <alg_kit/analysis/TruthTrack.h>
+#include <alg_kit/calibration/CalibrationHealth.h>
+#include <alg_kit/calibration/CalibrationRecord.h>
+#include <alg_kit/calibration/RecordedPairs.h>
 #include <alg_kit/recording/UnitCursor.h>
 #include <alg_kit/session/Player.h>
 #include <alg_kit/trace/PipelineTrace.h>
@@ -107,6 +110,7 @@ class Gatherer {
     if (call.kind == CallKind::kInit) productType_ = call.type;
     if (call.kind == CallKind::kSetFilterMode && call.type == 0) filterMode_ = call.mode;
     const trace::PacketTrace* const packet = trace_.feed(call);
+    if (packet != nullptr) views_.add(*packet, seconds);
     const auto* const block = entry.blocks.empty() ? nullptr : &entry.blocks.back().block;
     if (isPacket(call)) beginPacket(call, seconds, block);
     if (!range_.time.contains(seconds)) return;
@@ -147,6 +151,7 @@ class Gatherer {
     numbers_.messages = messages_.messages();
     numbers_.messagesLeftOut = messages_.leftOut();
     writeNotices();
+    judgeCalibration(reader);
     report.numbers = std::move(numbers_);
     report.curves.columnS = columns_.width();
     report.curves.times = columns_.times();
@@ -333,6 +338,24 @@ class Gatherer {
     }
   }
 
+  /// What the blobs say of the latest calibration.
+  void judgeCalibration(const recording::RecordingReader& reader) {
+    const auto configurations = reader.configurations();
+    for (auto it = configurations.rbegin(); it != configurations.rend(); ++it) {
+      if (!it->calibration || !calibration::problemOf(*it->calibration).empty()) continue;
+      calibration::LoadedCalibration loaded;
+      loaded.calibration = *it->calibration;
+      loaded.unit = "mm";
+      const auto health = calibration::healthOf(loaded, views_.pairs);
+      numbers_.recording.health =
+          HealthFacts{calibration::nameOf(health.verdict), health.text, health.trend};
+      if (health.verdict == calibration::HealthVerdict::kStale ||
+          health.verdict == calibration::HealthVerdict::kDrifts)
+        numbers_.notices.push_back("By what the cameras saw, " + health.text + ".");
+      return;
+    }
+  }
+
   void writeNotices() {
     const auto say = [this](const std::string& text) { numbers_.notices.push_back(text); };
     const RecordingFacts& facts = numbers_.recording;
@@ -373,6 +396,7 @@ class Gatherer {
   TruthTrack truth_;
   std::int64_t firstNs_;
   trace::PipelineTrace trace_;
+  calibration::RecordedViews views_;
   int productType_ = 0;
   int filterMode_ = algorithm::kFilterOff;
   std::uint32_t stamp_ = 0;   ///< of the latest stamped packet, microseconds

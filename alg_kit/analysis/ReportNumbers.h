@@ -5,6 +5,7 @@
 #include <alg_kit/analysis/Moment.h>
 #include <alg_kit/analysis/TrackStatistics.h>
 #include <alg_kit/analysis/WorstMoments.h>
+#include <alg_kit/calibration/CalibrationHealth.h>
 #include <alg_kit/recording/Recording.h>
 
 #include <array>
@@ -42,6 +43,13 @@ struct CalibrationFacts {
   std::array<double, 2> leftFocalPx{}, rightFocalPx{};  ///< horizontal, vertical
 };
 
+/// Whether the latest calibration still belongs to the cameras.
+struct HealthFacts {
+  std::string verdict;  ///< "unknown", "good", "stale", "drifts"
+  std::string text;     ///< in one sentence
+  std::vector<calibration::HealthPoint> trend;
+};
+
 struct RecordingFacts {
   std::string file;  ///< its name without folders
   recording::Metadata metadata;
@@ -53,6 +61,7 @@ struct RecordingFacts {
   bool hasTruth = false;
   std::int64_t framesLost = 0;  ///< frames of the truth whose packet never came, in all
   std::optional<CalibrationFacts> calibration;
+  std::optional<HealthFacts> health;
 };
 
 /// When an object was there.

@@ -15,6 +15,7 @@ constexpr double kDegrees = 180 / 3.141592653589793;
 // A tracker's cameras are some centimetres to a metre apart.
 constexpr double kLargestBaselineInMetres = 2;
 constexpr double kLargestBaselineInCentimetres = 20;
+constexpr double kLargestBaselineInMillimetres = 2000;
 constexpr double kRotationTolerance = 1e-3;
 constexpr double kFundamentalTolerance = 0.1;   // px; blobs are some pixels wide
 constexpr double kClearConvergence = 0.5;       // degrees
@@ -23,6 +24,7 @@ constexpr double kOrthographicK1 = -1.0 / 6.0;  // sin(theta) = theta - theta^3 
 // With a recording.
 constexpr std::size_t kFewestPairs = 20;
 constexpr double kGoodResidual = 1.0;  // px, median
+constexpr double kExplained = 2.0;     // px, median; with more left nothing is explained
 constexpr double kGoodInFront = 0.8;
 constexpr double kClearlyBetter = 0.5;        // of the residual as given
 constexpr double kAboutAsGood = 1.5;          // a simpler explanation within this factor wins
@@ -79,7 +81,23 @@ void judgeSides(const LoadedCalibration& loaded, const Geometry& geometry,
   }
 }
 
-void judgeUnit(const Geometry& geometry, std::vector<Finding>& findings) {
+void judgeUnit(const LoadedCalibration& loaded, const Geometry& geometry,
+               std::vector<Finding>& findings) {
+  if (geometry.baseline > kLargestBaselineInMillimetres) {
+    std::string text = "The unit of the translation seems to be too large: the baseline is " +
+                       number(geometry.baseline, "%.6g") + " mm (" +
+                       number(geometry.baseline / 1000) +
+                       " m), wider than any pair that the library is made for. ";
+    text +=
+        loaded.appliedFactor > 1
+            ? "The file's numbers were read as " + unitOfFile(loaded) +
+                  "; they seem to be of a smaller unit: import it with --unit " +
+                  (geometry.baseline / loaded.appliedFactor > kLargestBaselineInCentimetres ? "mm."
+                                                                                            : "cm.")
+            : "Import it with the unit that it really has (--unit).";
+    findings.push_back({"unit-too-large", text});
+    return;
+  }
   const std::string why = "the baseline is " + number(geometry.baseline) +
                           ", and the library's limits (depth 10 to 4500, jumps 150) are made for "
                           "millimetres. Import it with --unit ";
@@ -214,7 +232,7 @@ std::vector<Finding> judge(const LoadedCalibration& loaded, const Geometry& geom
   const auto& c = loaded.calibration;
   std::vector<Finding> findings;
   judgeSides(loaded, geometry, findings);
-  judgeUnit(geometry, findings);
+  judgeUnit(loaded, geometry, findings);
   judgeLens(loaded.left, c.leftDistortion, geometry.left, "left", findings);
   judgeLens(loaded.right, c.rightDistortion, geometry.right, "right", findings);
   if (geometry.rotationDeviation > kRotationTolerance || geometry.rotationDeterminant < 0)
@@ -222,7 +240,10 @@ std::vector<Finding> judge(const LoadedCalibration& loaded, const Geometry& geom
                                         number(geometry.rotationDeviation) +
                                         ", its determinant is " +
                                         number(geometry.rotationDeterminant) + "."});
-  if (!(geometry.fundamentalError <= kFundamentalTolerance))
+  // Of a matrix that is no rotation F cannot be judged.
+  const bool turns =
+      geometry.rotationDeviation <= kRotationTolerance && geometry.rotationDeterminant > 0;
+  if (turns && !(geometry.fundamentalError <= kFundamentalTolerance))
     findings.push_back(
         {"fundamental", "The fundamental matrix does not belong to K, R and T: its lines miss by " +
                             number(geometry.fundamentalError) +
@@ -257,7 +278,7 @@ void judgeWithPairs(const LoadedCalibration& loaded, const std::vector<ObservedP
   std::vector<Explanation> explanations;
   for (Attempt& attempt : attempts(loaded.calibration)) {
     const FitQuality quality = fit(attempt.calibration, pairs, attempt.reading);
-    if (quality.inFront < kGoodInFront) continue;
+    if (quality.inFront < kGoodInFront || quality.medianResidual > kExplained) continue;
     const bool clearlyBetter = given.medianResidual > kNegligibleResidual &&
                                quality.medianResidual <= kClearlyBetter * given.medianResidual;
     const bool asGoodButInFront =
@@ -271,9 +292,10 @@ void judgeWithPairs(const LoadedCalibration& loaded, const std::vector<ObservedP
       drop(findings, sides);
     else
       findings.push_back({"recording-unexplained",
-                          "The calibration does not fit the recording (" + describe(given) +
-                              "), and none of the usual mistakes explains it. Was it made with "
-                              "another rig?"});
+                          "The calibration and the recording do not belong together (" +
+                              describe(given) +
+                              "), and none of the usual mistakes explains it: they are of two "
+                              "rigs, or of one that has changed a lot."});
     return;
   }
   double smallest = explanations[0].quality.medianResidual;

@@ -34,6 +34,7 @@ LoadedCalibration readKalibr(const std::string& path) {
   loaded.format = "Kalibr camera chain";
   loaded.unit = "mm";
   loaded.appliedFactor = millimetresPer("m");
+  loaded.unitSource = "of this format";
   loaded.width = rig.width;
   loaded.height = rig.height;
   loaded.left = kalibrLens(models.left);
@@ -65,6 +66,7 @@ LoadedCalibration readOne(const std::string& path) {
   const auto found = [&](const std::string& what) {
     return text::FileError(path, 0, std::string("expected ") + kExpected + ", found " + what);
   };
+  if (beginsWith(content, "\x1f\x8b")) throw found("compressed data (gzip): unpack it first");
   if (beginsWith(content, "SQLite format 3"))
     throw found("a database (a recording is given with --recording)");
   if (content.size() == kRecordBytes || content.find('\0') != std::string::npos)
@@ -84,6 +86,7 @@ void applyUnit(const std::string& unit, LoadedCalibration& loaded) {
   for (double& t : loaded.calibration.translation) t *= factor / loaded.appliedFactor;
   loaded.unit = "mm";
   loaded.appliedFactor = factor;
+  loaded.unitSource = "as given";
 }
 
 }  // namespace
@@ -93,6 +96,14 @@ double millimetresPer(const std::string& unit) {
        {std::pair{"mm", 1.0}, {"cm", 10.0}, {"m", 1000.0}, {"in", 25.4}})
     if (unit == name) return factor;
   throw std::invalid_argument("expected the unit mm, cm, m or in, found " + text::quoted(unit));
+}
+
+std::string unitOfFile(const LoadedCalibration& loaded) {
+  if (loaded.unit.empty()) return "not stated";
+  for (const char* const unit : {"mm", "cm", "m", "in"})
+    if (loaded.appliedFactor == millimetresPer(unit))
+      return std::string(unit) + " (" + loaded.unitSource + ")";
+  return loaded.unit;
 }
 
 LoadedCalibration readCalibration(const std::vector<std::string>& paths,
@@ -123,6 +134,16 @@ void requireUsable(const LoadedCalibration& loaded, const std::string& path) {
                                         "coefficients, found ") +
                                 text::quoted(lens->asFound) + " for the " + name +
                                 " camera: calibrate it again with that model");
+  const Eigen::Matrix3d R = rig::matrixFrom(loaded.calibration.rotation);
+  const double deviation = (R * R.transpose() - Eigen::Matrix3d::Identity()).cwiseAbs().maxCoeff();
+  if (!(deviation <= 1e-3) || !(R.determinant() > 0)) {
+    char determinant[32];
+    std::snprintf(determinant, sizeof determinant, "%.4g", R.determinant());
+    throw text::FileError(path, 0,
+                          std::string("expected a rotation as R, found a matrix of determinant ") +
+                              determinant + " that is none" +
+                              (R.determinant() < 0 ? ": it mirrors" : ""));
+  }
   if (loaded.unit.empty()) {
     char baseline[32];
     std::snprintf(baseline, sizeof baseline, "%.6g", baselineOf(loaded.calibration));

@@ -31,6 +31,7 @@ struct LoadedCalibration {
   /// numbers are as they stand in the file.
   std::string unit;
   double appliedFactor = 1;  ///< millimetres per unit of the file, applied to `translation`
+  std::string unitSource;    ///< who says so: "stated in it", "of this format", "as given"
   int width = 0;             ///< pixels; 0 = not stated
   int height = 0;            ///< pixels; 0 = not stated
   Lens left;
@@ -42,6 +43,9 @@ struct LoadedCalibration {
 /// @throws std::invalid_argument for another name
 double millimetresPer(const std::string& unit);
 
+/// The unit in which the file has its translation, with its source: "m (of this format)".
+std::string unitOfFile(const LoadedCalibration& loaded);
+
 /// Reads one file (Kalibr camera chain, OpenCV FileStorage, our 920-byte record, our JSON) or two
 /// (OpenCV's intrinsics and extrinsics, in any order). Lenses of another model are taken as they
 /// are, for `requireUsable` or a person to judge.
@@ -52,7 +56,8 @@ double millimetresPer(const std::string& unit);
 LoadedCalibration readCalibration(const std::vector<std::string>& paths,
                                   const std::optional<std::string>& unit = std::nullopt);
 
-/// Refuses what the library cannot work with: lenses that are not equidistant, an unknown unit.
+/// Refuses what the library cannot work with: lenses that are not equidistant, a rotation that is
+/// none, an unknown unit.
 /// @param path  for the message
 /// @throws text::FileError
 void requireUsable(const LoadedCalibration& loaded, const std::string& path);

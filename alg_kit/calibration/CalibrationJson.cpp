@@ -168,6 +168,7 @@ LoadedCalibration readJson(const std::string& content, const std::string& path) 
     }
     for (double& t : c.translation) t *= loaded.appliedFactor;
     loaded.unit = "mm";
+    loaded.unitSource = "stated in it";
   }
   return loaded;
 }

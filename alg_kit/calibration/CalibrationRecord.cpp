@@ -55,6 +55,7 @@ LoadedCalibration readRecord(const std::string& content, const std::string& path
   if (!problem.empty()) throw text::FileError(path, 0, problem);
   loaded.format = "calibration record";
   loaded.unit = "mm";
+  loaded.unitSource = "of this format";
   loaded.left = lensOf(loaded.calibration.leftDistortion);
   loaded.right = lensOf(loaded.calibration.rightDistortion);
   loaded.fundamentalInFile = true;

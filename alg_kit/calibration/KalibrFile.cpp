@@ -1,3 +1,4 @@
+#include <alg_kit/calibration/CalibrationWriter.h>
 #include <alg_kit/calibration/KalibrFile.h>
 #include <alg_kit/text/TextFile.h>
 
@@ -46,7 +47,10 @@ class ChainReader {
     if (leftEntry.width != rightEntry.width || leftEntry.height != rightEntry.height)
       fail(right, "expected the resolution of cam0, found another");
     const Eigen::Matrix4d leftToRightMetres = transform(left, right);
-    const Eigen::Vector3d p_LinR = leftToRightMetres.topRightCorner<3, 1>() * kMillimetresPerMetre;
+    Eigen::Vector3d p_LinR = leftToRightMetres.topRightCorner<3, 1>() * kMillimetresPerMetre;
+    // Straight from the text where it stands there: one rounding less.
+    if (const YAML::Node stated = right["T_cn_cnm1"])
+      for (int row = 0; row < 3; ++row) readShifted(stated[row][3].Scalar(), 3, p_LinR[row]);
     if (p_LinR.norm() < 1e-6) fail(right, "expected cameras apart, found both in one place");
     return {rig::makeCalibration(leftEntry.intrinsics, leftEntry.distortion, rightEntry.intrinsics,
                                  rightEntry.distortion, leftToRightMetres.topLeftCorner<3, 3>(),

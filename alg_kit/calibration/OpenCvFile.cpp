@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <stdexcept>
 
 namespace calibration {
 namespace {
@@ -64,9 +65,24 @@ class OpenCvReader {
     loaded.width = pixels({"image_width", "width"});
     loaded.height = pixels({"image_height", "height"});
     if (loaded.width == 0 || loaded.height == 0) loaded.width = loaded.height = 0;
+    readUnit(loaded);
     const std::string problem = problemOf(c);
     if (!problem.empty()) throw text::FileError(documents_.back().path, 0, problem);
     return loaded;
+  }
+
+  /// Ours state it; OpenCV's own do not.
+  void readUnit(LoadedCalibration& loaded) const {
+    const auto [document, node] = find({"translation_unit"});
+    if (document == nullptr) return;
+    try {
+      loaded.appliedFactor = millimetresPer(node.IsScalar() ? node.Scalar() : "");
+    } catch (const std::invalid_argument& error) {
+      fail(document->path, node, error.what());
+    }
+    for (double& t : loaded.calibration.translation) t *= loaded.appliedFactor;
+    loaded.unit = "mm";
+    loaded.unitSource = "stated in it";
   }
 
  private:

@@ -14,17 +14,16 @@ RawTriangulation::RawTriangulation(const algorithm::StereoCalibration& c)
     : calibration_(c),
       rays_{rig::matrixFrom(c.rotation) * rig::matrixFrom(c.leftIntrinsics).inverse(),
             rig::matrixFrom(c.rightIntrinsics).inverse(), Eigen::Vector3d(c.translation)},
-      rawLeft_(1),
-      rawRight_(1) {}
+      left_(1),
+      right_(1) {}
 
 RawTriangulation::Result RawTriangulation::operator()(const ImagePoint& left,
                                                       const ImagePoint& right) const {
-  rawLeft_[0] = left;
-  rawRight_[0] = right;
-  algorithm::undistortBoth(calibration_, rawLeft_, rawRight_, left_, right_);
-  algorithm::Blob2DPoint l, r;
-  l.x = left_[0].x, l.y = left_[0].y;
-  r.x = right_[0].x, r.y = right_[0].y;
+  algorithm::Blob2DPoint& l = left_[0];
+  algorithm::Blob2DPoint& r = right_[0];
+  l.x = left.x, l.y = left.y;
+  r.x = right.x, r.y = right.y;
+  algorithm::undistortBoth(calibration_, left_, right_);
   Result result;
   result.position = algorithm::midpoint(rays_, l, r);
 

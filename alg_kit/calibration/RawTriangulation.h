@@ -1,6 +1,7 @@
 // What the library makes of a pair of raw pixels, step by step with its own functions.
 #pragma once
 
+#include <alg_factory/blob2d/Blob2DPoint.h>
 #include <alg_factory/stereo3d/ImagePoint.h>
 #include <alg_factory/stereo3d/StereoCalibration.h>
 #include <alg_factory/stereo3d/Triangulation.h>
@@ -26,7 +27,7 @@ class RawTriangulation {
  private:
   algorithm::StereoCalibration calibration_;
   algorithm::StereoRays rays_;
-  mutable std::vector<algorithm::ImagePoint> rawLeft_, rawRight_, left_, right_;
+  mutable std::vector<algorithm::Blob2DPoint> left_, right_;  ///< one blob each
 };
 
 /// dP / d (left u, left v, right u, right v) by central differences, mm per pixel.

@@ -2,7 +2,9 @@
 
 #include <alg_kit/calibration/StereoFit.h>
 #include <alg_kit/recording/Recording.h>
+#include <alg_kit/trace/PipelineTrace.h>
 
+#include <cstddef>
 #include <vector>
 
 namespace calibration {
@@ -17,11 +19,22 @@ struct TwoPointView {
   algorithm::ImagePoint right[2];  ///< pixels; which belongs to which is not known
 };
 
-/// Both in one pass.
+/// Both, gathered packet by packet. Of long recordings some packets are left out, evenly, so that
+/// there are never more than half a million pairs.
 struct RecordedViews {
-  std::vector<ObservedPair> pairs;
-  std::vector<TwoPointView> twoPoints;
+  std::vector<ObservedPair> pairs;      ///< in order of time
+  std::vector<TwoPointView> twoPoints;  ///< likewise
+
+  /// @param time  seconds since the recording began
+  void add(const trace::PacketTrace& packet, double time);
+
+ private:
+  void thin();
+
+  std::size_t packets_ = 0;
+  std::size_t stride_ = 1;  ///< packets of which one is taken
 };
+
 RecordedViews recordedViews(const recording::RecordingReader& reader);
 
 }  // namespace calibration

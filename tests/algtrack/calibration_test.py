@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """algtrack calibration, through the command line; the numbers are read back with Python."""
+import gzip
 import json
 import os
 import struct
@@ -174,6 +175,97 @@ class CalibrationTest(AlgtrackCase):
         ends = json.loads(result.stdout)["funnel"]["ends"]
         self.assertGreater(ends["too_near"]["left"], 1000)
         self.assertEqual(ends["delivered"]["left"], 0)
+
+    def test_import_writes_what_opencv_and_kalibr_read(self):
+        d = self.import_rig()
+        self.succeed("calibration", "import", "rig.bin", "-o", "stereo.yml", "-o", "chain.yaml",
+                     "--image-size", "640,480")
+        for name in ("stereo.yml", "chain.yaml"):
+            self.succeed("calibration", "import", name, "-o", "back.bin", "--force")
+            self.assertEqual(self.doubles("back.bin"), d, name)
+        with open(self.path("stereo.yml")) as file:
+            self.assertTrue(file.read().startswith("%YAML:1.0\n---\nimage_width: 640\n"))
+
+    def test_import_refuses_endings_and_sizes_that_it_cannot_write(self):
+        self.import_rig()
+        for output in ("x.yml.gz", "x.xml", "x.txt"):
+            line = self.fail_in_one_line("calibration", "import", "rig.bin", "-o", output)
+            self.assertIn("ending", line)
+        self.assertIn("--image-size", self.fail_in_one_line(
+            "calibration", "import", "rig.bin", "-o", "x.yaml"))
+        for size in ("640", "0,480", "640.5,480", "1,2,3", "x"):
+            self.fail_in_one_line("calibration", "import", "rig.bin", "-o", "x.yaml",
+                                  "--image-size", size)
+        self.assertEqual(os.listdir(self.folder), ["rig.bin"])
+
+    def test_compressed_files_are_named_as_such(self):
+        with open(self.path("stereo.yml.gz"), "wb") as file:
+            file.write(gzip.compress(b"K1: 1"))
+        self.assertIn("gzip", self.fail_in_one_line("calibration", "check", "stereo.yml.gz"))
+
+    def test_a_mirroring_matrix_is_refused_and_judged_without_nan(self):
+        d = self.import_rig()
+        for i in range(3):
+            d[ROTATION + i] = -d[ROTATION + i]
+        self.write_doubles("mirrored.bin", d)
+        self.assertIn("mirrors", self.fail_in_one_line("calibration", "import", "mirrored.bin",
+                                                       "-o", "x.bin"))
+        result = self.run_algtrack("calibration", "check", "mirrored.bin")
+        self.assertIn("determinant is -1", result.stdout)
+        self.assertNotIn("nan px on average", result.stdout)
+
+    def test_the_unit_of_the_file_is_named_in_both_directions(self):
+        self.import_rig()
+        self.assertIn("mm (of this format)", self.succeed("calibration", "show", "rig.bin"))
+        self.assertIn("mm (of this format)", self.succeed("calibration", "check", "rig.bin"))
+        out = self.succeed("calibration", "import", STEREO, "--unit", "m", "-o", "again.bin")
+        self.assertIn("converted from m (as given) to mm", out)
+        # Millimetres read as metres: a baseline of 100 m.
+        self.assertEqual(self.findings("rig.bin", "--unit", "m"), ["unit-too-large"])
+        result = self.run_algtrack("calibration", "check", "rig.bin", "--unit", "m")
+        self.assertIn("(100.3 m)", result.stdout)
+        self.assertIn("import it with --unit mm", result.stdout)
+        out = self.succeed("calibration", "import", "rig.bin", "--unit", "m", "-o", "wide.bin")
+        self.assertIn("too large", out)
+
+    def test_one_cause_is_named_once(self):
+        result = self.run_algtrack("calibration", "check", RADTAN, EXTRINSICS, "--unit", "m")
+        self.assertEqual(result.stderr.count("distortion-model"), 1)
+
+    def test_toe_in_of_two_degrees_is_seen_although_residuals_are_small(self):
+        self.import_rig()
+        self.simulate("a", "--seconds", 20, "--calibration", "rig.bin", "--product-type", 2,
+                      "--noise", 0.05, "--bend", "0,2,0")
+        self.assertEqual(self.findings("rig.bin", "--recording", "a"), ["stale"])
+        result = self.run_algtrack("calibration", "check", "rig.bin", "--recording", "a")
+        self.assertIn("stale: about 2", result.stdout)
+        self.assertIn("What this recording cannot tell", result.stdout)
+        self.assertIn("baseline", result.stdout)
+
+    def test_a_drifting_rig_shows_as_a_curve(self):
+        self.import_rig()
+        self.simulate("a", "--seconds", 30, "--calibration", "rig.bin", "--product-type", 2,
+                      "--noise", 0.05, "--drift", "0.5,0,0")
+        result = self.run_algtrack("calibration", "check", "--recording", "a", "--json")
+        data = json.loads(result.stdout)
+        self.assertEqual([f["code"] for f in data["findings"]], ["drifts"])
+        rotations = [point["rotation_deg"] for point in data["health"]["trend"]]
+        self.assertEqual(len(rotations), 10)
+        for i, rotation in enumerate(rotations):
+            self.assertAlmostEqual(rotation, 0.5 * (i + 0.5) / 10, delta=0.06)
+
+    def test_a_calibration_of_another_rig_is_said_not_to_belong(self):
+        d = self.import_rig()
+        self.simulate("a", "--seconds", 10, "--calibration", "rig.bin", "--product-type", 2)
+        other = d[:]
+        for at in (LEFT_K, RIGHT_K):
+            other[at] /= 2
+            other[at + 4] /= 2
+            other[at + 2] -= 66
+        self.write_doubles("other.bin", other)
+        codes = self.findings("other.bin", "--recording", "a")
+        self.assertNotIn("distortion-model", codes)
+        self.assertIn(codes[-1], ("recording-unexplained", "stale"))
 
     def test_refuses_bad_input_in_one_line(self):
         self.import_rig()

@@ -96,6 +96,19 @@ class RefineTest(AlgtrackCase):
         self.assertTrue(data["refusal"])
         self.assertTrue(data["undetermined"])
 
+    def test_the_report_tells_of_a_stale_calibration_and_of_a_drift(self):
+        self.simulate("bent", "--seconds", 20, *BEND)
+        self.simulate("good", "--seconds", 20, "--product-type", 2, "--noise", 0.05)
+        self.simulate("loose", "--seconds", 20, "--product-type", 2, "--noise", 0.05,
+                      "--drift", "0.5,0,0")
+        for name, verdict in (("bent", "stale"), ("good", "good"), ("loose", "drifts")):
+            numbers = json.loads(self.succeed("report", name, "--json"))
+            health = numbers["recording"]["calibration_health"]
+            self.assertEqual(health["verdict"], verdict)
+            self.assertEqual(len(health["trend"]), 10)
+            noticed = [n for n in numbers["notices"] if health["text"] in n]
+            self.assertEqual(len(noticed), 0 if verdict == "good" else 1)
+
     def test_refuses_wrong_input_in_one_line(self):
         self.simulate("short", "--seconds", 0.1)
         with open(self.path("text"), "w") as file:

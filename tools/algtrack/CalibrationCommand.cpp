@@ -1,5 +1,6 @@
 #include <alg_kit/calibration/CalibrationCheck.h>
 #include <alg_kit/calibration/CalibrationFile.h>
+#include <alg_kit/calibration/CalibrationHealth.h>
 #include <alg_kit/calibration/CalibrationJson.h>
 #include <alg_kit/calibration/CalibrationRecord.h>
 #include <alg_kit/calibration/RecordedPairs.h>
@@ -16,6 +17,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -27,9 +29,11 @@
 namespace algtrack {
 namespace {
 
+using calibration::CalibrationHealth;
 using calibration::Finding;
 using calibration::FitQuality;
 using calibration::Geometry;
+using calibration::HealthVerdict;
 using calibration::LoadedCalibration;
 using rig::FieldOfView;
 
@@ -39,6 +43,7 @@ struct CalibrationOptions {
   std::string unit;  ///< empty = as the file says
   std::string outputUnit = "mm";
   std::vector<std::string> outputs;
+  std::string imageSize;  ///< as typed; empty = as the file has it
   bool swapCameras = false;
   bool force = false;
   bool json = false;
@@ -70,8 +75,10 @@ LoadedCalibration load(const CalibrationOptions& options) {
 
 void runImport(const CalibrationOptions& options) {
   checkOutputs(options.outputs, options.files, options.force);
+  checkCalibrationEndings(options.outputs);
   LoadedCalibration loaded = load(options);
   calibration::requireUsable(loaded, sourceOf(options));
+  setImageSize(options.imageSize, loaded);
   if (options.swapCameras) loaded.calibration = calibration::withCamerasSwapped(loaded.calibration);
   const std::vector<Finding> findings = calibration::judge(loaded, calibration::measure(loaded));
 
@@ -82,16 +89,22 @@ void runImport(const CalibrationOptions& options) {
   const bool streams =
       std::any_of(options.outputs.begin(), options.outputs.end(), isStandardOutput);
   std::ostream& words = streams ? std::cerr : std::cout;
-  words << sourceOf(options) << ": " << loaded.format << ", translation in " << options.outputUnit
+  const std::string from = calibration::unitOfFile(loaded);
+  const std::string conversion = from.compare(0, from.find(' '), options.outputUnit) == 0
+                                     ? "in " + from
+                                     : "converted from " + from + " to " + options.outputUnit;
+  words << sourceOf(options) << ": " << loaded.format << ", translation " << conversion
         << ", baseline " << number(calibration::baselineOf(c)) << " " << options.outputUnit
         << ", F computed from K, R and T\n";
   if (!loaded.left.stated || !loaded.right.stated)
     words << "Note: the file does not name its lens model; its coefficients are taken as the "
              "equidistant (fisheye) model's.\n";
-  for (const Finding& finding : findings) words << "Note: " << finding.text << "\n";
+  for (const Finding& finding : findings)
+    if (finding.code != "fundamental")  // computed anew just now
+      words << "Note: " << finding.text << "\n";
   for (const std::string& path : options.outputs) {
-    const std::string format = writeCalibration(
-        path, {c, options.outputUnit, loaded.width, loaded.height}, options.force);
+    const std::string format =
+        writeCalibration(path, {c, options.outputUnit, loaded.width, loaded.height}, options.force);
     words << "Wrote " << path << " (" << format << ")\n";
   }
 }
@@ -120,6 +133,7 @@ void runShow(const CalibrationOptions& options) {
     return;
   }
   std::cout << sourceOf(options) << ": " << loaded.format;
+  std::cout << ", translation " << calibration::unitOfFile(loaded);
   if (loaded.width > 0) std::cout << ", images of " << loaded.width << " x " << loaded.height;
   std::cout << "\n" << std::flush;
   printNumbers("left K", c.leftIntrinsics, 3);
@@ -192,6 +206,7 @@ void printGeometry(const LoadedCalibration& loaded, const Geometry& g) {
            (v.folds ? " (the model ends before the image)" : "");
   };
   const double* const t = loaded.calibration.translation;
+  line("unit in the file", calibration::unitOfFile(loaded));
   line("baseline", number(g.baseline) + " " + unitOf(loaded));
   line("left camera's place", "(" + number(t[0], "%.4g") + ", " + number(t[1], "%.4g") + ", " +
                                   number(t[2], "%.4g") +
@@ -209,8 +224,11 @@ void printGeometry(const LoadedCalibration& loaded, const Geometry& g) {
                                     : " (left), " + lensText(loaded.right) + " (right)"));
   line("field of view, left", view(g.left));
   line("field of view, right", view(g.right));
-  line("F against K, R, T", "mean epipolar error " + number(g.fundamentalError, "%.3g") + " px" +
-                                (loaded.fundamentalInFile ? "" : " (F computed from them)"));
+  line("F against K, R, T",
+       (std::isfinite(g.fundamentalError)
+            ? "mean epipolar error " + number(g.fundamentalError, "%.3g") + " px"
+            : std::string("cannot be compared: R is no rotation")) +
+           (loaded.fundamentalInFile ? "" : " (F computed from them)"));
 }
 
 void printFit(const FitQuality& fit, const LoadedCalibration& loaded) {
@@ -225,15 +243,63 @@ void printFit(const FitQuality& fit, const LoadedCalibration& loaded) {
             << "\n";
 }
 
+void printHealth(const CalibrationHealth& health) {
+  std::cout << "  health                  " << health.text << "\n";
+  if (!health.trend.empty()) {
+    Table table({"from s", "to s", "pairs", "residual px", "refined px", "rotation degrees", "+-"});
+    for (const calibration::HealthPoint& point : health.trend)
+      table.addRow({Cell(point.from, 1), Cell(point.to, 1), static_cast<std::int64_t>(point.pairs),
+                    Cell(point.residual, 3), Cell(point.residualRefined, 3),
+                    Cell(point.rotation, 3), Cell(point.rotationDeviation, 3)});
+    table.print(std::cout);
+  }
+  std::cout << "What this recording cannot tell:\n";
+  for (const std::string& text : health.unseen) std::cout << "  - " << text << "\n";
+}
+
+Json healthJson(const CalibrationHealth& health) {
+  Json trend = Json::array();
+  for (const calibration::HealthPoint& point : health.trend)
+    trend.push_back({{"from_s", point.from},
+                     {"to_s", point.to},
+                     {"pairs", point.pairs},
+                     {"residual_px", point.residual},
+                     {"residual_refined_px", point.residualRefined},
+                     {"rotation_deg", point.rotation},
+                     {"rotation_sd_deg", point.rotationDeviation}});
+  return {{"verdict", calibration::nameOf(health.verdict)},
+          {"text", health.text},
+          {"rotation_deg", health.refinement.rotation},
+          {"direction_deg", health.refinement.direction},
+          {"unseen", health.unseen},
+          {"trend", trend}};
+}
+
+/// The mistakes with a name come first: only what they leave is a matter of health.
+void judgeHealth(const CalibrationHealth& health, std::vector<Finding>& findings) {
+  if (health.verdict != HealthVerdict::kStale && health.verdict != HealthVerdict::kDrifts) return;
+  findings.clear();
+  findings.push_back(
+      {calibration::nameOf(health.verdict), "As the recording shows it, " + health.text + "."});
+}
+
 void runCheck(const CalibrationOptions& options) {
   const LoadedCalibration loaded = load(options);
   const Geometry geometry = calibration::measure(loaded);
   std::vector<Finding> findings = calibration::judge(loaded, geometry);
   std::optional<FitQuality> fit;
+  std::optional<CalibrationHealth> health;
   if (!options.recording.empty()) {
     const auto pairs = calibration::observedPairs(recording::RecordingReader(options.recording));
     fit = calibration::fit(loaded.calibration, pairs);
     calibration::judgeWithPairs(loaded, pairs, findings);
+    const bool nameless = std::all_of(findings.begin(), findings.end(), [](const Finding& finding) {
+      return finding.code == "recording-unexplained";
+    });
+    if (nameless && loaded.unit == "mm") {
+      health = calibration::healthOf(loaded, pairs);
+      judgeHealth(*health, findings);
+    }
   }
 
   if (options.json) {
@@ -242,6 +308,7 @@ void runCheck(const CalibrationOptions& options) {
                  {"unit", loaded.unit.empty() ? Json(nullptr) : Json(loaded.unit)},
                  {"geometry", geometryJson(geometry)}};
     if (fit) json["recording"] = fitJson(*fit);
+    if (health) json["health"] = healthJson(*health);
     json["findings"] = findingsJson(findings);
     printJson(json);
   } else {
@@ -250,13 +317,16 @@ void runCheck(const CalibrationOptions& options) {
     if (fit) {
       std::cout << options.recording << ": recording\n";
       printFit(*fit, loaded);
+      if (health) printHealth(*health);
     }
     std::cout << (findings.empty() ? "Nothing seems wrong.\n" : "What seems wrong:\n");
     for (const Finding& finding : findings) std::cout << "  * " << finding.text << "\n";
   }
   if (findings.empty()) return;
   std::string codes;
-  for (const Finding& finding : findings) codes += (codes.empty() ? "" : ", ") + finding.code;
+  for (const Finding& finding : findings)
+    if (codes.find(finding.code) == std::string::npos)
+      codes += (codes.empty() ? "" : ", ") + finding.code;
   throw SomethingFound(sourceOf(options) + ": something seems wrong with it: " + codes);
 }
 
@@ -292,14 +362,15 @@ void addCalibrationCommand(CLI::App& app) {
 
   auto* const import = command->add_subcommand(
       "import",
-      "Writes a calibration as the 920-byte record that Init takes, or as JSON.\n"
+      "Writes a calibration as the 920-byte record that Init takes, or for other programs.\n"
       "\n"
       "  algtrack calibration import camchain.yaml -o rig.bin\n"
-      "  algtrack calibration import stereo.yml --unit m -o rig.bin -o rig.json\n");
+      "  algtrack calibration import stereo.yml --unit m -o rig.bin -o rig.json\n"
+      "  algtrack calibration import rig.json -o opencv.yml -o camchain.yaml\n");
   addInput(*import, *options, true);
   import
       ->add_option("-o,--output", options->outputs,
-                   "File to write; the ending .json gives JSON, any other the record")
+                   std::string("File to write; the ending decides: ") + kCalibrationEndings)
       ->required()
       ->expected(1)
       ->take_all();
@@ -308,6 +379,8 @@ void addCalibrationCommand(CLI::App& app) {
                    "Unit to write the translation in; the library's limits are made for mm")
       ->check(oneOf({"mm", "cm", "m", "in"}))
       ->capture_default_str();
+  import->add_option("--image-size", options->imageSize,
+                     "WIDTH,HEIGHT in pixels, where the file does not state it");
   import->add_flag("--swap-cameras", options->swapCameras, "Exchange left and right");
   import->add_flag("--force", options->force, "Overwrite existing files");
   import->callback([options] { runImport(*options);

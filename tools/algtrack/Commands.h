@@ -15,6 +15,7 @@ void addCalibrationCommand(CLI::App& app);
 void addTracksCommand(CLI::App& app);
 void addReportCommand(CLI::App& app);
 void addRepairCommand(CLI::App& app);
+void addRigCommand(CLI::App& app);
 
 /// A subcommand of `calibration`.
 void addRefineCommand(CLI::App& calibration);

@@ -27,8 +27,9 @@ struct RefineCommandOptions {
   std::string from;
   std::string unit;
   std::string output;
-  double baseline = 0;  ///< mm; 0 = kept
-  double wand = 0;      ///< mm; 0 = not used
+  std::string imageSize;  ///< as typed; empty = as the calibration has it
+  double baseline = 0;    ///< mm; 0 = kept
+  double wand = 0;        ///< mm; 0 = not used
   bool intrinsics = false;
   bool force = false;
   bool json = false;
@@ -168,8 +169,10 @@ void runRefine(const RefineCommandOptions& options) {
   std::vector<std::string> inputs = options.recordings;
   inputs.push_back(options.from);
   if (isStandardOutput(options.output))
-    throw std::runtime_error("-o: expected a file, found the standard output, which has the figures");
+    throw std::runtime_error(
+        "-o: expected a file, found the standard output, which has the figures");
   checkOutputs({options.output}, inputs, options.force);
+  checkCalibrationEndings({options.output});
 
   LoadedCalibration given;
   calibration::RecordedViews views;
@@ -186,6 +189,7 @@ void runRefine(const RefineCommandOptions& options) {
     calibration::requireUsable(given, options.from);
   }
 
+  setImageSize(options.imageSize, given);
   calibration::RefineOptions refineOptions;
   refineOptions.intrinsics = options.intrinsics;
   Refinement result = calibration::refine(given, views.pairs, refineOptions);
@@ -228,9 +232,14 @@ void addRefineCommand(CLI::App& app) {
   auto* const from = command->add_option("--from", options->from,
                                          "Calibration to begin with (that of the first recording)");
   command->add_option("--unit", options->unit, "Unit of that file's translation")
-      ->check(CLI::IsMember({"mm", "cm", "m", "in"}))
+      ->check(oneOf({"mm", "cm", "m", "in"}))
       ->needs(from);
-  command->add_option("-o,--output", options->output, "Calibration to write")->required();
+  command
+      ->add_option("-o,--output", options->output,
+                   std::string("Calibration to write: ") + kCalibrationEndings)
+      ->required();
+  command->add_option("--image-size", options->imageSize,
+                      "WIDTH,HEIGHT in pixels, where the calibration does not state it");
   auto* const baseline =
       command
           ->add_option("--baseline", options->baseline,

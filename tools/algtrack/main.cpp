@@ -53,6 +53,7 @@ int main(int argc, char** argv) {
   algtrack::addTracksCommand(app);
   algtrack::addReportCommand(app);
   algtrack::addRepairCommand(app);
+  algtrack::addRigCommand(app);
 
   algtrack::heedInterrupts();
   try {

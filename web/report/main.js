@@ -423,6 +423,7 @@ function about() {
     ['Clock', recording.clock],
     ['Truth', recording.has_truth ? 'yes' : 'no'],
     ['Baseline', calibration ? number(calibration.baseline_mm, 'mm') : '–'],
+    ['Calibration', recording.calibration_health ? recording.calibration_health.text : '–'],
   ];
   return section('The recording',
     'Lengths are in the unit of the calibration’s translation, which is taken to be the ' +

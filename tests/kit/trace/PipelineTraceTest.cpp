@@ -387,11 +387,11 @@ TEST_P(NoisyScenes, CloseTheirSumsAndArriveAtTheLibrarysBlocks) {
   for (const BlobFate fate :
        {BlobFate::kMerged, BlobFate::kNoPartner, BlobFate::kSurplus, BlobFate::kNotMutual,
         BlobFate::kEpipolar, BlobFate::kTooNear, BlobFate::kJumped, BlobFate::kDelivered})
-    EXPECT_GT(all.ended(fate), 0) << describe(fate);
+    EXPECT_GT(all.ended(fate), 0) << trace::describe(fate);
   // Pairs end together.
   for (int fate = static_cast<int>(BlobFate::kEpipolar); fate < trace::kBlobFates; ++fate)
     EXPECT_EQ(all.ended(static_cast<BlobFate>(fate), 0), all.ended(static_cast<BlobFate>(fate), 1))
-        << describe(static_cast<BlobFate>(fate));
+        << trace::describe(static_cast<BlobFate>(fate));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, NoisyScenes,

@@ -1,0 +1,150 @@
+#include <alg_kit/calibration/CalibrationHealth.h>
+
+#include <Eigen/Dense>
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace calibration {
+namespace {
+
+constexpr double kRadians = 3.141592653589793 / 180;
+constexpr int kStretches = 10;
+constexpr std::size_t kFewestPairs = 100;  // of a stretch
+constexpr double kBelieved = 0.5;          // degrees by which a stretch may differ from the whole
+constexpr double kDriftDeviations = 5;
+constexpr double kLeastDrift = 0.02;  // degrees
+
+std::string number(double value, const char* format) {
+  char text[40];
+  std::snprintf(text, sizeof text, format, value);
+  return text;
+}
+
+/// A stretch, with its rotation against the given calibration.
+struct Stretch {
+  HealthPoint point;
+  Eigen::Vector3d rotation;  // radians
+  Eigen::Matrix3d covariance;
+};
+
+Stretch stretchOf(const algorithm::StereoCalibration& given,
+                  const algorithm::StereoCalibration& refined, const Eigen::Vector3d& wholeRotation,
+                  const std::vector<ObservedPair>& pairs) {
+  Stretch stretch;
+  stretch.point.pairs = pairs.size();
+  stretch.point.residual = fit(given, pairs).medianResidual;
+  stretch.point.residualRefined = fit(refined, pairs).medianResidual;
+  // What the stretch alone leaves open stays as the whole recording has it.
+  PairFitOptions options;
+  options.believed = Eigen::VectorXd::Constant(kPoseParameters, kBelieved * kRadians);
+  options.believed.tail<2>().setConstant(1e-6);
+  const PairFit own = fitPairs(refined, pairs, options);
+  // Rotation vectors of such size add up.
+  stretch.rotation = wholeRotation + own.change.head<3>();
+  stretch.covariance = own.covariance.topLeftCorner<3, 3>();
+  const double length = stretch.rotation.norm();
+  const double variance =
+      length > 0 ? stretch.rotation.dot(stretch.covariance * stretch.rotation) / (length * length)
+                 : stretch.covariance.trace();
+  stretch.point.rotation = length / kRadians;
+  stretch.point.rotationDeviation = std::sqrt(std::max(variance, 0.0)) / kRadians;
+  return stretch;
+}
+
+std::vector<Stretch> stretchesOf(const algorithm::StereoCalibration& given,
+                                 const Refinement& refinement, const Eigen::Vector3d& wholeRotation,
+                                 const std::vector<ObservedPair>& pairs) {
+  std::vector<Stretch> stretches;
+  const double begin = pairs.front().time, length = pairs.back().time - begin;
+  if (!(length > 0) || !std::isfinite(length)) return stretches;
+  std::size_t next = 0;
+  for (int i = 0; i < kStretches; ++i) {
+    const double to = begin + length * (i + 1) / kStretches;
+    std::vector<ObservedPair> some;
+    for (; next < pairs.size() && (pairs[next].time < to || i == kStretches - 1); ++next)
+      some.push_back(pairs[next]);
+    if (some.size() < kFewestPairs) continue;
+    stretches.push_back(stretchOf(given, refinement.calibration, wholeRotation, some));
+    stretches.back().point.from = begin + length * i / kStretches;
+    stretches.back().point.to = to;
+  }
+  return stretches;
+}
+
+/// Degrees by which the last stretch's rotation differs from the first one's; 0 where that is no
+/// more than chance.
+double driftOf(const std::vector<Stretch>& stretches) {
+  if (stretches.size() < 3) return 0;
+  const Stretch& first = stretches.front();
+  const Stretch& last = stretches.back();
+  const Eigen::Vector3d change = last.rotation - first.rotation;
+  const Eigen::Matrix3d covariance = first.covariance + last.covariance;
+  const double squared = change.dot(covariance.ldlt().solve(change));
+  const double degrees = change.norm() / kRadians;
+  const bool real = squared > kDriftDeviations * kDriftDeviations && degrees > kLeastDrift;
+  return real ? degrees : 0;
+}
+
+}  // namespace
+
+const char* nameOf(HealthVerdict verdict) {
+  switch (verdict) {
+    case HealthVerdict::kGood:
+      return "good";
+    case HealthVerdict::kStale:
+      return "stale";
+    case HealthVerdict::kDrifts:
+      return "drifts";
+    case HealthVerdict::kUnknown:
+      break;
+  }
+  return "unknown";
+}
+
+CalibrationHealth healthOf(const LoadedCalibration& loaded,
+                           const std::vector<ObservedPair>& pairs) {
+  CalibrationHealth health;
+  health.refinement = refine(loaded, pairs);
+  const Refinement& r = health.refinement;
+  health.unseen.push_back("the length of the baseline, which scales every position alike");
+  for (const std::string& text : r.undetermined) health.unseen.push_back(text);
+  if (!r.refusal.empty()) {
+    health.text = "the recording does not tell whether the calibration still holds: " + r.refusal;
+    return health;
+  }
+  algorithm::StereoCalibration given = loaded.calibration;
+  recomputeFundamental(given);
+  const Eigen::AngleAxisd turn(
+      Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(r.calibration.rotation) *
+      Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(given.rotation).transpose());
+  const std::vector<Stretch> stretches = stretchesOf(given, r, turn.angle() * turn.axis(), pairs);
+  for (const Stretch& stretch : stretches) health.trend.push_back(stretch.point);
+
+  const auto residuals = [&] {
+    return "refining would bring the residual from " + number(r.before.medianResidual, "%.2g") +
+           " to " + number(r.after.medianResidual, "%.2g") + " px";
+  };
+  const ExpectedError* atTwo = nullptr;
+  for (const ExpectedError& e : r.expected)
+    if (atTwo == nullptr || e.depth <= 2000) atTwo = &e;
+  const double drift = driftOf(stretches);
+  if (drift > 0) {
+    health.verdict = HealthVerdict::kDrifts;
+    health.text = "the cameras moved against each other by " + number(drift, "%.2g") +
+                  " degrees while the recording went on: find what is loose, then calibrate";
+  } else if (r.changed && atTwo != nullptr && atTwo->before > atTwo->fromNoise) {
+    health.verdict = HealthVerdict::kStale;
+    const double angle = std::max(r.rotation, r.direction);
+    health.text =
+        "this calibration is stale: about " + number(angle, "%.1f") + " degrees; " + residuals();
+  } else {
+    health.verdict = HealthVerdict::kGood;
+    health.text = r.changed ? "the calibration holds: what is off moves points by less than the "
+                              "blobs' noise does"
+                            : "the calibration holds: it agrees within the uncertainty";
+  }
+  return health;
+}
+
+}  // namespace calibration
