@@ -27,7 +27,8 @@ class ScratchFile {
   void write(const std::uint8_t* data, std::size_t size) const {
     removeCompanions();
     std::FILE* file = std::fopen(path_.c_str(), "wb");
-    if (file == nullptr || std::fwrite(data, 1, size, file) != size || std::fclose(file) != 0) {
+    const bool written = file != nullptr && (size == 0 || std::fwrite(data, 1, size, file) == size);
+    if (!written || std::fclose(file) != 0) {
       std::perror(path_.c_str());
       std::abort();
     }

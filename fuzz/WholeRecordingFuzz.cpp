@@ -18,9 +18,7 @@
 #elif defined(ALG_FUZZ_REPLAY)
 #include <alg_kit/session/Player.h>
 #else
-#include <alg_kit/analysis/ReportCurves.h>
-#include <alg_kit/analysis/ReportData.h>
-#include <alg_kit/analysis/ReportNumbers.h>
+#include <alg_kit/analysis/ReportMaker.h>
 #include <alg_kit/report/ReportJson.h>
 #endif
 
@@ -53,10 +51,9 @@ void use(const recording::RecordingReader& reader) {
 
 void use(const recording::RecordingReader& reader) {
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
-  const auto data =
-      analysis::gatherReport(reader, *library, [](const char*, std::int64_t, std::int64_t) {});
-  if (report::textOf(report::jsonOf(analysis::numbersOf(data, {}))).empty()) fail("no numbers");
-  if (report::textOf(report::jsonOf(analysis::curvesOf(data, {}))).empty()) fail("no curves");
+  const analysis::Report made = analysis::makeReport(reader, {}, {}, *library);
+  if (report::textOf(report::jsonOf(made.numbers)).empty()) fail("no numbers");
+  if (report::textOf(report::jsonOf(made.curves)).empty()) fail("no curves");
 }
 
 #endif

@@ -1,3 +1,4 @@
+#include <alg_factory/api/Constants.h>
 #include <alg_kit/rig/FisheyeCamera.h>
 #include <gtest/gtest.h>
 #include <sim/Scene.h>
@@ -10,7 +11,7 @@ namespace {
 TEST(Scene, ObjectsAndMarkersFollowTheProductType) {
   const int objects[] = {3, 3, 6};
   const std::size_t markers[] = {3, 4, 6};
-  for (int type = 0; type < kProductTypes; ++type) {
+  for (int type = 0; type < algorithm::kProductTypes; ++type) {
     const SceneState state = Scene::moving(type).at(1.5);
     EXPECT_EQ(objectCount(type), objects[type]);
     EXPECT_EQ(state.objects.size(), static_cast<std::size_t>(objects[type]));
@@ -48,7 +49,7 @@ TEST(Scene, MovingObjectsStayInSightAndSlowAndTogether) {
   const rig::StereoRig rig = rig::builtInRig();
   const rig::FisheyeCamera left = rig::cameraOf(rig, rig::Camera::kLeft);
   const rig::FisheyeCamera right = rig::cameraOf(rig, rig::Camera::kRight);
-  for (int type = 0; type < kProductTypes; ++type) {
+  for (int type = 0; type < algorithm::kProductTypes; ++type) {
     for (std::uint64_t seed = 1; seed <= 5; ++seed) {
       const Scene scene = Scene::moving(type, seed);
       SceneState before = scene.at(0);

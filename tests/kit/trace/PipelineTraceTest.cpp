@@ -26,6 +26,7 @@ using testing_support::kFocal;
 using testing_support::kSmall;
 using testing_support::Marker;
 using trace::BlobFate;
+using trace::describe;
 using trace::PacketTrace;
 using trace::PipelineTrace;
 using trace::TracedBlob;
