@@ -91,11 +91,15 @@ Seen session(const Motion& motion, const rig::StereoRig& truth, std::size_t coun
       all.truth.push_back(marker.position);
     }
   }
+  // Each at most once: a pair that comes twice says nothing new.
   Seen drawn;
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto k = static_cast<std::size_t>(random.index(static_cast<int>(all.pairs.size())));
-    drawn.pairs.push_back(all.pairs[k]);
-    drawn.truth.push_back(all.truth[k]);
+  for (std::size_t i = 0; i < std::min(count, all.pairs.size()); ++i) {
+    const std::size_t k =
+        i + static_cast<std::size_t>(random.index(static_cast<int>(all.pairs.size() - i)));
+    std::swap(all.pairs[i], all.pairs[k]);
+    std::swap(all.truth[i], all.truth[k]);
+    drawn.pairs.push_back(all.pairs[i]);
+    drawn.truth.push_back(all.truth[i]);
   }
   return drawn;
 }
