@@ -8,6 +8,7 @@ simulates with the real library. Without --trajectory (a measured motion: lines 
 qz qw in seconds and metres) the built-in motion is taken."""
 import argparse
 import cmath
+import functools
 import json
 import math
 import os
@@ -25,12 +26,13 @@ FREQUENCIES = (0.5, 1, 2, 4, 8, 15, 30)
 AHEAD_MS = (5, 11, 22, 50, 90)
 
 
+@functools.lru_cache
 def steady_gain(mode):
     """The gain (position, velocity) at which the filter of one axis settles: A = [1 h; 0 1],
     C = [1 0], Q = q I, R = r, predicted and corrected until nothing changes."""
     h, q, r = 1 / RATE, PROCESS_NOISE, MEASUREMENT_NOISE[mode]
     pp = pv = vv = 0.0
-    for _ in range(100000):
+    for _ in range(10000):
         pp, pv, vv = pp + 2 * h * pv + h * h * vv + q, pv + h * vv, vv + q
         kp, kv = pp / (pp + r), pv / (pp + r)
         pp, pv, vv = (1 - kp) * pp, (1 - kp) * pv, vv - kv * pv
