@@ -21,7 +21,7 @@ def checksum(row):
         elif isinstance(value, float):
             content += struct.pack("<Bd", 2, value)
         else:
-            data = value.encode() if isinstance(value, str) else value
+            data = value.encode(errors="surrogateescape") if isinstance(value, str) else value
             content += struct.pack("<BQ", 3 if isinstance(value, str) else 4, len(data)) + data
     return zlib.crc32(content)
 
@@ -47,6 +47,8 @@ def seal(database):
     tables = [name for (name,) in database.execute("SELECT name FROM sqlite_master")]
     if not {"calls", "logs", "blocks", "truth", "meta"} <= set(tables):
         return
+    # A text may hold any bytes.
+    database.text_factory = lambda data: data.decode(errors="surrogateescape")
     contents = content_of_calls(database)
     database.executemany("UPDATE calls SET checksum = ? WHERE id = ?",
                          [(checksum(content), call) for call, content in contents.items()])

@@ -35,7 +35,8 @@ class RepairTest(AlgtrackCase):
 
     def test_refuses_what_is_no_recording_and_what_is_in_the_way(self):
         self.simulate("whole", "--seconds", 0.2)
-        self.write("text", "no database\n" * 500)
+        with open(self.path("text"), "w") as file:
+            file.write("no database\n" * 500)
         self.fail_in_one_line("repair", "text", "-o", "new")
         self.fail_in_one_line("repair", "absent", "-o", "new")
         self.fail_in_one_line("repair", "whole", "-o", "whole", "--force")

@@ -1,6 +1,7 @@
 // node check_page.mjs CHROMIUM PAGE < expectations
 // Opens the page in light and in dark, wide and narrow, and on paper. Expectations: {canvases, says,
-// numbers: what `algtrack report --json` printed, few: too few values for lines}.
+// numbers: what `algtrack report --json` printed, few: too few values for lines, least: coloured
+// pixels of a canvas}.
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { pathToFileURL } from 'node:url';
@@ -8,7 +9,8 @@ import { Browser } from './browser.mjs';
 
 const [chromium, page] = process.argv.slice(2);
 const url = pathToFileURL(page).href;
-const { canvases, says = [], numbers, few = false } = JSON.parse(readFileSync(0, 'utf8'));
+const { canvases, says = [], numbers, few = false, least = few ? 4 : 100 } =
+  JSON.parse(readFileSync(0, 'utf8'));
 
 // What follows runs in the page. The pixels are those of a copy: reading a canvas many times makes
 // the browser warn.
@@ -54,7 +56,6 @@ const theme = 'document.documentElement.dataset.theme';
 async function assertDrawn(browser, where) {
   const coloured = await browser.evaluate(countColours);
   assert.equal(coloured.length, canvases, `${where}: canvases`);
-  const least = few ? 4 : 100;
   coloured.forEach((count, i) =>
     assert.ok(count >= least, `${where}: canvas ${i} has ${count} coloured pixels`));
 }

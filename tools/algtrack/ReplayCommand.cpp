@@ -369,8 +369,7 @@ Facts summaryOf(const RecordingReader& reader, const Outcome& outcome) {
   facts.add("seconds", "replay_s", Cell(counts.seconds, 3));
   facts.add("packets per second", "packets_per_s",
             Cell(static_cast<double>(counts.packets) / seconds, 0));
-  facts.addText("share of time in the library, %",
-                Cell(100 * counts.librarySeconds / seconds, 1));
+  facts.addText("share of time in the library, %", Cell(100 * counts.librarySeconds / seconds, 1));
   facts.addJson("library_s", counts.librarySeconds);
   if (outcome.verdict) {
     facts.add("calls compared", "calls_compared", outcome.verdict->compared());

@@ -4,8 +4,8 @@
 #include <tools/algtrack/terminal/CommandLine.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Help.h>
-#include <tools/algtrack/terminal/Table.h>
 #include <tools/algtrack/terminal/Interrupt.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <exception>
 #include <iostream>

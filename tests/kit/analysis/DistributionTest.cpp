@@ -67,8 +67,10 @@ TEST(DistributionTest, OfVeryManyValuesPercentilesAreWithinTheStatedError) {
   std::sort(values.begin(), values.end());
   EXPECT_EQ(d.count, static_cast<std::int64_t>(values.size()));
   EXPECT_EQ(d.largest, values.back());
-  const auto exact = [&](double share) { return values[static_cast<std::size_t>(
-      std::ceil(share * static_cast<double>(values.size()))) - 1]; };
+  const auto exact = [&](double share) {
+    return values[static_cast<std::size_t>(std::ceil(share * static_cast<double>(values.size()))) -
+                  1];
+  };
   const double error = RunningDistribution::kLargestError * 1.001;
   EXPECT_NEAR(d.median / exact(0.5), 1, error);
   EXPECT_NEAR(d.p90 / exact(0.9), 1, error);
@@ -77,7 +79,8 @@ TEST(DistributionTest, OfVeryManyValuesPercentilesAreWithinTheStatedError) {
 
 TEST(DistributionTest, OfVeryManyValuesThoseNearZeroCountAsZero) {
   RunningDistribution running;
-  for (std::size_t i = 0; i <= 2 * RunningDistribution::kExact; ++i) running.add(i % 3 == 0 ? 5 : 0);
+  for (std::size_t i = 0; i <= 2 * RunningDistribution::kExact; ++i)
+    running.add(i % 3 == 0 ? 5 : 0);
   EXPECT_EQ(running.get().median, 0);
   EXPECT_NEAR(running.get().p90, 5, 5 * RunningDistribution::kLargestError);
 }

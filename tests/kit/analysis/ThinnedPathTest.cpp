@@ -31,8 +31,8 @@ TEST(ThinnedPathTest, KeepsTheExtremesOfLongOnes) {
   ThinnedPath path(600, 1e9);
   std::vector<double> lows(3, 1e9);
   for (int n = 0; n < 20000; ++n) {
-    const Place place = n == 12345 ? at(900, 0, -1500)
-                                   : at(normal(random), normal(random), normal(random) - 1500);
+    const Place place =
+        n == 12345 ? at(900, 0, -1500) : at(normal(random), normal(random), normal(random) - 1500);
     for (std::size_t axis = 0; axis < 3; ++axis)
       lows[axis] = std::min(lows[axis], axisOf(place, axis));
     path.add(0.01 * n, place);
@@ -44,7 +44,8 @@ TEST(ThinnedPathTest, KeepsTheExtremesOfLongOnes) {
     for (const Place& place : kept) low = std::min(low, axisOf(place, axis));
     EXPECT_EQ(low, lows[axis]);
   }
-  EXPECT_TRUE(std::any_of(kept.begin(), kept.end(), [](const Place& place) { return place.x == 900; }));
+  EXPECT_TRUE(
+      std::any_of(kept.begin(), kept.end(), [](const Place& place) { return place.x == 900; }));
 }
 
 TEST(ThinnedPathTest, IsBrokenWhereTheObjectWasAwayAlsoWhenThinned) {

@@ -30,8 +30,7 @@ TEST(ReadTextFile, RefusesWhatHasNoEndAndWhatIsTooLarge) {
     }
     return std::string("no problem");
   };
-  EXPECT_EQ(problem("/dev/zero", 10),
-            "/dev/zero: expected a text, found a device or a pipe");
+  EXPECT_EQ(problem("/dev/zero", 10), "/dev/zero: expected a text, found a device or a pipe");
   const ScratchFolder folder;
   const std::string path = folder.write("t", "12345");
   EXPECT_EQ(problem(path, 5), "no problem");
