@@ -37,7 +37,7 @@ class Blob2D : public BaseCV {
 
   /// As `process`, and tells `observer` what becomes of every blob. Blobs are named by their place
   /// in the input.
-  /// @param camera  of the stage, as the observer knows it
+  /// `camera` is the one of the stage, as the observer knows it.
   template <typename Observer>
   bool process(int camera, Observer& observer);
 

@@ -22,7 +22,7 @@ class JumpGuard {
 
   /// Returns `position`, or the last accepted position when `position` is farther than the limit
   /// from it. What is returned becomes the last accepted position.
-  /// @param onHeld  called with (BlobFate, distance, limit) when `position` is rejected
+  /// `onHeld` is called with (BlobFate, distance, limit) when `position` is rejected.
   template <typename OnHeld = NotHeard>
   PointF accept(const PointF& position, OnHeld onHeld = {}) {
     PointF accepted = position;

@@ -73,7 +73,7 @@ void removeTooDeep(double maxDepth, PairPoints& points, Observer& observer) {
 
 /// Removes points farther than 150.0 from the mean of their id's points in the previous frame, for
 /// ids that both frames have.
-/// @param previous  by id
+/// `previous` is by id.
 template <typename Observer>
 void removeJumps(const std::vector<PointMean>& previous, PairPoints& points, Observer& observer) {
   removeIf(points, [&](const PairPoint& p) {
@@ -117,9 +117,9 @@ struct SurplusScratch {
 /// Cuts every id to its expected number of points: the first ones where there is no previous frame,
 /// else those nearest to the mean of the id's points in the previous frame (the origin when it had
 /// none).
-/// @param expectedPoints  by id; ids beyond are not cut
-/// @param hasPrevious     there was a previous frame with points
-/// @param previous        by id
+/// `expectedPoints` is by id, and ids beyond it are not cut;
+/// `hasPrevious` says that there was a previous frame with points;
+/// `previous` is by id.
 template <typename Observer>
 void removeSurplus(const std::vector<std::int32_t>& expectedPoints, bool hasPrevious,
                    const std::vector<PointMean>& previous, SurplusScratch& scratch,

@@ -29,8 +29,8 @@ StereoRays raysFrom(const StereoCalibration& calibration);
 /// (Hartley and Sturm, "Triangulation", 1997). The rays are T + s dL and t dR; their closest points
 /// solve [dR.dR, dR.dL; dL.dR, dL.dL] (t, -s)^T = (dR.T, dL.T)^T. Parallel rays give entries that
 /// are not finite. Sums are taken as they stand here, on every platform.
-/// @tparam Number   double, or Twin for two pairs at once
-/// @param leftX...  undistorted pixels
+/// The coordinates are undistorted pixels.
+/// @tparam Number  double, or Twin for two pairs at once
 template <typename Number>
 std::array<Number, 3> midpoint(const StereoRays& rays, Number leftX, Number leftY, Number rightX,
                                Number rightY) {
