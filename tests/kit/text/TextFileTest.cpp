@@ -30,7 +30,9 @@ TEST(ReadTextFile, RefusesWhatHasNoEndAndWhatIsTooLarge) {
     }
     return std::string("no problem");
   };
+#if !defined(_WIN32)  // there is no such file there
   EXPECT_EQ(problem("/dev/zero", 10), "/dev/zero: expected a text, found a device or a pipe");
+#endif
   const ScratchFolder folder;
   const std::string path = folder.write("t", "12345");
   EXPECT_EQ(problem(path, 5), "no problem");
