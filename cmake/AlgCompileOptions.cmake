@@ -27,5 +27,8 @@ if(ALG_FACTORY_HARDEN AND CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
   target_compile_options(alg_compile_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     target_link_options(alg_compile_options INTERFACE LINKER:-z,relro,-z,now)
+  elseif(WIN32)
+    # What the check of the stack calls is in a library of its own there.
+    target_link_options(alg_compile_options INTERFACE -fstack-protector-strong)
   endif()
 endif()
