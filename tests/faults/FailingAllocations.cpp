@@ -72,6 +72,10 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
   return allocateOrThrow(size);
 }
+// Without it memory of this kind would come from elsewhere and be released here.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return allocate(size);
+}
 void operator delete(void* memory) noexcept {
   release(memory);
 }
