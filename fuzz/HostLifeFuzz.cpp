@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include <tests/support/FreshAlg.h>
+#include <alg_kit/trace/FreshAlg.h>
 #include <tests/support/HostLife.h>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const testing_support::Life life = testing_support::lifeFrom(data, size);
-  testing_support::FreshAlg alg;
+  trace::FreshAlg alg;
   const std::string problem = testing_support::brokenPromise(testing_support::live(alg, life));
   if (!problem.empty()) {
     std::fprintf(stderr, "HostLifeFuzz: %s\n", problem.c_str());

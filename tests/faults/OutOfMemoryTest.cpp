@@ -1,5 +1,6 @@
 // Memory runs out at every single allocation of every operation in turn: std::bad_alloc comes out,
 // nothing leaks, no lock stays held, and the library goes on working.
+#include <alg_kit/trace/FreshAlg.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -14,7 +15,6 @@
 #include <alg_factory/api/LogSink.h>
 #include <tests/faults/FailingAllocations.h>
 #include <tests/support/BlockCollector.h>
-#include <tests/support/FreshAlg.h>
 #include <tests/support/HandRig.h>
 
 namespace {
@@ -56,7 +56,7 @@ struct FaultyHost {
 
   SilentLog log;
   LatestBlock data;
-  FreshAlg alg;
+  trace::FreshAlg alg;
 };
 
 /// True when a query from another thread gets the result lock.

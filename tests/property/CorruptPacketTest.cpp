@@ -1,5 +1,6 @@
 // A corrupt packet that speaks of some objects leaves the other objects' later frames as they are
 // when that packet had been empty.
+#include <alg_kit/trace/FreshAlg.h>
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
@@ -8,7 +9,6 @@
 
 #include <tests/property/LifeGenerator.h>
 #include <tests/support/ByteReader.h>
-#include <tests/support/FreshAlg.h>
 #include <tests/support/HandRig.h>
 #include <tests/support/Host.h>
 
@@ -75,11 +75,11 @@ RC_GTEST_PROP(CorruptPacket, ChangesNothingForObjectsItDoesNotSpeakOf, ()) {
     if (mask >> id & 1) ids.insert(id);
   }
 
-  FreshAlg corruptedAlg, emptyAlg;
+  trace::FreshAlg corruptedAlg, emptyAlg;
   RecordingLog log;
   BlockCollector corrupted, empty;
-  const std::pair<FreshAlg*, BlockCollector*> runs[] = {{&corruptedAlg, &corrupted},
-                                                        {&emptyAlg, &empty}};
+  const std::pair<trace::FreshAlg*, BlockCollector*> runs[] = {{&corruptedAlg, &corrupted},
+                                                               {&emptyAlg, &empty}};
   const auto calibration = handCalibration();
   for (const auto& [alg, data] : runs) {
     alg->SetLogCallback(&log);
@@ -87,7 +87,7 @@ RC_GTEST_PROP(CorruptPacket, ChangesNothingForObjectsItDoesNotSpeakOf, ()) {
     alg->Init(productType, reinterpret_cast<const unsigned char*>(&calibration), 0);
     alg->SetFilterMode(0, 0, nullptr);
   }
-  const auto feed = [](FreshAlg& alg, bool isStamped, const Bytes& packet) {
+  const auto feed = [](trace::FreshAlg& alg, bool isStamped, const Bytes& packet) {
     const Bytes payload = isStamped ? stamped(77, packet) : packet;
     alg.InputStream(isStamped ? 2 : 0, payload.data(), 0, static_cast<int>(payload.size()));
   };

@@ -1,4 +1,5 @@
 // Random hosts' lives. RapidCheck prints the seed of every run; RC_PARAMS="seed=..." repeats one.
+#include <alg_kit/trace/FreshAlg.h>
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
@@ -12,7 +13,6 @@
 #include <unistd.h>
 
 #include <tests/property/LifeGenerator.h>
-#include <tests/support/FreshAlg.h>
 #include <tests/support/HostLife.h>
 
 namespace {
@@ -46,7 +46,7 @@ class ScratchFile {
 RC_GTEST_PROP(HostLife, KeepsEveryPromiseWhateverTheHostDoes, ()) {
   const Bytes bytes = *lifeBytes();
   const Life life = lifeFrom(bytes.data(), bytes.size());
-  FreshAlg alg;
+  trace::FreshAlg alg;
   const std::vector<session::Entry> lived = live(alg, life);
   RC_ASSERT(brokenPromise(lived) == "");
 
@@ -84,7 +84,7 @@ RC_GTEST_PROP(HostLife, GivesTheSameBytesInTwoProcesses, ()) {
 RC_GTEST_PROP(HostLife, GivesTheSameBytesThroughTheSharedLibraryAndTheStages, ()) {
   const Bytes bytes = *lifeBytes();
   const Life life = lifeFrom(bytes.data(), bytes.size());
-  FreshAlg alg;
+  trace::FreshAlg alg;
   const Bytes here = bytesOf(live(alg, life));
 
   const ScratchFile calls("calls"), answers("answers");

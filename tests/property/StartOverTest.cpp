@@ -1,6 +1,7 @@
 // Histories, ids and filters survive Init. A host that wants to start over in the same process
 // calls Init and SetFilterMode and feeds one frame in which nothing is seen; for product types 0
 // and 2 what is seen from then on does not depend on what was before.
+#include <alg_kit/trace/FreshAlg.h>
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
@@ -10,7 +11,6 @@
 
 #include <tests/property/LifeGenerator.h>
 #include <tests/support/ByteReader.h>
-#include <tests/support/FreshAlg.h>
 #include <tests/support/HandRig.h>
 #include <tests/support/HostLife.h>
 
@@ -129,7 +129,7 @@ RC_GTEST_PROP(StartOver, ForgetsWhatWasSeenBefore, ()) {
   const bool compareAnswers =
       setting.filterMode != -1 && setting.isStamped == (setting.productType == 0);
 
-  FreshAlg alg;
+  trace::FreshAlg alg;
   live(alg, earlier);
   live(alg, again);
   const auto first = live(alg, life);

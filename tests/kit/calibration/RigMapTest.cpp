@@ -5,12 +5,12 @@
 #include <alg_kit/calibration/RigMap.h>
 #include <alg_kit/calibration/RigMapPage.h>
 #include <alg_kit/rig/FisheyeCamera.h>
+#include <alg_kit/trace/FreshAlg.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sim/BlobSource.h>
 #include <sim/PacketWriter.h>
 #include <sim/Random.h>
-#include <tests/support/FreshAlg.h>
 
 #include <Eigen/Dense>
 #include <cmath>
@@ -129,7 +129,7 @@ TEST(RigMap, AgreesWithTheRealPipelineAtTwoHundredPlaces) {
   const auto left = rig::cameraOf(rig, rig::Camera::kLeft);
   const auto right = rig::cameraOf(rig, rig::Camera::kRight);
   sim::Random random(7);
-  testing_support::FreshAlg alg;
+  trace::FreshAlg alg;
   Sink sink;
   alg.SetDataCallback(&sink);
   alg.SetLogCallback(&sink);

@@ -3,10 +3,11 @@
 #include <alg_factory/api/AlgBase.h>
 #include <alg_factory/service/StereoService.h>
 
-namespace testing_support {
+namespace trace {
 
-/// The interface before a pipeline of its own, so that one process can begin many lives. (What the
-/// factory makes shares one pipeline.)
+/// The interface before a pipeline of its own, so that one process can begin many lives: one replay
+/// after the other, each with a library that was not used before. (What the factory makes shares
+/// one pipeline.)
 class FreshAlg : public algorithm::AlgBase {
  public:
   bool Init(int productType, const unsigned char* config, int configOffset) override {
@@ -28,4 +29,4 @@ class FreshAlg : public algorithm::AlgBase {
   algorithm::StereoService service;
 };
 
-}  // namespace testing_support
+}  // namespace trace

@@ -1,0 +1,314 @@
+"""Recordings as numpy arrays."""
+import os
+from dataclasses import dataclass
+from functools import cached_property
+
+import numpy as np
+
+from . import _core
+from .calibration import Calibration
+
+_MIRROR = np.array([1.0, -1.0, -1.0])
+
+
+@dataclass(frozen=True)
+class Path:
+    """Where an object was, moment by moment."""
+    time: np.ndarray  #: (n,) s since the recording's first call
+    xyz: np.ndarray   #: (n, 3) mm as delivered: x right, y up, z towards the viewer
+    call: np.ndarray  #: (n,) the packet's call; -1 = the packet was lost
+
+    @property
+    def camera(self):
+        """(n, 3) mm in the right camera's frame: x right, y down, z forward."""
+        return self.xyz * _MIRROR.astype(self.xyz.dtype)
+
+    def __len__(self):
+        return len(self.time)
+
+
+@dataclass(frozen=True)
+class Answers:
+    """What an object's pose queries were answered."""
+    time: np.ndarray      #: (n,) s, of the query
+    raw: np.ndarray       #: (n, 3) mm as delivered: the position in the latest block
+    filtered: np.ndarray  #: (n, 3) mm as delivered; equals raw where the filter is off
+    rate: np.ndarray      #: (n, 3) mm/s; 0 where the filter is off
+    call: np.ndarray      #: (n,)
+
+    def __len__(self):
+        return len(self.time)
+
+
+class _Tables:
+    """What is read of a recording, once, for it and all its slices."""
+
+    def __init__(self, file):
+        self.file = file
+
+    @cached_property
+    def columns(self):
+        columns = self.file.columns()
+        columns["calls"] = _with_names(columns["calls"], "kind", _core.CALL_KINDS)
+        columns["logs"] = _with_names(columns["logs"], "text", columns["texts"])
+        return columns
+
+    @cached_property
+    def truth(self):
+        return self.file.truth()
+
+
+def _with_names(rows, field, names):
+    """The rows with a field of numbers as texts, up to the length of the longest."""
+    names = np.array(list(names) or [""])
+    kinds = [(name, names.dtype if name == field else rows.dtype[name]) for name in rows.dtype.names]
+    result = np.empty(rows.shape, kinds)
+    for name in rows.dtype.names:
+        result[name] = names[rows[name]] if name == field else rows[name]
+    result.setflags(write=False)
+    return result
+
+
+class Recording:
+    """A recording, by quantity.
+
+    Opening reads nothing but the file's facts and changes nothing on disk; a recording that was cut
+    off, or is still being written, opens too (`complete`). Tables are read when they are first
+    asked for and kept; they are numpy structured arrays, read only. All have the fields time (s
+    since the recording's first call) and call, and, where it applies, packet (its number).
+
+    `recording[12.0:25.0]` is a slice by time, from 12.0 up to and without 25.0 s, with the same
+    interface; its times and packet numbers are those of the whole.
+
+    Raises RecordingError, in one line, for what is no recording and, when a table is read, for a
+    damaged one.
+    """
+
+    def __init__(self, path):
+        self._file = _core.RecordingFile(os.fspath(path))
+        self._tables = _Tables(self._file)
+        self._range = (None, None)
+
+    @classmethod
+    def _of(cls, file, tables=None, limits=(None, None)):
+        recording = cls.__new__(cls)
+        recording._file = file
+        recording._tables = tables or _Tables(file)
+        recording._range = limits
+        return recording
+
+    # Facts
+
+    @property
+    def path(self):
+        """Of the file; None for a recording in memory."""
+        return None if self._file.is_in_memory else self._file.path
+
+    @cached_property
+    def metadata(self):
+        """library_version, platform, clock, format_version, complete, dropped_calls, and `values`:
+        every key of the file."""
+        return self._file.metadata()
+
+    @property
+    def complete(self):
+        """Closed in order; else cut off, or still going on."""
+        return self.metadata["complete"]
+
+    @cached_property
+    def configurations(self):
+        """(call, product type, Calibration or None) of every Init."""
+        unit = "mm"
+        return [(call, product_type, record and Calibration.from_bytes(record, unit))
+                for call, product_type, record in self._file.configurations()]
+
+    @property
+    def product_type(self):
+        """Of the last Init; None without one."""
+        return self.configurations[-1][1] if self.configurations else None
+
+    @property
+    def calibration(self):
+        """Of the last Init that got one; None without."""
+        found = [calibration for _, _, calibration in self.configurations if calibration]
+        return found[-1] if found else None
+
+    @property
+    def objects(self):
+        """range(3) or range(6), by the product type."""
+        return range(_core.OBJECTS[self.product_type] if self.product_type in (0, 1, 2) else 0)
+
+    @property
+    def duration(self):
+        """Seconds from the first call to the last, of a slice those in it."""
+        time = self.calls["time"]
+        return float(time[-1] - time[0]) if len(time) else 0.0
+
+    # Tables
+
+    def _column(self, name):
+        return self._cut(self._tables.columns[name])
+
+    def _cut(self, rows):
+        first, last = self._range
+        if first is None and last is None:
+            return rows
+        keep = np.ones(len(rows), bool)
+        if first is not None:
+            keep &= rows["time"] >= first
+        if last is not None:
+            keep &= rows["time"] < last
+        return rows[keep]
+
+    @property
+    def calls(self):
+        """Every call of the host: kind ("InputStream"), type, mode, length, returned (0 or 1;
+        -1 = an exception), parent (the call in whose callback it was made; -1 = none), start_ns,
+        duration_ns (-1 = not measured)."""
+        return self._column("calls")
+
+    @property
+    def packets(self):
+        """Every device packet: stream_type (0 or 2), stamp (microseconds; 0 for type 0), length
+        (bytes), blocks (delivered by it)."""
+        return self._column("packets")
+
+    @property
+    def blocks(self):
+        """Every delivered block: stamp, and records (n, 10): id (-1 = no object), x, y, z (mm as
+        delivered), host_position, host_orientation, bearing."""
+        return self._column("blocks")
+
+    @property
+    def logs(self):
+        """The library's messages: level, text (as it came, with its newline)."""
+        return self._column("logs")
+
+    @property
+    def headings(self):
+        """Answers of heading exchanges: orientation (x, y, z, w), yaw, negated_corrected_yaw
+        (degrees), score, status."""
+        return self._column("headings")
+
+    @property
+    def queries(self):
+        """Answers of pose queries: event, id (-1 = no object), raw, filtered, rate."""
+        return self._column("answers")
+
+    @property
+    def markers(self):
+        """The truth, marker by marker: frame, call (-1 = its packet was lost), object, marker,
+        position (mm, right camera's frame: x right, y down, z forward), in_left, in_right. Empty
+        without truth."""
+        return self._cut(self._tables.truth)
+
+    def payload(self, call):
+        """The bytes that the library read at a call: a packet with its stamp, a calibration, ..."""
+        calls = self._tables.columns["calls"]
+        found = np.flatnonzero(calls["call"] == call)
+        if not len(found):
+            raise ValueError(f"expected a call of the recording, found {call}")
+        row = calls[found[0]]
+        begin = row["payload_begin"]
+        return self._tables.columns["payloads"][begin:begin + row["payload_size"]].tobytes()
+
+    # Quantities
+
+    def _check_object(self, object):
+        if object not in self.objects:
+            raise ValueError(f"expected an object from 0 to {len(self.objects) - 1} (product type "
+                             f"{self.product_type}), found {object}")
+
+    def positions(self, object):
+        """Path of an object as delivered, in the packets that delivered it."""
+        self._check_object(object)
+        blocks = self.blocks
+        found, record = np.nonzero(blocks["records"]["id"] == object)
+        records = blocks["records"][found, record]
+        xyz = np.stack([records["x"], records["y"], records["z"]], axis=-1)
+        return Path(blocks["time"][found], xyz, blocks["call"][found])
+
+    def answers(self, object):
+        """Answers to an object's pose queries, where they found it."""
+        self._check_object(object)
+        queries = self.queries
+        queries = queries[(queries["event"] == object) & (queries["id"] == object)]
+        return Answers(queries["time"], queries["raw"], queries["filtered"], queries["rate"],
+                       queries["call"])
+
+    def truth(self, object):
+        """Path of an object as it really was: the middle of its markers, frame by frame. Empty
+        without truth."""
+        self._check_object(object)
+        rows = self.markers
+        rows = rows[rows["object"] == object]
+        _, first, inverse, count = np.unique(rows["frame"], return_index=True, return_inverse=True,
+                                             return_counts=True)
+        xyz = np.zeros((len(first), 3))
+        np.add.at(xyz, inverse, rows["position"])
+        xyz = xyz / count[:, None] * _MIRROR
+        return Path(rows["time"][first], xyz, rows["call"][first])
+
+    def errors(self, object):
+        """(time (n,) s, error (n, 3) mm): delivered position minus truth, packet by packet."""
+        found, true = self.positions(object), self.truth(object)
+        _, here, there = np.intersect1d(found.call, true.call, return_indices=True)
+        return found.time[here], found.xyz[here] - true.xyz[there]
+
+    def to_pandas(self, table=None):
+        """A table as a pandas.DataFrame ("calls", "packets", "blocks", "queries", "headings",
+        "logs", "markers"), or a dict of all. Fields with several values become columns: raw_0,
+        records_3_x. Raises ImportError without pandas."""
+        import pandas
+        names = ("calls", "packets", "blocks", "queries", "headings", "logs", "markers")
+        if table is None:
+            return {name: self.to_pandas(name) for name in names}
+        if table not in names + ("blobs",):
+            raise ValueError(f"expected one of {', '.join(names)}, blobs, found {table!r}")
+        return pandas.DataFrame(dict(_flat(getattr(self, table))))
+
+    # In all
+
+    def __getitem__(self, limits):
+        if not isinstance(limits, slice) or limits.step is not None:
+            raise TypeError("expected a slice by time: recording[12.0:25.0]")
+        inside = lambda value, other, choose: (
+            value if other is None else other if value is None else choose(value, other))
+        first = inside(limits.start, self._range[0], max)
+        last = inside(limits.stop, self._range[1], min)
+        return Recording._of(self._file, self._tables, (first, last))
+
+    def _whole(self, what):
+        if self._range != (None, None):
+            raise ValueError(f"{what}: expected a whole recording, found a slice: what came before "
+                             "decides too")
+
+    def save(self, path, overwrite=False):
+        """Writes a recording in memory to a file, which `algtrack` reads as any other."""
+        self._whole("save")
+        self._file.save(os.fspath(path), overwrite)
+
+    def __repr__(self):
+        name = self.path or "in memory"
+        first, last = self._range
+        cut = "" if self._range == (None, None) else (
+            f" from {first or 0:g} s" + ("" if last is None else f" to {last:g} s"))
+        return f"<alg_factory.Recording {name}{cut}: product type {self.product_type}>"
+
+
+def _flat(rows, prefix=""):
+    for name in rows.dtype.names:
+        values, label = rows[name], prefix + name
+        places = [()] if values.ndim == 1 else np.ndindex(values.shape[1:])
+        for place in places:
+            cell = values[(slice(None), *place)]
+            at = "_".join([label, *map(str, place)])
+            if cell.dtype.names:
+                yield from _flat(cell, at + "_")
+            else:
+                yield at, cell
+
+
+def as_recording(source):
+    """A Recording from one, or from a file's name."""
+    return source if isinstance(source, Recording) else Recording(source)
