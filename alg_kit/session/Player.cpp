@@ -5,7 +5,9 @@
 #include <chrono>
 #include <cstring>
 #include <exception>
+#include <numeric>
 #include <stdexcept>
+#include <tuple>
 #include <utility>
 
 namespace session {
@@ -62,11 +64,38 @@ const Unit& Player::play(const Unit& unit) {
   played_.clear();
   while (played_.size() < unit.size()) played_.append();
   done_.assign(unit.size(), false);
+  looks_ = 0;
+  sortNested();
   playCall(0);
   // Calls whose parent is not in this unit.
   for (std::size_t place = 1; place < unit.size(); ++place)
     if (!done_[place]) playCall(place);
   return played_;
+}
+
+// By parent and step, so that each callback finds its calls without a look at all others: a unit of
+// thousands of calls would take millions of looks.
+void Player::sortNested() {
+  const Unit& unit = *recorded_;
+  nested_.clear();
+  firstNested_.assign(unit.size() + 1, 0);
+  for (std::size_t place = 1; place < unit.size(); ++place) {
+    const Call& call = unit[place].call;
+    const Entry* const end = unit.begin() + place;
+    const Entry* const parent = call.parent
+                                    ? std::lower_bound(unit.begin(), end, *call.parent,
+                                                       [](const Entry& entry, std::int64_t index) {
+                                                         return entry.call.index < index;
+                                                       })
+                                    : end;
+    if (parent != end && parent->call.index == *call.parent)
+      nested_.push_back({static_cast<std::size_t>(parent - unit.begin()), call.parentStep, place});
+  }
+  std::sort(nested_.begin(), nested_.end(), [](const Nested& a, const Nested& b) {
+    return std::tie(a.parent, a.step, a.place) < std::tie(b.parent, b.step, b.place);
+  });
+  for (const Nested& nested : nested_) ++firstNested_[nested.parent + 1];
+  std::partial_sum(firstNested_.begin(), firstNested_.end(), firstNested_.begin());
 }
 
 void Player::playCall(std::size_t place) {
@@ -81,7 +110,7 @@ void Player::playCall(std::size_t place) {
   played.call.output.clear();
   recordedNs_ = recorded.call.startNs;
 
-  running_.push_back({place, 0});
+  running_.push_back({place, 0, firstNested_[place]});
   const std::int64_t begin = monotonicNs();
   try {
     played.call.returned = perform(played.call);
@@ -95,7 +124,8 @@ void Player::playCall(std::size_t place) {
   if (played.call.kind == CallKind::kInit && addFilterMode_)
     alg_->SetFilterMode(0, *whatIf_.filterMode, nullptr);
   // With a what-if a callback may stay away; the calls from inside it still belong to the host.
-  playNested(place, std::nullopt);
+  for (std::size_t i = firstNested_[place]; i < firstNested_[place + 1]; ++i, ++looks_)
+    if (!done_[nested_[i].place]) playCall(nested_[i].place);
 }
 
 std::optional<int> Player::perform(Call& call) {
@@ -138,12 +168,15 @@ std::optional<int> Player::perform(Call& call) {
   return std::nullopt;
 }
 
-void Player::playNested(std::size_t parent, std::optional<int> step) {
-  const std::int64_t index = (*recorded_)[parent].call.index;
-  for (std::size_t place = parent + 1; place < recorded_->size(); ++place) {
-    const Call& call = (*recorded_)[place].call;
-    if (!done_[place] && call.parent == index && (!step || call.parentStep == *step))
-      playCall(place);
+void Player::playNested() {
+  const std::size_t depth = running_.size() - 1;
+  const std::size_t end = firstNested_[running_[depth].place + 1];
+  const int step = running_[depth].steps - 1;
+  for (; running_[depth].next < end; ++looks_) {
+    const Nested& nested = nested_[running_[depth].next];
+    if (nested.step > step) return;
+    ++running_[depth].next;  // first: calls inside calls move `running_`
+    if (nested.step == step && !done_[nested.place]) playCall(nested.place);
   }
 }
 
@@ -166,7 +199,7 @@ bool Player::Deliver(const void* buffer, int offset, int length) {
   delivered.threw = throws;
   std::memcpy(&delivered.block, static_cast<const unsigned char*>(buffer) + offset,
               sizeof delivered.block);
-  playNested(place, step);
+  playNested();
   if (throws) throw SinkThrew();
   return true;
 }
@@ -177,7 +210,7 @@ bool Player::Log(int level, const char* message) {
   const int step = running_.back().steps++;
   const bool throws = threwAt(place, step);
   played_[place].logs.push_back({step, level, message, throws});
-  playNested(place, step);
+  playNested();
   if (throws) throw SinkThrew();
   return true;
 }

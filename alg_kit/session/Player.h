@@ -42,15 +42,28 @@ class Player : private algorithm::DataSink, private algorithm::LogSink {
 
   std::int64_t libraryNs() const { return libraryNs_; }  ///< spent in outermost calls
 
+  /// How many nested calls the latest unit's callbacks looked at: at most two looks for each, and
+  /// one for each callback.
+  std::int64_t looks() const { return looks_; }
+
  private:
   struct Running {
     std::size_t place = 0;
     int steps = 0;
+    std::size_t next = 0;  ///< in `nested_`: the first one that no callback has come to
+  };
+
+  /// A call that was made in the callback `step` of another.
+  struct Nested {
+    std::size_t parent = 0;
+    int step = 0;
+    std::size_t place = 0;
   };
 
   void playCall(std::size_t place);
   std::optional<int> perform(Call& call);
-  void playNested(std::size_t parent, std::optional<int> step);
+  void sortNested();
+  void playNested();
   bool threwAt(std::size_t place, int step) const;
 
   bool Deliver(const void* buffer, int offset, int length) override;
@@ -62,9 +75,12 @@ class Player : private algorithm::DataSink, private algorithm::LogSink {
   const Unit* recorded_ = nullptr;
   Unit played_;
   std::vector<bool> done_;
-  std::vector<Running> running_;  ///< outermost first
+  std::vector<Nested> nested_;            ///< by parent, step and place
+  std::vector<std::size_t> firstNested_;  ///< by the parent's place, in `nested_`
+  std::vector<Running> running_;          ///< outermost first
   std::int64_t recordedNs_ = 0;
   std::int64_t libraryNs_ = 0;
+  std::int64_t looks_ = 0;
 };
 
 }  // namespace session

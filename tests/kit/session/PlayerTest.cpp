@@ -163,6 +163,60 @@ TEST_F(PlayerTest, PutsTheBytesWhereTheHostHadThem) {
   EXPECT_THAT(library.calls, ElementsAre("InputStream 0 1 3 2", "InputStream 0 1 0 2"));
 }
 
+// Thousands of calls under one parent, each in a callback of its own.
+TEST_F(PlayerTest, LooksAtEachNestedCallAFewTimesOnly) {
+  ScriptedAlg library;
+  Player player(&library);
+  constexpr int kCalls = 4000;
+  session::Unit unit;
+  unit.append() = entryOf(0, CallKind::kInputStream);
+  for (int i = 1; i <= kCalls; ++i) {
+    Entry& entry = unit.append() = entryOf(i, CallKind::kGetFixedCode);
+    entry.call.parent = 0;
+    entry.call.parentStep = i - 1;
+  }
+  library.onInputStream = [](ScriptedAlg& self) {
+    for (int i = 0; i < kCalls; ++i) self.deliver(1);
+    return true;
+  };
+  library.calls.clear();
+  player.play(unit);
+  EXPECT_EQ(library.calls.size(), kCalls + 1u);
+  EXPECT_LE(player.looks(), 3 * kCalls);
+  // The callbacks stay away.
+  library.onInputStream = [](ScriptedAlg&) { return true; };
+  library.calls.clear();
+  player.play(unit);
+  EXPECT_EQ(library.calls.size(), kCalls + 1u);
+  EXPECT_LE(player.looks(), 3 * kCalls);
+}
+
+TEST_F(PlayerTest, PlaysNestedCallsOfNestedCallsWhereTheyBelong) {
+  ScriptedAlg library;
+  Player player(&library);
+  library.calls.clear();
+  // 0 InputStream: in its callback 0 the call 1, in whose callback 0 the call 2; in 1 the call 3.
+  session::Unit unit;
+  for (int i = 0; i < 4; ++i) unit.append() = entryOf(i, CallKind::kInputStream);
+  for (int i = 0; i < 4; ++i) unit[static_cast<std::size_t>(i)].call.length = i;
+  unit[1].call.parent = 0;
+  unit[2].call.parent = 1;
+  unit[3].call.parent = 0;
+  unit[3].call.parentStep = 1;
+  std::vector<std::string> ends;
+  library.onInputStream = [&](ScriptedAlg& self) {
+    const std::string call = self.calls.back();
+    self.deliver(1);
+    self.deliver(2);
+    ends.push_back(call.substr(call.rfind(' ') + 1));
+    return true;
+  };
+  player.play(unit);
+  EXPECT_THAT(library.calls, ElementsAre("InputStream 0 0 0 0", "InputStream 0 0 0 1",
+                                         "InputStream 0 0 0 2", "InputStream 0 0 0 3"));
+  EXPECT_THAT(ends, ElementsAre("2", "1", "3", "0"));
+}
+
 TEST_F(PlayerTest, RefusesBottomlessNesting) {
   ScriptedAlg library;
   Player player(&library);
