@@ -2,6 +2,7 @@
 """What the pose filters cost and what they win, by filter mode: the tables of docs/smoothing.md.
 
     bench/smoothing.py --algtrack build/release/tools/algtrack/algtrack [--trajectory MOTION.tum]
+                       [--calibration CAMERAS]
 
 Everything but the first columns of the frequency response is measured, on recordings that algtrack
 simulates with the real library. Without --trajectory (a measured motion: lines of t tx ty tz qx qy
@@ -19,6 +20,7 @@ import subprocess
 import tempfile
 
 RATE = 90  # packets a second
+SMOOTHING_RADIUS = 3  # mm: delivered positions are pulled towards their last three within it
 PROCESS_NOISE = 1e-5
 MEASUREMENT_NOISE = {0: 1e-6, 1: 1e-4}  # by filter mode
 MODES = (-1, 0, 1)
@@ -79,6 +81,24 @@ class Bench:
             if values[0] != -1:
                 yield start / 1e9, object_id, values[1:4], values[7:10], values[10:13]
 
+    def delivered_errors(self, report):
+        """RMS distance of object 0 from the truth in the blocks (which no mode changes): in all, and
+        of those with less and with more than the smoothing's radius to the packet before."""
+        delivered, slow, fast, last = {}, [], [], None
+        database = sqlite3.connect(os.path.join(self.folder, "r"))
+        for call, block in database.execute("SELECT call, block FROM blocks"):
+            for object_id, *place in struct.iter_unpack("<ifff36x", block[8:8 + 520]):
+                if object_id == 0:
+                    delivered[call] = place
+        for call, *place in database.execute(
+                "SELECT call, x, -y, -z FROM truth WHERE object = 0 ORDER BY frame"):
+            if last is not None and call in delivered:
+                kind = slow if math.dist(place, last) < SMOOTHING_RADIUS else fast
+                kind.append(math.dist(delivered[call], place))
+            last = place
+        return (report["objects"][0]["error_mm"]["raw"]["rms"], rms(slow), rms(fast),
+                len(slow) / (len(slow) + len(fast)))
+
     def measured_response(self, mode, frequency):
         """The same from a swinging object: the filtered row over the raw one at its frequency."""
         seconds = 20
@@ -114,7 +134,6 @@ class Bench:
             really = [a + share * (b - a) for a, b in zip(truth[before], truth[before + 1])]
             late.append(math.dist(place, really))
             moved.append(math.dist([p + ahead * v for p, v in zip(place, rate)], really))
-        rms = lambda values: math.sqrt(statistics.fmean(v * v for v in values))
         return rms(late), rms(moved)
 
 
@@ -148,6 +167,10 @@ def curve_svg(measured):
     return "\n".join(lines + ["</svg>", ""])
 
 
+def rms(values):
+    return math.sqrt(statistics.fmean(v * v for v in values)) if values else float("nan")
+
+
 def mean(values):
     values = [value for value in values if value is not None]
     return statistics.fmean(values) if values else float("nan")
@@ -157,12 +180,15 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--algtrack", required=True)
     parser.add_argument("--trajectory")
+    parser.add_argument("--calibration", help="of the cameras in motion, else the built-in ones")
     parser.add_argument("--seconds", type=float, default=60)
     parser.add_argument("--svg", help="write the curve of the frequency response here")
     arguments = parser.parse_args()
     motion = ["--seconds", arguments.seconds]
     if arguments.trajectory:
         motion += ["--trajectory", os.path.abspath(arguments.trajectory)]
+    if arguments.calibration:
+        motion += ["--calibration", os.path.abspath(arguments.calibration)]
     with tempfile.TemporaryDirectory() as folder:
         bench = Bench(os.path.abspath(arguments.algtrack), folder)
         for mode in (0, 1):
@@ -192,7 +218,8 @@ def main():
             print(f"mode {mode:2}: {raw:.3f} -> {filtered:.3f} ({filtered / raw:.2f})")
         print("\nIn motion, no noise: RMS error raw, filtered; lag; difference, shifted back")
         for mode in MODES:
-            objects = bench.report(mode, *motion, "--product-type", 2)["objects"]
+            report = bench.report(mode, *motion, "--product-type", 2)
+            objects = report["objects"]
             error = [mean((o["error_mm"][kind] or {}).get("rms") for o in objects)
                      for kind in ("raw", "filtered")]
             lag = [o["lag"] or {} for o in objects]
@@ -200,6 +227,10 @@ def main():
                   f"{mean(l.get('ms') for l in lag):.1f} ms; "
                   f"{mean(l.get('difference_mm') for l in lag):.2f} mm, "
                   f"{mean(l.get('shifted_difference_mm') for l in lag):.2f} mm")
+        error, slow, fast, share = bench.delivered_errors(report)
+        print(f"Delivered, object 0: {error:.3f} mm; where it moved by less than "
+              f"{SMOOTHING_RADIUS} mm since the packet before ({share:.0%}) {slow:.3f} mm, "
+              f"elsewhere {fast:.3f} mm")
         print("\nEvent 2, product type 0: RMS error after so many ms, as it is -> moved on")
         for mode in (0, 1):
             bench.simulate(mode, *motion, "--product-type", 0)
