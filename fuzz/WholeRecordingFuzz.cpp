@@ -20,6 +20,7 @@
 #else
 #include <alg_kit/analysis/ReportMaker.h>
 #include <alg_kit/report/ReportJson.h>
+#include <alg_kit/text/JsonText.h>
 #endif
 
 namespace {
@@ -52,8 +53,8 @@ void use(const recording::RecordingReader& reader) {
 void use(const recording::RecordingReader& reader) {
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
   const analysis::Report made = analysis::makeReport(reader, {}, {}, *library);
-  if (report::textOf(report::jsonOf(made.numbers)).empty()) fail("no numbers");
-  if (report::textOf(report::jsonOf(made.curves)).empty()) fail("no curves");
+  if (text::ofJson(report::jsonOf(made.numbers)).empty()) fail("no numbers");
+  if (text::ofJson(report::jsonOf(made.curves)).empty()) fail("no curves");
 }
 
 #endif

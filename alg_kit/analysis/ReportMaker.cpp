@@ -365,6 +365,9 @@ class Gatherer {
     if (!facts.metadata.complete)
       say("The recording was cut off, or still goes on: what follows its last whole call is "
           "missing.");
+    if (facts.metadata.journalMissing)
+      say("Its journal (" + facts.file +
+          "-wal) is not beside it: the latest calls are in there. Copy both.");
     if (facts.metadata.droppedCalls > 0)
       say(plural(facts.metadata.droppedCalls, "call was", "calls were") +
           " dropped by the recorder, which could not write them in time. Gaps may be its own.");

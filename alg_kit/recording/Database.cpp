@@ -94,6 +94,14 @@ std::int64_t Database::integer(const char* sql) {
   return statement.step() ? statement.integer(0) : 0;
 }
 
+bool Database::journalIsMissing() {
+  Statement mode(*this, "PRAGMA journal_mode");
+  if (!mode.step() || mode.text(0) != "wal") return false;
+  std::error_code error;
+  const auto real = std::filesystem::canonical(path_, error);
+  return !error && !std::filesystem::exists(real.string() + "-wal", error);
+}
+
 void Database::setPatience(std::chrono::milliseconds patience) {
   sqlite3_busy_timeout(handle_, static_cast<int>(patience.count()));
 }

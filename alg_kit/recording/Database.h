@@ -43,6 +43,10 @@ class Database {
   /// The first column of the first row.
   std::int64_t integer(const char* sql);
 
+  /// A recording under way keeps its latest calls in a journal beside it. Only where it was
+  /// finished, or its journal worked in, does the file say that there is none.
+  bool journalIsMissing();
+
   /// How long to wait for another connection's lock.
   void setPatience(std::chrono::milliseconds patience);
 

@@ -135,16 +135,6 @@ void checkEnds(Database& database) {
             ": the file is damaged; `algtrack repair` saves what is whole");
 }
 
-/// A recording under way keeps its latest calls in a journal beside it. Only where it was finished,
-/// or its journal worked in, does the file say that there is none.
-bool journalIsMissing(Database& database) {
-  Statement mode(database, "PRAGMA journal_mode");
-  if (!mode.step() || mode.text(0) != "wal") return false;
-  std::error_code error;
-  const auto real = std::filesystem::canonical(database.path(), error);
-  return !error && !std::filesystem::exists(real.string() + "-wal", error);
-}
-
 }  // namespace
 
 struct EntryCursor::State {
@@ -359,7 +349,7 @@ RecordingReader::RecordingReader(const std::string& path) : path_(path) {
   database_->execute("BEGIN");
   const int version = checkFormat(*database_);
   metadata_ = readMetadata(*database_, version);
-  metadata_.journalMissing = !metadata_.complete && journalIsMissing(*database_);
+  metadata_.journalMissing = !metadata_.complete && database_->journalIsMissing();
   if (version >= 2) checkEnds(*database_);
   database_->execute("COMMIT");
 }

@@ -7,7 +7,9 @@
 #include <alg_kit/recording/Schema.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 #include <map>
 #include <optional>
@@ -19,6 +21,7 @@ namespace {
 constexpr std::int64_t kFarthest = std::numeric_limits<std::int64_t>::max() / 4;
 constexpr int kRowsPerCommit = 2000;
 constexpr int kMostFacts = 1000;  // a damaged table may give the same row again and again
+constexpr std::size_t kMostStretches = 100;
 
 /// The first key from `from` on at which `readable` is true, where a stretch of keys is not: steps
 /// that double find the other side of the stretch, halving finds its end.
@@ -131,6 +134,7 @@ class Source {
   }
 
   int version() const { return version_; }
+  Database& database() { return database_; }
 
  private:
   template <typename Take>
@@ -179,28 +183,52 @@ class Target {
   std::int64_t rows_ = 0;
 };
 
-void saveCalls(Source& source, Target& target, Repair& result) {
+/// The whole file's size as its header has it: SQLite keeps the number of pages there.
+std::int64_t sizeByHeader(const std::string& path) {
+  std::array<unsigned char, 100> header{};
+  std::ifstream file(path, std::ios::binary);
+  if (!file.read(reinterpret_cast<char*>(header.data()), header.size())) return 0;
+  const auto number = [&](std::size_t at, int bytes) {
+    std::int64_t value = 0;
+    for (int i = 0; i < bytes; ++i) value = 256 * value + header[at + static_cast<std::size_t>(i)];
+    return value;
+  };
+  if (number(24, 4) != number(92, 4)) return 0;  // the count is of another state
+  const std::int64_t page = number(16, 2);
+  return (page == 1 ? 65536 : page) * number(28, 4);
+}
+
+void note(std::vector<CallRange>& missing, std::int64_t first, std::int64_t last) {
+  if (first <= last && missing.size() < kMostStretches) missing.push_back({first, last});
+}
+
+/// @param last  the last call that was written; -1 = not known
+void saveCalls(Source& source, Target& target, Repair& result, std::int64_t last) {
   session::Entry entry;
+  std::int64_t next = 0;  // behind the latest one saved
   for (std::int64_t index = 0;;) {
     const Source::Found found = source.call(index, entry);
-    if (found == Source::Found::kEnd) return;
+    if (found == Source::Found::kEnd) break;
     if (found == Source::Found::kUnreadable) {
       ++result.lostCalls;
-      const auto next = nextReadable(index, [&](std::int64_t at) {
+      const auto readable = nextReadable(index, [&](std::int64_t at) {
         return source.call(at, entry) != Source::Found::kUnreadable;
       });
-      if (!next) return;
-      index = *next;
+      if (!readable) break;
+      index = *readable;
       continue;
     }
     index = entry.call.index + 1;
     if (found == Source::Found::kRow) {
       target.write(entry);
       ++result.calls;
+      note(result.missing, next, entry.call.index - 1);
+      next = index;
     } else {
       ++result.lostCalls;
     }
   }
+  note(result.missing, next, last);
 }
 
 void saveTruth(Source& source, Target& target, Repair& result) {
@@ -252,18 +280,22 @@ Repair repair(const std::string& from, const std::string& to, bool overwrite) {
   Source source(from);
   std::map<std::string, std::string> facts = source.facts();
   const bool closed = facts["complete"] == "1";
-  const std::int64_t dropped = countAmong(facts, "dropped_calls");
+  Repair result;
+  result.droppedCalls = countAmong(facts, "dropped_calls");
+  result.fileBytes = static_cast<std::int64_t>(std::filesystem::file_size(from, error));
+  result.wholeBytes = sizeByHeader(from);
+  result.journalMissing = !closed && source.database().journalIsMissing();
   const bool counted = source.version() >= 2 && facts.count("calls") != 0;
   const std::int64_t calls = countAmong(facts, "calls");
   const std::int64_t truthRows = countAmong(facts, "truth_rows");
+  const std::int64_t last = counted ? countAmong(facts, "last_call") : -1;
   // These are the new file's own.
   for (const char* const own : {"complete", "dropped_calls", "calls", "last_call", "truth_rows"})
     facts.erase(own);
   facts["repaired_from"] = std::filesystem::path(from).filename().string();
 
-  Repair result;
   Target target(to, overwrite, {});
-  saveCalls(source, target, result);
+  saveCalls(source, target, result, last);
   saveTruth(source, target, result);
   result.lossKnown = counted;
   if (counted) {
@@ -271,7 +303,7 @@ Repair repair(const std::string& from, const std::string& to, bool overwrite) {
     result.lostTruthRows = std::max(truthRows - result.truthRows, result.lostTruthRows);
   }
   result.complete = closed && result.lostCalls == 0 && result.lostTruthRows == 0;
-  target.finish(facts, dropped + result.lostCalls, result.complete);
+  target.finish(facts, result.droppedCalls + result.lostCalls, result.complete);
   return result;
 }
 

@@ -2,14 +2,27 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace recording {
+
+/// Calls by their index, both ends included.
+struct CallRange {
+  std::int64_t first = 0, last = 0;
+};
 
 struct Repair {
   std::int64_t calls = 0;      ///< saved
   std::int64_t lostCalls = 0;  ///< known to have been there
   std::int64_t truthRows = 0;  ///< saved
   std::int64_t lostTruthRows = 0;
+  /// Indices without a call in the new file, in order; the first 100 stretches. Among them are the
+  /// calls that the recorder itself had dropped.
+  std::vector<CallRange> missing;
+  std::int64_t droppedCalls = 0;  ///< by the recorder
+  std::int64_t fileBytes = 0;     ///< of the damaged file
+  std::int64_t wholeBytes = 0;    ///< that it once had, by its own header; 0 = not known
+  bool journalMissing = false;    ///< its `-wal` is not beside it: the latest calls went with it
   bool lossKnown = false;  ///< the file says how much it held; else more may be lost than was seen
   bool complete = false;   ///< everything is there, and the recording was closed in order
 };

@@ -75,6 +75,7 @@ ordered_json jsonOf(const analysis::RecordingFacts& facts) {
   json["platform"] = facts.metadata.platform;
   json["clock"] = facts.metadata.clock;
   json["complete"] = facts.metadata.complete;
+  json["journal_missing"] = facts.metadata.journalMissing;
   json["dropped_calls"] = facts.metadata.droppedCalls;
   json["product_types"] = facts.productTypes;
   json["calls"] = facts.calls;
@@ -306,10 +307,6 @@ ordered_json jsonOf(const analysis::ReportCurves& curves) {
                        {"true_path", jsonOf(object.truePath)}});
   json["objects"] = std::move(objects);
   return json;
-}
-
-std::string textOf(const ordered_json& json, int indent) {
-  return json.dump(indent, ' ', false, ordered_json::error_handler_t::replace);
 }
 
 }  // namespace report

@@ -2,6 +2,7 @@
 
 #include <alg_kit/report/BuiltInPage.h>
 #include <alg_kit/report/ReportJson.h>
+#include <alg_kit/text/JsonText.h>
 
 #include <stdexcept>
 #include <string>
@@ -11,18 +12,6 @@ namespace report {
 namespace {
 
 constexpr std::string_view kMark = "@REPORT_DATA@";
-
-/// Inside a script element only '<' could end it.
-std::string embedded(const nlohmann::ordered_json& json) {
-  std::string safe;
-  for (const char c : textOf(json)) {
-    if (c == '<')
-      safe += "\\u003c";
-    else
-      safe += c;
-  }
-  return safe;
-}
 
 }  // namespace
 
@@ -37,7 +26,7 @@ void writePage(std::ostream& stream, const analysis::ReportNumbers& numbers,
   if (mark == std::string_view::npos)
     throw std::logic_error("the page that was built in has no place for the data");
   stream << page.substr(0, mark)
-         << embedded({{"numbers", jsonOf(numbers)}, {"rows", jsonOf(curves)}})
+         << text::ofJsonInPage({{"numbers", jsonOf(numbers)}, {"rows", jsonOf(curves)}})
          << page.substr(mark + kMark.size());
 }
 

@@ -122,6 +122,14 @@ class AlgtrackCase(unittest.TestCase):
             seal(database)
         database.close()
 
+    def lose_journal(self, name):
+        """As if the recorder had been killed, and the file copied without its journal."""
+        self.change(name, "UPDATE meta SET value = '0' WHERE key = 'complete'")
+        database = sqlite3.connect(self.path(name))
+        database.execute("PRAGMA journal_mode = WAL")
+        database.close()
+        self.assertFalse(os.path.exists(self.path(name + "-wal")))
+
     def dump(self, name):
         database = sqlite3.connect(self.path(name))
         try:

@@ -381,6 +381,20 @@ class AskTest(AlgtrackCase):
         self.assertIn("Packets whose own check byte is wrong: 0 of 90", text)
         self.assertIn("is normal for the 90 stamped packets", text)
 
+    def test_a_missing_journal_is_named(self):
+        self.simulate("a", "--seconds", 1)
+        inspect = lambda: json.loads(self.succeed("inspect", "a", "--json"))
+        self.assertFalse(inspect()["journal_missing"])
+        self.lose_journal("a")
+        self.assertTrue(inspect()["journal_missing"])
+        self.assertIn("(its journal a-wal is not beside it: the latest calls are in there)\n",
+                      self.succeed("inspect", "a"))
+        self.assertTrue(json.loads(self.succeed("replay", "a", "--json"))
+                        ["summary"]["journal_missing"])
+        report = json.loads(self.succeed("report", "a", "--json"))
+        self.assertTrue(report["recording"]["journal_missing"])
+        self.assertTrue(any("Its journal (a-wal)" in text for text in report["notices"]))
+
     def test_bytes_that_are_no_text_never_end_a_command(self):
         self.assertEqual(
             self.run_bytes("simulate", "-o", "b\udcff.algrec", "--seconds", 0.2).returncode, 0)

@@ -37,6 +37,22 @@ def objects_in(value):
             yield from objects_in(item)
 
 
+def spoiled(value):
+    """(what was done, the value with one thing wrong inside it), for every name and leaf of the
+    value; of a list's items the first."""
+    if isinstance(value, dict):
+        yield "a name more", {**value, "surplus": 1}
+        for key, inner in value.items():
+            for what, other in spoiled(inner):
+                yield f"{key}: {what}", {**value, key: other}
+    elif isinstance(value, list):
+        yield "no list", 7
+        for what, other in spoiled(value[0]) if value else []:
+            yield f"[0]: {what}", [other, *value[1:]]
+    elif value is not None:
+        yield "another type", 7.5 if isinstance(value, (str, bool)) else "text"
+
+
 class JsonTest(AlgtrackCase):
     def setUp(self):
         super().setUp()
@@ -94,6 +110,17 @@ class JsonTest(AlgtrackCase):
     def test_report(self):
         for name in ("one", "two"):
             self.valid("report", "report", name)
+
+    def test_no_schema_takes_a_wrong_type_or_a_name_more_anywhere(self):
+        for name, *arguments in (("report", "report", "one"), ("inspect", "inspect", "one"),
+                                 ("replay", "replay", "one", "--verify"),
+                                 ("inspect-object", "inspect", "one", "--object", 1),
+                                 ("inspect-packet", "inspect", "one", "--packet", 3),
+                                 ("inspect-explain", "inspect", "one", "--explain", 3),
+                                 ("simulate", "simulate", "-o", "a", "--seconds", 1)):
+            schema = schema_of(name)
+            for what, found in spoiled(self.valid(name, *arguments)):
+                self.assertFalse(schema.is_valid(found), f"{name}: {what}")
 
     def test_names_are_in_snake_case_but_for_the_calibration_files_own(self):
         for arguments in (["simulate", "-o", "a", "--seconds", 1], ["replay", "one"],

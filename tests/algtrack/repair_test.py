@@ -2,6 +2,7 @@
 """algtrack repair, and what an interrupted command leaves behind."""
 import os
 import signal
+import sqlite3
 import subprocess
 import time
 import unittest
@@ -22,15 +23,61 @@ class RepairTest(AlgtrackCase):
         self.assertEqual(result.returncode, 1, result.stderr)
         saved = self.query("saved", "SELECT count(*) FROM calls")[0][0]
         self.assertGreater(saved, calls // 4)
-        self.assertIn(f"Saved: {saved} calls", result.stdout)
-        self.assertIn(f"Lost: {calls - saved} calls", result.stdout)
+        self.assertEqual(result.stdout.split("; lost: ")[0], f"saved: {saved} of {calls} calls")
         self.succeed("inspect", "saved")
         with open(self.path("cut"), "rb") as file:
             self.assertEqual(file.read(), content[:len(content) * 2 // 3])
 
+    def test_one_line_says_which_calls_are_lost_and_why(self):
+        self.simulate("walk", "--seconds", 20)
+        calls, truth = (self.query("walk", f"SELECT count(*) FROM {table}")[0][0]
+                        for table in ("calls", "truth"))
+        size = os.path.getsize(self.path("walk"))
+        os.truncate(self.path("walk"), 900000)
+        result = self.run_algtrack("repair", "walk", "-o", "saved.algrec")
+        self.assertEqual(result.returncode, 1, result.stderr)
+        saved = {index for index, in self.query("saved.algrec", "SELECT id FROM calls")}
+        self.assertGreater(len(saved), 500)
+        missing = sorted(set(range(calls)) - saved)
+        stretches = []
+        for index in missing:
+            if stretches and stretches[-1][1] == index - 1:
+                stretches[-1][1] = index
+            else:
+                stretches.append([index, index])
+        self.assertLessEqual(len(stretches), 8)
+        lost = ", ".join(f"call {first}" if first == last else f"calls {first} to {last}"
+                         for first, last in stretches)
+        self.assertEqual(result.stdout,
+                         f"saved.algrec: {len(saved)} of {calls} calls; lost: {lost} "
+                         f"(the file ends at byte 900000 of {size}); "
+                         f"lost: {truth} of {truth} rows of truth\n")
+
+    def test_single_damaged_calls_are_named(self):
+        self.simulate("walk", "--seconds", 1)
+        database = sqlite3.connect(self.path("walk"))
+        with database:
+            database.execute("UPDATE calls SET start_ns = start_ns + 1 WHERE id IN (7, 20, 21)")
+        database.close()
+        calls = self.query("walk", "SELECT count(*) FROM calls")[0][0]
+        result = self.run_algtrack("repair", "walk", "-o", "saved")
+        self.assertEqual(result.stdout, f"saved: {calls - 3} of {calls} calls; lost: call 7, calls "
+                                        "20 to 21 (the file is damaged there)\n")
+
+    def test_what_went_with_a_missing_journal_is_not_called_whole(self):
+        self.simulate("walk", "--seconds", 1)
+        self.lose_journal("walk")
+        calls = self.query("walk", "SELECT count(*) FROM calls")[0][0]
+        result = self.run_algtrack("repair", "walk", "-o", "saved")
+        self.assertEqual(result.returncode, 1, result.stderr)
+        self.assertEqual(result.stdout, f"saved: {calls} of {calls} calls; lost: what came later "
+                                        "(its journal walk-wal is not beside it)\n")
+
     def test_a_whole_recording_stays_whole(self):
         self.simulate("whole", "--seconds", 1)
-        self.assertIn("(complete)", self.succeed("repair", "whole", "-o", "copy"))
+        calls = self.query("whole", "SELECT count(*) FROM calls")[0][0]
+        self.assertEqual(self.succeed("repair", "whole", "-o", "copy"),
+                         f"copy: {calls} of {calls} calls; nothing is lost\n")
         self.succeed("replay", "copy", "--against", "whole")
 
     def test_refuses_what_is_no_recording_and_what_is_in_the_way(self):

@@ -38,7 +38,4 @@ Json rangeJson(const analysis::TimeRange& range);
 /// A table under its title, behind an empty line.
 void printSection(const std::string& title, const Table& table);
 
-/// An argument as a shell takes it.
-std::string shellWord(const std::string& argument);
-
 }  // namespace algtrack

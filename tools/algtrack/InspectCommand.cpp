@@ -72,16 +72,6 @@ void printSection(const std::string& title, const Table& table) {
   }
 }
 
-std::string shellWord(const std::string& argument) {
-  const bool plain = !argument.empty() && argument.find_first_not_of(
-                                              "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWX"
-                                              "YZ0123456789_-+=./:,@%") == std::string::npos;
-  if (plain) return argument;
-  std::string quoted = "'";
-  for (const char c : argument) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return quoted + "'";
-}
-
 void addInspectCommand(CLI::App& app) {
   auto* const command = app.add_subcommand(
       "inspect",

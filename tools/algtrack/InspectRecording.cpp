@@ -1,6 +1,7 @@
 #include <alg_factory/api/Constants.h>
 #include <alg_kit/analysis/BlobFunnel.h>
 #include <alg_kit/analysis/CheckByte.h>
+#include <alg_kit/analysis/ExplainingCommand.h>
 #include <alg_kit/analysis/RecordingSurvey.h>
 #include <alg_kit/analysis/WorstMoments.h>
 #include <alg_kit/calibration/CalibrationFile.h>
@@ -11,7 +12,6 @@
 #include <tools/algtrack/terminal/Progress.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <stdexcept>
@@ -79,11 +79,17 @@ void gather(const recording::RecordingReader& reader, const analysis::TimeRange&
 
 Json fileJson(const recording::RecordingReader& reader, const analysis::RecordingSurvey& survey) {
   const recording::Metadata& metadata = reader.metadata();
-  Json json = {{"file", reader.path()},          {"library_version", metadata.libraryVersion},
-               {"platform", metadata.platform},  {"clock", metadata.clock},
-               {"complete", metadata.complete},  {"dropped_calls", metadata.droppedCalls},
-               {"duration_s", survey.seconds()}, {"calls", survey.calls()},
-               {"packets", survey.packets()},    {"packets_decoded", survey.packetsDecoded()},
+  Json json = {{"file", reader.path()},
+               {"library_version", metadata.libraryVersion},
+               {"platform", metadata.platform},
+               {"clock", metadata.clock},
+               {"complete", metadata.complete},
+               {"journal_missing", metadata.journalMissing},
+               {"dropped_calls", metadata.droppedCalls},
+               {"duration_s", survey.seconds()},
+               {"calls", survey.calls()},
+               {"packets", survey.packets()},
+               {"packets_decoded", survey.packetsDecoded()},
                {"has_truth", reader.hasTruth()}};
   for (const char* const key : {"replay_of", "replay_changes"}) {
     const auto fact = metadata.values.find(key);
@@ -119,28 +125,6 @@ Table momentTable(const std::vector<Moment>& moments, std::size_t most) {
   return table;
 }
 
-std::string milliseconds(double thousandths) {
-  char text[40];
-  std::snprintf(text, sizeof text, "%.3f", std::max(0.0, thousandths) / 1000);
-  return text;
-}
-
-/// The command that explains a moment.
-std::string commandFor(const std::string& file, const WorstMoment& worst) {
-  const std::string inspect = "algtrack inspect " + shellWord(file);
-  const std::string number = std::to_string(worst.first.packet);
-  switch (worst.kind) {
-    case WorstMoment::Kind::kGap:
-      return inspect + " --object " + std::to_string(worst.object) + " --from " +
-             milliseconds(std::floor(worst.first.seconds * 1000)) + " --to " +
-             milliseconds(std::floor(worst.last.seconds * 1000) + 1);
-    case WorstMoment::Kind::kCorrupt:
-      return inspect + " --packet " + number;
-    default:
-      return inspect + " --explain " + number;
-  }
-}
-
 Table worstTable(const std::string& file, const std::vector<WorstMoment>& worst) {
   Table table({"moment", "object", "size", "time s", "packet", "call", "explained by"});
   for (const WorstMoment& moment : worst) {
@@ -152,7 +136,7 @@ Table worstTable(const std::string& file, const std::vector<WorstMoment>& worst)
     table.addRow({analysis::describe(moment.kind),
                   moment.object < 0 ? Cell::none() : Cell(moment.object), size,
                   Cell(moment.first.seconds, 3), moment.first.packet, moment.first.call,
-                  commandFor(file, moment)});
+                  analysis::explainingCommand(moment, file)});
   }
   return table;
 }
@@ -169,7 +153,7 @@ Json worstJson(const std::string& file, const std::vector<WorstMoment>& worst) {
       row["distance_mm"] = moment.value;
     row["first"] = momentJson(moment.first);
     row["last"] = momentJson(moment.last);
-    row["command"] = commandFor(file, moment);
+    row["command"] = analysis::explainingCommand(moment, file);
   }
   return json;
 }
@@ -199,6 +183,10 @@ void printFindings(const recording::RecordingReader& reader, const Findings& fou
                          (value.is_string() ? value.get<std::string>() : value.dump()))
               << "\n";
   }
+  if (reader.metadata().journalMissing)
+    std::cout << oneLine("(its journal " + path +
+                         "-wal is not beside it: the latest calls are in there)")
+              << "\n";
   printSection("Configurations (Init)", configurationTable(reader));
   printSection("Operations", callTable(survey));
   printSection("Streams", streamTable(survey));

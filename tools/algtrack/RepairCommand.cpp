@@ -4,11 +4,15 @@
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/OutputFile.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace algtrack {
 namespace {
@@ -19,20 +23,61 @@ struct RepairOptions {
   bool force = false;
 };
 
+constexpr std::size_t kMostStretches = 8;  // of lost calls, in one line
+
+/// "calls 3902 to 7203, call 9".
+std::string textOf(const std::vector<recording::CallRange>& ranges) {
+  std::string text;
+  for (std::size_t i = 0; i < std::min(ranges.size(), kMostStretches); ++i) {
+    const auto& [first, last] = ranges[i];
+    text += text.empty() ? "" : ", ";
+    text += first == last ? "call " + std::to_string(first)
+                          : "calls " + std::to_string(first) + " to " + std::to_string(last);
+  }
+  return text + (ranges.size() > kMostStretches ? " and others" : "");
+}
+
+/// Why calls are lost.
+std::string causeOf(const recording::Repair& result, const std::string& file) {
+  if (result.journalMissing) return "its journal " + file + "-wal is not beside it";
+  if (result.fileBytes < result.wholeBytes)
+    return "the file ends at byte " + std::to_string(result.fileBytes) + " of " +
+           std::to_string(result.wholeBytes);
+  return "the file is damaged there";
+}
+
+/// "lost: calls 3902 to 7203 (the file ends at byte 262144 of 583680)".
+std::string lossText(const recording::Repair& result, const std::string& file) {
+  std::string text;
+  if (result.lostCalls > 0) {
+    // The recorder's own gaps look the same: then the number says how many are lost.
+    const bool others = result.droppedCalls > 0 || result.missing.empty();
+    text = "lost: " + (others ? std::to_string(result.lostCalls) + " calls" : "");
+    if (others && !result.missing.empty()) text += " of those missing, which are ";
+    text += textOf(result.missing) + " (" + causeOf(result, file) + ")";
+  } else if (result.journalMissing) {
+    text = "lost: what came later (" + causeOf(result, file) + ")";
+  } else {
+    text = result.lossKnown ? "nothing is lost" : "nothing is seen to be lost";
+  }
+  return text;
+}
+
 void repair(const RepairOptions& options) {
   checkOutputs({options.output}, {options.file}, options.force);
   const OutputPlace place = outputPlace(options.output, options.force);
   if (place.kind != OutputPlace::Kind::kFile)
     throw std::runtime_error(options.output + ": expected a file to write, found another output");
   const recording::Repair result = recording::repair(options.file, place.path, options.force);
-  std::cout << "Saved: " << result.calls << " calls, " << result.truthRows << " rows of truth\n"
-            << "Lost: " << result.lostCalls << " calls, " << result.lostTruthRows
-            << " rows of truth"
-            << (result.lossKnown ? "\n"
-                                 : " that were seen; the file does not say how much it held\n")
-            << "Recording: " << options.output
-            << (result.complete ? " (complete)\n" : " (marked as not complete)\n");
-  if (result.lostCalls > 0 || result.lostTruthRows > 0)
+  std::string line = options.output + ": " + std::to_string(result.calls);
+  if (result.lossKnown) line += " of " + std::to_string(result.calls + result.lostCalls);
+  line += " calls; " + lossText(result, options.file);
+  if (!result.lossKnown) line += "; the file does not say how many it held";
+  if (result.lostTruthRows > 0)
+    line += "; lost: " + std::to_string(result.lostTruthRows) + " of " +
+            std::to_string(result.truthRows + result.lostTruthRows) + " rows of truth";
+  std::cout << oneLine(line) << "\n";
+  if (result.lostCalls > 0 || result.lostTruthRows > 0 || result.journalMissing)
     throw SomethingFound(options.file + ": not everything could be read");
 }
 

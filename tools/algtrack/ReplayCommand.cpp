@@ -383,6 +383,9 @@ Facts summaryOf(const RecordingReader& reader, const Outcome& outcome) {
   }
   if (!metadata.complete) facts.addText("the recording was cut off, or still goes on", "yes");
   facts.addJson("complete", metadata.complete);
+  if (metadata.journalMissing)
+    facts.addText("its journal (-wal) is not beside it", "the latest calls are in there");
+  facts.addJson("journal_missing", metadata.journalMissing);
   if (metadata.droppedCalls > 0)
     facts.addText("calls that its recorder dropped", metadata.droppedCalls);
   facts.addJson("dropped_calls", metadata.droppedCalls);

@@ -4,6 +4,7 @@
 #include <alg_kit/report/ReportJson.h>
 #include <alg_kit/report/ReportPage.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/terminal/Json.h>
 #include <tools/algtrack/terminal/MomentOptions.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
@@ -117,7 +118,7 @@ void writeReport(const ReportOptions& options) {
     file.commit();
   }
   if (options.json) {
-    std::cout << report::textOf(report::jsonOf(report.numbers), 2) << "\n";
+    printJson(report::jsonOf(report.numbers));
     return;
   }
   if (isStandardOutput(options.output)) return;

@@ -1,3 +1,4 @@
+#include <alg_kit/text/JsonText.h>
 #include <tools/algtrack/terminal/Json.h>
 
 #include <algorithm>
@@ -6,11 +7,11 @@
 namespace algtrack {
 
 std::string printable(const Json& json) {
-  return json.dump(2, ' ', false, Json::error_handler_t::replace);
+  return text::ofJson(json, 2);
 }
 
 std::string compact(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return text::ofJson(json);
 }
 
 std::string jsonKey(std::string name) {

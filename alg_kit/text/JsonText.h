@@ -1,0 +1,22 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace text {
+
+/// JSON as text, in UTF-8: texts in a recording may be any bytes, and what is no UTF-8 becomes
+/// U+FFFD. A number that is not finite is null.
+/// @param indent  -1 = in one line
+inline std::string ofJson(const nlohmann::ordered_json& json, int indent = -1) {
+  return json.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+/// The same within a script element, which only '<' could end.
+inline std::string ofJsonInPage(const nlohmann::ordered_json& json) {
+  std::string safe;
+  for (const char c : ofJson(json)) safe += c == '<' ? std::string("\\u003c") : std::string(1, c);
+  return safe;
+}
+
+}  // namespace text
