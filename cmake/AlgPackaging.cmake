@@ -1,4 +1,4 @@
-# Packages: .deb files (library, development files, tools) or one .zip for Windows. script/package
+# Packages: .deb files (libraries, development files, tools) or one .zip for Windows. script/package
 # builds them; the version is the project's.
 set(ALG_FACTORY_PACKAGER "alg_factory developers <developers@example.org>" CACHE STRING
   "Name and address of whoever answers for the packages")
@@ -12,13 +12,16 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL runtime development)
+if(TARGET alg_factory_c)
+  list(APPEND CPACK_COMPONENTS_ALL c)
+endif()
 if(TARGET algtrack)
   list(APPEND CPACK_COMPONENTS_ALL tools)
 endif()
 
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
-  set(CPACK_COMPONENTS_ALL runtime development)
+  list(REMOVE_ITEM CPACK_COMPONENTS_ALL tools)
   set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
   set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
   set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
@@ -42,11 +45,24 @@ back stabilised, smoothed 3D positions.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libalg-factory-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS 
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "libalg-factory (= ${PROJECT_VERSION}), libsqlite3-dev")
+if(TARGET alg_factory_c)
+  string(APPEND CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+    ", libalg-factory-c (= ${PROJECT_VERSION})")
+endif()
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Stereo optical tracking, development files
 Headers, CMake package and pkg-config files, for compiling hosts of the
 tracking library, and the static library that lets a host record its session.")
+
+set(CPACK_DEBIAN_C_PACKAGE_NAME libalg-factory-c)
+set(CPACK_DEBIAN_C_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_C_PACKAGE_DEPENDS "libalg-factory (>= ${PROJECT_VERSION})")
+# Where the libraries lie of which one needs the other.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/alg_factory")
+set(CPACK_COMPONENT_C_DESCRIPTION "Stereo optical tracking, shared library for C
+The tracking library behind an interface in plain C, for hosts in C and in
+every language that can call C: live tracking, recordings, calibrations.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME alg-factory-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
@@ -88,9 +104,21 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
 endforeach()
 # What a packaged host depends on: it may need what an older library lacks, and a library of the next
 # major version, which takes this one's place, is another file.
+set(shared_components runtime)
+set(shared_libraries libalg_factory)
+if(TARGET alg_factory_c)
+  list(APPEND shared_components c)
+  list(APPEND shared_libraries libalg_factory_c)
+endif()
 math(EXPR ALG_NEXT_MAJOR "${PROJECT_VERSION_MAJOR} + 1")
-configure_file("${files}/shlibs.in" "${made}/shlibs" @ONLY)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${files}/triggers" "${made}/shlibs")
+foreach(component library IN ZIP_LISTS shared_components shared_libraries)
+  string(TOUPPER "${component}" COMPONENT)
+  set(ALG_LIBRARY "${library}")
+  set(ALG_PACKAGE "${CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME}")
+  configure_file("${files}/shlibs.in" "${made}/${ALG_PACKAGE}/shlibs" @ONLY)
+  set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_CONTROL_EXTRA
+    "${files}/triggers" "${made}/${ALG_PACKAGE}/shlibs")
+endforeach()
 
 if(TARGET algtrack)
   configure_file("${files}/algtrack.1.in" "${made}/algtrack.1" @ONLY)

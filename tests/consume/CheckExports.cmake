@@ -1,5 +1,6 @@
-# The dynamic symbol table holds the factory and what a host needs, nothing else.
-#   NM, LIBRARY
+# The dynamic symbol table holds what a host needs, nothing else: the factory or, with a HEADER, the
+# functions that the header declares.
+#   NM, LIBRARY[, HEADER]
 include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
 
 run("${NM}" -D --defined-only -C "${LIBRARY}")
@@ -11,5 +12,15 @@ foreach(line IN LISTS lines)
   list(APPEND found "${symbol}")
 endforeach()
 list(SORT found)
-read_list("${CMAKE_CURRENT_LIST_DIR}/exported_symbols.txt" expected)
+if(HEADER)
+  file(READ "${HEADER}" text)
+  string(REGEX MATCHALL "\nALG_C_API [^(]*\\(" declared "${text}")
+  list(TRANSFORM declared REPLACE "^.*[ *](alg_[a-z_]+)\\($" "T \\1" OUTPUT_VARIABLE expected)
+  if(NOT expected)
+    fail("no functions in ${HEADER}")
+  endif()
+  list(SORT expected)
+else()
+  read_list("${CMAKE_CURRENT_LIST_DIR}/exported_symbols.txt" expected)
+endif()
 expect_same("exported symbols of ${LIBRARY}" expected found)

@@ -1,7 +1,7 @@
 # The .deb files: built from the source tree, judged by lintian, and used by a host from a scratch
 # root into which they are unpacked.
 #   SCRATCH, SOURCE, GENERATOR, MAKE_PROGRAM, COMPILER, LAUNCHER, VERSION,
-#   LINTIAN, DPKG_DEB, PKG_CONFIG, READELF, HARDENING_CHECK
+#   C_COMPILER, LINTIAN, DPKG_DEB, PKG_CONFIG, READELF, HARDENING_CHECK
 include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
 
 set(build "${SCRATCH}/build")
@@ -12,7 +12,7 @@ run("${CMAKE_COMMAND}" -S "${SOURCE}" -B "${build}" -G "${GENERATOR}"
   "-DCMAKE_CXX_COMPILER_LAUNCHER=${LAUNCHER}" -DCMAKE_BUILD_TYPE=Release
   -DCMAKE_INSTALL_PREFIX=/usr -DBUILD_TESTING=OFF -DALG_FACTORY_HARDEN=ON
   -DALG_FACTORY_REQUIRE_TOOLS=ON)
-run("${CMAKE_COMMAND}" --build "${build}" --target alg_factory algtrack)
+run("${CMAKE_COMMAND}" --build "${build}" --target alg_factory alg_factory_c algtrack)
 get_filename_component(cmake_folder "${CMAKE_COMMAND}" DIRECTORY)
 # CPack gives folders what the umask leaves.
 run(sh -c "umask 022 && cd \"$0\" && exec \"$1\"" "${build}" "${cmake_folder}/cpack")
@@ -21,7 +21,7 @@ file(GLOB packages RELATIVE "${build}/packages" "${build}/packages/*.deb")
 run(dpkg --print-architecture)
 string(STRIP "${output}" architecture)
 set(expected "")
-foreach(package IN ITEMS libalg-factory libalg-factory-dev alg-factory-tools)
+foreach(package IN ITEMS libalg-factory libalg-factory-c libalg-factory-dev alg-factory-tools)
   list(APPEND expected "${package}_${VERSION}_${architecture}.deb")
 endforeach()
 expect_same("packages" expected packages)
@@ -43,17 +43,22 @@ function(expect_field package field pattern)
 endfunction()
 string(REPLACE "." "\\." version "${VERSION}")
 expect_field(libalg-factory Depends "libc6 \\(>= [0-9.]+\\).*libstdc\\+\\+6")
-expect_field(libalg-factory-dev Depends "^libalg-factory \\(= ${version}\\), libsqlite3-dev\n$")
+expect_field(libalg-factory-dev Depends
+  "^libalg-factory \\(= ${version}\\), libsqlite3-dev, libalg-factory-c \\(= ${version}\\)\n$")
+expect_field(libalg-factory-c Depends "libalg-factory \\(>= ${version}\\)")
+expect_field(libalg-factory-c Depends "libsqlite3-0.*libyaml-cpp")
 expect_field(alg-factory-tools Depends "libsqlite3-0.*libyaml-cpp")
 
-run("${DPKG_DEB}" -I "${build}/packages/libalg-factory_${VERSION}_${architecture}.deb" shlibs)
 string(REGEX MATCH "^[0-9]+" major "${VERSION}")
 math(EXPR next "${major} + 1")
-set(expected
-  "libalg_factory ${major} libalg-factory (>= ${VERSION}), libalg-factory (<< ${next})\n")
-if(NOT output STREQUAL expected)
-  fail("packages of hosts would depend on '${output}', expected '${expected}'")
-endif()
+foreach(package IN ITEMS libalg-factory libalg-factory-c)
+  run("${DPKG_DEB}" -I "${build}/packages/${package}_${VERSION}_${architecture}.deb" shlibs)
+  string(REPLACE "-" "_" library "${package}")
+  set(expected "${library} ${major} ${package} (>= ${VERSION}), ${package} (<< ${next})\n")
+  if(NOT output STREQUAL expected)
+    fail("packages of hosts would depend on '${output}', expected '${expected}'")
+  endif()
+endforeach()
 
 # What belongs where.
 run("${DPKG_DEB}" -c "${build}/packages/libalg-factory_${VERSION}_${architecture}.deb")
@@ -76,6 +81,8 @@ endif()
 if(HARDENING_CHECK)
   run("${HARDENING_CHECK}" --nopie --nofortify --nocfprotection "${libraries}")
   run("${HARDENING_CHECK}" --nofortify --nocfprotection "${root}/usr/bin/algtrack")
+  run("${HARDENING_CHECK}" --nopie --nofortify --nocfprotection
+    "${libdir}/libalg_factory_c.so.${VERSION}")
 endif()
 
 run("${root}/usr/bin/algtrack" --version)
@@ -93,6 +100,11 @@ build_and_run(find_package "${CMAKE_CURRENT_LIST_DIR}/host.cpp"
 set(SCRATCH "${SCRATCH}-recording")
 build_and_run(recording "${CMAKE_CURRENT_LIST_DIR}/recording_host.cpp"
   "-DCMAKE_PREFIX_PATH=${package_prefix}" -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF)
+run("${CMAKE_COMMAND}" "-DPREFIX=${package_prefix}" "-DLIBDIR=${LIBDIR}"
+  "-DSCRATCH=${SCRATCH}-c" "-DCOMPILER=${COMPILER}" "-DC_COMPILER=${C_COMPILER}"
+  "-DPKG_CONFIG=${PKG_CONFIG}" "-DSOURCE=${SOURCE}" "-DGENERATOR=${GENERATOR}"
+  "-DMAKE_PROGRAM=${MAKE_PROGRAM}" "-DLAUNCHER=${LAUNCHER}" -DBUILD_TYPE=Release
+  -P "${CMAKE_CURRENT_LIST_DIR}/ConsumeC.cmake")
 if(PKG_CONFIG)
   run("${CMAKE_COMMAND}" "-DPREFIX=${package_prefix}" "-DLIBDIR=${LIBDIR}"
     "-DSCRATCH=${SCRATCH}-pkg-config" "-DCOMPILER=${COMPILER}" "-DPKG_CONFIG=${PKG_CONFIG}"

@@ -44,6 +44,10 @@ class VersionsTest(unittest.TestCase):
         header = Path(PREFIX, "include", "alg_factory", "api", "Version.h").read_text()
         self.assertIn(f'#define ALG_FACTORY_VERSION "{project_version()}"\n', header)
 
+    def test_header_in_c(self):
+        header = Path(PREFIX, "include", "alg_factory_c.h").read_text(encoding="ascii")
+        self.assertIn(f'#define ALG_C_VERSION "{project_version()}"\n', header)
+
     def test_vcpkg_manifest(self):
         manifest = json.loads(Path(SOURCE, "vcpkg.json").read_text(encoding="utf-8"))
         self.assertEqual(manifest["version-semver"], project_version())
@@ -64,24 +68,26 @@ class VersionsTest(unittest.TestCase):
         self.assertEqual({pattern.removesuffix("/*") for pattern in recipe.exports_sources},
                          {line for line in lines if not line.startswith("#")})
 
-    def test_pkg_config_file(self):
-        text = (LIBRARIES / "pkgconfig" / "alg_factory.pc").read_text(encoding="utf-8")
-        self.assertIn(f"\nVersion: {project_version()}\n", text)
+    def test_pkg_config_files(self):
+        for name in ("alg_factory.pc", "alg_factory_c.pc"):
+            text = (LIBRARIES / "pkgconfig" / name).read_text(encoding="utf-8")
+            self.assertIn(f"\nVersion: {project_version()}\n", text)
 
     def test_cmake_package(self):
         text = (LIBRARIES / "cmake" / "alg_factory" / "alg_factory-config-version.cmake").read_text()
         self.assertIn(f'set(PACKAGE_VERSION "{project_version()}")', text)
 
-    def test_shared_library_is_named_after_the_version_and_its_soname_after_the_major(self):
+    def test_shared_libraries_are_named_after_the_version_and_their_sonames_after_the_major(self):
         version = project_version()
-        library = LIBRARIES / f"libalg_factory.so.{version}"
-        self.assertTrue(library.is_file() and not library.is_symlink())
-        dynamic = subprocess.run([READELF, "-d", library], check=True, capture_output=True,
-                                 text=True).stdout
-        soname = f"libalg_factory.so.{version.split('.')[0]}"
-        self.assertIn(f"[{soname}]", dynamic)
-        self.assertEqual((LIBRARIES / soname).resolve(), library.resolve())
-        self.assertEqual((LIBRARIES / "libalg_factory.so").resolve(), library.resolve())
+        for name in ("libalg_factory.so", "libalg_factory_c.so"):
+            library = LIBRARIES / f"{name}.{version}"
+            self.assertTrue(library.is_file() and not library.is_symlink())
+            dynamic = subprocess.run([READELF, "-d", library], check=True, capture_output=True,
+                                     text=True).stdout
+            soname = f"{name}.{version.split('.')[0]}"
+            self.assertIn(f"[{soname}]", dynamic)
+            self.assertEqual((LIBRARIES / soname).resolve(), library.resolve())
+            self.assertEqual((LIBRARIES / name).resolve(), library.resolve())
 
 
 if __name__ == "__main__":
