@@ -38,6 +38,12 @@ void addBytesOf(Checksum& sum, const session::Bytes& bytes) {
 
 }  // namespace
 
+std::uint32_t Checksum::ofRaw(std::string_view bytes) {
+  Checksum sum;
+  sum.feed(bytes.data(), bytes.size());
+  return sum.value();
+}
+
 void Checksum::feed(const void* bytes, std::size_t size) {
   const auto* at = static_cast<const std::uint8_t*>(bytes);
   std::uint32_t c = state_;

@@ -23,6 +23,9 @@ class Checksum {
 
   std::uint32_t value() const { return ~state_; }
 
+  /// Of bytes by themselves, as zlib's crc32.
+  static std::uint32_t ofRaw(std::string_view bytes);
+
  private:
   void feed(const void* bytes, std::size_t size);
   void feed(std::uint8_t type, std::uint64_t value);

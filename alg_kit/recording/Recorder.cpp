@@ -5,6 +5,7 @@
 #include <alg_kit/recording/SetUpCalls.h>
 #include <alg_kit/recording/UnitQueue.h>
 #include <alg_kit/session/ProcessGeneration.h>
+#include <alg_kit/session/QuietThread.h>
 
 #include <algorithm>
 #include <array>
@@ -17,12 +18,6 @@
 #include <thread>
 #include <utility>
 
-#if defined(__unix__) || defined(__APPLE__)
-#include <pthread.h>
-
-#include <csignal>
-#endif
-
 namespace recording {
 namespace {
 
@@ -32,27 +27,6 @@ constexpr auto kCommitInterval = std::chrono::milliseconds(250);
 
 /// A recorder keeps no call that a reader would refuse to read.
 constexpr std::size_t kLargestUnit = 16 * 1024 * 1024;
-
-/// Starts a thread that takes none of the process's signals: the host's handlers run on the host's
-/// threads, and a limit on the size of files is an error of one write instead of the host's end.
-template <typename Action>
-std::thread quietThread(Action action) {
-#if defined(__unix__) || defined(__APPLE__)
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  try {
-    std::thread thread(std::move(action));
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return thread;
-  } catch (...) {
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    throw;
-  }
-#else
-  return std::thread(std::move(action));
-#endif
-}
 
 std::string fileName(const std::string& path) {
   return std::filesystem::path(path).filename().string();
@@ -158,7 +132,7 @@ struct Recorder::State {
 
 Recorder::Recorder(const std::string& path, const RecorderOptions& options)
     : state_(std::make_shared<State>(path, options)) {
-  state_->thread = quietThread([state = state_] { state->run(); });
+  state_->thread = session::quietThread([state = state_] { state->run(); });
 }
 
 Recorder::~Recorder() {

@@ -18,6 +18,7 @@
 #include <tools/algtrack/terminal/MomentOptions.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
+#include <tools/algtrack/terminal/Pace.h>
 #include <tools/algtrack/terminal/Progress.h>
 #include <tools/algtrack/terminal/Table.h>
 
@@ -33,7 +34,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace algtrack {
@@ -260,21 +260,6 @@ class ReRecording {
   PartialRecording partial_;
   std::optional<recording::RecordingAlg> alg_;
   std::map<std::int64_t, std::int64_t> newIndex_;  ///< of packets
-};
-
-/// Holds a call back until as much time has passed as in the recording.
-class Pace {
- public:
-  explicit Pace(std::int64_t firstNs) : firstNs_(firstNs), begin_(Clock::now()) {}
-  void wait(std::int64_t recordedNs) const {
-    const double due = (static_cast<double>(recordedNs) - static_cast<double>(firstNs_)) / 1e9;
-    const double passed = std::chrono::duration<double>(Clock::now() - begin_).count();
-    if (due > passed) std::this_thread::sleep_for(std::chrono::duration<double>(due - passed));
-  }
-
- private:
-  std::int64_t firstNs_;
-  Clock::time_point begin_;
 };
 
 std::vector<std::unique_ptr<TrackExport>> exportsFrom(const ReplayOptions& options,

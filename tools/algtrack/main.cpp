@@ -1,6 +1,7 @@
 // algtrack: simulate, record, replay, inspect, calibrate, report. Registers the subcommands and
 // turns whatever they throw into one line on stderr and an exit status.
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/StreamCommands.h>
 #include <tools/algtrack/terminal/CommandLine.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Help.h>
@@ -54,6 +55,10 @@ int main(int argc, char** argv) {
   algtrack::addReportCommand(app);
   algtrack::addRepairCommand(app);
   algtrack::addRigCommand(app);
+  algtrack::addExportCommand(app);
+#if defined(ALGTRACK_STREAMS)
+  algtrack::addStreamCommand(app);
+#endif
 
   algtrack::heedInterrupts();
   try {

@@ -1,0 +1,91 @@
+#include <alg_kit/stream/OscSender.h>
+#include <tests/support/StreamedUnits.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <lo/lo.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+
+/// liblo's own server: notes each message as its path, types and values.
+class Receiver {
+ public:
+  Receiver() : server_(lo_server_new_with_proto(nullptr, LO_UDP, nullptr)) {
+    lo_server_add_method(
+        server_, nullptr, nullptr,
+        [](const char* path, const char* types, lo_arg** values, int count, lo_message,
+           void* user) {
+          std::string text = std::string(path) + " " + types;
+          for (int i = 0; i < count; ++i)
+            text += types[i] == 's'   ? " " + std::string(&values[i]->s)
+                    : types[i] == 'i' ? " " + std::to_string(values[i]->i)
+                    : types[i] == 'h' ? " " + std::to_string(values[i]->h)
+                    : types[i] == 'f' ? " " + std::to_string(values[i]->f)
+                                      : " " + std::to_string(values[i]->d);
+          static_cast<Receiver*>(user)->messages.push_back(text);
+          return 0;
+        },
+        this);
+  }
+  ~Receiver() { lo_server_free(server_); }
+
+  int port() const { return lo_server_get_port(server_); }
+  void wait(std::size_t count) {
+    while (messages.size() < count && lo_server_recv_noblock(server_, 5000) > 0) {
+    }
+  }
+
+  std::vector<std::string> messages;
+
+ private:
+  lo_server server_;
+};
+
+TEST(OscSender, SendsEveryObjectOfABlockSeenOrNot) {
+  Receiver receiver;
+  stream::OscOptions options;
+  options.port = receiver.port();
+  stream::OscSender sender(options);
+  testing_support::UnitMaker units;
+  sender.take(units.init(0));
+  sender.take(units.block({0, 2}));
+  sender.take(units.message("alg: \x01!\n"));
+  receiver.wait(4);
+  EXPECT_THAT(
+      receiver.messages,
+      ElementsAre(
+          "/alg/object ihdssifff 1 0 0.010000 mm delivered 0 0.000000 0.000000 -1000.000000",
+          "/alg/missing ihdssi 1 0 0.010000 mm delivered 1",
+          "/alg/object ihdssifff 1 0 0.010000 mm delivered 2 20.000000 40.000000 "
+          "-1002.000000",
+          "/alg/log ihdssis 1 0 0.020000 mm delivered 3 alg: ?!"));
+}
+
+TEST(OscSender, NobodyNeedsToListen) {
+  stream::OscOptions options;
+  {
+    Receiver gone;
+    options.port = gone.port();
+  }
+  stream::OscSender sender(options);
+  testing_support::UnitMaker units;
+  for (int i = 0; i < 100; ++i) sender.take(units.block({0}));
+  sender.end();
+  EXPECT_EQ(sender.status().droppedCalls, 0);
+}
+
+TEST(OscSender, SaysWhereItCannotSendTo) {
+  stream::OscOptions options;
+  options.port = 0;
+  EXPECT_THROW(stream::OscSender{options}, stream::StreamError);
+  options.port = 9;
+  options.host = "..";
+  EXPECT_THROW(stream::OscSender{options}, stream::StreamError);
+}
+
+}  // namespace
