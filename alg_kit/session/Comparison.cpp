@@ -106,68 +106,55 @@ std::string quoted(std::string text) {
   return "\"" + text + "\"";
 }
 
-class Comparison {
- public:
-  Comparison(std::string expectedName, std::string foundName)
-      : expectedName_(std::move(expectedName)), foundName_(std::move(foundName)) {}
-
-  std::string both(const std::string& what, const std::string& expected,
-                   const std::string& found) const {
-    return what + ": " + expectedName_ + " " + expected + ", " + foundName_ + " " + found;
+std::string hex(const std::uint8_t* bytes, std::size_t size) {
+  std::string text;
+  char digits[8];
+  for (std::size_t i = 0; i < size; ++i) {
+    std::snprintf(digits, sizeof digits, "%s%02X", i > 0 ? " " : "", bytes[i]);
+    text += digits;
   }
+  return text;
+}
 
-  template <typename Number>
-  std::optional<std::string> numbers(const std::string& what, Number expected, Number found) const {
-    if (expected == found) return std::nullopt;
-    return both(what, std::to_string(expected), std::to_string(found));
-  }
+template <typename Number>
+std::optional<Difference> inNumbers(const std::string& what, Number expected, Number found) {
+  if (expected == found) return std::nullopt;
+  return Difference{what, std::to_string(expected), std::to_string(found), ""};
+}
 
-  std::optional<std::string> texts(const std::string& what, const std::string& expected,
-                                   const std::string& found) const {
-    if (expected == found) return std::nullopt;
-    return both(what, quoted(expected), quoted(found));
-  }
+std::optional<Difference> inTexts(const std::string& what, const std::string& expected,
+                                  const std::string& found) {
+  if (expected == found) return std::nullopt;
+  return Difference{what, quoted(expected), quoted(found), ""};
+}
 
-  /// Both have the size that the fields describe; between them the fields cover every byte.
-  std::optional<std::string> fields(const std::string& what, const std::vector<Field>& fields,
-                                    const std::uint8_t* expected, const std::uint8_t* found) const {
-    for (const Field& field : fields) {
-      if (std::memcmp(expected + field.offset, found + field.offset, sizeOf(field.type)) == 0)
-        continue;
-      std::string a = valueText(field, expected), b = valueText(field, found);
-      if (a == b) {  // two kinds of nan, two zeros
-        a += " (" + hex(expected + field.offset, sizeOf(field.type)) + ")";
-        b += " (" + hex(found + field.offset, sizeOf(field.type)) + ")";
-      }
-      return both(what + field.name, a, b);
+/// Both have the size that the fields describe; between them the fields cover every byte.
+std::optional<Difference> inFields(const std::string& what, const std::vector<Field>& fields,
+                                   const std::uint8_t* expected, const std::uint8_t* found) {
+  for (const Field& field : fields) {
+    if (std::memcmp(expected + field.offset, found + field.offset, sizeOf(field.type)) == 0)
+      continue;
+    std::string a = valueText(field, expected), b = valueText(field, found);
+    if (a == b) {  // two kinds of nan, two zeros
+      a += " (" + hex(expected + field.offset, sizeOf(field.type)) + ")";
+      b += " (" + hex(found + field.offset, sizeOf(field.type)) + ")";
     }
-    return std::nullopt;
+    return Difference{what + field.name, a, b, ""};
   }
+  return std::nullopt;
+}
 
-  std::optional<std::string> bytes(const std::string& what, const Bytes& expected,
-                                   const Bytes& found) const {
-    if (expected.size() != found.size())
-      return both(what, std::to_string(expected.size()) + " bytes",
-                  std::to_string(found.size()) + " bytes");
-    for (std::size_t i = 0; i < expected.size(); ++i)
-      if (expected[i] != found[i])
-        return both(what + ", byte " + std::to_string(i), hex(&expected[i], 1), hex(&found[i], 1));
-    return std::nullopt;
-  }
-
- private:
-  static std::string hex(const std::uint8_t* bytes, std::size_t size) {
-    std::string text;
-    char digits[8];
-    for (std::size_t i = 0; i < size; ++i) {
-      std::snprintf(digits, sizeof digits, "%s%02X", i > 0 ? " " : "", bytes[i]);
-      text += digits;
-    }
-    return text;
-  }
-
-  std::string expectedName_, foundName_;
-};
+std::optional<Difference> inBytes(const std::string& what, const Bytes& expected,
+                                  const Bytes& found) {
+  if (expected.size() != found.size())
+    return Difference{what, std::to_string(expected.size()) + " bytes",
+                      std::to_string(found.size()) + " bytes", ""};
+  for (std::size_t i = 0; i < expected.size(); ++i)
+    if (expected[i] != found[i])
+      return Difference{what + ", byte " + std::to_string(i), hex(&expected[i], 1),
+                        hex(&found[i], 1), ""};
+  return std::nullopt;
+}
 
 std::string returnedText(const std::optional<int>& returned) {
   return returned ? std::to_string(*returned) : "an exception";
@@ -182,64 +169,80 @@ std::string titleOf(const Call& call) {
   return title + ")";
 }
 
-std::optional<std::string> differenceInOutcome(const Entry& expected, const Entry& found,
-                                               const std::string& expectedName,
-                                               const std::string& foundName) {
-  const Comparison compare(expectedName, foundName);
-  if (expected.call.returned != found.call.returned)
-    return compare.both("returned value", returnedText(expected.call.returned),
-                        returnedText(found.call.returned));
+std::string Difference::text(const std::string& expectedName, const std::string& foundName) const {
+  return field + ": " + expectedName + " " + expected + ", " + foundName + " " + found +
+         (remark.empty() ? "" : "; " + remark);
+}
 
-  if (auto text = compare.numbers("messages", expected.logs.size(), found.logs.size())) {
+std::optional<Difference> findDifferenceInOutcome(const Entry& expected, const Entry& found) {
+  if (expected.call.returned != found.call.returned)
+    return Difference{"returned value", returnedText(expected.call.returned),
+                      returnedText(found.call.returned), ""};
+
+  if (auto difference = inNumbers("messages", expected.logs.size(), found.logs.size())) {
     const auto& more = expected.logs.size() > found.logs.size() ? expected.logs : found.logs;
     const auto& first = more[std::min(expected.logs.size(), found.logs.size())].text;
-    return *text + "; the first that only one has: " + quoted(first);
+    difference->remark = "the first that only one has: " + quoted(first);
+    return difference;
   }
   for (std::size_t i = 0; i < expected.logs.size(); ++i) {
     const auto &a = expected.logs[i], &b = found.logs[i];
     const std::string what = "message " + std::to_string(i);
-    if (auto text = compare.texts(what + ", text", a.text, b.text)) return text;
-    if (auto text = compare.numbers(what + ", level", a.level, b.level)) return text;
-    if (auto text = compare.numbers(what + ", place", a.step, b.step)) return text;
+    if (auto difference = inTexts(what + ", text", a.text, b.text)) return difference;
+    if (auto difference = inNumbers(what + ", level", a.level, b.level)) return difference;
+    if (auto difference = inNumbers(what + ", place", a.step, b.step)) return difference;
   }
 
-  if (auto text = compare.numbers("blocks", expected.blocks.size(), found.blocks.size()))
-    return text;
+  if (auto difference = inNumbers("blocks", expected.blocks.size(), found.blocks.size()))
+    return difference;
   static const auto blocks = blockFields();
   for (std::size_t i = 0; i < expected.blocks.size(); ++i) {
     const auto &a = expected.blocks[i], &b = found.blocks[i];
     const std::string what = "block " + std::to_string(i) + ", ";
-    if (auto text = compare.fields(what, blocks, reinterpret_cast<const std::uint8_t*>(&a.block),
+    if (auto difference = inFields(what, blocks, reinterpret_cast<const std::uint8_t*>(&a.block),
                                    reinterpret_cast<const std::uint8_t*>(&b.block)))
-      return text;
-    if (auto text = compare.numbers(what + "place", a.step, b.step)) return text;
+      return difference;
+    if (auto difference = inNumbers(what + "place", a.step, b.step)) return difference;
   }
 
   const auto &a = expected.call.output, &b = found.call.output;
-  if (a.size() != b.size()) return compare.bytes("answer", a, b);
+  if (a.size() != b.size()) return inBytes("answer", a, b);
   if (a.empty()) return std::nullopt;
   static const auto pose = poseFields(), heading = headingFields();
-  return compare.fields("answer, ", a.size() == sizeof(algorithm::PoseAnswer) ? pose : heading,
-                        a.data(), b.data());
+  return inFields("answer, ", a.size() == sizeof(algorithm::PoseAnswer) ? pose : heading, a.data(),
+                  b.data());
+}
+
+std::optional<Difference> findDifferenceInArguments(const Call& expected, const Call& found) {
+  if (auto difference = inTexts("operation", nameOf(expected.kind), nameOf(found.kind)))
+    return difference;
+  const char* const type = expected.kind == CallKind::kInit ? "product type" : "type";
+  if (auto difference = inNumbers(type, expected.type, found.type)) return difference;
+  if (auto difference = inNumbers("mode", expected.mode, found.mode)) return difference;
+  if (auto difference = inNumbers("length", expected.length, found.length)) return difference;
+  if (auto difference =
+          inNumbers("pointer given", int{expected.pointerGiven}, int{found.pointerGiven}))
+    return difference;
+  if (auto difference =
+          inNumbers("output given", int{expected.outputGiven}, int{found.outputGiven}))
+    return difference;
+  return inBytes("payload", expected.payload, found.payload);
+}
+
+std::optional<std::string> differenceInOutcome(const Entry& expected, const Entry& found,
+                                               const std::string& expectedName,
+                                               const std::string& foundName) {
+  const auto difference = findDifferenceInOutcome(expected, found);
+  if (!difference) return std::nullopt;
+  return difference->text(expectedName, foundName);
 }
 
 std::optional<std::string> differenceInArguments(const Call& expected, const Call& found,
                                                  const std::string& expectedName,
                                                  const std::string& foundName) {
-  const Comparison compare(expectedName, foundName);
-  if (auto text = compare.texts("operation", nameOf(expected.kind), nameOf(found.kind)))
-    return text;
-  const char* const type = expected.kind == CallKind::kInit ? "product type" : "type";
-  if (auto text = compare.numbers(type, expected.type, found.type)) return text;
-  if (auto text = compare.numbers("mode", expected.mode, found.mode)) return text;
-  if (auto text = compare.numbers("length", expected.length, found.length)) return text;
-  if (auto text =
-          compare.numbers("pointer given", int{expected.pointerGiven}, int{found.pointerGiven}))
-    return text;
-  if (auto text =
-          compare.numbers("output given", int{expected.outputGiven}, int{found.outputGiven}))
-    return text;
-  return compare.bytes("payload", expected.payload, found.payload);
+  const auto difference = findDifferenceInArguments(expected, found);
+  if (!difference) return std::nullopt;
+  return difference->text(expectedName, foundName);
 }
 
 }  // namespace session

@@ -1,6 +1,7 @@
 // The parts of `algtrack inspect`.
 #pragma once
 
+#include <alg_kit/analysis/CrossCheck.h>
 #include <alg_kit/analysis/Moment.h>
 #include <alg_kit/recording/Recording.h>
 #include <tools/algtrack/terminal/Json.h>
@@ -34,6 +35,12 @@ Json momentJson(const analysis::Moment& moment);
 
 /// {"from_s": null, "to_s": 7.0}
 Json rangeJson(const analysis::TimeRange& range);
+
+/// {"compared": 450, "equal": 450, "first_difference": null}
+Json crossCheckJson(const analysis::CrossCheck& check);
+
+/// @throws SomethingFound where there is something to say
+void requireAgreement(const std::optional<std::string>& problem);
 
 /// A table under its title, behind an empty line.
 void printSection(const std::string& title, const Table& table);

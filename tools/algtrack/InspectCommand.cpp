@@ -1,5 +1,6 @@
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/Inspect.h>
+#include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/MomentOptions.h>
 #include <tools/algtrack/terminal/Options.h>
 
@@ -61,6 +62,19 @@ Json rangeJson(const analysis::TimeRange& range) {
   json["from_s"] = range.from ? Json(*range.from) : Json(nullptr);
   json["to_s"] = range.to ? Json(*range.to) : Json(nullptr);
   return json;
+}
+
+Json crossCheckJson(const analysis::CrossCheck& check) {
+  Json json;
+  json["compared"] = check.compared();
+  json["equal"] = check.equal();
+  json["first_difference"] =
+      check.firstDifference() ? momentJson(*check.firstDifference()) : Json(nullptr);
+  return json;
+}
+
+void requireAgreement(const std::optional<std::string>& problem) {
+  if (problem) throw SomethingFound(*problem);
 }
 
 void printSection(const std::string& title, const Table& table) {

@@ -2,7 +2,6 @@
 #include <alg_kit/analysis/BlobFunnel.h>
 #include <alg_kit/analysis/ObjectHistory.h>
 #include <alg_kit/trace/PipelineTrace.h>
-#include <tools/algtrack/CrossCheck.h>
 #include <tools/algtrack/Inspect.h>
 #include <tools/algtrack/SurveyTables.h>
 #include <tools/algtrack/terminal/Progress.h>
@@ -23,7 +22,7 @@ struct ObjectFindings {
 
   analysis::ObjectHistory history;
   analysis::BlobFunnel funnel;
-  CrossCheck crossCheck;
+  analysis::CrossCheck crossCheck;
   double endSeconds = 0;  ///< of the recording
 };
 
@@ -144,7 +143,7 @@ void inspectObject(const InspectOptions& options) {
     json["held"] = history.held();
     json["missing"] = runsJson(history.missing());
     json["funnel"] = funnelJson(found.funnel);
-    json["cross_check"] = found.crossCheck.json();
+    json["cross_check"] = crossCheckJson(found.crossCheck);
     printJson(json);
   } else {
     std::cout << "object " << object << ", " << analysis::secondsText(from) << " to "
@@ -157,7 +156,7 @@ void inspectObject(const InspectOptions& options) {
     printSection("Where the blobs of id " + std::to_string(object) + " ended",
                  funnelTable(found.funnel));
   }
-  found.crossCheck.requireAgreement(reader);
+  requireAgreement(found.crossCheck.problem(reader));
 }
 
 }  // namespace algtrack

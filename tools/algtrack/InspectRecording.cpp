@@ -6,7 +6,6 @@
 #include <alg_kit/analysis/WorstMoments.h>
 #include <alg_kit/calibration/CalibrationFile.h>
 #include <alg_kit/trace/PipelineTrace.h>
-#include <tools/algtrack/CrossCheck.h>
 #include <tools/algtrack/Inspect.h>
 #include <tools/algtrack/SurveyTables.h>
 #include <tools/algtrack/terminal/Progress.h>
@@ -37,7 +36,7 @@ struct Findings {
   analysis::BlobFunnel funnel;
   analysis::WorstMoments worst;
   CheckBytes checkBytes;
-  CrossCheck crossCheck;
+  analysis::CrossCheck crossCheck;
 };
 
 void gather(const recording::RecordingReader& reader, const analysis::TimeRange& range,
@@ -217,13 +216,13 @@ void inspectRecording(const InspectOptions& options) {
     json["packet_bytes"] = byteTable(found.survey).json();
     json["blobs"] = blobTable(found.survey).json();
     json["funnel"] = funnelJson(found.funnel);
-    json["cross_check"] = found.crossCheck.json();
+    json["cross_check"] = crossCheckJson(found.crossCheck);
     json["worst_moments"] = worstJson(reader.path(), found.worst.list());
     printJson(json);
   } else {
     printFindings(reader, found);
   }
-  found.crossCheck.requireAgreement(reader);
+  requireAgreement(found.crossCheck.problem(reader));
 }
 
 }  // namespace algtrack

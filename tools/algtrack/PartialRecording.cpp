@@ -51,6 +51,10 @@ void PartialRecording::removeAll() const {
 void PartialRecording::complete(const recording::RecorderStatus& status) {
   if (!status.error.empty() || status.dropped > 0)
     throw std::runtime_error(place_.name + ": writing failed: " + status.error);
+  complete();
+}
+
+void PartialRecording::complete() {
   if (!folder_.empty()) return copyTo(place_, path_);
   std::error_code error;
   // What a killed recorder left beside the file that is replaced would be taken for ours.

@@ -24,6 +24,9 @@ class PartialRecording {
   /// @throws std::runtime_error if anything could not be written
   void complete(const recording::RecorderStatus& status);
 
+  /// The same for one that was closed without a fault.
+  void complete();
+
  private:
   void removeAll() const;
 

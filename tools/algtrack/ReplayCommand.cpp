@@ -3,9 +3,9 @@
 #include <alg_kit/analysis/Answers.h>
 #include <alg_kit/analysis/MismatchCause.h>
 #include <alg_kit/analysis/Moment.h>
-#include <alg_kit/recording/RecordingAlg.h>
+#include <alg_kit/analysis/ReplayVerdict.h>
+#include <alg_kit/recording/ReRecording.h>
 #include <alg_kit/recording/UnitCursor.h>
-#include <alg_kit/session/Comparison.h>
 #include <alg_kit/session/LibraryIdentity.h>
 #include <alg_kit/session/Player.h>
 #include <alg_kit/session/TimedAlg.h>
@@ -85,60 +85,6 @@ bool hasCall(const RecordingReader& reader, CallKind kind) {
   return reader.callCount(kind) > 0;
 }
 
-/// Looks for the first difference and counts the calls that differ. A what-if differs in its
-/// arguments by intent; where its answers part is another question.
-class Verdict {
- public:
-  /// @param expected  what should have come; null = the call is missing there
-  /// @param at        the packet at or before the call, with the call's time
-  void compare(const Entry* expected, const Entry* found, const Moment& at, bool argumentsToo) {
-    ++compared_;
-    if (expected == nullptr || found == nullptr) {
-      const Call& call = (expected != nullptr ? expected : found)->call;
-      ++differing_;
-      note(arguments_, call, at,
-           "this call is only " + (expected != nullptr ? expectedName_ : foundName_));
-      return;
-    }
-    std::optional<std::string> inArguments;
-    if (argumentsToo)
-      inArguments =
-          session::differenceInArguments(expected->call, found->call, expectedName_, foundName_);
-    const auto inOutcome =
-        session::differenceInOutcome(*expected, *found, expectedName_, foundName_);
-    if (inArguments) note(arguments_, found->call, at, *inArguments);
-    if (inOutcome) note(outcomes_, found->call, at, *inOutcome);
-    differing_ += inArguments || inOutcome ? 1 : 0;
-  }
-
-  void setNames(std::string expected, std::string found) {
-    expectedName_ = std::move(expected);
-    foundName_ = std::move(found);
-  }
-
-  std::int64_t compared() const { return compared_; }
-  std::int64_t differing() const { return differing_; }
-
-  /// Of the arguments and of what came, each the first.
-  std::string text() const {
-    if (arguments_.empty() || outcomes_.empty()) return arguments_ + outcomes_;
-    return arguments_ + "; what comes of the calls parts at " + outcomes_;
-  }
-
- private:
-  static void note(std::string& first, const Call& call, const Moment& at,
-                   const std::string& difference) {
-    if (!first.empty()) return;
-    first = session::titleOf(call) + ": " + difference + " (" +
-            (at.packet < 0 ? "" : "packet " + std::to_string(at.packet) + ", ") +
-            analysis::secondsText(at.seconds) + ")";
-  }
-
-  std::string expectedName_ = "recorded", foundName_ = "replayed";
-  std::int64_t compared_ = 0, differing_ = 0;
-  std::string arguments_, outcomes_;
-};
-
 /// How far two runs' positions of the same objects lie apart at most.
 class Distances {
  public:
@@ -176,9 +122,7 @@ class Distances {
 /// The calls of the other recording, in step with ours.
 class Against {
  public:
-  explicit Against(const std::string& path) : reader_(path), entries_(reader_.entries()) {
-    verdict.setNames("there", "here");
-  }
+  explicit Against(const std::string& path) : reader_(path), entries_(reader_.entries()) {}
 
   /// @param counts  whether the call is in the time that is compared
   void compare(const Entry& played, const Moment& at, bool counts) {
@@ -191,7 +135,7 @@ class Against {
     while (const Entry* const entry = next()) verdict.compare(entry, nullptr, at, true);
   }
 
-  Verdict verdict;
+  analysis::ReplayVerdict verdict{"there", "here"};
   Distances distances;
 
  private:
@@ -219,47 +163,27 @@ std::string changesText(const ReplayOptions& options) {
   return changes.is_null() ? "" : compact(changes);
 }
 
-/// A second recording of what is replayed, with today's answers and durations. Times stay those of
-/// the recorded calls.
+/// A second recording, which gets its name when it is complete.
 class ReRecording {
  public:
   ReRecording(const ReplayOptions& options, const RecordingReader& reader, session::Player& player,
               algorithm::AlgBase* alg, const algorithm::AlgBase* library)
-      : reader_(reader), partial_(options.record, options.force) {
-    recording::RecordingAlgOptions recorder;
-    recorder.overwrite = true;
-    recorder.waitWhenFull = true;
-    recorder.library = library;
-    recorder.clock = [&player] { return player.recordedNs(); };
-    recorder.clockName = reader.metadata().clock;
-    for (const auto& fact : reader.metadata().values) recorder.facts.insert(fact);
-    recorder.facts["replay_of"] = nameOf(options.file);
-    const std::string changes = changesText(options);
-    if (!changes.empty()) recorder.facts["replay_changes"] = changes;
-    alg_.emplace(alg, partial_.path(), recorder);
-    player.playThrough(&*alg_);
-  }
+      : partial_(options.record, options.force),
+        recording_(reader, player, alg, library, partial_.path(), factsOf(options)) {}
 
-  void willPlay(const Call& call) {
-    if (isPacket(call)) newIndex_[call.index] = alg_->nextIndex();
-  }
-
-  void finish() {
-    std::vector<session::TruthRow> truth = reader_.truth();
-    for (session::TruthRow& row : truth) {
-      if (!row.call) continue;
-      const auto found = newIndex_.find(*row.call);
-      row.call = found == newIndex_.end() ? std::nullopt : std::optional(found->second);
-    }
-    alg_->addTruth(truth);
-    partial_.complete(alg_->close());
-  }
+  void willPlay(const Call& call) { recording_.willPlay(call); }
+  void finish() { partial_.complete(recording_.finish()); }
 
  private:
-  const RecordingReader& reader_;
+  static std::map<std::string, std::string> factsOf(const ReplayOptions& options) {
+    std::map<std::string, std::string> facts = {{"replay_of", nameOf(options.file)}};
+    const std::string changes = changesText(options);
+    if (!changes.empty()) facts["replay_changes"] = changes;
+    return facts;
+  }
+
   PartialRecording partial_;
-  std::optional<recording::RecordingAlg> alg_;
-  std::map<std::int64_t, std::int64_t> newIndex_;  ///< of packets
+  recording::ReRecording recording_;
 };
 
 std::vector<std::unique_ptr<TrackExport>> exportsFrom(const ReplayOptions& options,
@@ -333,7 +257,7 @@ void addLargest(Facts& facts, const std::string& what, const std::string& key,
 /// What a replay found.
 struct Outcome {
   Counts counts;
-  std::optional<Verdict> verdict;
+  std::optional<analysis::ReplayVerdict> verdict;
   std::optional<Distances> distances;
   analysis::Completeness completeness;
   std::string libraryVersion;  ///< of the library that answered

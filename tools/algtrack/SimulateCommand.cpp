@@ -1,8 +1,7 @@
 #include <alg_factory/api/AlgFactory.h>
 #include <alg_kit/analysis/Moment.h>
-#include <alg_kit/calibration/CalibrationRecord.h>
-#include <alg_kit/recording/RecordingAlg.h>
 #include <alg_kit/text/TextFile.h>
+#include <sim/RecordedSimulation.h>
 #include <sim/Simulator.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/PartialRecording.h>
@@ -27,7 +26,6 @@
 namespace algtrack {
 namespace {
 
-// The stamp that asks for the filter's state as it is, without extrapolation.
 constexpr double kMostFrames = 1e7;
 constexpr double kLargestBend = 20;  // degrees
 
@@ -136,132 +134,33 @@ rig::RigError errorFrom(const SimulateOptions& options) {
   return error;
 }
 
-/// Everything that decides the file's content, for whoever finds the file later.
-std::string describe(const SimulateOptions& options) {
+sim::SessionOptions sessionFrom(const SimulateOptions& options) {
+  sim::SessionOptions session;
+  session.productType = options.productType;
+  session.seconds = options.seconds;
+  session.inertial = options.inertial;
+  session.queries = !options.noQueries;
+  session.filterMode = options.filterMode;
+  return session;
+}
+
+sim::SessionDescription descriptionFrom(const SimulateOptions& options) {
   const auto nameOf = [](const std::string& path) {
     return std::filesystem::path(path).filename().string();
   };
-  const sim::SimulatorOptions& simulation = options.simulation;
-  Json facts;
-  facts["seed"] = simulation.seed;
-  facts["calibration"] = options.rig.given() ? nameOf(options.rig.file) : "built in";
-  facts["motion"] = options.trajectory.empty() ? options.scene : nameOf(options.trajectory);
-  facts["product_type"] = options.productType;
-  facts["seconds"] = options.seconds;
-  facts["rate_hz"] = simulation.frameRate;
-  facts["marker_mm"] = simulation.blobs.markerDiameter;
-  facts["noise_px"] = simulation.blobs.pixelNoise;
-  facts["dropouts"] = simulation.blobs.dropoutProbability;
-  facts["splits"] = simulation.blobs.splitProbability;
-  facts["strays"] = simulation.blobs.strayRate;
-  facts["reflections"] = simulation.blobs.reflectionProbability;
-  facts["occlusions"] = options.occlusions;
-  facts["loss"] = simulation.faults.lossProbability;
-  facts["corrupt"] = simulation.faults.corruptProbability;
-  facts["wrong_check"] = simulation.faults.wrongCheckProbability;
+  sim::SessionDescription description;
+  if (options.rig.given()) description.calibration = nameOf(options.rig.file);
+  description.motion = options.trajectory.empty() ? options.scene : nameOf(options.trajectory);
+  description.occlusions = options.occlusions;
   for (const auto& [name, text] : {std::pair{"bend", &options.bend},
                                    {"drift", &options.drift},
                                    {"focal_error", &options.focalError},
                                    {"centre_error", &options.centreError}})
-    if (!text->empty()) facts[name] = *text;
-  return compact(facts);
+    if (!text->empty()) description.rigErrors[name] = *text;
+  return description;
 }
 
-/// A calibration as the 920 bytes that Init takes, in hexadecimal digits.
-std::string hexOf(const algorithm::StereoCalibration& calibration) {
-  std::string text;
-  for (const char byte : calibration::recordBytes(calibration)) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    text += kDigits[static_cast<unsigned char>(byte) >> 4];
-    text += kDigits[static_cast<unsigned char>(byte) & 15];
-  }
-  return text;
-}
-
-/// A host in miniature: it counts what comes back.
-struct Host : algorithm::DataSink, algorithm::LogSink {
-  bool Deliver(const void*, int, int) override {
-    ++blocks;
-    return true;
-  }
-  bool Log(int, const char* message) override {
-    std::string text = message;
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    ++messages[text];
-    return true;
-  }
-  std::int64_t blocks = 0;
-  std::map<std::string, std::int64_t> messages;
-};
-
-struct Counts {
-  std::int64_t frames = 0, packets = 0, lost = 0, corrupted = 0, wrongCheck = 0;
-  std::int64_t blobs = 0, blobsCut = 0, calls = 0;
-};
-
-void addTruth(const sim::Frame& frame, std::int64_t timeNs, recording::RecordingAlg& alg,
-              std::optional<std::int64_t> call) {
-  std::vector<session::TruthRow> rows;
-  for (const sim::MarkerTruth& marker : frame.truth.markers) {
-    session::TruthRow& row = rows.emplace_back();
-    row.frame = frame.index;
-    row.call = call;
-    row.timeNs = timeNs;
-    row.object = marker.objectId;
-    row.marker = marker.markerIndex;
-    for (int i = 0; i < 3; ++i) row.position[i] = marker.position[i];
-    row.inLeft = marker.inLeft;
-    row.inRight = marker.inRight;
-  }
-  alg.addTruth(rows);
-}
-
-void input(recording::RecordingAlg& alg, int streamType, const sim::Bytes& payload) {
-  alg.InputStream(streamType, payload.data(), 0, static_cast<int>(payload.size()));
-}
-
-/// Drives the library through the recorder as a host would, in simulated time.
-Counts drive(const sim::Simulator& simulator, const SimulateOptions& options,
-             recording::RecordingAlg& alg, std::int64_t& nowNs, Host& host) {
-  const int productType = options.productType;
-  alg.SetLogCallback(&host);
-  alg.SetDataCallback(&host);
-  alg.Init(productType, reinterpret_cast<const unsigned char*>(&simulator.rig().calibration), 0);
-  if (options.filterMode != -1) alg.SetFilterMode(0, options.filterMode, nullptr);
-
-  Counts counts;
-  counts.frames = std::max<std::int64_t>(1, std::llround(options.seconds * simulator.frameRate()));
-  Progress progress("simulating", counts.frames);
-  sim::Frame frame;
-  for (std::int64_t n = 0; n < counts.frames; ++n) {
-    nowNs = std::llround(simulator.timeOf(n) * 1e9);
-    simulator.frame(n, frame);
-    if (options.inertial)
-      for (const int device : {0, 1})
-        input(alg, algorithm::kInertialA + device, simulator.inertialPayloadOf(device, n));
-
-    const std::int64_t call = alg.nextIndex();
-    if (!frame.lost) input(alg, simulator.streamType(), frame.payload);
-    addTruth(frame, nowNs, alg, frame.lost ? std::nullopt : std::optional(call));
-
-    for (int object = 0; !options.noQueries && object < sim::objectCount(productType); ++object) {
-      const bool readsStamp = algorithm::readsStamp(productType, object);
-      algorithm::PoseAnswer answer;
-      alg.HandleEvent(object, readsStamp ? &algorithm::kFilterStateStamp : nullptr, &answer);
-    }
-    counts.packets += frame.lost ? 0 : 1;
-    counts.lost += frame.lost ? 1 : 0;
-    counts.corrupted += frame.corrupted && !frame.lost ? 1 : 0;
-    counts.wrongCheck += frame.wrongCheck && !frame.lost ? 1 : 0;
-    counts.blobs += static_cast<std::int64_t>(frame.blobs.size());
-    counts.blobsCut += frame.blobsCut;
-    progress.show(n + 1);
-  }
-  counts.calls = alg.nextIndex();
-  return counts;
-}
-
-void printSummary(const SimulateOptions& options, const Counts& counts, const Host& host) {
+void printSummary(const SimulateOptions& options, const sim::SessionCounts& counts) {
   Facts facts;
   facts.add("frames", "frames", counts.frames);
   facts.add("packets", "packets", counts.packets);
@@ -270,9 +169,9 @@ void printSummary(const SimulateOptions& options, const Counts& counts, const Ho
   facts.add("packets with a wrong check byte", "packets_with_wrong_check", counts.wrongCheck);
   facts.add("blobs", "blobs", counts.blobs);
   facts.add("blobs without room in their packet", "blobs_cut", counts.blobsCut);
-  facts.add("blocks delivered", "blocks", host.blocks);
+  facts.add("blocks delivered", "blocks", counts.blocks);
   Json messages = Json::array();
-  for (const auto& [text, count] : host.messages) {
+  for (const auto& [text, count] : counts.messages) {
     facts.addText("message \"" + text + "\"", count);
     messages.push_back({{"text", text}, {"count", count}});
   }
@@ -304,36 +203,26 @@ void simulate(SimulateOptions options) {
   for (const std::string& text : options.occlusions)
     options.simulation.blobs.occlusions.push_back(
         occlusionFrom(text, sim::objectCount(options.productType), options.seconds));
-  // The pose filters that the queries read are fed by one framing, which differs by product.
-  const bool stamped = options.framing == "stamped" ||
-                       (options.framing == "auto" && algorithm::hasHeads(options.productType));
-  options.simulation.framing = stamped ? sim::Framing::kStamped : sim::Framing::kPlain;
+  options.simulation.framing = options.framing == "auto"      ? sim::framingFor(options.productType)
+                               : options.framing == "stamped" ? sim::Framing::kStamped
+                                                              : sim::Framing::kPlain;
   options.simulation.error = errorFrom(options);
   options.simulation.drift = bendFrom("--drift", options.drift);
   options.simulation.driftSeconds = options.seconds;
   const sim::Simulator simulator(rig, scene, options.simulation);
 
   PartialRecording partial(options.output, options.force);
-  std::int64_t nowNs = 0;
-  recording::RecordingAlgOptions recorder;
-  recorder.overwrite = true;
-  recorder.waitWhenFull = true;
-  recorder.clock = [&nowNs] { return nowNs; };
-  recorder.clockName = "simulated";
-  recorder.measureDurations = false;  // the only thing that would differ between two runs
-  recorder.facts = {{"source", "simulation"}, {"simulation", describe(options)}};
-  if (!options.simulation.error.none() || !options.simulation.drift.none())
-    recorder.facts[recording::kTrueCalibration] = hexOf(simulator.trueCalibration(0));
-  if (!options.simulation.drift.none())
-    recorder.facts[recording::kTrueCalibrationAtEnd] =
-        hexOf(simulator.trueCalibration(options.seconds));
-  Host host;
   // Kept: the library has no release operation.
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
-  recording::RecordingAlg alg(library, partial.path(), recorder);
-  const Counts counts = drive(simulator, options, alg, nowNs, host);
-  partial.complete(alg.close());
-  if (!isStandardOutput(options.output)) printSummary(options, counts, host);
+  std::optional<Progress> progress;
+  const sim::SessionCounts counts = sim::recordSimulation(
+      simulator, options.simulation, sessionFrom(options), descriptionFrom(options), *library,
+      partial.path(), [&](std::int64_t done, std::int64_t total) {
+        if (!progress) progress.emplace("simulating", total);
+        progress->show(done);
+      });
+  partial.complete();
+  if (!isStandardOutput(options.output)) printSummary(options, counts);
 }
 
 }  // namespace

@@ -38,16 +38,23 @@ An argument that is wrong raises ValueError or TypeError.
 
 Many recordings in many variants, on one machine or a cluster: ``python3 -m alg_factory.batch``.
 """
+from . import _core
 from ._core import (Error, FileError, PipelineInUse, RecordingError, Refused, __version__,
                     HEADING_ANSWER, INERTIAL_RECORD, ORIENTATION_SAMPLE, POSE_ANSWER, RESULT_BLOCK,
                     STEREO_CALIBRATION, TRACKED_POINT)
+from .analysis import Difference, Explanation, Funnel
 from .calibration import Calibration, Check
 from .host import Host
 from .recording import Answers, Path, Recording
+from .sessions import replay, report, simulate, verify
+
+#: Where a blob can end, in the order of the stages, with what it means.
+BLOB_ENDS = dict(zip(_core.BLOB_ENDS, _core.BLOB_END_TEXTS))
 
 __all__ = [
-    "Recording", "Path", "Answers", "Calibration", "Check", "Host",
-    "Error", "FileError", "RecordingError", "PipelineInUse", "Refused",
+    "Recording", "Path", "Answers", "Funnel", "Explanation", "Calibration", "Check", "Host",
+    "simulate", "replay", "verify", "report", "BLOB_ENDS",
+    "Error", "Difference", "FileError", "RecordingError", "PipelineInUse", "Refused",
     "RESULT_BLOCK", "TRACKED_POINT", "POSE_ANSWER", "HEADING_ANSWER", "ORIENTATION_SAMPLE",
     "INERTIAL_RECORD", "STEREO_CALIBRATION", "__version__",
 ]

@@ -6,6 +6,7 @@ from functools import cached_property
 import numpy as np
 
 from . import _core
+from .analysis import explanation_of, funnel_of, require_agreement, with_ends
 from .calibration import Calibration
 
 _MIRROR = np.array([1.0, -1.0, -1.0])
@@ -45,20 +46,34 @@ class _Tables:
 
     def __init__(self, file):
         self.file = file
+        self._track_options = None
 
     @cached_property
     def columns(self):
         columns = self.file.columns()
-        columns["calls"] = _with_names(columns["calls"], "kind", _core.CALL_KINDS)
-        columns["logs"] = _with_names(columns["logs"], "text", columns["texts"])
+        columns["calls"] = with_names(columns["calls"], "kind", _core.CALL_KINDS)
+        columns["logs"] = with_names(columns["logs"], "text", columns["texts"])
         return columns
 
     @cached_property
     def truth(self):
         return self.file.truth()
 
+    @cached_property
+    def blobs(self):
+        rows, problem = _core.blobs(self.file)
+        require_agreement(problem)
+        return with_ends(rows)
 
-def _with_names(rows, field, names):
+    def tracks(self, *options):
+        if options != self._track_options:
+            rows, _ = _core.tracks(self.file, *options)
+            self._tracks = with_names(rows, "source", _core.TRACK_SOURCES)
+            self._track_options = options
+        return self._tracks
+
+
+def with_names(rows, field, names):
     """The rows with a field of numbers as texts, up to the length of the longest."""
     names = np.array(list(names) or [""])
     kinds = [(name, names.dtype if name == field else rows.dtype[name]) for name in rows.dtype.names]
@@ -212,6 +227,51 @@ class Recording:
         begin = row["payload_begin"]
         return self._tables.columns["payloads"][begin:begin + row["payload_size"]].tobytes()
 
+    @property
+    def blobs(self):
+        """Every blob of every decoded packet: camera (0 left, 1 right), id, x, y (px, as seen;
+        merged blobs at their merged place), diameter (px), end (why it ended there: "delivered",
+        "epipolar", ...; `alg_factory.BLOB_ENDS` explains them), value and limit (what decided),
+        other (the blob in this packet that it was merged into, or its partner; -1 = none), blob
+        (its place in the packet).
+
+        The stages run for it. Raises Difference where they arrive at other blocks than the recorded
+        ones (another version of the library recorded them)."""
+        return self._cut(self._tables.blobs)
+
+    def funnel(self, object=None):
+        """Where the blobs ended: a Funnel; of one blob id with `object`. Raises Difference as
+        `blobs`."""
+        return funnel_of(self._file, object, *self._range)
+
+    def explain(self, time=None, *, call=None, packet=None, object=None):
+        """One packet, by time (s, the nearest), call or packet number: an Explanation of what became
+        of every object (or of one) and of every blob. Raises RecordingError if there is no such
+        packet, Difference as `blobs`."""
+        return explanation_of(self._file, time, call, packet, object)
+
+    def tracks(self, object=None, smooth=False, ahead=0.0, noise=0.0):
+        """Better positions than the answers', from the light itself, with their uncertainty.
+
+        smooth : every moment by all that came before and after it; else live, by what came before.
+        ahead : s, predict this far ahead of every packet, at most 0.1; not with smooth.
+        noise : px, standard deviation of a blob's centre; 0 = from the recording's own light.
+
+        Returns rows by time and object: time, call, object, source ("measured", "bridged",
+        "predicted"), age (s since it was seen), position (mm as delivered), velocity (mm/s),
+        deviation (mm, standard deviations of position), covariance (9, 9) of position, velocity and
+        acceleration. docs/estimation.md has the model. Raises RuntimeError without packets."""
+        if object is not None:
+            self._check_object(object)
+        if not 0 <= ahead <= 0.1 or (smooth and ahead):
+            raise ValueError(f"ahead: expected 0 to 0.1 s of a live estimate, found {ahead:g}"
+                             + (" with smooth" if smooth else ""))
+        if not (noise == 0 or 0.001 <= noise <= 100):
+            raise ValueError(f"noise: expected 0, or 0.001 to 100 px, found {noise:g}")
+        rows = self._tables.tracks(bool(smooth), float(ahead), float(noise))
+        rows = self._cut(rows)
+        return rows if object is None else rows[rows["object"] == object]
+
     # Quantities
 
     def _check_object(self, object):
@@ -286,6 +346,9 @@ class Recording:
     def save(self, path, overwrite=False):
         """Writes a recording in memory to a file, which `algtrack` reads as any other."""
         self._whole("save")
+        if self.path and os.path.exists(self.path + "-wal"):
+            raise _core.RecordingError(f"{self.path}: expected a finished recording, found a journal "
+                                       "beside it (algtrack repair)")
         self._file.save(os.fspath(path), overwrite)
 
     def __repr__(self):

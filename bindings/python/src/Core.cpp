@@ -9,4 +9,6 @@ PYBIND11_MODULE(_core, module) {
   bindings::addHost(module);
   bindings::addCalibration(module);
   bindings::addRecording(module);
+  bindings::addAnalysis(module);
+  bindings::addSessions(module);
 }

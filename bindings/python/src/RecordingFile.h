@@ -1,4 +1,4 @@
-// A recording that Python holds: a file, or bytes in memory.
+// A recording that Python holds: a file, or what a replay left in memory.
 #pragma once
 
 #include <alg_kit/recording/Recording.h>
@@ -14,10 +14,9 @@ class RecordingFile {
  public:
   explicit RecordingFile(const std::string& path) : reader_(path) {}
 
-  /// The file's bytes, copied to memory that has no name; the file is not needed any more.
+  /// A recording that no name leads to: the file may lose its own from here on.
   static std::unique_ptr<RecordingFile> inMemory(const std::string& path);
 
-  ~RecordingFile();
   RecordingFile(const RecordingFile&) = delete;
   RecordingFile& operator=(const RecordingFile&) = delete;
 
@@ -26,14 +25,22 @@ class RecordingFile {
 
   const recording::RecordingReader& reader() const { return reader_; }
   std::mutex& mutex() const { return mutex_; }
-  bool isInMemory() const { return memory_ >= 0; }
+  bool isInMemory() const { return memory_.number >= 0; }
 
  private:
-  RecordingFile(const std::string& path, int memory) : reader_(path), memory_(memory) {}
+  RecordingFile(const std::string& path, int memory) : memory_(memory), reader_(path) {}
 
+  struct Descriptor {
+    explicit Descriptor(int opened) : number(opened) {}
+    ~Descriptor();
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    const int number;
+  };
+
+  Descriptor memory_{-1};  ///< of a recording in memory
   recording::RecordingReader reader_;
   mutable std::mutex mutex_;
-  int memory_ = -1;  ///< file descriptor
 };
 
 }  // namespace bindings
