@@ -6,21 +6,34 @@
 namespace recording {
 namespace {
 
-/// table[0] takes one byte on; table[k] takes it k bytes further, so that eight go at once.
-constexpr std::array<std::array<std::uint32_t, 256>, 8> makeTables() {
-  std::array<std::array<std::uint32_t, 256>, 8> tables{};
+constexpr std::size_t kMostAtOnce = 16;
+
+/// table[0] takes one byte on; table[k] takes it k bytes further, so that many go at once.
+constexpr std::array<std::array<std::uint32_t, 256>, kMostAtOnce> makeTables() {
+  std::array<std::array<std::uint32_t, 256>, kMostAtOnce> tables{};
   for (std::uint32_t i = 0; i < 256; ++i) {
     std::uint32_t c = i;
     for (int bit = 0; bit < 8; ++bit) c = (c & 1) != 0 ? 0xEDB88320U ^ (c >> 1) : c >> 1;
     tables[0][i] = c;
   }
-  for (std::size_t k = 1; k < 8; ++k)
+  for (std::size_t k = 1; k < kMostAtOnce; ++k)
     for (std::size_t i = 0; i < 256; ++i)
       tables[k][i] = tables[0][tables[k - 1][i] & 0xFF] ^ (tables[k - 1][i] >> 8);
   return tables;
 }
 
 constexpr auto kTables = makeTables();
+
+/// The next `count` bytes at once, backwards: the first four need what came before them.
+template <std::size_t count>
+std::uint32_t advanced(std::uint32_t state, const std::uint8_t* bytes) {
+  std::uint32_t next = count < 4 ? state >> 8 * count % 32 : 0;
+  for (std::size_t i = count; i-- > 0;) {
+    const std::uint32_t before = i < 4 ? state >> 8 * i : 0;
+    next ^= kTables[count - 1 - i][(bytes[i] ^ before) & 0xFF];
+  }
+  return next;
+}
 
 void addCallback(Checksum& sum, const session::LogLine& log) {
   sum.add(std::int64_t{log.step});
@@ -46,23 +59,16 @@ std::uint32_t Checksum::ofRaw(std::string_view bytes) {
 
 void Checksum::feed(const void* bytes, std::size_t size) {
   const auto* at = static_cast<const std::uint8_t*>(bytes);
-  std::uint32_t c = state_;
-  for (; size >= 8; size -= 8, at += 8) {
-    const std::uint32_t low = c ^ (static_cast<std::uint32_t>(at[0]) | at[1] << 8 | at[2] << 16 |
-                                   static_cast<std::uint32_t>(at[3]) << 24);
-    c = kTables[7][low & 0xFF] ^ kTables[6][low >> 8 & 0xFF] ^ kTables[5][low >> 16 & 0xFF] ^
-        kTables[4][low >> 24] ^ kTables[3][at[4]] ^ kTables[2][at[5]] ^ kTables[1][at[6]] ^
-        kTables[0][at[7]];
-  }
-  for (; size > 0; --size, ++at) c = kTables[0][(c ^ *at) & 0xFF] ^ (c >> 8);
-  state_ = c;
+  for (; size >= kMostAtOnce; size -= kMostAtOnce, at += kMostAtOnce)
+    state_ = advanced<kMostAtOnce>(state_, at);
+  for (; size > 0; --size, ++at) state_ = advanced<1>(state_, at);
 }
 
 void Checksum::feed(std::uint8_t type, std::uint64_t value) {
   std::array<std::uint8_t, 9> bytes{};
   bytes[0] = type;
   for (std::size_t i = 0; i < 8; ++i) bytes[1 + i] = static_cast<std::uint8_t>(value >> 8 * i);
-  feed(bytes.data(), bytes.size());
+  state_ = advanced<9>(state_, bytes.data());
 }
 
 void Checksum::add(std::int64_t value) {

@@ -15,6 +15,12 @@ namespace {
 constexpr int kLargestValue = 16 * 1024 * 1024;  // bytes; a recorder keeps none above it
 constexpr int kWorkStep = 100000;  // of SQLite's machine, between two looks at the work
 
+std::string_view bytesOf(sqlite3_value* value) {
+  const auto* const bytes = static_cast<const char*>(sqlite3_value_blob(value));
+  const auto size = static_cast<std::size_t>(sqlite3_value_bytes(value));
+  return {bytes, bytes == nullptr ? 0 : size};
+}
+
 }  // namespace
 
 Database::Database(const std::string& path, Mode mode) : path_(path) {
@@ -30,7 +36,7 @@ Database::Database(const std::string& path, Mode mode) : path_(path) {
 }
 
 void Database::open(const std::string& name, int flags, const char* files) {
-  if (sqlite3_open_v2(name.c_str(), &handle_, flags, files) != SQLITE_OK) {
+  if (sqlite3_open_v2(name.c_str(), &handle_, flags | SQLITE_OPEN_NOMUTEX, files) != SQLITE_OK) {
     const RecordingError error(
         path_, handle_ != nullptr ? sqlite3_errmsg(handle_) : "out of memory while opening");
     sqlite3_close(handle_);
@@ -175,19 +181,36 @@ bool Statement::isNull(int column) const {
   return sqlite3_column_type(statement_, column) == SQLITE_NULL;
 }
 
-void Statement::expect(int column, int type, const char* expectation) const {
+void Statement::refuse(int column, int type, const char* expectation) const {
   static constexpr const char* kTypes[] = {"?",      "an integer", "a real number",
                                            "a text", "a blob",     "nothing"};
-  const int found = sqlite3_column_type(statement_, column);
-  if (found == type) return;
   throw RecordingError(database_.path(), std::string(sqlite3_column_name(statement_, column)) +
                                              ": expected " + expectation + ", found " +
-                                             kTypes[found <= SQLITE_NULL ? found : 0]);
+                                             kTypes[type <= SQLITE_NULL ? type : 0]);
+}
+
+sqlite3_value* Statement::valueOrNull(int column, int type, const char* expectation) const {
+  sqlite3_value* const value = sqlite3_column_value(statement_, column);
+  const int found = sqlite3_value_type(value);
+  if (found == type) return value;
+  if (found == SQLITE_NULL) return nullptr;
+  refuse(column, found, expectation);
+}
+
+sqlite3_value* Statement::value(int column, int type, const char* expectation) const {
+  sqlite3_value* const value = valueOrNull(column, type, expectation);
+  if (value == nullptr) refuse(column, SQLITE_NULL, expectation);
+  return value;
 }
 
 std::int64_t Statement::integer(int column) const {
-  expect(column, SQLITE_INTEGER, "an integer");
-  return sqlite3_column_int64(statement_, column);
+  return sqlite3_value_int64(value(column, SQLITE_INTEGER, "an integer"));
+}
+
+std::optional<std::int64_t> Statement::integerOrNull(int column) const {
+  sqlite3_value* const value = valueOrNull(column, SQLITE_INTEGER, "an integer");
+  if (value == nullptr) return std::nullopt;
+  return sqlite3_value_int64(value);
 }
 
 int Statement::number(int column) const {
@@ -208,8 +231,7 @@ bool Statement::truthValue(int column) const {
 }
 
 double Statement::real(int column) const {
-  expect(column, SQLITE_FLOAT, "a number");
-  const double value = sqlite3_column_double(statement_, column);
+  const double value = sqlite3_value_double(this->value(column, SQLITE_FLOAT, "a number"));
   if (!std::isfinite(value))
     throw RecordingError(database_.path(), std::string(sqlite3_column_name(statement_, column)) +
                                                ": expected a finite number, found none");
@@ -217,22 +239,22 @@ double Statement::real(int column) const {
 }
 
 std::string_view Statement::text(int column) const {
-  expect(column, SQLITE_TEXT, "a text");
-  const auto* const text = sqlite3_column_text(statement_, column);
-  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_, column));
+  sqlite3_value* const value = this->value(column, SQLITE_TEXT, "a text");
+  const auto* const text = sqlite3_value_text(value);
+  const auto size = static_cast<std::size_t>(sqlite3_value_bytes(value));
   return {reinterpret_cast<const char*>(text), text == nullptr ? 0 : size};
 }
 
 std::string_view Statement::bytes(int column) const {
-  expect(column, SQLITE_BLOB, "bytes");
-  const auto* const bytes = sqlite3_column_blob(statement_, column);
-  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_, column));
-  return {static_cast<const char*>(bytes), bytes == nullptr ? 0 : size};
+  return bytesOf(value(column, SQLITE_BLOB, "bytes"));
 }
 
 void Statement::blob(int column, session::Bytes& bytes) const {
-  const std::string_view found = isNull(column) ? std::string_view() : this->bytes(column);
-  bytes.assign(found.begin(), found.end());
+  sqlite3_value* const value = valueOrNull(column, SQLITE_BLOB, "bytes");
+  if (value == nullptr) return bytes.clear();
+  const std::string_view found = bytesOf(value);
+  const auto* const first = reinterpret_cast<const std::uint8_t*>(found.data());
+  bytes.assign(first, first + found.size());
 }
 
 }  // namespace recording

@@ -6,16 +6,19 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 struct sqlite3;
 struct sqlite3_stmt;
+struct sqlite3_value;
 
 namespace recording {
 
 class ReadOnlyFiles;
 
+/// A connection. One thread at a time uses it, with its statements: SQLite takes no locks then.
 class Database {
  public:
   enum class Mode {
@@ -94,6 +97,7 @@ class Statement {
 
   bool isNull(int column) const;
   std::int64_t integer(int column) const;
+  std::optional<std::int64_t> integerOrNull(int column) const;
   int number(int column) const;             ///< of 32 bits
   bool truthValue(int column) const;        ///< 0 or 1
   double real(int column) const;            ///< finite
@@ -103,7 +107,11 @@ class Statement {
   std::string_view bytes(int column) const;  ///< a blob's, until the next step
 
  private:
-  void expect(int column, int type, const char* expectation) const;
+  /// The row's value, which SQLite looks up once for its type and its content.
+  sqlite3_value* value(int column, int type, const char* expectation) const;
+  /// Null for SQL's NULL.
+  sqlite3_value* valueOrNull(int column, int type, const char* expectation) const;
+  [[noreturn]] void refuse(int column, int type, const char* expectation) const;
 
   Database& database_;
   sqlite3_stmt* statement_ = nullptr;

@@ -73,6 +73,8 @@ int fileSize(sqlite3_file* file, sqlite3_int64* size) {
 
 int readFile(sqlite3_file* file, void* to, int count, sqlite3_int64 from) {
   File& f = *of(file);
+  if (f.real != nullptr && f.size < 0 && f.overlay->empty())
+    return f.real->pMethods->xRead(f.real, to, count, from);
   sqlite3_int64 size = 0;
   int result = fileSize(file, &size);
   if (result != SQLITE_OK) return result;

@@ -179,20 +179,20 @@ struct EntryCursor::State {
   }
 
   void takeLogs(session::Entry& entry) {
-    for (; hasLog && logs.integer(0) <= entry.call.index;
+    for (; hasLog && logPlace->first <= entry.call.index;
          hasLog = advance(logs, logPlace, path, "logs")) {
-      refuseOrphan(entry, logs.integer(0), "logs");
-      if (logs.integer(0) != entry.call.index) continue;
+      refuseOrphan(entry, logPlace->first, "logs");
+      if (logPlace->first != entry.call.index) continue;
       refuseMore(entry);
       entry.logs.push_back(readLog(logs));
     }
   }
 
   void takeBlocks(session::Entry& entry) {
-    for (; hasBlock && blocks.integer(0) <= entry.call.index;
+    for (; hasBlock && blockPlace->first <= entry.call.index;
          hasBlock = advance(blocks, blockPlace, path, "blocks")) {
-      refuseOrphan(entry, blocks.integer(0), "blocks");
-      if (blocks.integer(0) != entry.call.index) continue;
+      refuseOrphan(entry, blockPlace->first, "blocks");
+      if (blockPlace->first != entry.call.index) continue;
       refuseMore(entry);
       entry.blocks.push_back(readBlock(path, entry.call, blocks));
     }
@@ -272,7 +272,7 @@ bool EntryCursor::next(session::Entry& entry) {
   ++state.read;
   state.takeLogs(entry);
   state.takeBlocks(entry);
-  if (state.version >= 2 && state.calls.integer(15) != checksumOf(entry))
+  if (state.version >= 2 && state.calls.integer(kCallChecksum) != checksumOf(entry))
     refuseDamaged(state.path, callTitle(entry.call));
   state.checkAgainstProduct(entry.call);
   return true;

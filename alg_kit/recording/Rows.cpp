@@ -25,10 +25,12 @@ void checkSizes(const std::string& path, const session::Call& call) {
   require("output", call.output.size(), answered ? session::answerSize(call.type) : 0);
 }
 
-void checkTime(const std::string& path, const std::string& title, const char* field,
-               std::int64_t first, std::int64_t value) {
+/// @param title  makes the name of the row, which only an error needs
+template <typename Title>
+void checkTime(const std::string& path, Title title, const char* field, std::int64_t first,
+               std::int64_t value) {
   if (value < first || value > kLatestNs)
-    throw RecordingError(path, title + ": " + field + ": expected at most 146 years, found " +
+    throw RecordingError(path, title() + ": " + field + ": expected at most 146 years, found " +
                                    std::to_string(value) + " ns");
 }
 
@@ -60,7 +62,7 @@ void readCall(const std::string& path, const Statement& row, session::Call& call
   call.index = row.integer(0);
   if (call.index < 0)
     throw RecordingError(path, "id: expected a number from 0, found " + std::to_string(call.index));
-  call.parent = row.isNull(1) ? std::nullopt : std::optional(row.integer(1));
+  call.parent = row.integerOrNull(1);
   call.parentStep = row.number(2);
   const auto kind = session::callKindNamed(row.text(3));
   if (!kind)
@@ -77,12 +79,13 @@ void readCall(const std::string& path, const Statement& row, session::Call& call
   call.returned = row.isNull(11) ? std::nullopt : std::optional(row.number(11));
   row.blob(12, call.output);
   call.startNs = row.integer(13);
-  call.durationNs = row.isNull(14) ? std::nullopt : std::optional(row.integer(14));
+  call.durationNs = row.integerOrNull(14);
   if (call.parent && *call.parent >= call.index)
     throw RecordingError(path, callTitle(call) + ": parent: expected an earlier call, found call " +
                                    std::to_string(*call.parent));
-  checkTime(path, callTitle(call), "start_ns", -kLatestNs, call.startNs);
-  if (call.durationNs) checkTime(path, callTitle(call), "duration_ns", 0, *call.durationNs);
+  const auto title = [&] { return callTitle(call); };
+  checkTime(path, title, "start_ns", -kLatestNs, call.startNs);
+  if (call.durationNs) checkTime(path, title, "duration_ns", 0, *call.durationNs);
   checkSizes(path, call);
 }
 
@@ -107,8 +110,8 @@ session::DeliveredBlock readBlock(const std::string& path, const session::Call& 
 session::TruthRow readTruthRow(const std::string& path, int version, const Statement& row) {
   session::TruthRow truth;
   truth.frame = row.integer(0);
-  const std::string title = "truth of frame " + std::to_string(truth.frame);
-  truth.call = row.isNull(1) ? std::nullopt : std::optional(row.integer(1));
+  const auto title = [&] { return "truth of frame " + std::to_string(truth.frame); };
+  truth.call = row.integerOrNull(1);
   truth.timeNs = row.integer(2);
   checkTime(path, title, "time_ns", -kLatestNs, truth.timeNs);
   truth.object = row.number(3);
@@ -116,7 +119,7 @@ session::TruthRow readTruthRow(const std::string& path, int version, const State
   for (int i = 0; i < 3; ++i) truth.position[i] = row.real(5 + i);
   truth.inLeft = row.truthValue(8);
   truth.inRight = row.truthValue(9);
-  if (version >= 2 && row.integer(10) != checksumOf(truth)) refuseDamaged(path, title);
+  if (version >= 2 && row.integer(10) != checksumOf(truth)) refuseDamaged(path, title());
   return truth;
 }
 

@@ -108,18 +108,18 @@ void Player::playCall(std::size_t place) {
   Entry& played = played_[place];
   played.call = recorded.call;
   played.call.output.clear();
+  played.call.durationNs.reset();
   recordedNs_ = recorded.call.startNs;
 
   running_.push_back({place, 0, firstNested_[place]});
-  const std::int64_t begin = monotonicNs();
+  const std::int64_t begin = measures_ ? monotonicNs() : 0;
   try {
     played.call.returned = perform(played.call);
   } catch (const SinkThrew&) {
     played.call.returned = std::nullopt;
   }
-  played.call.durationNs = monotonicNs() - begin;
+  if (measures_) played.call.durationNs = monotonicNs() - begin;
   running_.pop_back();
-  if (running_.empty()) libraryNs_ += *played.call.durationNs;
 
   if (played.call.kind == CallKind::kInit && addFilterMode_)
     alg_->SetFilterMode(0, *whatIf_.filterMode, nullptr);

@@ -33,14 +33,15 @@ class Player : private algorithm::DataSink, private algorithm::LogSink {
   /// From now on calls go to `alg`, for example to a recorder around the first one.
   void playThrough(algorithm::AlgBase* alg) { alg_ = alg; }
 
+  /// Whether the calls get a `durationNs`, which costs two looks at the clock a call. At first yes.
+  void measureDurations(bool measure) { measures_ = measure; }
+
   /// Plays a unit. The result holds the same calls, with the arguments that were used and what came
   /// of them, until the next call.
   const Unit& play(const Unit& unit);
 
   /// Call::startNs of the recorded call that is being played.
   std::int64_t recordedNs() const { return recordedNs_; }
-
-  std::int64_t libraryNs() const { return libraryNs_; }  ///< spent in outermost calls
 
   /// How many nested calls the latest unit's callbacks looked at: at most two looks for each, and
   /// one for each callback.
@@ -79,8 +80,8 @@ class Player : private algorithm::DataSink, private algorithm::LogSink {
   std::vector<std::size_t> firstNested_;  ///< by the parent's place, in `nested_`
   std::vector<Running> running_;          ///< outermost first
   std::int64_t recordedNs_ = 0;
-  std::int64_t libraryNs_ = 0;
   std::int64_t looks_ = 0;
+  bool measures_ = true;
 };
 
 }  // namespace session

@@ -9,14 +9,14 @@
 namespace session {
 namespace {
 
-constexpr std::array<const char*, 7> kCallNames = {
+constexpr std::array<std::string_view, 7> kCallNames = {
     "Init",          "InputStream",  "SetDataCallback", "SetLogCallback",
     "SetFilterMode", "GetFixedCode", "HandleEvent"};
 
 }  // namespace
 
 const char* nameOf(CallKind kind) {
-  return kCallNames[static_cast<std::size_t>(kind)];
+  return kCallNames[static_cast<std::size_t>(kind)].data();
 }
 
 std::optional<CallKind> callKindNamed(std::string_view name) {

@@ -335,6 +335,7 @@ class Replay {
     const session::WhatIf whatIf = whatIfFrom(options_);
     const bool addFilterMode = whatIf.filterMode && !hasCall(reader_, CallKind::kSetFilterMode);
     session::Player player(&alg, whatIf, addFilterMode);
+    player.measureDurations(false);  // the library's time is measured around it
     outcome_.libraryVersion = session::identityOf(*library).version;
     if (outcome_.libraryVersion.empty()) outcome_.libraryVersion = ALG_FACTORY_VERSION;
     std::optional<ReRecording> reRecording;
