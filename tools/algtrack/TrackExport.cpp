@@ -4,9 +4,14 @@
 #include <alg_kit/analysis/Answers.h>
 #include <tools/algtrack/terminal/Json.h>
 
+#include <charconv>
 #include <cstdio>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <ostream>
 #include <stdexcept>
+#include <string_view>
+#include <type_traits>
 #include <utility>
 
 namespace algtrack {
@@ -42,17 +47,52 @@ std::string originText(const ExportOrigin& origin) {
   return "algtrack replay of " + origin.file + ", library " + origin.libraryVersion;
 }
 
-std::string numberText(float value) {
-  char text[40];
-  std::snprintf(text, sizeof text, "%.9g", static_cast<double>(value));
-  return text;
+/// As "%.9f".
+std::string secondsText(double seconds) {
+  char text[400];  // the largest double has 309 digits before its point
+  const auto end = std::to_chars(text, std::end(text), seconds, std::chars_format::fixed, 9);
+  return {text, end.ptr};
 }
 
-std::string secondsText(double seconds) {
-  char text[64];
-  std::snprintf(text, sizeof text, "%.9f", seconds);
-  return text;
-}
+/// A line of values with commas between them. It keeps its storage from one to the next.
+class CsvLine {
+ public:
+  template <typename Integer, typename = std::enable_if_t<std::is_integral_v<Integer>>>
+  CsvLine& add(Integer value) {
+    return addChars([value](char* from, char* to) { return std::to_chars(from, to, value); });
+  }
+  /// As "%.9g": enough digits to tell every float from its neighbours.
+  CsvLine& add(float value) {
+    return addChars([value](char* from, char* to) {
+      return std::to_chars(from, to, static_cast<double>(value), std::chars_format::general, 9);
+    });
+  }
+  CsvLine& add(std::string_view text) {
+    line_.append(text) += ',';
+    return *this;
+  }
+  CsvLine& addEmpty(int count) {
+    line_.append(static_cast<std::size_t>(count), ',');
+    return *this;
+  }
+
+  /// Ends the line.
+  void write(std::ostream& out) {
+    line_.back() = '\n';
+    out.write(line_.data(), static_cast<std::streamsize>(line_.size()));
+    line_.clear();
+  }
+
+ private:
+  template <typename Convert>
+  CsvLine& addChars(Convert convert) {
+    char text[40];
+    return add(
+        std::string_view(text, static_cast<std::size_t>(convert(text, std::end(text)).ptr - text)));
+  }
+
+  std::string line_;
+};
 
 class CsvExport final : public TrackExport {
  public:
@@ -77,17 +117,19 @@ class CsvExport final : public TrackExport {
     for (const DeliveredBlock& delivered : entry.blocks)
       for (const algorithm::TrackedPoint& point : delivered.block.records) {
         if (!wants(point.id)) continue;
-        begin(entry, at, std::to_string(delivered.block.header), "block", point.id);
-        position(point.x, point.y, point.z);
-        file_.stream() << ",,,," << numberText(point.bearing);
+        line_.add(entry.call.index).add(secondsText(at.seconds)).add(delivered.block.header);
+        line_.add("block").add(point.id);
+        addPosition(point.x, point.y, point.z);
+        line_.addEmpty(3).add(point.bearing);
         end(at);
       }
     const auto answer = analysis::poseOf(entry.call);
     if (!answer || !wants(answer->id)) return;
-    begin(entry, at, "", "answer", answer->id);
-    position(answer->filtered[0], answer->filtered[1], answer->filtered[2]);
-    for (const float rate : answer->rate) file_.stream() << "," << numberText(rate);
-    file_.stream() << ",";
+    line_.add(entry.call.index).add(secondsText(at.seconds)).addEmpty(1);
+    line_.add("answer").add(answer->id);
+    addPosition(answer->filtered[0], answer->filtered[1], answer->filtered[2]);
+    for (const float rate : answer->rate) line_.add(rate);
+    line_.addEmpty(1);
     end(at);
   }
 
@@ -97,18 +139,18 @@ class CsvExport final : public TrackExport {
  private:
   bool wants(int object) const { return isWanted(origin_, object); }
 
-  void begin(const Entry& entry, const Moment& at, const std::string& stamp, const char* source,
-             int object) {
-    file_.stream() << entry.call.index << "," << secondsText(at.seconds) << "," << stamp << ","
-                   << source << "," << object;
-  }
   void end(const Moment& at) {
-    file_.stream() << "," << (at.packet < 0 ? "" : std::to_string(at.packet)) << "\n";
+    if (at.packet < 0)
+      line_.addEmpty(1);
+    else
+      line_.add(at.packet);
+    line_.write(file_.stream());
   }
-  void position(float x, float y, float z) {
-    for (const float value : {x, y, z, x, -y, -z}) file_.stream() << "," << numberText(value);
+  void addPosition(float x, float y, float z) {
+    for (const float value : {x, y, z, x, -y, -z}) line_.add(value);
   }
 
+  CsvLine line_;
   OutputFile file_;
   ExportOrigin origin_;
 };
