@@ -11,6 +11,7 @@ namespace {
 constexpr double kRadians = 3.141592653589793 / 180;
 constexpr int kStretches = 10;
 constexpr std::size_t kFewestPairs = 100;  // of a stretch
+constexpr std::size_t kMostPairs = 6000;   // leave its rotation open by far less than kLeastDrift
 constexpr double kBelieved = 0.5;          // degrees by which a stretch may differ from the whole
 constexpr double kDriftDeviations = 5;
 constexpr double kLeastDrift = 0.02;  // degrees
@@ -19,6 +20,16 @@ std::string number(double value, const char* format) {
   char text[40];
   std::snprintf(text, sizeof text, format, value);
   return text;
+}
+
+/// An even part of many pairs, in runs, so that ids that take turns all have their say.
+std::vector<ObservedPair> thinned(const std::vector<ObservedPair>& pairs) {
+  constexpr std::size_t kRun = 7;
+  const std::size_t step = pairs.size() / kMostPairs + 1;
+  std::vector<ObservedPair> some;
+  for (std::size_t i = 0; i < pairs.size(); ++i)
+    if (i / kRun % step == 0) some.push_back(pairs[i]);
+  return some;
 }
 
 /// A stretch, with its rotation against the given calibration.
@@ -30,9 +41,10 @@ struct Stretch {
 
 Stretch stretchOf(const algorithm::StereoCalibration& given,
                   const algorithm::StereoCalibration& refined, const Eigen::Vector3d& wholeRotation,
-                  const std::vector<ObservedPair>& pairs) {
+                  const std::vector<ObservedPair>& all) {
   Stretch stretch;
-  stretch.point.pairs = pairs.size();
+  stretch.point.pairs = all.size();
+  const std::vector<ObservedPair> pairs = thinned(all);
   stretch.point.residual = fit(given, pairs).medianResidual;
   stretch.point.residualRefined = fit(refined, pairs).medianResidual;
   // What the stretch alone leaves open stays as the whole recording has it.

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <type_traits>
 
 namespace calibration {
 namespace {
@@ -66,18 +67,13 @@ Eigen::Matrix<T, 3, 3> rotationFrom(const T* r) {
     first = sin(angle) / angle;
     second = (1.0 - cos(angle)) / square;
   }
-  Eigen::Matrix<T, 3, 3> cross;
-  cross << T(0), -r[2], r[1], r[2], T(0), -r[0], -r[1], r[0], T(0);
+  const auto cross = crossMatrix<T>({r[0], r[1], r[2]});
   return Eigen::Matrix<T, 3, 3>(Eigen::Matrix<T, 3, 3>::Identity() + first * cross +
                                 second * (cross * cross).eval());
 }
 
-template <typename T>
-Ray<T> promoted(const Ray<double>& ray) {
-  return {ray.direction.cast<T>(), ray.perPixel.cast<T>()};
-}
-
-/// The Sampson distances of pairs as a function of the parameters.
+/// The Sampson distances of pairs as a function of the parameters. Those of the pose leave the rays
+/// alone and act through the nine elements of the essential matrix.
 template <int N>
 class Distances {
  public:
@@ -96,17 +92,20 @@ class Distances {
   /// The geometry at one set of parameters.
   template <typename T>
   struct At {
-    Eigen::Matrix<T, 3, 3> R;
-    Eigen::Matrix<T, 3, 1> t;
+    Eigen::Matrix<T, 3, 3> essential;
     T left[kLensParameters], right[kLensParameters];
+    /// Where T carries derivatives, value and derivatives apart.
+    Eigen::Matrix3d plainEssential;
+    Eigen::Matrix<double, N, 9> perParameter;
   };
 
   template <typename T>
   At<T> at(const T* p) const {
     At<T> at;
-    at.R = rotationFrom(p) * pose_.R.template cast<T>();
-    at.t = pose_.t.template cast<T>() + pose_.tangents.col(0).template cast<T>() * p[3] +
-           pose_.tangents.col(1).template cast<T>() * p[4];
+    const Eigen::Matrix<T, 3, 1> t = pose_.t.template cast<T>() +
+                                     pose_.tangents.col(0).template cast<T>() * p[3] +
+                                     pose_.tangents.col(1).template cast<T>() * p[4];
+    at.essential = crossMatrix(t) * (rotationFrom(p) * pose_.R.template cast<T>());
     for (int i = 0; i < kLensParameters; ++i) {
       at.left[i] = T(pose_.left[i]);
       at.right[i] = T(pose_.right[i]);
@@ -120,17 +119,31 @@ class Distances {
 
   template <typename T>
   T distance(std::size_t i, const At<T>& at) const {
-    if (N == kPoseParameters)
-      return sampsonDistance(promoted<T>(left_[i]), promoted<T>(right_[i]), at.R, at.t);
-    const ObservedPair& pair = pairs_[i];
-    return sampsonDistance(rayOf(pair.left.x, pair.left.y, at.left),
-                           rayOf(pair.right.x, pair.right.y, at.right), at.R, at.t);
+    if constexpr (N != kPoseParameters) {
+      const ObservedPair& pair = pairs_[i];
+      return sampsonDistance(rayOf(pair.left.x, pair.left.y, at.left),
+                             rayOf(pair.right.x, pair.right.y, at.right), at.essential);
+    } else if constexpr (std::is_same_v<T, double>) {
+      return sampsonDistance(left_[i], right_[i], at.essential);
+    } else {
+      Eigen::Matrix3d perEssential;
+      T result;
+      result.a = sampsonDistance(left_[i], right_[i], at.plainEssential, perEssential);
+      result.v.noalias() =
+          at.perParameter * Eigen::Map<const Eigen::Matrix<double, 9, 1>>(perEssential.data());
+      return result;
+    }
   }
 
   At<Jet> withDerivatives(const double* p) const {
     Jet jets[N];
     for (int i = 0; i < N; ++i) jets[i] = Jet(p[i], i);
-    return at(jets);
+    At<Jet> result = at(jets);
+    for (Eigen::Index i = 0; i < 9; ++i) {
+      result.plainEssential(i) = result.essential(i).a;
+      result.perParameter.col(i) = result.essential(i).v;
+    }
+    return result;
   }
 
  private:
@@ -256,7 +269,7 @@ class Fitter {
           weights[static_cast<Eigen::Index>(i)] = u < 1 ? (1 - u * u) / noise : 0;
         }
         const Vector before = p;
-        solve(distances, weights, 10, p);
+        solve(distances, weights, 3, p);
         fit.converged = (p - before).norm() < 1e-8 * (1 + p.norm());
         if (round >= 5 && fit.converged) break;
       }
@@ -443,11 +456,11 @@ PairFit fitPairs(const StereoCalibration& given, const std::vector<ObservedPair>
 std::vector<double> sampsonDistances(const StereoCalibration& calibration,
                                      const std::vector<ObservedPair>& pairs) {
   const Pose pose = poseOf(calibration);
+  const Eigen::Matrix3d essential = crossMatrix(pose.t) * pose.R;
   std::vector<double> distances;
   for (const ObservedPair& pair : pairs)
     distances.push_back(sampsonDistance(rayOf(pair.left.x, pair.left.y, pose.left),
-                                        rayOf(pair.right.x, pair.right.y, pose.right), pose.R,
-                                        pose.t));
+                                        rayOf(pair.right.x, pair.right.y, pose.right), essential));
   return distances;
 }
 

@@ -83,25 +83,51 @@ Ray<T> rayOf(double u, double v, const T* lens) {
   return ray;
 }
 
-/// Signed Sampson distance in raw pixels (Sampson 1982; Hartley and Zisserman, "Multiple View
-/// Geometry", 2nd ed., 11.4.3): the epipolar constraint e = dR . (T x R dL), divided by the length
-/// of its gradient in the four pixel coordinates. To first order it is the distance by which the
-/// two pixels together must move to agree, so that noise of s px in every coordinate gives it a
-/// standard deviation of s px, wherever in the images the pair lies.
-/// @param R_LtoR  rotation of the left frame into the right one
-/// @param towards direction of the translation; its length does not matter
+/// The matrix of [t]x, the cross product with t from the left.
 template <typename T>
-T sampsonDistance(const Ray<T>& left, const Ray<T>& right, const Eigen::Matrix<T, 3, 3>& R_LtoR,
-                  const Eigen::Matrix<T, 3, 1>& towards) {
+Eigen::Matrix<T, 3, 3> crossMatrix(const Eigen::Matrix<T, 3, 1>& t) {
+  Eigen::Matrix<T, 3, 3> cross;
+  cross << T(0), -t[2], t[1], t[2], T(0), -t[0], -t[1], t[0], T(0);
+  return cross;
+}
+
+/// Signed Sampson distance in raw pixels (Sampson 1982; Hartley and Zisserman, "Multiple View
+/// Geometry", 2nd ed., 11.4.3): the epipolar constraint e = dR . E dL, divided by the length of its
+/// gradient in the four pixel coordinates. To first order it is the distance by which the two
+/// pixels together must move to agree, so that noise of s px in every coordinate gives it a
+/// standard deviation of s px, wherever in the images the pair lies.
+/// @param essential  E = [t]x R with the rotation R of the left frame into the right one and the
+///                   direction t of the translation; its scale does not matter
+template <typename T>
+T sampsonDistance(const Ray<T>& left, const Ray<T>& right,
+                  const Eigen::Matrix<T, 3, 3>& essential) {
   using std::sqrt;
-  const Eigen::Matrix<T, 3, 1> turned = R_LtoR * left.direction;
-  const Eigen::Matrix<T, 3, 1> perRight = towards.cross(turned);
-  const Eigen::Matrix<T, 3, 1> perTurned = right.direction.cross(towards);
-  const Eigen::Matrix<T, 2, 1> gradientLeft =
-      left.perPixel.transpose() * (R_LtoR.transpose() * perTurned);
+  const Eigen::Matrix<T, 3, 1> perRight = essential * left.direction;
+  const Eigen::Matrix<T, 3, 1> perLeft = essential.transpose() * right.direction;
+  const Eigen::Matrix<T, 2, 1> gradientLeft = left.perPixel.transpose() * perLeft;
   const Eigen::Matrix<T, 2, 1> gradientRight = right.perPixel.transpose() * perRight;
   const T e = right.direction.dot(perRight);
   return e / sqrt(gradientLeft.squaredNorm() + gradientRight.squaredNorm() + 1e-300);
+}
+
+/// The same, and how it changes with the nine elements of E. With g_L and g_R the gradients in the
+/// pixels of each camera, P_L and P_R how the rays turn with them, and n the length of both:
+///   d = e / n,  dd/dE = dR dL' / n - d / n^2 (dR (P_L g_L)' + (P_R g_R) dL')
+inline double sampsonDistance(const Ray<double>& left, const Ray<double>& right,
+                              const Eigen::Matrix3d& essential, Eigen::Matrix3d& perEssential) {
+  const Eigen::Vector3d perRight = essential * left.direction;
+  const Eigen::Vector3d perLeft = essential.transpose() * right.direction;
+  const Eigen::Vector2d gradientLeft = left.perPixel.transpose() * perLeft;
+  const Eigen::Vector2d gradientRight = right.perPixel.transpose() * perRight;
+  const double square = gradientLeft.squaredNorm() + gradientRight.squaredNorm() + 1e-300;
+  const double perConstraint = 1 / std::sqrt(square);
+  const double distance = right.direction.dot(perRight) * perConstraint;
+  const double perSquare = distance / square;
+  const Eigen::Vector3d alongLeft =
+      perConstraint * left.direction - perSquare * (left.perPixel * gradientLeft);
+  const Eigen::Vector3d alongRight = perSquare * (right.perPixel * gradientRight);
+  perEssential = right.direction * alongLeft.transpose() - alongRight * left.direction.transpose();
+  return distance;
 }
 
 }  // namespace calibration

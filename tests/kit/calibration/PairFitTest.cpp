@@ -63,6 +63,7 @@ TEST(SampsonDistance, ChangesWithEveryParameterAsDifferencesSay) {
   const auto rig = rig::builtInRig();
   const auto pair = pairsAllOver(rig, 1, 0.3, 2)[0];
   const auto gradient = sampsonGradient(rig.calibration, pair, kAllParameters);
+  const auto ofThePose = sampsonGradient(rig.calibration, pair, kPoseParameters);
   for (int k = 0; k < kAllParameters; ++k) {
     Eigen::VectorXd step = Eigen::VectorXd::Zero(kAllParameters);
     step[k] = 1e-5;
@@ -70,6 +71,9 @@ TEST(SampsonDistance, ChangesWithEveryParameterAsDifferencesSay) {
     const double down = sampsonDistances(moved(rig.calibration, -step), {pair})[0];
     const double slope = (up - down) / 2e-5;
     EXPECT_NEAR(gradient[k], slope, 1e-5 * (1 + std::abs(slope))) << k;
+    if (k < kPoseParameters) {
+      EXPECT_NEAR(ofThePose[k], slope, 1e-5 * (1 + std::abs(slope))) << k;
+    }
   }
 }
 
