@@ -1,4 +1,5 @@
 #include <alg_kit/analysis/ObjectHistory.h>
+#include <alg_kit/trace/FateText.h>
 
 #include <algorithm>
 #include <array>

@@ -20,12 +20,6 @@ using algorithm::BlobFate;
 
 constexpr int kBlobFates = static_cast<int>(BlobFate::kDelivered) + 1;
 
-/// For people: "refused by the epipolar test".
-const char* describe(BlobFate fate);
-
-/// For programs: "epipolar".
-const char* keyOf(BlobFate fate);
-
 struct TracedBlob {
   int camera = 0;  ///< 0 left, 1 right
   int offset = 0;  ///< of its record in the packet
@@ -93,8 +87,5 @@ class PipelineTrace {
   algorithm::StereoService service_;
   PacketTrace packet_;
 };
-
-/// Why a blob of the packet ended where it did, in one line, with the value and the limit.
-std::string reasonOf(const PacketTrace& packet, const TracedBlob& blob);
 
 }  // namespace trace

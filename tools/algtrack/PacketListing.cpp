@@ -1,3 +1,4 @@
+#include <alg_kit/trace/FateText.h>
 #include <tools/algtrack/PacketListing.h>
 
 #include <algorithm>

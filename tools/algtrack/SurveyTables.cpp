@@ -1,3 +1,4 @@
+#include <alg_kit/trace/FateText.h>
 #include <tools/algtrack/SurveyTables.h>
 
 #include <array>

@@ -2,6 +2,7 @@
 // limit worked out by hand; then the sums on noisy scenes.
 #include <alg_factory/api/AlgFactory.h>
 #include <alg_kit/analysis/BlobFunnel.h>
+#include <alg_kit/trace/FateText.h>
 #include <alg_kit/trace/PipelineTrace.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
