@@ -66,6 +66,9 @@ class Recorder final : public session::UnitSink {
   /// Hands over a copy of a unit, as above.
   void take(const session::Unit& unit) noexcept override;
 
+  /// Hands over the unit itself.
+  void takeOver(session::Unit& unit) noexcept override { append(unit); }
+
   /// Counts calls as dropped. Any thread.
   void miss(std::int64_t calls) noexcept override;
 

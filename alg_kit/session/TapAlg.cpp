@@ -105,7 +105,7 @@ class TapAlg::Scope {
     if (!relay.onTapsThread()) {
       if (!tap.heard_ || PassingCallback::standsFor(&relay)) return;
       if (processGeneration() != tap.bornIn_) return;
-      if (!lock_.try_lock_for(kLongestWait)) {
+      if (!lock_.try_lock() && !lock_.try_lock_for(kLongestWait)) {
         tap.missOne();
         return;
       }
@@ -302,10 +302,12 @@ void TapAlg::handOver() noexcept {
   {
     const std::lock_guard<std::mutex> guard(sinksLock_);
     for (const Listener& listener : sinks_) {
-      if (whole_)
-        listener.sink->take(unit_);
-      else
+      if (!whole_)
         listener.sink->miss(callsInUnit_);
+      else if (&listener == &sinks_.back())
+        listener.sink->takeOver(unit_);
+      else
+        listener.sink->take(unit_);
       if (listener.leaving) listener.sink->end();
     }
     sinks_.erase(std::remove_if(sinks_.begin(), sinks_.end(),

@@ -16,6 +16,10 @@ class UnitSink {
   /// @param unit  the tap's own; valid during the call
   virtual void take(const Unit& unit) noexcept = 0;
 
+  /// As `take`, where the unit is for nobody after this sink: it may keep the unit's storage, and
+  /// leave other in its place.
+  virtual void takeOver(Unit& unit) noexcept { take(unit); }
+
   /// `calls` calls happened of which no unit could be made: memory ran out.
   virtual void miss(std::int64_t /*calls*/) noexcept {}
 

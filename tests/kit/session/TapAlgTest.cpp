@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -40,6 +41,17 @@ class NotingSink : public session::UnitSink {
 
   std::vector<std::string> seen;
   Unit latest;
+};
+
+/// Keeps what it may keep.
+class KeepingSink final : public NotingSink {
+ public:
+  void takeOver(Unit& unit) noexcept override {
+    take(unit);
+    kept.emplace_back();
+    std::swap(kept.back(), unit);
+  }
+  std::vector<Unit> kept;
 };
 
 /// The library's part: a lock around queries and around delivering.
@@ -86,6 +98,20 @@ TEST_F(TapAlgTest, HandsEveryUnitToEverySinkInOrder) {
   ask(tap);
   EXPECT_THAT(sink_.seen, ElementsAre("0 InputStream", "1 HandleEvent"));
   EXPECT_EQ(second.seen, sink_.seen);
+}
+
+TEST_F(TapAlgTest, LetsTheLastSinkAloneKeepAUnit) {
+  KeepingSink first, last;
+  TapAlg tap(&library_);
+  tap.add(first);
+  tap.add(last);
+  feed(tap);
+  ask(tap);
+  EXPECT_THAT(first.seen, ElementsAre("0 InputStream", "1 HandleEvent"));
+  EXPECT_EQ(last.seen, first.seen);
+  EXPECT_THAT(first.kept, IsEmpty());
+  ASSERT_EQ(last.kept.size(), 2u);
+  EXPECT_EQ(last.kept[1][0].call.index, 1);
 }
 
 TEST_F(TapAlgTest, HandsACallOverWithTheCallsFromItsCallbacksWhenItHasReturned) {
