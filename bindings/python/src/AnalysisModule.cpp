@@ -3,6 +3,7 @@
 #include <alg_kit/analysis/CrossCheck.h>
 #include <alg_kit/analysis/Explanation.h>
 #include <alg_kit/analysis/Tracks.h>
+#include <alg_kit/trace/FateText.h>
 #include <bindings/python/src/Arrays.h>
 #include <bindings/python/src/Columns.h>
 #include <bindings/python/src/Parts.h>

@@ -3,6 +3,7 @@
 #include <alg_factory/stereo3d/StereoCalibration.h>
 #include <alg_kit/estimate/Estimate.h>
 #include <alg_kit/session/Session.h>
+#include <alg_kit/trace/FateText.h>
 #include <alg_kit/trace/PipelineTrace.h>
 #include <bindings/python/src/Parts.h>
 #include <bindings/python/src/Rows.h>
