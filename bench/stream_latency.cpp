@@ -158,6 +158,14 @@ void measureCalls(double seconds) {
     session::TapAlg alg(algorithm::AlgFactory::CreateALG(0));
     print("call, no stream", drive(alg, seconds));
   }
+  {
+    struct Nothing : session::UnitSink {
+      void take(const session::Unit&) noexcept override {}
+    } nothing;
+    session::TapAlg alg(algorithm::AlgFactory::CreateALG(0));
+    alg.add(nothing);
+    print("call, a listener that does nothing", drive(alg, seconds));
+  }
   scene("no client", seconds, [](int, const std::atomic<bool>&) {});
   scene("a client that reads", seconds, [](int port, const std::atomic<bool>&) {
     WebSocketClient client(port);

@@ -51,4 +51,6 @@ FoxgloveServer::FoxgloveServer(std::shared_ptr<Server> server, const FoxgloveOpt
                                session::TapAlg* tap)
     : StreamSink(server, options, tap), port_(server->port()) {}
 
+FoxgloveServer::FoxgloveServer(session::TapAlg& tap) : FoxgloveServer(FoxgloveOptions(), &tap) {}
+
 }  // namespace stream

@@ -21,7 +21,10 @@ struct FoxgloveOptions : StreamOptions {
 class FoxgloveServer final : public StreamSink {
  public:
   /// @throws StreamError where address and port cannot be served
-  explicit FoxgloveServer(const FoxgloveOptions& options = {}, session::TapAlg* tap = nullptr);
+  explicit FoxgloveServer(const FoxgloveOptions& options, session::TapAlg* tap = nullptr);
+
+  /// Listens to a tap, as the options are by themselves.
+  explicit FoxgloveServer(session::TapAlg& tap);
 
   int port() const { return port_; }
 

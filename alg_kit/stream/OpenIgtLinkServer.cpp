@@ -52,4 +52,7 @@ OpenIgtLinkServer::OpenIgtLinkServer(std::shared_ptr<Server> server,
                                      const OpenIgtLinkOptions& options, session::TapAlg* tap)
     : StreamSink(server, options, tap), port_(server->port()) {}
 
+OpenIgtLinkServer::OpenIgtLinkServer(session::TapAlg& tap)
+    : OpenIgtLinkServer(OpenIgtLinkOptions(), &tap) {}
+
 }  // namespace stream

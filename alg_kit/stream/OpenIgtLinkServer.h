@@ -17,8 +17,10 @@ struct OpenIgtLinkOptions : StreamOptions {
 class OpenIgtLinkServer final : public StreamSink {
  public:
   /// @throws StreamError where address and port cannot be served
-  explicit OpenIgtLinkServer(const OpenIgtLinkOptions& options = {},
-                             session::TapAlg* tap = nullptr);
+  explicit OpenIgtLinkServer(const OpenIgtLinkOptions& options, session::TapAlg* tap = nullptr);
+
+  /// Listens to a tap, as the options are by themselves.
+  explicit OpenIgtLinkServer(session::TapAlg& tap);
 
   int port() const { return port_; }
 

@@ -139,4 +139,6 @@ class OscSender::Sender final : public Output, private Listener {
 OscSender::OscSender(const OscOptions& options, session::TapAlg* tap)
     : StreamSink(std::make_shared<Sender>(options), options, tap) {}
 
+OscSender::OscSender(session::TapAlg& tap) : OscSender(OscOptions(), &tap) {}
+
 }  // namespace stream

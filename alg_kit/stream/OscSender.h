@@ -15,7 +15,10 @@ struct OscOptions : StreamOptions {
 class OscSender final : public StreamSink {
  public:
   /// @throws StreamError for a port that cannot be, and a host that is not known
-  explicit OscSender(const OscOptions& options = {}, session::TapAlg* tap = nullptr);
+  explicit OscSender(const OscOptions& options, session::TapAlg* tap = nullptr);
+
+  /// Listens to a tap, as the options are by themselves.
+  explicit OscSender(session::TapAlg& tap);
 
  private:
   class Sender;

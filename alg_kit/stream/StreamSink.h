@@ -39,7 +39,7 @@ struct StreamStatus {
 /// Sends what a session says to other programs, on a thread of its own. Derived classes say how.
 ///
 ///     recording::RecordingAlg alg(algorithm::AlgFactory::CreateALG(0), "session.algrec");
-///     stream::FoxgloveServer viewers({}, &alg);   // the one line
+///     stream::FoxgloveServer viewers(alg);   // the one line
 ///
 /// The host's threads never wait for it: `take` copies the unit into a ring without a lock; what is
 /// too old when the thread comes to it is dropped and counted. Clients cannot reach the host: what

@@ -21,7 +21,7 @@ struct Host : algorithm::DataSink, algorithm::LogSink {
 void runSession(const char* file, double seconds) {
   static Host host;  // the library keeps the sinks
   recording::RecordingAlg alg(algorithm::AlgFactory::CreateALG(0), file);
-  stream::FoxgloveServer viewers({}, &alg);
+  stream::FoxgloveServer viewers(alg);
   std::printf("viewers connect to ws://127.0.0.1:%d\n", viewers.port());
 
   // From here on it is a host like any other; a simulated device stands for the real one.
