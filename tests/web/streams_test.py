@@ -5,6 +5,7 @@ import filecmp
 import json
 import os
 import shutil
+import signal
 import socket
 import struct
 import subprocess
@@ -125,6 +126,13 @@ class StreamsTest(AlgtrackCase):
         self.assertTrue(read["closed"])
         self.assertEqual(process.wait(timeout=20), 0)
         self.assertIn("Sent: ", process.stdout.read())
+
+    def test_ctrl_c_ends_a_stream_in_order(self):
+        process, line = self.stream("--follow", "never.algrec", "--foxglove", 0)
+        self.assertIn("ws://127.0.0.1:", line)
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(timeout=20), 0)
+        self.assertIn("Sent: 0 messages", process.stdout.read())
 
     def test_a_running_host_is_followed(self):
         process, line = self.stream("--follow", "live.algrec", "--foxglove", 0)

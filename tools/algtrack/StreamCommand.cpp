@@ -56,6 +56,11 @@ void addOsc(const std::string& place, Sinks& sinks) {
   std::cout << "OSC: to udp://" << place << "\n";
 }
 
+/// As it stands before a port.
+std::string hostOf(const std::string& address) {
+  return address.find(':') == std::string::npos ? address : "[" + address + "]";
+}
+
 Sinks sinksOf(const StreamCommandOptions& options) {
   Sinks sinks;
   if (options.foxglove) {
@@ -64,7 +69,7 @@ Sinks sinksOf(const StreamCommandOptions& options) {
     foxglove.port = *options.foxglove;
     foxglove.origins = options.origins;
     auto server = std::make_unique<stream::FoxgloveServer>(foxglove);
-    std::cout << "Foxglove: ws://" << options.listen << ":" << server->port() << "\n";
+    std::cout << "Foxglove: ws://" << hostOf(options.listen) << ":" << server->port() << "\n";
     sinks.all.push_back(std::move(server));
   }
   if (options.openIgtLink) {
@@ -72,7 +77,7 @@ Sinks sinksOf(const StreamCommandOptions& options) {
     link.address = options.listen;
     link.port = *options.openIgtLink;
     auto server = std::make_unique<stream::OpenIgtLinkServer>(link);
-    std::cout << "OpenIGTLink: " << options.listen << ":" << server->port() << "\n";
+    std::cout << "OpenIGTLink: " << hostOf(options.listen) << ":" << server->port() << "\n";
     sinks.all.push_back(std::move(server));
   }
   if (!options.osc.empty()) addOsc(options.osc, sinks);
@@ -110,10 +115,14 @@ void follow(const StreamCommandOptions& options, Sinks& sinks) {
 void sendStream(const StreamCommandOptions& options) {
   if (!options.follow) const recording::RecordingReader check(options.file);
   Sinks sinks = sinksOf(options);
-  if (options.follow)
-    follow(options, sinks);
-  else
-    play(options, sinks);
+  try {
+    if (options.follow)
+      follow(options, sinks);
+    else
+      play(options, sinks);
+  } catch (const std::exception&) {
+    if (!wasInterrupted()) throw;  // Ctrl-C is a way to end it
+  }
 
   stream::StreamStatus sum;
   for (const auto& sink : sinks.all) {

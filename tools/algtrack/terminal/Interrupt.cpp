@@ -25,4 +25,8 @@ void stopIfInterrupted() {
         "interrupted: nothing was written, files that were there are as before");
 }
 
+bool wasInterrupted() {
+  return interrupted != 0;
+}
+
 }  // namespace algtrack

@@ -9,4 +9,7 @@ void heedInterrupts();
 /// @throws std::runtime_error, in one line that says what is left, once there was one
 void stopIfInterrupted();
 
+/// Whether there was one, for a command that Ctrl-C is the way to end.
+bool wasInterrupted();
+
 }  // namespace algtrack
