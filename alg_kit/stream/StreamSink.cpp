@@ -5,6 +5,8 @@
 #include <alg_kit/stream/Output.h>
 #include <alg_kit/stream/UnitRing.h>
 
+#include <pthread.h>
+#include <sched.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 #include <boost/asio/posix/stream_descriptor.hpp>
@@ -57,6 +59,16 @@ class Bell {
   std::atomic<bool> rung_{false};
 };
 
+/// A thread of an ordinary kind that is woken takes the processor from the one that wakes it, here
+/// from the host in the middle of its call. A batch thread does not. A host that has real-time
+/// priority gives it to the stream too: there the two do not disturb each other.
+void letHostGoFirst() {
+  sched_param parameters{};
+  int policy = SCHED_OTHER;
+  if (pthread_getschedparam(pthread_self(), &policy, &parameters) == 0 && policy == SCHED_OTHER)
+    pthread_setschedparam(pthread_self(), SCHED_BATCH, &parameters);
+}
+
 }  // namespace
 
 struct StreamSink::State {
@@ -108,6 +120,7 @@ struct StreamSink::State {
   }
 
   void run() noexcept {
+    letHostGoFirst();
     // What a handler throws (memory that runs out) costs a message or a connection.
     for (bool again = false;;) {
       try {

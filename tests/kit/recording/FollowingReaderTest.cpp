@@ -176,6 +176,26 @@ TEST_F(FollowingReaderTest, GoesOnInTheNextFileWithoutItsRepeatedCalls) {
   EXPECT_EQ(follower.path(), folder_.path("next.algrec"));
 }
 
+TEST_F(FollowingReaderTest, LeavesOutTheRepeatedCallsBehindAGapToo) {
+  // Calls 1 to 99 were dropped: the next file repeats call 0 as its call 99.
+  {
+    recording::Recorder recorder(file_);
+    const auto take = [&](std::int64_t index) {
+      session::Unit unit;
+      session::Call& call = unit.append().call;
+      call.index = index;
+      call.kind = session::CallKind::kSetDataCallback;
+      call.returned = 1;
+      recorder.take(unit);
+    };
+    take(0);
+    recorder.continueIn(folder_.path("next.algrec"));
+    take(100);
+  }
+  FollowingReader follower(file_);
+  EXPECT_EQ(callsOf(follower), (std::vector<std::int64_t>{0, 100}));
+}
+
 TEST_F(FollowingReaderTest, EndsWhereTheNextFileWasTakenAway) {
   {
     RecordingAlg alg(&library_, file_);
