@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <boost/asio/io_context.hpp>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -26,24 +27,22 @@ constexpr const char* kHandshake =
     "Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
     "Sec-WebSocket-Protocol: foxglove.websocket.v1\r\n\r\n";
 
+struct ClientBytes {
+  std::string handshake, then;
+};
+
 /// The first byte says how far the client keeps to the rules.
-std::string bytesOfClient(const std::uint8_t* data, std::size_t size) {
+ClientBytes bytesOfClient(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data + 1), size - 1);
-  switch (data[0] % 3) {
-    case 0:
-      return text;  // any bytes
-    case 1:
-      return kHandshake + text;  // any frames
-    default: {                   // a text in each frame; they are separated by zeros
-      std::string bytes = kHandshake;
-      for (std::size_t at = 0; at <= text.size();) {
-        const std::size_t end = std::min(text.find('\0', at), text.size());
-        bytes += testing_support::webSocketFrame(1, text.substr(at, end - at));
-        at = end + 1;
-      }
-      return bytes;
-    }
+  if (data[0] % 3 == 0) return {text, ""};          // any bytes
+  if (data[0] % 3 == 1) return {kHandshake, text};  // any frames
+  std::string frames;                               // a text in each; zeros separate them
+  for (std::size_t at = 0; at <= text.size();) {
+    const std::size_t end = std::min(text.find('\0', at), text.size());
+    frames += testing_support::webSocketFrame(1, text.substr(at, end - at));
+    at = end + 1;
   }
+  return {kHandshake, frames};
 }
 
 }  // namespace
@@ -53,26 +52,25 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size == 0 || size > 32768) return 0;
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) != 0) fail("no sockets");
-  const std::string bytes = bytesOfClient(data, size);
+  const ClientBytes bytes = bytesOfClient(data, size);
 
   boost::asio::io_context context;
   stream::Counters counters;
   const stream::FoxgloveSession::Rules rules;
   bool ended = false;
-  std::weak_ptr<stream::FoxgloveSession> watched;
   {
     const auto session = std::make_shared<stream::FoxgloveSession>(
         stream::ClientSocket(context, boost::asio::generic::stream_protocol(AF_UNIX, 0), ends[1]),
         rules, counters);
-    watched = session;
     session->begin([&] {
       if (ended) fail("a session ended twice");
       ended = true;
     });
-    [[maybe_unused]] const auto sent = send(ends[0], bytes.data(), bytes.size(), MSG_NOSIGNAL);
     const auto payload = std::make_shared<const std::string>("{}");
-    for (int i = 0; i < 4; ++i) {
-      context.poll();
+    // A client waits for the answer to its handshake before it goes on.
+    for (const std::string* const piece : {&bytes.handshake, &bytes.then}) {
+      [[maybe_unused]] const auto sent = send(ends[0], piece->data(), piece->size(), MSG_NOSIGNAL);
+      for (int i = 0; i < 3; ++i) context.poll();
       for (int channel = 0; channel < stream::kChannels; ++channel)
         session->send(stream::channelAt(channel), 1, payload);
     }

@@ -13,6 +13,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -67,6 +68,14 @@ void letHostGoFirst() {
   int policy = SCHED_OTHER;
   if (pthread_getschedparam(pthread_self(), &policy, &parameters) == 0 && policy == SCHED_OTHER)
     pthread_setschedparam(pthread_self(), SCHED_BATCH, &parameters);
+}
+
+/// Most calls of a host are queries, which a stream only counts.
+bool hasNews(const session::Unit& unit) noexcept {
+  return std::any_of(unit.begin(), unit.end(), [](const session::Entry& entry) {
+    return entry.call.kind == session::CallKind::kInputStream || !entry.blocks.empty() ||
+           !entry.logs.empty();
+  });
 }
 
 }  // namespace
@@ -191,9 +200,10 @@ void StreamSink::take(const session::Unit& unit) noexcept {
   State& state = *state_;
   if (state.stopping || state.inChild()) return;
   state.soFar.dropped = state.ring.dropped();
-  state.ring.put(unit, state.soFar);
+  const bool news = hasNews(unit);
+  if (news) state.ring.put(unit, state.soFar);
   state.soFar.follow(unit);
-  state.bell.ring();
+  if (news) state.bell.ring();
 }
 
 void StreamSink::miss(std::int64_t calls) noexcept {

@@ -48,7 +48,8 @@ struct StreamStatus {
 /// A forked child streams nothing and may destroy its copy.
 class StreamSink : public session::UnitSink {
  public:
-  /// Sends what waits, for a second at the most, and closes all connections.
+  /// Sends what waits, for a second at the most, and closes all connections. Not from inside a
+  /// callback of the tap's host.
   ~StreamSink() override;
   StreamSink(const StreamSink&) = delete;
   StreamSink& operator=(const StreamSink&) = delete;
