@@ -18,6 +18,9 @@ endif()
 if(TARGET algtrack)
   list(APPEND CPACK_COMPONENTS_ALL tools)
 endif()
+if(TARGET alg_python)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
@@ -70,6 +73,23 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION "Stereo optical tracking, command-line too
 The program algtrack simulates a tracking device, replays and inspects
 recordings of the tracking library, converts and checks camera calibrations,
 and writes reports.")
+
+# The extension is for the interpreter that it was built with.
+if(TARGET alg_python)
+  find_package(Python 3.9 REQUIRED COMPONENTS Interpreter)
+  math(EXPR next_python "${Python_VERSION_MINOR} + 1")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-alg-factory)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  string(CONCAT CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}), "
+    "python3 (<< ${Python_VERSION_MAJOR}.${next_python}), python3-numpy")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-distributed, python3-pandas, alg-factory-tools")
+  set(CPACK_COMPONENT_PYTHON_DESCRIPTION "Stereo optical tracking, Python module
+The module alg_factory runs the tracking library from Python and gives
+recordings of it as numpy arrays: positions, answers, every blob and why it
+ended where it did. It simulates, replays with changes, verifies and reports,
+and runs batches on a cluster.")
+endif()
 
 # What Debian wants beside the files, and `cmake --install` leaves out: copyright and changelog of
 # each package, the reasons for what lintian is told to overlook, and the trigger that makes a new

@@ -12,7 +12,7 @@ run("${CMAKE_COMMAND}" -S "${SOURCE}" -B "${build}" -G "${GENERATOR}"
   "-DCMAKE_CXX_COMPILER_LAUNCHER=${LAUNCHER}" -DCMAKE_BUILD_TYPE=Release
   -DCMAKE_INSTALL_PREFIX=/usr -DBUILD_TESTING=OFF -DALG_FACTORY_HARDEN=ON
   -DALG_FACTORY_REQUIRE_TOOLS=ON)
-run("${CMAKE_COMMAND}" --build "${build}" --target alg_factory alg_factory_c algtrack)
+run("${CMAKE_COMMAND}" --build "${build}" --target alg_factory alg_factory_c algtrack alg_python)
 get_filename_component(cmake_folder "${CMAKE_COMMAND}" DIRECTORY)
 # CPack gives folders what the umask leaves.
 run(sh -c "umask 022 && cd \"$0\" && exec \"$1\"" "${build}" "${cmake_folder}/cpack")
@@ -21,7 +21,8 @@ file(GLOB packages RELATIVE "${build}/packages" "${build}/packages/*.deb")
 run(dpkg --print-architecture)
 string(STRIP "${output}" architecture)
 set(expected "")
-foreach(package IN ITEMS libalg-factory libalg-factory-c libalg-factory-dev alg-factory-tools)
+foreach(package IN ITEMS libalg-factory libalg-factory-c libalg-factory-dev alg-factory-tools
+    python3-alg-factory)
   list(APPEND expected "${package}_${VERSION}_${architecture}.deb")
 endforeach()
 expect_same("packages" expected packages)
@@ -48,6 +49,7 @@ expect_field(libalg-factory-dev Depends
 expect_field(libalg-factory-c Depends "libalg-factory \\(>= ${version}\\)")
 expect_field(libalg-factory-c Depends "libsqlite3-0.*libyaml-cpp")
 expect_field(alg-factory-tools Depends "libsqlite3-0.*libyaml-cpp")
+expect_field(python3-alg-factory Depends "libsqlite3-0.*libyaml-cpp.*python3 \\(>= 3.*python3-numpy")
 
 string(REGEX MATCH "^[0-9]+" major "${VERSION}")
 math(EXPR next "${major} + 1")
@@ -88,6 +90,16 @@ endif()
 run("${root}/usr/bin/algtrack" --version)
 if(NOT output MATCHES "${version}")
   fail("algtrack is another version: ${output}")
+endif()
+
+# The Python module, by the interpreter that the package names.
+run("${CMAKE_COMMAND}" -E env "PYTHONPATH=${root}/usr/lib/python3/dist-packages" PYTHONDONTWRITEBYTECODE=1
+  /usr/bin/python3 -c "import sys, alg_factory as af
+af.simulate(sys.argv[1], seconds=1, overwrite=True)
+print(af.__version__, af.verify(sys.argv[1]), len(af.Recording(sys.argv[1]).blocks))"
+  "${SCRATCH}/walk.algrec")
+if(NOT output MATCHES "${version} True 90")
+  fail("the packaged Python module: ${output}")
 endif()
 
 # A host, by both ways in.
