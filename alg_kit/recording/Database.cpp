@@ -189,7 +189,7 @@ void Statement::refuse(int column, int type, const char* expectation) const {
                                              kTypes[type <= SQLITE_NULL ? type : 0]);
 }
 
-sqlite3_value* Statement::valueOrNull(int column, int type, const char* expectation) const {
+inline sqlite3_value* Statement::valueOrNull(int column, int type, const char* expectation) const {
   sqlite3_value* const value = sqlite3_column_value(statement_, column);
   const int found = sqlite3_value_type(value);
   if (found == type) return value;
@@ -197,7 +197,7 @@ sqlite3_value* Statement::valueOrNull(int column, int type, const char* expectat
   refuse(column, found, expectation);
 }
 
-sqlite3_value* Statement::value(int column, int type, const char* expectation) const {
+inline sqlite3_value* Statement::value(int column, int type, const char* expectation) const {
   sqlite3_value* const value = valueOrNull(column, type, expectation);
   if (value == nullptr) refuse(column, SQLITE_NULL, expectation);
   return value;
