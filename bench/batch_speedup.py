@@ -7,14 +7,17 @@ A real scheduler and its workers over TCP, started before the clock; every batch
 overhead of a run is its share of one worker's batch less the same work in one process after the
 other, without starting one."""
 import argparse
+import contextlib
 import os
 import socket
+import statistics
 import subprocess
 import sys
 import tempfile
 import time
 
 import alg_factory as af
+from alg_factory import batch
 from alg_factory.batch_run import library_identity, run
 
 
@@ -29,7 +32,7 @@ def start(program, *arguments):
                             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
 
-def timed_batch(recordings, workers, folder):
+def timed_batch(recordings, workers, folder, number):
     """Seconds, without the start of the program and of the cluster."""
     from distributed import Client
     address = f"tcp://127.0.0.1:{free_port()}"
@@ -39,14 +42,12 @@ def timed_batch(recordings, workers, folder):
                         "--dashboard-address", "127.0.0.1:0",
                         "--local-directory", folder) for _ in range(workers)]
     try:
-        import contextlib
-        from alg_factory import batch
         with Client(address, timeout=60, set_as_default=False) as client:
             client.wait_for_workers(workers, timeout=120)
             variants = [{"name": "filter mode 1", "calibration": None, "calibration_name": None,
                          "filter_mode": 1, "product_type": None}]
             begin = time.perf_counter()
-            rows = batch.batch(recordings, variants, os.path.join(folder, f"results{workers}"),
+            rows = batch.batch(recordings, variants, os.path.join(folder, f"results-{workers}-{number}"),
                                lambda patience: contextlib.nullcontext(client))
             seconds = time.perf_counter() - begin
         assert [row["status"] for row in rows] == ["done"] * len(recordings), rows
@@ -61,6 +62,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--recordings", type=int, default=40)
     parser.add_argument("--seconds", type=float, default=60)
+    parser.add_argument("--rounds", type=int, default=3)
     options = parser.parse_args()
     with tempfile.TemporaryDirectory() as folder:
         recordings = []
@@ -76,12 +78,17 @@ def main():
         print(f"load {os.getloadavg()[0]:.1f} on {os.cpu_count()} processors; "
               f"{options.recordings} recordings of {options.seconds:g} s")
         print(f"a run without its process   {alone:7.2f} s")
-        one = timed_batch(recordings, 1, folder)
-        print(f"one worker                  {one:7.2f} s, {one / options.recordings:.2f} s a run, "
-              f"overhead {one / options.recordings - alone:.2f} s; load {os.getloadavg()[0]:.1f}")
-        two = timed_batch(recordings, 2, folder)
-        print(f"two workers                 {two:7.2f} s, {one / two:.2f} times as fast; "
-              f"load {os.getloadavg()[0]:.1f}")
+        ones, twos = [], []
+        for number in range(options.rounds):  # in turns: what else the machine does changes
+            ones.append(timed_batch(recordings, 1, folder, number))
+            load = os.getloadavg()[0]
+            twos.append(timed_batch(recordings, 2, folder, number))
+            print(f"one worker {ones[-1]:7.2f} s (load {load:.1f}), two {twos[-1]:7.2f} s "
+                  f"(load {os.getloadavg()[0]:.1f})", flush=True)
+        one, two = statistics.median(ones), statistics.median(twos)
+        print(f"one worker, a run           {one / options.recordings:7.2f} s, of which overhead "
+              f"{one / options.recordings - alone:.2f} s")
+        print(f"two workers                 {one / two:7.2f} times as fast")
 
 
 if __name__ == "__main__":

@@ -76,7 +76,7 @@ and writes reports.")
 
 # The extension is for the interpreter that it was built with.
 if(TARGET alg_python)
-  find_package(Python 3.9 REQUIRED COMPONENTS Interpreter)
+  find_package(Python 3.10 REQUIRED COMPONENTS Interpreter)
   math(EXPR next_python "${Python_VERSION_MINOR} + 1")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-alg-factory)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)

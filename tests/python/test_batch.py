@@ -1,6 +1,7 @@
 """Batches: on workers of this machine, on a scheduler over TCP, and when things go wrong."""
 import csv
 import os
+import re
 import shutil
 import signal
 import socket
@@ -153,7 +154,11 @@ def test_variants_are_every_calibration_with_every_filter_mode(recordings, heale
     assert set(apart) == {(1, 0)}
     assert 1 < moved < 100  # a baseline that is 1 % longer moves points at about 1.5 m by 1 %
     page = (out / "index.html").read_text()
-    assert "http" not in page and "walk 0.algrec" in page and "algtrack inspect &#x27;" in page
+    assert "walk 0.algrec" in page and "algtrack inspect &#x27;" in page
+    for outside in ("src=", "<link", "@import", "url("):
+        assert outside not in page  # it needs nothing else
+    token = re.search(r"--port 8700 --token (\w+)", page).group(1)
+    assert re.search(rf'href="http://127.0.0.1:8700/\?token={token}#t=[\d.]+&amp;object=\d"', page)
 
 
 def test_the_recorded_variant_changes_nothing(recordings, tmp_path):

@@ -22,6 +22,7 @@ import logging
 import os
 import shutil
 import sys
+import tempfile
 import time
 from concurrent.futures import CancelledError
 
@@ -122,9 +123,10 @@ class Progress:
 @contextlib.contextmanager
 def local_client(workers):
     from distributed import Client, LocalCluster
-    with LocalCluster(n_workers=workers, threads_per_worker=1, processes=True,
-                      dashboard_address="127.0.0.1:0", memory_limit=0,
-                      silence_logs=logging.CRITICAL) as cluster, Client(cluster) as client:
+    with tempfile.TemporaryDirectory(prefix="alg_factory-", ignore_cleanup_errors=True) as folder, \
+            LocalCluster(n_workers=workers, threads_per_worker=1, processes=True,
+                         dashboard_address="127.0.0.1:0", memory_limit=0, local_directory=folder,
+                         silence_logs=logging.CRITICAL) as cluster, Client(cluster) as client:
         yield client
 
 

@@ -3,6 +3,7 @@ import csv
 import html
 import io
 import os
+import secrets
 import shlex
 import sqlite3
 
@@ -86,7 +87,7 @@ th { text-align: left; background: var(--head); position: sticky; top: 0; font-w
 th, td { padding: .3rem .6rem; border-bottom: 1px solid var(--line); vertical-align: top; }
 .number { text-align: right; } .bad { color: var(--bad); } .dim { color: var(--dim); }
 code { font-size: .85em; user-select: all; word-break: break-all; }
-summary { cursor: pointer; white-space: nowrap; }
+summary { cursor: pointer; }
 """
 
 
@@ -123,7 +124,7 @@ def _cell(text, kind=""):
     return f'<td class="{kind}">{text}</td>' if kind else f"<td>{text}</td>"
 
 
-def _moment(row):
+def _moment(row, token):
     """The commands that show the worst moment."""
     if row["worst_packet"] is None:
         return '<span class="dim">nothing changed</span>'
@@ -131,13 +132,15 @@ def _moment(row):
     what = {"lost": "first lost", "moved": "moved most", "answer": "answer moved most"}[row["worst"]]
     inspect = (f"algtrack inspect {recording} --explain --packet {row['worst_packet']} "
                f"--object {row['object']}")
-    view = f"algtrack view {recording}"
+    view = f"algtrack view {recording} --no-browser --port {VIEW_PORT} --token {token}"
+    link = (f"http://127.0.0.1:{VIEW_PORT}/?token={token}"
+            f"#t={row['worst_time_s']:.6f}&object={row['object']}")
     commands = "".join(f"<br><code>{html.escape(command)}</code>" for command in (inspect, view))
     return (f"<details><summary>{what}: packet {row['worst_packet']}, {row['worst_time_s']:.3f} s"
-            f"</summary>{commands[4:]}</details>")
+            f'</summary>{commands[4:]}<br>then <a href="{html.escape(link)}">this moment</a></details>')
 
 
-def _change_lines(change):
+def _change_lines(change, token):
     lines = []
     for index, row in enumerate(change["variants"]):
         first = ""
@@ -157,17 +160,19 @@ def _change_lines(change):
                      + _cell(_number(row["answers_moved_most_mm"]), "number")
                      + _cell(_number(row["error_median_mm"]), "number")
                      + _cell(_number(row["filtered_error_median_mm"]), "number")
-                     + _cell(_moment(row)) + "</tr>")
+                     + _cell(_moment(row, token)) + "</tr>")
     return lines
 
 
 MOST_SHOWN = 500
+VIEW_PORT = 8700  # of the viewer that the page's links go to
 
 
 def write_page(folder, rows):
     """index.html: one file, which needs nothing else."""
     bad = [row for row in rows if row["status"] != "done"]
     changes = changes_of(rows)
+    token = secrets.token_hex(16)  # the viewer shows itself to whoever knows it
     recordings = len({row["recording"] for row in rows})
     variants = len({row["variant"] for row in rows})
     parts = [
@@ -190,7 +195,7 @@ def write_page(folder, rows):
                  "between their filtered answers. error: distance of the variant's position, and of "
                  "its answer, to the truth, where there is one. Open a moment for the commands that "
                  "show it.</p>")
-    lines = [line for change in changes[:MOST_SHOWN] for line in _change_lines(change)]
+    lines = [line for change in changes[:MOST_SHOWN] for line in _change_lines(change, token)]
     parts.append(_table(("recording", "object", "variant", "seen, %", "lost / gained",
                          "moved, mm (median)", "moved most, mm", "answers moved, mm (median)",
                          "answers moved most, mm", "error, mm (median)",
