@@ -1,8 +1,7 @@
 #include <alg_kit/recording/ReRecording.h>
 
-#include <alg_factory/api/Constants.h>
-
-#include <vector>
+#include <algorithm>
+#include <iterator>
 
 namespace recording {
 namespace {
@@ -31,19 +30,33 @@ ReRecording::ReRecording(const RecordingReader& reader, session::Player& player,
 }
 
 void ReRecording::willPlay(const session::Call& call) {
-  if (call.kind == session::CallKind::kInputStream && algorithm::isPacketStream(call.type))
-    newIndex_[call.index] = alg_.nextIndex();
+  const std::int64_t shift = alg_.nextIndex() - call.index;
+  if (played_.empty() || played_.back().shift != shift)
+    played_.push_back({call.index, call.index, shift});
+  played_.back().last = call.index;
 }
 
 RecorderStatus ReRecording::finish() {
-  std::vector<session::TruthRow> truth = reader_.truth();
-  for (session::TruthRow& row : truth) {
-    if (!row.call) continue;
-    const auto found = newIndex_.find(*row.call);
-    row.call = found == newIndex_.end() ? std::nullopt : std::optional(found->second);
+  constexpr std::size_t kAtOnce = 1000;
+  TruthCursor truth = reader_.truthRows();
+  std::vector<session::TruthRow> rows;
+  for (session::TruthRow row; truth.next(row);) {
+    row.call = newIndexOf(row.call);
+    rows.push_back(row);
+    if (rows.size() < kAtOnce) continue;
+    alg_.addTruth(rows);
+    rows.clear();
   }
-  alg_.addTruth(truth);
+  alg_.addTruth(rows);
   return alg_.close();
+}
+
+std::optional<std::int64_t> ReRecording::newIndexOf(std::optional<std::int64_t> call) const {
+  const auto next = std::upper_bound(
+      played_.begin(), played_.end(), call.value_or(-1),
+      [](std::int64_t index, const Stretch& stretch) { return index < stretch.first; });
+  if (next == played_.begin() || *call > std::prev(next)->last) return std::nullopt;
+  return *call + std::prev(next)->shift;
 }
 
 }  // namespace recording

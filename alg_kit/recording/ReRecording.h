@@ -6,7 +6,9 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace recording {
 
@@ -32,9 +34,17 @@ class ReRecording {
   RecorderStatus finish();
 
  private:
+  /// Calls without a gap between them: where the recording has one, the new recording has none.
+  struct Stretch {
+    std::int64_t first, last;
+    std::int64_t shift;  ///< of their new indices
+  };
+
+  std::optional<std::int64_t> newIndexOf(std::optional<std::int64_t> call) const;
+
   const RecordingReader& reader_;
   RecordingAlg alg_;
-  std::map<std::int64_t, std::int64_t> newIndex_;  ///< of packets
+  std::vector<Stretch> played_;
 };
 
 }  // namespace recording

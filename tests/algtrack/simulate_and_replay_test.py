@@ -285,6 +285,21 @@ class RecordTest(AlgtrackCase):
         self.assertEqual(self.query("b", "SELECT count(*) - count(duration_ns) FROM calls"), [(0,)])
         self.assertIn("is the same, byte by byte", self.succeed("replay", "b", "--against", "a"))
 
+    def test_truth_stays_with_its_packets_where_calls_are_missing(self):
+        self.simulate("a", "--seconds", 1)
+        packets = [row[0] for row in self.query(
+            "a", "SELECT id FROM calls WHERE kind = 'InputStream' ORDER BY id")]
+        first, behind = packets[20], packets[23]
+        for table, column in (("calls", "id"), ("logs", "call"), ("blocks", "call")):
+            self.change("a", f"DELETE FROM {table} WHERE {column} >= ? AND {column} < ?", first,
+                        behind)
+        self.run_algtrack("replay", "a", "--record", "b")
+        times = ("SELECT frame, calls.start_ns FROM truth LEFT JOIN calls ON truth.call = calls.id"
+                 " ORDER BY frame, object, marker")
+        self.assertEqual(self.query("a", times), self.query("b", times))
+        self.assertIn((20, None), self.query("b", times))
+        self.assertIn((23, round(23 * 1e9 / 90)), self.query("b", times))
+
     def test_a_shorter_or_longer_other_recording_is_noticed(self):
         self.simulate("short", "--seconds", 1, "--scene", "still")
         self.simulate("long", "--seconds", 2, "--scene", "still")
