@@ -46,10 +46,6 @@ LoadedCalibration readKalibr(const std::string& path) {
 /// Bytes. A calibration has a few thousand; parsing YAML takes more than 200 times as many.
 constexpr std::size_t kLargest = 512 * 1024;
 
-/// Beyond it (a thousand kilometres, an image of a billion pixels) products of two numbers overflow
-/// long before anything is a calibration.
-constexpr double kLargestNumber = 1e9;
-
 void requireBounded(const algorithm::StereoCalibration& calibration, const std::string& path) {
   // What lies behind the numbers is carried and never used: it may be anything.
   std::array<double, offsetof(algorithm::StereoCalibration, tail) / sizeof(double)> numbers{};

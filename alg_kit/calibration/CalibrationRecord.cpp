@@ -18,14 +18,15 @@ Lens lensOf(const double (&distortion)[8]) {
 }
 
 template <std::size_t N>
-bool finite(const double (&values)[N]) {
+bool bounded(const double (&values)[N]) {
   for (const double value : values)
-    if (!std::isfinite(value)) return false;
+    if (!(std::fabs(value) <= kLargestNumber)) return false;
   return true;
 }
 
 std::string problemOfCamera(const double (&k)[9], const std::string& name) {
-  if (!finite(k)) return "expected finite numbers in the " + name + " camera matrix, found others";
+  if (!bounded(k))
+    return "expected numbers of at most 1e9 in the " + name + " camera matrix, found others";
   if (!(k[0] > 0) || !(k[4] > 0))
     return "expected positive focal lengths in the " + name + " camera matrix, found others";
   if (k[3] != 0 || k[6] != 0 || k[7] != 0 || k[8] != 1)
@@ -78,12 +79,13 @@ std::string problemOf(const algorithm::StereoCalibration& c) {
   for (const auto& problem :
        {problemOfCamera(c.leftIntrinsics, "left"), problemOfCamera(c.rightIntrinsics, "right")})
     if (!problem.empty()) return problem;
-  if (!finite(c.leftDistortion) || !finite(c.rightDistortion))
-    return "expected finite distortion coefficients, found others";
-  if (!finite(c.rotation)) return "expected finite numbers in the rotation, found others";
-  if (!finite(c.translation)) return "expected finite numbers in the translation, found others";
-  if (!finite(c.fundamental))
-    return "expected finite numbers in the fundamental matrix, found others";
+  if (!bounded(c.leftDistortion) || !bounded(c.rightDistortion))
+    return "expected distortion coefficients of at most 1e9, found others";
+  if (!bounded(c.rotation)) return "expected numbers of at most 1e9 in the rotation, found others";
+  if (!bounded(c.translation))
+    return "expected numbers of at most 1e9 in the translation, found others";
+  if (!bounded(c.fundamental))
+    return "expected numbers of at most 1e9 in the fundamental matrix, found others";
   if (!(baselineOf(c) > 1e-9)) return "expected cameras apart, found both in one place";
   return "";
 }

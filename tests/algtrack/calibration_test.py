@@ -262,6 +262,20 @@ class CalibrationTest(AlgtrackCase):
         codes = self.findings("other.bin", "--recording", "a")
         self.assertIn(codes[-1], ("recording-unexplained", "stale"))
 
+    def test_a_recorded_calibration_beyond_all_limits_is_refused(self):
+        self.simulate("walk", "--seconds", 0.5)
+        (payload,), = self.query("walk", "SELECT payload FROM calls WHERE kind = 'Init'")
+        values = list(struct.unpack("<115d", payload))
+        values[TRANSLATION] = 1e307
+        self.change("walk", "UPDATE calls SET payload = ? WHERE kind = 'Init'",
+                    struct.pack("<115d", *values))
+        for command in ("show", "check"):
+            self.assertIn("expected numbers of at most 1e9 in the translation",
+                          self.fail_in_one_line("calibration", command, "--recording", "walk"))
+        for command in ("inspect", "report"):
+            found = json.loads(self.run_algtrack(command, "walk", "--json").stdout)
+            json.dumps(found, allow_nan=False)
+
     def test_refuses_bad_input_in_one_line(self):
         self.import_rig()
         self.simulate("a", "--seconds", 1)

@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -257,6 +258,29 @@ TEST_F(CalibrationFiles, RefusesRecordsWhoseNumbersAreNone) {
   EXPECT_THAT(errorWith([](auto& c) { std::fill_n(c.translation, 3, 0.0); }),
               HasSubstr("both in one place"));
   EXPECT_EQ(errorWith([](auto& c) { c.tail[3] = kNan; }), "no error") << "not read by the library";
+}
+
+// Products of such numbers overflow, and what is written of them is no number.
+TEST_F(CalibrationFiles, RefusesNumbersThatNoRigHasInEveryFormat) {
+  const char* const kRefusal = "of at most 1e9";
+  for (const double number : {1.1e9, -1e10, 1e307}) {
+    std::ostringstream text;
+    text << std::abs(number);
+    EXPECT_THAT(errorOfContent(kalibr("equidistant", text.str())), HasSubstr(kRefusal));
+    for (const std::size_t at : {0, 3, 10, 20, 27, 36, 44, 50}) {
+      double numbers[115];
+      const StereoCalibration builtIn = rig::builtInRig().calibration;
+      std::memcpy(numbers, &builtIn, sizeof numbers);
+      numbers[at] = number;
+      EXPECT_THAT(errorOfContent({reinterpret_cast<const char*>(numbers), sizeof numbers}),
+                  HasSubstr(kRefusal))
+          << at;
+    }
+    auto json = calibration::toJson(rig::builtInRig().calibration, "mm", 640, 480);
+    json["translation"][0] = number;
+    EXPECT_THAT(errorOfContent(json.dump()), HasSubstr(kRefusal));
+  }
+  EXPECT_EQ(errorOfContent(kalibr("equidistant", "9e8")), "no error");
 }
 
 TEST_F(CalibrationFiles, RefusesOpenCvMatricesOfAnotherShape) {
