@@ -5,11 +5,12 @@
 
 namespace text {
 
-/// JSON as text, in UTF-8: texts in a recording may be any bytes, and what is no UTF-8 becomes
-/// U+FFFD. A number that is not finite is null.
+/// JSON as text, in ASCII: texts in a recording may be any bytes. Other characters are written as
+/// codes, so that none reaches a terminal; what is no UTF-8 becomes U+FFFD. A number that is not
+/// finite is null.
 /// @param indent  -1 = in one line
 inline std::string ofJson(const nlohmann::ordered_json& json, int indent = -1) {
-  return json.dump(indent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  return json.dump(indent, ' ', true, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 /// The same within a script element, which only '<' could end.

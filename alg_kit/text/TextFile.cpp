@@ -93,12 +93,16 @@ std::size_t utf8Length(std::string_view text) {
   if (first < 0xC2 || first > 0xF4) return 0;
   for (std::size_t i = 1; i < length; ++i)
     if ((byte(i) & 0xC0) != 0x80) return 0;
-  // Surrogates, overlong forms, what is beyond the last character, and the C1 control characters.
+  // Surrogates, overlong forms, what is beyond the last character, the C1 control characters, and
+  // those that end a line or turn its direction.
   const unsigned second = byte(1);
   if ((first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) ||
       (first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F) ||
       (first == 0xC2 && second < 0xA0))
     return 0;
+  const unsigned third = byte(2);
+  if (first == 0xE2 && second == 0x80 && third >= 0xA8 && third <= 0xAE) return 0;
+  if (first == 0xE2 && second == 0x81 && third >= 0xA6 && third <= 0xA9) return 0;
   return length;
 }
 
@@ -109,11 +113,9 @@ std::string escaped(std::string_view text, std::size_t longest) {
   while (!text.empty() && result.size() < longest) {
     const std::size_t length = utf8Length(text);
     const char c = text[0];
-    const bool plain = length > 1 || (length == 1 && c >= ' ' && c != '\x7F' && c != '\\');
+    const bool plain = length > 1 || (length == 1 && c >= ' ' && c != '\x7F');
     if (plain) {
       result += text.substr(0, length);
-    } else if (c == '\\') {
-      result += "\\\\";
     } else if (c == '\n') {
       result += "\\n";
     } else if (c == '\t') {

@@ -29,8 +29,9 @@ std::string readTextFile(const std::string& path, const std::string& kind,
 /// How deep brackets and braces stand inside each other, those in quotes left out.
 std::size_t nestingOf(std::string_view text);
 
-/// What a file says, made fit for a terminal: control characters (and bytes that are no UTF-8) as
-/// \n, \x1b and the like, everything else as it is. `longest` bytes of it at most.
+/// What a file says, made fit for a terminal: control characters, those that end a line or turn its
+/// direction, and bytes that are no UTF-8 as \n, \x1b and the like, everything else as it is.
+/// About `longest` bytes at most.
 std::string escaped(std::string_view text, std::size_t longest = 200);
 
 /// A piece of a file made fit for a one-line message: quoted, shortened, control characters as '?'.

@@ -406,6 +406,30 @@ class AskTest(AlgtrackCase):
             result = self.run_bytes("inspect", "b\udcff.algrec", *arguments)
             self.assertNotIn(b"\x1b", result.stdout)
 
+    def test_nothing_that_a_recording_says_forges_a_line_or_reaches_the_terminal_raw(self):
+        bad = b"1\x1b[2J\r\n\nforged: line\x07\x7f \xc2\x9b31m \xe2\x80\xae\xe2\x80\xa8 \x9b2J\n"
+        self.simulate("a", "--seconds", 1)
+        as_text = "CAST(x'" + bad.hex() + "' AS TEXT)"
+        self.change("a", f"UPDATE logs SET text = {as_text}")
+        for fact in ("platform", "library_version", "clock", "replay_of", "replay_changes"):
+            self.change("a", f"INSERT OR REPLACE INTO meta VALUES ('{fact}', {as_text}, 0)")
+        for arguments in (["inspect", "a"], ["inspect", "a", "--packet", 3],
+                          ["inspect", "a", "--explain", 3], ["inspect", "a", "--object", 1],
+                          ["replay", "a", "--verify"], ["replay", "a", "--csv", "-"],
+                          ["replay", "a", "--jsonl", "-"], ["replay", "a", "--record", "b"],
+                          ["report", "a", "-o", "a.html"], ["report", "a", "--json"],
+                          ["calibration", "check", "--recording", "a"],
+                          ["calibration", "show", "--recording", "a"], ["repair", "a", "-o", "c"]):
+            result = self.run_bytes(*arguments)
+            self.assertIn(result.returncode, (0, 1), arguments)
+            for output in (result.stdout, result.stderr):
+                for line in output.split(b"\n"):
+                    self.assertFalse(line.startswith(b"forged"), arguments)
+                    self.assertNotRegex(line, rb"[\x00-\x1f\x7f]|\xc2[\x80-\x9f]", arguments)
+                if "json" not in str(arguments):  # there a program reads
+                    self.assertNotRegex(output, rb"\xe2\x80[\xa8-\xae]", arguments)
+                output.decode()  # no byte that is no UTF-8
+
 
 if __name__ == "__main__":
     unittest.main()

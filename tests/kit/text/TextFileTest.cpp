@@ -48,7 +48,10 @@ TEST(NestingOf, CountsBracketsOutsideOfQuotes) {
 
 TEST(Escaped, LetsNoControlCharacterThroughAndKeepsWords) {
   EXPECT_EQ(text::escaped("3 \xC2\xB5m"), "3 \xC2\xB5m");
-  EXPECT_EQ(text::escaped("a\x1B[2J\nb\\"), "a\\x1b[2J\\nb\\\\");
+  EXPECT_EQ(text::escaped("a\x1B[2J\nb\\"), "a\\x1b[2J\\nb\\");
+  // A line separator, an override and an isolate of the direction; a dash of the same block.
+  EXPECT_EQ(text::escaped("\u2028\u202E\u2067\u2014"),
+            "\\xe2\\x80\\xa8\\xe2\\x80\\xae\\xe2\\x81\\xa7\u2014");
   EXPECT_EQ(text::escaped("\xC2\x9B"
                           "2J\xFF"),
             "\\xc2\\x9b2J\\xff");

@@ -1,3 +1,4 @@
+#include <alg_kit/text/TextFile.h>
 #include <tools/algtrack/terminal/Table.h>
 
 #include <algorithm>
@@ -9,12 +10,9 @@
 namespace algtrack {
 
 std::string oneLine(std::string text) {
+  constexpr std::size_t kLongest = 5000;  // more than the longest path
   while (!text.empty() && text.back() == '\n') text.pop_back();
-  for (char& c : text) {
-    if (c == '\n') c = ' ';
-    if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') c = '?';
-  }
-  return text;
+  return text::escaped(text, kLongest);
 }
 
 Cell::Cell(double number, int decimals) : isNumber(true) {

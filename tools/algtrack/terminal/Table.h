@@ -10,7 +10,8 @@
 
 namespace algtrack {
 
-/// What a file or a device gave, made fit for one line of a terminal: control characters as '?'.
+/// What a file or a device gave, made fit for one line of a terminal: as text::escaped, without the
+/// newlines at its end.
 std::string oneLine(std::string text);
 
 /// One value of a table: what a person reads, and what --json gives.
