@@ -15,6 +15,9 @@ constexpr std::size_t kMostPairs = 6000;   // leave its rotation open by far les
 constexpr double kBelieved = 0.5;          // degrees by which a stretch may differ from the whole
 constexpr double kDriftDeviations = 5;
 constexpr double kLeastDrift = 0.02;  // degrees
+// Millimetres at two metres, by which a stale calibration puts points elsewhere. Without noise even
+// the packets' rounding would be more than the noise.
+constexpr double kLeastError = 0.1;
 
 std::string number(double value, const char* format) {
   char text[40];
@@ -145,7 +148,8 @@ CalibrationHealth healthOf(const LoadedCalibration& loaded,
     health.verdict = HealthVerdict::kDrifts;
     health.text = "the cameras moved against each other by " + number(drift, "%.2g") +
                   " degrees while the recording went on: find what is loose, then calibrate";
-  } else if (r.changed && atTwo != nullptr && atTwo->before > atTwo->fromNoise) {
+  } else if (r.changed && atTwo != nullptr &&
+             atTwo->before > std::max(atTwo->fromNoise, kLeastError)) {
     health.verdict = HealthVerdict::kStale;
     const double angle = std::max(r.rotation, r.direction);
     health.text =
@@ -153,7 +157,7 @@ CalibrationHealth healthOf(const LoadedCalibration& loaded,
   } else {
     health.verdict = HealthVerdict::kGood;
     health.text = r.changed ? "the calibration holds: what is off moves points by less than the "
-                              "blobs' noise does"
+                              "blobs' noise does, or by less than 0.1 mm at 2 m"
                             : "the calibration holds: it agrees within the uncertainty";
   }
   return health;

@@ -21,7 +21,7 @@ struct HealthPoint {
 enum class HealthVerdict {
   kUnknown,  ///< the recording does not tell
   kGood,     ///< nothing that matters is off
-  kStale,    ///< refining would move points by more than the blobs' noise does
+  kStale,    ///< refining would move points by more than the blobs' noise does, and by 0.1 mm
   kDrifts,   ///< the cameras moved while the recording went on
 };
 

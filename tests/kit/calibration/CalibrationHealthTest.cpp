@@ -22,13 +22,14 @@ LoadedCalibration given() {
 }
 
 /// Twenty seconds; the rig bends from `first` to `last` in ten steps.
-std::vector<ObservedPair> session(const rig::RigError& first, const rig::RigError& last) {
+std::vector<ObservedPair> session(const rig::RigError& first, const rig::RigError& last,
+                                  double noise = 0.05) {
   std::vector<ObservedPair> pairs;
   for (int step = 0; step < 10; ++step) {
     auto rig = rig::builtInRig();
     const double share = (step + 0.5) / 10;
     rig.calibration = rig::withError(rig.calibration, (1 - share) * first + share * last);
-    const auto some = support::pairsAllOver(rig, 300, 0.05, 50 + static_cast<unsigned>(step));
+    const auto some = support::pairsAllOver(rig, 300, noise, 50 + static_cast<unsigned>(step));
     for (std::size_t i = 0; i < some.size(); ++i) {
       pairs.push_back(some[i]);
       pairs.back().time = 2 * step + 2.0 * static_cast<double>(i) / 300;
@@ -61,6 +62,15 @@ TEST(CalibrationHealth, AStaleOneIsNamedWithItsAngleAndWhatRefiningBrings) {
     EXPECT_NEAR(point.rotation, 0.6, 0.05);
     EXPECT_GT(point.residual, 5 * point.residualRefined);
   }
+}
+
+// Blobs without noise tell of angles that matter to nobody.
+TEST(CalibrationHealth, WithoutNoiseATenthOfAMillimetreDecides) {
+  const auto tiny = healthOf(given(), session(bend(0.00005), bend(0.00005), 1e-5));
+  EXPECT_TRUE(tiny.refinement.changed);
+  EXPECT_EQ(tiny.verdict, HealthVerdict::kGood) << tiny.text;
+  const auto small = healthOf(given(), session(bend(0.1), bend(0.1), 1e-4));
+  EXPECT_EQ(small.verdict, HealthVerdict::kStale) << small.text;
 }
 
 TEST(CalibrationHealth, ADriftIsACurve) {
