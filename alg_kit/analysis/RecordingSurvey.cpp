@@ -65,7 +65,12 @@ void RecordingSurvey::add(const session::Entry& entry, const trace::PacketTrace*
   packets_ += moment ? 1 : 0;
   const auto packetNumber = moment ? std::optional(moment->packet) : std::nullopt;
   for (const session::LogLine& line : entry.logs) {
-    const auto [at, isNew] = messages_.try_emplace({line.level, line.text});
+    const std::pair<int, std::string> key(line.level, line.text.substr(0, kLongestMessage));
+    if (messages_.size() == kMostMessages && messages_.count(key) == 0) {
+      ++messagesLeftOut_;
+      continue;
+    }
+    const auto [at, isNew] = messages_.try_emplace(key);
     if (isNew) at->second = {0, call.index, packetNumber, seconds};
     ++at->second.count;
   }

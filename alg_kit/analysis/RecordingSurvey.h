@@ -58,6 +58,11 @@ struct BlobCount {
   std::array<double, 2> meanDiameter{};  ///< pixels; NaN without blobs
 };
 
+/// A library has a dozen texts. A file that has more is not one that it made: the first so many are
+/// kept, and so much of each.
+constexpr std::size_t kMostMessages = 1000;
+constexpr std::size_t kLongestMessage = 4000;  ///< bytes
+
 /// Counts what is in a recording: calls, streams, messages, packets and blobs.
 class RecordingSurvey {
  public:
@@ -75,8 +80,9 @@ class RecordingSurvey {
   std::vector<OperationCount> operations() const;  ///< those that were called
   std::vector<StreamCount> streams() const;        ///< those that were used, by type
   std::vector<MessageCount> messages() const;      ///< by level and text
-  std::vector<PieceCount> pieces() const;          ///< every kind; bytes add up to the packets'
-  std::vector<BlobCount> blobs() const;            ///< those that were seen, by id
+  std::int64_t messagesLeftOut() const { return messagesLeftOut_; }  ///< beyond kMostMessages
+  std::vector<PieceCount> pieces() const;  ///< every kind; bytes add up to the packets'
+  std::vector<BlobCount> blobs() const;    ///< those that were seen, by id
 
  private:
   struct Stream {
@@ -98,6 +104,7 @@ class RecordingSurvey {
   std::map<session::CallKind, OperationCount> byKind_;
   std::map<int, Stream> streams_;
   std::map<std::pair<int, std::string>, Message> messages_;
+  std::int64_t messagesLeftOut_ = 0;
   std::array<PieceCount, trace::kPieceKinds> pieces_{};
   std::map<int, std::array<Blobs, 2>> blobs_;  ///< by id, then camera
 };

@@ -4,6 +4,7 @@
 #include <alg_kit/analysis/Answers.h>
 #include <alg_kit/analysis/CheckByte.h>
 #include <alg_kit/analysis/ObjectTally.h>
+#include <alg_kit/analysis/RecordingSurvey.h>
 #include <alg_kit/analysis/TruthTrack.h>
 #include <alg_kit/calibration/CalibrationHealth.h>
 #include <alg_kit/calibration/CalibrationRecord.h>
@@ -29,7 +30,6 @@ using session::CallKind;
 using session::Entry;
 
 constexpr std::size_t kMostColumns = 8192;
-constexpr std::size_t kMostMessages = 1000;
 constexpr std::size_t kWorstKept = 200;  // of every kind, of which few are shown:
 constexpr std::ptrdiff_t kMostWorst = 5;
 constexpr double kApartS = 1;
@@ -64,7 +64,7 @@ bool sameBlock(const algorithm::ResultBlock& a, const algorithm::ResultBlock& b)
 class MessageTally {
  public:
   void add(const session::LogLine& line, const Moment& at) {
-    std::string text = line.text;
+    std::string text = line.text.substr(0, kLongestMessage);
     while (!text.empty() && text.back() == '\n') text.pop_back();
     const auto known = places_.find({line.level, text});
     if (known != places_.end()) {

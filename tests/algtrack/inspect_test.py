@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """algtrack inspect, held against what Python reads from the same file."""
 import json
+import sqlite3
 import struct
 import unittest
 
-from algtrack_case import AlgtrackCase
+from algtrack_case import AlgtrackCase, seal
 
 RECORD_FIELDS = (3, 1, 4, 4)  # bytes
 
@@ -405,6 +406,29 @@ class AskTest(AlgtrackCase):
             json.loads(result.stdout.decode())
             result = self.run_bytes("inspect", "b\udcff.algrec", *arguments)
             self.assertNotIn(b"\x1b", result.stdout)
+
+    def test_a_file_of_thousands_of_long_messages_is_counted_in_bounded_memory(self):
+        self.simulate("a", "--seconds", 1)
+        database = sqlite3.connect(self.path("a"))
+        with database:
+            database.execute("DELETE FROM logs")
+            packet, = database.execute("SELECT max(id) FROM calls WHERE kind = 'InputStream'"
+                                       ).fetchone()
+            database.executemany("INSERT INTO logs VALUES (?, ?, 3, ?, 0)", [
+                (packet, 100 + n, f"{n % 1500} {'x' * 10000}\n") for n in range(3000)])
+            seal(database)
+        database.close()
+        found = json.loads(self.run_algtrack("inspect", "a", "--json").stdout)
+        self.assertEqual(len(found["messages"]), 1000)
+        self.assertEqual(sum(message["count"] for message in found["messages"]), 2000)
+        self.assertEqual(found["messages_left_out"], 1000)
+        self.assertEqual({len(message["message"]) for message in found["messages"]}, {4000})
+        self.assertIn("... and 1000 messages of other texts\n",
+                      self.run_algtrack("inspect", "a").stdout)
+        found = json.loads(self.run_algtrack("report", "a", "--json").stdout)
+        self.assertEqual(len(found["messages"]), 1000)
+        self.assertEqual(found["messages_left_out"], 1000)
+        self.assertEqual({len(message["text"]) for message in found["messages"]}, {4000})
 
     def test_nothing_that_a_recording_says_forges_a_line_or_reaches_the_terminal_raw(self):
         bad = b"1\x1b[2J\r\n\nforged: line\x07\x7f \xc2\x9b31m \xe2\x80\xae\xe2\x80\xa8 \x9b2J\n"

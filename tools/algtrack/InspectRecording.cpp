@@ -190,6 +190,8 @@ void printFindings(const recording::RecordingReader& reader, const Findings& fou
   printSection("Operations", callTable(survey));
   printSection("Streams", streamTable(survey));
   printSection("Messages of the library", logTable(survey));
+  if (survey.messagesLeftOut() > 0)
+    std::cout << "... and " << survey.messagesLeftOut() << " messages of other texts\n";
   printCheckBytes(found.checkBytes, survey.packetsDecoded());
   printSection("Packets, byte by byte", byteTable(survey));
   printSection("Blobs by id", blobTable(survey));
@@ -211,6 +213,7 @@ void inspectRecording(const InspectOptions& options) {
     json["operations"] = callTable(found.survey).json();
     json["streams"] = streamTable(found.survey).json();
     json["messages"] = logTable(found.survey).json();
+    json["messages_left_out"] = found.survey.messagesLeftOut();
     json["wrong_check_bytes"] =
         momentTable(found.checkBytes.wrong, found.checkBytes.wrong.size()).json();
     json["packet_bytes"] = byteTable(found.survey).json();
