@@ -76,6 +76,12 @@ class JsonTest(AlgtrackCase):
                 self.assertFalse(schema.is_valid(less), key)
         return found
 
+    def firmly(self, name, *arguments):
+        """As `valid`, and with one thing wrong anywhere in it the output is not as its schema says."""
+        schema = schema_of(name)
+        for what, found in spoiled(self.valid(name, *arguments)):
+            self.assertFalse(schema.is_valid(found), f"{name}: {what}")
+
     def test_simulate(self):
         self.valid("simulate", "simulate", "-o", "a", "--seconds", 1, "--corrupt", 0.2)
 
@@ -107,6 +113,12 @@ class JsonTest(AlgtrackCase):
         self.valid("calibration-check", "calibration", "check", "--recording", "one")
         self.valid("calibration-check", "calibration", "check", STEREO, "--unit", "m")
 
+    def test_refine_and_rig_map(self):
+        self.simulate("bent", "--seconds", 6, "--product-type", 2, "--noise", 0.05, "--bend",
+                      "0.3,-0.4,0.25")
+        self.firmly("calibration-refine", "calibration", "refine", "bent", "-o", "healed.json")
+        self.firmly("rig-map", "rig", "map", "--calibration", "healed.json", "-o", "map.html")
+
     def test_report(self):
         for name in ("one", "two"):
             self.valid("report", "report", name)
@@ -117,10 +129,9 @@ class JsonTest(AlgtrackCase):
                                  ("inspect-object", "inspect", "one", "--object", 1),
                                  ("inspect-packet", "inspect", "one", "--packet", 3),
                                  ("inspect-explain", "inspect", "one", "--explain", 3),
+                                 ("calibration-check", "calibration", "check", "--recording", "one"),
                                  ("simulate", "simulate", "-o", "a", "--seconds", 1)):
-            schema = schema_of(name)
-            for what, found in spoiled(self.valid(name, *arguments)):
-                self.assertFalse(schema.is_valid(found), f"{name}: {what}")
+            self.firmly(name, *arguments)
 
     def test_names_are_in_snake_case_but_for_the_calibration_files_own(self):
         for arguments in (["simulate", "-o", "a", "--seconds", 1], ["replay", "one"],
