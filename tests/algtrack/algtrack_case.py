@@ -12,18 +12,19 @@ ALGTRACK = os.environ["ALGTRACK"]
 
 def checksum(row):
     """Of the values of a row, as docs/recording-format.md has it."""
-    content = b""
+    crc = 0
     for value in row:
         if value is None:
-            content += b"\0"
+            piece = b"\0"
         elif isinstance(value, int):
-            content += struct.pack("<Bq", 1, value)
+            piece = struct.pack("<Bq", 1, value)
         elif isinstance(value, float):
-            content += struct.pack("<Bd", 2, value)
+            piece = struct.pack("<Bd", 2, value)
         else:
             data = value.encode(errors="surrogateescape") if isinstance(value, str) else value
-            content += struct.pack("<BQ", 3 if isinstance(value, str) else 4, len(data)) + data
-    return zlib.crc32(content)
+            piece = struct.pack("<BQ", 3 if isinstance(value, str) else 4, len(data)) + data
+        crc = zlib.crc32(piece, crc)
+    return crc
 
 
 def content_of_calls(database):
