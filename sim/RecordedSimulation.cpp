@@ -19,6 +19,7 @@ std::string describe(const SimulatorOptions& simulation, const SessionOptions& o
   facts["seed"] = simulation.seed;
   facts["calibration"] = description.calibration;
   facts["motion"] = description.motion;
+  if (!description.body.empty()) facts["body"] = description.body;
   facts["product_type"] = options.productType;
   facts["seconds"] = options.seconds;
   facts["rate_hz"] = simulation.frameRate;

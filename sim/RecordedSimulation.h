@@ -24,6 +24,7 @@ struct SessionOptions {
 struct SessionDescription {
   std::string calibration = "built in";  ///< the file's name
   std::string motion = "moving";
+  std::string body;                              ///< the file's name; empty = the built-in objects
   std::vector<std::string> occlusions;           ///< as they were asked for
   std::map<std::string, std::string> rigErrors;  ///< likewise, by name: "bend", "drift", ...
 };

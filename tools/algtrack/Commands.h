@@ -16,6 +16,7 @@ void addTracksCommand(CLI::App& app);
 void addReportCommand(CLI::App& app);
 void addRepairCommand(CLI::App& app);
 void addRigCommand(CLI::App& app);
+void addBodyCommand(CLI::App& app);
 
 /// A subcommand of `calibration`.
 void addRefineCommand(CLI::App& calibration);

@@ -1,5 +1,6 @@
 #include <alg_factory/api/AlgFactory.h>
 #include <alg_kit/analysis/Moment.h>
+#include <alg_kit/bodies/BodyFile.h>
 #include <alg_kit/text/TextFile.h>
 #include <sim/RecordedSimulation.h>
 #include <sim/Simulator.h>
@@ -37,6 +38,7 @@ struct SimulateOptions {
   RigOption rig;
   std::string scene = "moving";
   std::string trajectory;
+  std::string body;  ///< file; empty = the built-in objects
   double distance = 1700;
   double start = 0;
   int productType = 1;
@@ -88,6 +90,23 @@ sim::Occlusion occlusionFrom(const std::string& text, int objects, double second
   return occlusion;
 }
 
+/// The body's markers, each an object of its own on what follows the trajectory.
+std::vector<sim::SceneObject> objectsOf(const SimulateOptions& options) {
+  std::vector<sim::SceneObject> objects;
+  for (const bodies::BodyMarker& marker : bodies::readBody(options.body).markers) {
+    if (marker.id >= sim::objectCount(options.productType))
+      throw std::runtime_error(options.body + ": expected ids below " +
+                               std::to_string(sim::objectCount(options.productType)) +
+                               ", which product type " + std::to_string(options.productType) +
+                               " has, found " + std::to_string(marker.id));
+    sim::SceneObject& object = objects.emplace_back();
+    object.id = marker.id;
+    object.markers = {Eigen::Vector3d::Zero()};
+    object.mount = marker.position;
+  }
+  return objects;
+}
+
 sim::Scene sceneFrom(SimulateOptions& options) {
   if (options.trajectory.empty())
     return options.scene == "still"
@@ -106,6 +125,8 @@ sim::Scene sceneFrom(SimulateOptions& options) {
     options.notes.push_back("the motion lasts " + secondsText(motion.duration()) + ", not the " +
                             secondsText(options.seconds) + " that were asked for");
   options.seconds = std::min(options.seconds, motion.duration());
+  if (!options.body.empty())
+    return sim::Scene(options.productType, objectsOf(options), std::move(motion));
   return sim::Scene::following(options.productType, std::move(motion));
 }
 
@@ -151,6 +172,7 @@ sim::SessionDescription descriptionFrom(const SimulateOptions& options) {
   sim::SessionDescription description;
   if (options.rig.given()) description.calibration = nameOf(options.rig.file);
   description.motion = options.trajectory.empty() ? options.scene : nameOf(options.trajectory);
+  if (!options.body.empty()) description.body = nameOf(options.body);
   description.occlusions = options.occlusions;
   for (const auto& [name, text] : {std::pair{"bend", &options.bend},
                                    {"drift", &options.drift},
@@ -192,8 +214,8 @@ void printSummary(const SimulateOptions& options, const sim::SessionCounts& coun
 }
 
 void simulate(SimulateOptions options) {
-  checkOutputs({options.output, options.json ? "-" : ""}, {options.trajectory, options.rig.file},
-               options.force);
+  checkOutputs({options.output, options.json ? "-" : ""},
+               {options.trajectory, options.body, options.rig.file}, options.force);
   const rig::StereoRig rig = options.rig.given() ? options.rig.read() : rig::builtInRig();
   const sim::Scene scene = sceneFrom(options);
   if (options.seconds * options.simulation.frameRate > kMostFrames)
@@ -258,6 +280,11 @@ void addSimulateCommand(CLI::App& app) {
                        "measured motion: lines of t tx ty tz qx qy qz qw (seconds, metres), "
                        "moved in front of the cameras")
           ->excludes(scene);
+  command
+      ->add_option("--body", options->body,
+                   "the markers of this body follow the trajectory, in the place of the built-in "
+                   "objects: JSON as `algtrack body learn` writes it")
+      ->needs(trajectory);
   command->add_option("--distance", options->distance, "mm, mean distance of the measured motion")
       ->check(numberFrom(100, 100000))
       ->capture_default_str()

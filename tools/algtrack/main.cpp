@@ -55,6 +55,7 @@ int main(int argc, char** argv) {
   algtrack::addReportCommand(app);
   algtrack::addRepairCommand(app);
   algtrack::addRigCommand(app);
+  algtrack::addBodyCommand(app);
   algtrack::addExportCommand(app);
 #if defined(ALGTRACK_STREAMS)
   algtrack::addStreamCommand(app);

@@ -1,0 +1,126 @@
+#include <alg_kit/bodies/BodyFile.h>
+
+#include <alg_kit/text/TextFile.h>
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+namespace bodies {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* kFormat = "alg_factory body";
+constexpr int kVersion = 1;
+constexpr std::size_t kDeepest = 16;         // a body has three
+constexpr std::size_t kLargest = 64 * 1024;  // bytes
+constexpr double kFarthest = 1e5;            // mm, of a marker or a pivot from the origin
+constexpr double kMarkersApart = 0.1;        // mm
+
+Json listOf(const Eigen::Vector3d& v) {
+  return {v.x(), v.y(), v.z()};
+}
+
+class Reader {
+ public:
+  explicit Reader(const std::string& path) : path_(path) {}
+
+  [[noreturn]] void fail(const std::string& problem) const {
+    throw text::FileError(path_, 0, problem);
+  }
+
+  const Json& member(const Json& object, const std::string& name) const {
+    if (!object.is_object() || !object.contains(name))
+      fail("expected the member " + name + ", found none");
+    return object.at(name);
+  }
+
+  Eigen::Vector3d vector(const Json& list, const std::string& name) const {
+    if (!list.is_array() || list.size() != 3)
+      fail("expected three numbers in " + name + ", found others");
+    Eigen::Vector3d result;
+    for (int i = 0; i < 3; ++i) {
+      const Json& value = list[static_cast<std::size_t>(i)];
+      if (!value.is_number()) fail("expected three numbers in " + name + ", found others");
+      result[i] = value.get<double>();
+      if (!(std::abs(result[i]) <= kFarthest))
+        fail("expected numbers of at most 100 m in " + name + ", found a larger one");
+    }
+    return result;
+  }
+
+  BodyMarker marker(const Json& object) const {
+    BodyMarker marker;
+    const Json& id = member(object, "id");
+    if (!id.is_number_unsigned() || id.get<std::uint64_t>() >= kMostMarkers)
+      fail("expected an id of 0 to 15 at a marker, found another");
+    marker.id = id.get<int>();
+    marker.position = vector(member(object, "position"), "position");
+    if (object.contains("deviation"))
+      marker.deviation = vector(object.at("deviation"), "deviation");
+    if (marker.deviation.minCoeff() < 0)
+      fail("expected standard deviations of 0 or more in deviation, found a negative one");
+    return marker;
+  }
+
+ private:
+  const std::string& path_;
+};
+
+void checkMarkers(const Body& body, const Reader& reader) {
+  for (std::size_t i = 0; i < body.markers.size(); ++i)
+    for (std::size_t j = 0; j < i; ++j) {
+      const BodyMarker &a = body.markers[j], &b = body.markers[i];
+      if (a.id >= b.id)
+        reader.fail("expected markers in order of their ids, each once, found id " +
+                    std::to_string(b.id) + " behind " + std::to_string(a.id));
+      if ((a.position - b.position).norm() < kMarkersApart)
+        reader.fail("expected markers apart, found ids " + std::to_string(a.id) + " and " +
+                    std::to_string(b.id) + " in one place");
+    }
+}
+
+}  // namespace
+
+std::string bodyText(const Body& body) {
+  Json markers = Json::array();
+  for (const BodyMarker& marker : body.markers) {
+    Json json = {{"id", marker.id}, {"position", listOf(marker.position)}};
+    if (!marker.deviation.isZero(0)) json["deviation"] = listOf(marker.deviation);
+    markers.push_back(json);
+  }
+  Json json = {{"format", kFormat},
+               {"version", kVersion},
+               {"name", body.name},
+               {"unit", "mm"},
+               {"markers", markers}};
+  if (body.pivot) json["pivot"] = listOf(*body.pivot);
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+Body bodyFromText(const std::string& content, const std::string& path) {
+  const Reader reader(path);
+  if (text::nestingOf(content) > kDeepest) reader.fail("expected a body, found deeper nesting");
+  const Json json = Json::parse(content, nullptr, false);
+  if (json.is_discarded()) reader.fail("expected a body as JSON, found none");
+  if (reader.member(json, "format") != kFormat || reader.member(json, "version") != kVersion)
+    reader.fail("expected the format \"alg_factory body\", version 1, found another");
+  if (reader.member(json, "unit") != "mm") reader.fail("expected the unit mm, found another");
+  Body body;
+  const Json& name = reader.member(json, "name");
+  if (!name.is_string()) reader.fail("expected a text as name, found none");
+  body.name = name.get<std::string>();
+  const Json& markers = reader.member(json, "markers");
+  if (!markers.is_array() || markers.size() < 3 || markers.size() > kMostMarkers)
+    reader.fail("expected 3 to 16 markers, found another number");
+  for (const Json& marker : markers) body.markers.push_back(reader.marker(marker));
+  checkMarkers(body, reader);
+  if (json.contains("pivot")) body.pivot = reader.vector(json.at("pivot"), "pivot");
+  return body;
+}
+
+Body readBody(const std::string& path) {
+  return bodyFromText(text::readTextFile(path, "a body", kLargest), path);
+}
+
+}  // namespace bodies

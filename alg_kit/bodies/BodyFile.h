@@ -1,0 +1,18 @@
+// Bodies as files; docs/bodies.md describes them.
+#pragma once
+
+#include <alg_kit/bodies/Body.h>
+
+namespace bodies {
+
+/// The body as JSON, with every bit of every number.
+std::string bodyText(const Body& body);
+
+/// @param path  for the message
+/// @throws text::FileError in one line
+Body bodyFromText(const std::string& content, const std::string& path);
+
+/// @throws text::FileError in one line
+Body readBody(const std::string& path);
+
+}  // namespace bodies

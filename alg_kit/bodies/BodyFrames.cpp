@@ -1,0 +1,105 @@
+#include <alg_kit/bodies/BodyFrames.h>
+
+#include <alg_factory/api/Constants.h>
+#include <alg_kit/estimate/BlobNoise.h>
+#include <alg_kit/estimate/Candidates.h>
+#include <alg_kit/estimate/Information.h>
+#include <alg_kit/recording/Recording.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <optional>
+#include <stdexcept>
+
+namespace bodies {
+namespace {
+
+constexpr double kRaysMissMost = 25;  // squared standard deviations of one number
+constexpr std::size_t kMostMisses = 200000;
+constexpr double kMedianOfChi2 = 0.4549;  // one degree of freedom
+
+/// The one place where the camera saw the marker, its halves joined.
+std::optional<Eigen::Vector2d> placeIn(const estimate::CandidateList& list) {
+  if (list.blobCount() == 1) return list[0].pixel;
+  if (list.blobCount() == 2 && list.size() == 3) return list[2].pixel;
+  return std::nullopt;
+}
+
+}  // namespace
+
+bool frameFrom(const std::uint8_t* packet, std::size_t length, int ids, BodyFrame& frame) {
+  estimate::PacketBlobs blobs;
+  if (!estimate::readPacket(packet, length, ids, blobs)) return false;
+  std::array<estimate::ObjectCandidates, kMostMarkers> candidates;
+  for (std::size_t i = 0; i < blobs.count; ++i) {
+    const estimate::Blob& blob = blobs.blobs[i];
+    candidates[static_cast<std::size_t>(blob.id)][static_cast<std::size_t>(blob.camera)].add(blob);
+  }
+  for (std::size_t id = 0; id < kMostMarkers; ++id)
+    for (const int camera : {estimate::kLeft, estimate::kRight}) {
+      estimate::CandidateList& list = candidates[id][static_cast<std::size_t>(camera)];
+      list.addMerged();
+      frame.markers[id].pixel[camera] = placeIn(list);
+    }
+  return true;
+}
+
+void readFrames(const recording::RecordingReader& reader, const FrameTaker& take) {
+  std::optional<estimate::PixelEquations> cameras;
+  std::optional<std::int64_t> firstNs;
+  int ids = 0;
+  auto entries = reader.entries();
+  session::Entry entry;
+  while (entries.next(entry)) {
+    const session::Call& call = entry.call;
+    if (!firstNs) firstNs = call.startNs;
+    if (call.kind == session::CallKind::kInit && !call.payload.empty()) {
+      algorithm::StereoCalibration calibration;
+      std::memcpy(&calibration, call.payload.data(), sizeof calibration);
+      cameras.emplace(calibration);
+      ids = algorithm::objectCount(call.type);
+    }
+    if (!cameras || call.kind != session::CallKind::kInputStream ||
+        !algorithm::isPacketStream(call.type))
+      continue;
+    const std::size_t stamp = call.type == algorithm::kStampedPacket ? algorithm::kStampSize : 0;
+    BodyFrame frame;
+    if (call.payload.size() < stamp ||
+        !frameFrom(call.payload.data() + stamp, call.payload.size() - stamp, ids, frame))
+      continue;
+    frame.call = call.index;
+    frame.time = static_cast<double>(call.startNs - *firstNs) * 1e-9;
+    take(frame, *cameras);
+  }
+  if (!cameras)
+    throw std::runtime_error(reader.path() + ": expected an Init with a calibration, found none");
+}
+
+double blobNoiseOf(const recording::RecordingReader& reader) {
+  std::vector<double> misses;
+  readFrames(reader, [&](const BodyFrame& frame, const estimate::PixelEquations& cameras) {
+    for (const estimate::Sighting& sighting : frame.markers) {
+      if (misses.size() == kMostMisses || !sighting.both()) continue;
+      const auto point = cameras.triangulate(sighting);
+      const auto fit = point ? cameras.information(sighting, *point, 1) : std::nullopt;
+      if (fit) misses.push_back(estimate::raysMiss(*fit));
+    }
+  });
+  if (misses.empty()) return estimate::BlobNoise::kLeast;
+  const auto middle = misses.begin() + static_cast<std::ptrdiff_t>(misses.size() / 2);
+  std::nth_element(misses.begin(), middle, misses.end());
+  return std::max(estimate::BlobNoise::kLeast, std::sqrt(*middle / kMedianOfChi2));
+}
+
+std::optional<MarkerPoint> pointOf(const estimate::Sighting& sighting,
+                                   const estimate::PixelEquations& cameras, double noise) {
+  if (!sighting.both()) return std::nullopt;
+  const auto point = cameras.triangulate(sighting);
+  if (!point) return std::nullopt;
+  const auto fit = cameras.information(sighting, *point, noise);
+  if (!fit || estimate::raysMiss(*fit) > kRaysMissMost) return std::nullopt;
+  return MarkerPoint{*point, fit->weight};
+}
+
+}  // namespace bodies

@@ -1,0 +1,147 @@
+#!/usr/bin/env python3
+"""algtrack body: shape, pose, tip and check, of simulated recordings against their truth."""
+import csv
+import json
+import math
+import unittest
+
+from algtrack_case import AlgtrackCase
+
+MARKERS = {0: (50, 0, 0), 1: (-40, 20, 5), 2: (-10, -45, 10), 3: (10, 35, -30)}
+
+
+def turn(angle, axis):
+    """Quaternion x y z w; degrees."""
+    half = math.radians(angle) / 2
+    length = math.sqrt(sum(a * a for a in axis))
+    return [math.sin(half) * a / length for a in axis] + [math.cos(half)]
+
+
+def rotate(q, v):
+    x, y, z, w = q
+    t = [2 * (y * v[2] - z * v[1]), 2 * (z * v[0] - x * v[2]), 2 * (x * v[1] - y * v[0])]
+    return [v[0] + w * t[0] + y * t[2] - z * t[1], v[1] + w * t[1] + z * t[0] - x * t[2],
+            v[2] + w * t[2] + x * t[1] - y * t[0]]
+
+
+class BodyTest(AlgtrackCase):
+    def write_body(self, name, markers):
+        with open(self.path(name), "w", encoding="utf-8") as file:
+            json.dump({"format": "alg_factory body", "version": 1, "name": "tool", "unit": "mm",
+                       "markers": [{"id": i, "position": p} for i, p in markers.items()]}, file)
+
+    def write_motion(self, name, tip=None, seconds=6):
+        """A body that leans to and fro; about its tip (mm) or wandering. Room axes, metres."""
+        with open(self.path(name), "w", encoding="utf-8") as file:
+            for n in range(int(seconds * 100) + 1):
+                t = n / 100
+                axis = (math.sin(0.9 * t), math.cos(1.3 * t), 0.5 * math.sin(2 * t))
+                q = turn(30 * math.sin(2.1 * t), axis)
+                p = (0.1 * math.sin(t), 0.05 * math.cos(2 * t), 0.1 * math.sin(1.5 * t))
+                if tip:
+                    p = [-v / 1000 for v in rotate(q, tip)]
+                file.write(f"{t:.2f} {p[0]:.9f} {p[1]:.9f} {p[2]:.9f} "
+                           f"{q[0]:.9f} {q[1]:.9f} {q[2]:.9f} {q[3]:.9f}\n")
+
+    def simulate_body(self, name, body, motion, *more):
+        self.succeed("simulate", "-o", name, "--product-type", 2, "--trajectory", motion, "--body",
+                     body, "--seconds", 6, "--noise", 0.05, "--distance", 1500, "--marker-size", 10,
+                     *more)
+
+    def poses(self, *arguments):
+        text = self.succeed("body", "pose", *arguments, "--csv", "-")
+        return list(csv.DictReader(line for line in text.splitlines() if line[0] != "#"))
+
+    def setUp(self):
+        super().setUp()
+        self.write_body("true.json", MARKERS)
+        self.write_motion("motion.tum")
+        self.simulate_body("r", "true.json", "motion.tum")
+
+    def test_learned_distances_are_the_true_ones_within_their_deviations(self):
+        found = json.loads(self.succeed("body", "learn", "r", "--ids", "3,1,0,2", "-o", "tool.json",
+                                        "--json"))
+        self.assertEqual(len(found["distances"]), 6)
+        self.assertAlmostEqual(found["noise_px"], 0.05, delta=0.01)
+        self.assertAlmostEqual(found["misfit"], 1, delta=0.2)
+        for d in found["distances"]:
+            truth = math.dist(MARKERS[d["first"]], MARKERS[d["second"]])
+            self.assertLess(abs(d["distance_mm"] - truth), min(1, 4 * d["sd_mm"]), d)
+            self.assertGreater(d["frames"], 400)
+        with open(self.path("tool.json"), encoding="utf-8") as file:
+            body = json.load(file)
+        self.assertEqual([marker["id"] for marker in body["markers"]], [0, 1, 2, 3])
+
+    def test_poses_put_the_markers_where_they_truly_were(self):
+        truth = {}
+        for time, thing, x, y, z in self.query("r", "SELECT time_ns, object, x, y, z FROM truth"):
+            truth[(time, thing)] = (x, -y, -z)  # as delivered
+        squares, expected, count = 0, 0, 0
+        for row in self.poses("r", "--body", "true.json"):
+            q = [float(row[name]) for name in ("qx", "qy", "qz", "qw")]
+            p = [float(row[name]) for name in "xyz"]
+            time = round(float(row["time_s"]) * 1e9)
+            for thing, place in MARKERS.items():
+                where = [a + b for a, b in zip(rotate(q, place), p)]
+                squares += math.dist(where, truth[(time, thing)])**2
+            expected += 4 * sum(float(row["sd_" + axis])**2 for axis in "xyz")
+            count += 1
+            self.assertEqual(row["body"], "tool")
+            self.assertGreaterEqual(int(row["markers"]), 3)
+        self.assertGreater(count, 400)
+        # Every marker is as far off as the origin is, and a little more where the body turned.
+        self.assertLess(squares, 2 * expected)
+        self.assertGreater(squares, 0.7 * expected)
+
+    def test_trajectory_file_has_the_poses_in_metres(self):
+        self.succeed("body", "pose", "r", "--body", "true.json", "--csv", "p.csv", "--tum", "t")
+        with open(self.path("t-tool.tum"), encoding="utf-8") as file:
+            line = [float(v) for v in next(x for x in file if x[0] != "#").split()]
+        with open(self.path("p.csv"), encoding="utf-8") as file:
+            row = next(csv.DictReader(x for x in file if x[0] != "#"))
+        for value, name in zip(line, ("time_s", "x", "y", "z", "qx", "qy", "qz", "qw")):
+            scale = 1000 if name in "xyz" else 1
+            self.assertAlmostEqual(value * scale, float(row[name]), places=5)
+
+    def test_two_bodies_share_no_marker(self):
+        self.write_body("other.json", {2: (0, 0, 0), 4: (9, 0, 0), 5: (0, 9, 0)})
+        self.assertIn("other.json: expected ids of its own, found id 2, which true.json has",
+                      self.end_in_one_line(2, "body", "pose", "r", "--body", "true.json", "--body",
+                                     "other.json", "--csv", "p.csv"))
+
+    def test_tip_of_a_pointer_is_found(self):
+        tip = (20, -150, 10)
+        self.write_motion("spot.tum", tip)
+        self.simulate_body("s", "true.json", "spot.tum")
+        found = json.loads(self.succeed("body", "pivot", "s", "--body", "true.json", "-o",
+                                        "pointer.json", "--json"))
+        for value, deviation, truth in zip(found["tip_mm"], found["sd_mm"], tip):
+            self.assertLess(abs(value - truth), max(4 * deviation, 0.05))
+            self.assertLess(deviation, 0.5)
+        with open(self.path("pointer.json"), encoding="utf-8") as file:
+            self.assertEqual(json.load(file)["pivot"], found["tip_mm"])
+        # A body that wanders has no tip that stands still.
+        moving = json.loads(self.succeed("body", "pivot", "r", "--body", "true.json", "--json"))
+        self.assertGreater(moving["residual_mm"], 10 * found["residual_mm"])
+
+    def test_bent_body_is_found_and_its_marker_named(self):
+        self.assertIn("in place", self.succeed("body", "check", "r", "--body", "true.json"))
+        bent = dict(MARKERS)
+        bent[3] = (10, 35, -10)
+        self.write_body("bent.json", bent)
+        self.assertIn("moved: marker 3",
+                      self.end_in_one_line(1, "body", "check", "r", "--body", "bent.json"))
+
+    def test_what_cannot_be_learned_is_refused_in_one_line(self):
+        self.assertIn("r: expected three markers that hold still",
+                      self.end_in_one_line(2, "body", "learn", "r", "--ids", "3,4,5", "-o", "x.json"))
+        self.assertIn("--ids: expected every id once",
+                      self.end_in_one_line(2, "body", "learn", "r", "--ids", "1,1,2", "-o", "x.json"))
+        self.write_body("high.json", {0: (0, 0, 0), 1: (9, 0, 0), 5: (0, 9, 0)})
+        self.assertIn("expected ids below 3",
+                      self.end_in_one_line(2, "simulate", "-o", "x", "--product-type", 0, "--trajectory",
+                                     "motion.tum", "--body", "high.json"))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,394 @@
+#include <alg_factory/api/Constants.h>
+#include <alg_kit/bodies/BodyCheck.h>
+#include <alg_kit/bodies/BodyFile.h>
+#include <alg_kit/bodies/Pivot.h>
+#include <alg_kit/recording/Recording.h>
+#include <tools/algtrack/Commands.h>
+#include <tools/algtrack/terminal/ExitStatus.h>
+#include <tools/algtrack/terminal/Options.h>
+#include <tools/algtrack/terminal/OutputFile.h>
+#include <tools/algtrack/terminal/Table.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace algtrack {
+namespace {
+
+using bodies::Body;
+using bodies::BodyPose;
+using recording::RecordingReader;
+
+constexpr double kDegrees = 57.29577951308232;
+constexpr double kMillimetresPerMetre = 1000;
+
+struct BodyOptions {
+  std::string file;
+  std::string ids = "0,1,2,3,4,5";
+  std::string name = "body";
+  std::vector<std::string> bodies;
+  std::string output, csv, tum;
+  double noise = 0;      ///< px; 0 = from the recording's own light
+  double tolerance = 1;  ///< mm
+  bool force = false;
+  bool json = false;
+};
+
+std::string numberText(double value, const char* format = "%.9g") {
+  char text[40];
+  std::snprintf(text, sizeof text, format, value);
+  return text;
+}
+
+std::vector<int> idsFrom(const std::string& text) {
+  std::vector<std::size_t> counts;
+  for (std::size_t n = 3; n <= algorithm::kMaxObjects; ++n) counts.push_back(n);
+  std::vector<int> ids;
+  for (const double id : numbersOf("--ids", text, counts, algorithm::kMaxObjects - 1)) {
+    if (id != std::floor(id) || id < 0)
+      throw std::runtime_error("--ids: expected whole numbers from 0 on, found " + numberText(id));
+    ids.push_back(static_cast<int>(id));
+  }
+  std::sort(ids.begin(), ids.end());
+  if (std::adjacent_find(ids.begin(), ids.end()) != ids.end())
+    throw std::runtime_error("--ids: expected every id once, found one twice");
+  return ids;
+}
+
+double noiseFor(const BodyOptions& options, const RecordingReader& reader) {
+  return options.noise > 0 ? options.noise : bodies::blobNoiseOf(reader);
+}
+
+void writeBody(const std::string& path, const Body& body, bool force) {
+  OutputFile file(path, force);
+  file.stream() << bodies::bodyText(body);
+  file.commit();
+}
+
+Json listOf(const Eigen::Vector3d& v) {
+  return {v.x(), v.y(), v.z()};
+}
+
+Table markerTable(const Body& body) {
+  Table table({"id",
+               {"x", "x_mm"},
+               {"y", "y_mm"},
+               {"z", "z_mm"},
+               {"+- x", "sd_x_mm"},
+               {"+- y", "sd_y_mm"},
+               {"+- z", "sd_z_mm"}});
+  for (const bodies::BodyMarker& marker : body.markers) {
+    std::vector<Cell> row = {marker.id};
+    for (const Eigen::Vector3d* const values : {&marker.position, &marker.deviation})
+      for (int i = 0; i < 3; ++i) row.emplace_back((*values)[i], 3);
+    table.addRow(std::move(row));
+  }
+  return table;
+}
+
+Table distanceTable(const bodies::LearnedBody& learned) {
+  Table table({"first", "second", {"distance mm", "distance_mm"}, {"+-", "sd_mm"}, "frames"});
+  for (const bodies::MarkerDistance& d : learned.distances)
+    table.addRow({d.first, d.second, Cell(d.distance, 3), Cell(d.deviation, 3), d.frames});
+  return table;
+}
+
+std::string listText(const std::vector<int>& ids) {
+  std::string text;
+  for (const int id : ids) text += (text.empty() ? "" : ", ") + std::to_string(id);
+  return text;
+}
+
+void learnBody(const BodyOptions& options) {
+  checkOutputs({options.output, options.json ? "-" : ""}, {options.file}, options.force);
+  const std::vector<int> ids = idsFrom(options.ids);
+  const RecordingReader reader(options.file);
+  const double noise = noiseFor(options, reader);
+  bodies::LearnedBody learned;
+  try {
+    learned = bodies::learn(bodies::pointsOf(reader, ids, noise), ids, options.name);
+  } catch (const recording::RecordingError&) {
+    throw;
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(options.file + ": " + error.what());
+  }
+  writeBody(options.output, learned.body, options.force);
+  Json pairs = Json::array();
+  for (const auto& [a, b] : learned.neverTogether) pairs.push_back({a, b});
+  if (options.json) {
+    printJson({{"file", options.output},
+               {"frames", learned.frames},
+               {"noise_px", noise},
+               {"misfit", learned.misfit},
+               {"markers", markerTable(learned.body).json()},
+               {"distances", distanceTable(learned).json()},
+               {"loose", learned.loose},
+               {"not_linked", learned.notLinked},
+               {"never_together", pairs}});
+    return;
+  }
+  if (isStandardOutput(options.output)) return;
+  std::cout << learned.frames << " frames, blob noise " << numberText(noise, "%.3f")
+            << " px, misfit " << numberText(learned.misfit, "%.2f")
+            << " (1: rigid, and the noise is what it is)\n";
+  markerTable(learned.body).print(std::cout);
+  distanceTable(learned).print(std::cout);
+  for (const auto& [a, b] : learned.neverTogether)
+    std::cout << "Note: markers " << a << " and " << b << " were never seen together.\n";
+  if (!learned.notLinked.empty())
+    std::cout << "Left out, never seen with three of the others: " << listText(learned.notLinked)
+              << "\n";
+  if (!learned.loose.empty())
+    std::cout << "Left out, not still relative to the rest: " << listText(learned.loose) << "\n";
+  std::cout << "Wrote " << oneLine(options.output) << "\n";
+}
+
+std::vector<Body> bodiesFrom(const BodyOptions& options) {
+  std::vector<Body> result;
+  for (const std::string& path : options.bodies) result.push_back(bodies::readBody(path));
+  for (std::size_t i = 0; i < result.size(); ++i)
+    for (std::size_t j = 0; j < i; ++j)
+      for (const bodies::BodyMarker& marker : result[i].markers)
+        if (result[j].markerOf(marker.id) != nullptr)
+          throw std::runtime_error(options.bodies[i] + ": expected ids of its own, found id " +
+                                   std::to_string(marker.id) + ", which " + options.bodies[j] +
+                                   " has");
+  return result;
+}
+
+struct PoseLine {
+  double time = 0;
+  std::size_t body = 0;
+  BodyPose pose;  ///< delivered axes
+};
+
+void writeCsv(const BodyOptions& options, const std::vector<Body>& known,
+              const std::vector<PoseLine>& lines, const std::string& origin) {
+  OutputFile file(options.csv, options.force);
+  std::ostream& out = file.stream();
+  out << "# " << origin
+      << "\n# x, y, z: the body's origin, mm; axes as the library delivers (x right, y up, z "
+         "towards the viewer)"
+         "\n# qx, qy, qz, qw: turns the body's axes into these; sd_*: standard deviations, mm, and "
+         "degrees about these axes"
+         "\n# markers: used; residual_px: root mean square per number"
+         "\ntime_s,body,x,y,z,qx,qy,qz,qw,sd_x,sd_y,sd_z,sd_rx,sd_ry,sd_rz,markers,residual_px\n";
+  for (const PoseLine& line : lines) {
+    const bodies::RigidMotion& m = line.pose.motion;
+    out << numberText(line.time, "%.9f") << "," << oneLine(known[line.body].name);
+    for (const double value : {m.position.x(), m.position.y(), m.position.z(), m.orientation.x(),
+                               m.orientation.y(), m.orientation.z(), m.orientation.w()})
+      out << "," << numberText(value);
+    for (int i = 0; i < 6; ++i)
+      out << "," << numberText(std::sqrt(line.pose.covariance(i, i)) * (i < 3 ? 1 : kDegrees));
+    out << "," << line.pose.markers << "," << numberText(line.pose.residual) << "\n";
+  }
+  file.commit();
+}
+
+std::string tumPath(const BodyOptions& options, const Body& body) {
+  return options.tum + "-" + body.name + ".tum";
+}
+
+void writeTum(const BodyOptions& options, const std::vector<Body>& known,
+              const std::vector<PoseLine>& lines, const std::string& origin) {
+  for (std::size_t b = 0; b < known.size(); ++b) {
+    OutputFile file(tumPath(options, known[b]), options.force);
+    file.stream() << "# " << origin
+                  << "\n# t in seconds since the recording's first call; metres, delivered axes"
+                     "\n# t x y z qx qy qz qw\n";
+    for (const PoseLine& line : lines) {
+      if (line.body != b) continue;
+      const bodies::RigidMotion& m = line.pose.motion;
+      file.stream() << numberText(line.time, "%.9f");
+      for (int i = 0; i < 3; ++i)
+        file.stream() << " " << numberText(m.position[i] / kMillimetresPerMetre);
+      for (int i = 0; i < 4; ++i) file.stream() << " " << numberText(m.orientation.coeffs()[i]);
+      file.stream() << "\n";
+    }
+    file.commit();
+  }
+}
+
+void poseBody(const BodyOptions& options) {
+  if (options.csv.empty() && options.tum.empty())
+    throw std::runtime_error("body pose: expected an output, --csv or --tum, found none");
+  const std::vector<Body> known = bodiesFrom(options);
+  std::vector<std::string> outputs = {options.csv}, inputs = options.bodies;
+  for (const Body& body : known) {
+    if (options.tum.empty()) continue;
+    if (body.name.empty() || body.name.find('/') != std::string::npos)
+      throw std::runtime_error(
+          "--tum: expected a body's name that can be part of a file's, found '" +
+          oneLine(body.name) + "'");
+    outputs.push_back(tumPath(options, body));
+  }
+  inputs.push_back(options.file);
+  checkOutputs(outputs, inputs, options.force);
+
+  const RecordingReader reader(options.file);
+  const double noise = noiseFor(options, reader);
+  std::vector<PoseLine> lines;
+  bodies::readFrames(reader,
+                     [&](const bodies::BodyFrame& frame, const estimate::PixelEquations& cameras) {
+                       for (std::size_t b = 0; b < known.size(); ++b)
+                         if (const auto pose = bodies::poseOf(known[b], frame, cameras, noise))
+                           lines.push_back({frame.time, b, bodies::delivered(*pose)});
+                     });
+  const std::string origin = "algtrack body pose of " +
+                             std::filesystem::path(options.file).filename().string() +
+                             ", blob noise " + numberText(noise, "%.4g") + " px";
+  if (!options.csv.empty()) writeCsv(options, known, lines, origin);
+  if (!options.tum.empty()) writeTum(options, known, lines, origin);
+}
+
+void pivotBody(const BodyOptions& options) {
+  checkOutputs({options.output, options.json ? "-" : ""}, {options.file, options.bodies.front()},
+               options.force);
+  Body body = bodies::readBody(options.bodies.front());
+  const RecordingReader reader(options.file);
+  const double noise = noiseFor(options, reader);
+  std::vector<BodyPose> poses;
+  bodies::readFrames(reader,
+                     [&](const bodies::BodyFrame& frame, const estimate::PixelEquations& cameras) {
+                       if (const auto pose = bodies::poseOf(body, frame, cameras, noise))
+                         poses.push_back(*pose);
+                     });
+  bodies::PivotFit fit;
+  try {
+    fit = bodies::pivotOf(poses);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(options.file + ": " + error.what());
+  }
+  const Eigen::Vector3d deviation = fit.covariance.diagonal().cwiseSqrt();
+  body.pivot = fit.tip;
+  if (!options.output.empty()) writeBody(options.output, body, options.force);
+  if (options.json) {
+    printJson({{"tip_mm", listOf(fit.tip)},
+               {"sd_mm", listOf(deviation)},
+               {"residual_mm", fit.residual},
+               {"turned_deg", fit.turned},
+               {"poses", fit.poses}});
+    return;
+  }
+  if (isStandardOutput(options.output)) return;
+  Table table({{"tip", "axis"}, "mm", {"+-", "sd_mm"}});
+  for (int i = 0; i < 3; ++i)
+    table.addRow({std::string(1, "xyz"[i]), Cell(fit.tip[i], 3), Cell(deviation[i], 3)});
+  table.print(std::cout);
+  std::cout << fit.poses << " poses, turned by up to " << numberText(fit.turned, "%.0f")
+            << " degrees, residual " << numberText(fit.residual, "%.3f") << " mm\n";
+  if (!options.output.empty()) std::cout << "Wrote " << oneLine(options.output) << "\n";
+}
+
+void checkBody(const BodyOptions& options) {
+  const Body body = bodies::readBody(options.bodies.front());
+  const RecordingReader reader(options.file);
+  std::vector<int> ids;
+  for (const bodies::BodyMarker& marker : body.markers) ids.push_back(marker.id);
+  bodies::ShapeCheck check;
+  try {
+    check = bodies::checkShape(body, bodies::pointsOf(reader, ids, noiseFor(options, reader)),
+                               options.tolerance);
+  } catch (const recording::RecordingError&) {
+    throw;
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(options.file + ": " + error.what());
+  }
+  Table table({"id", {"shift mm", "shift_mm"}, {"+-", "sd_mm"}, "verdict"});
+  std::vector<int> moved;
+  for (const bodies::MarkerShift& marker : check.markers) {
+    const char* const verdict = marker.moved ? "moved" : marker.seen ? "in place" : "not seen";
+    table.addRow({marker.id, marker.seen ? Cell(marker.shift, 3) : Cell::none(),
+                  marker.seen ? Cell(marker.deviation, 3) : Cell::none(), verdict});
+    if (marker.moved) moved.push_back(marker.id);
+  }
+  if (options.json)
+    printJson({{"same", check.same}, {"which_known", check.known}, {"markers", table.json()}});
+  else
+    table.print(std::cout);
+  if (check.same) return;
+  throw SomethingFound(options.bodies.front() + ": the shape is another now: " +
+                       (check.known ? "moved: marker " + listText(moved)
+                                    : "three markers do not tell which one moved"));
+}
+
+void addFile(CLI::App& command, BodyOptions& options) {
+  command.add_option("file", options.file, "the recording")->required();
+  command
+      .add_option("--noise", options.noise,
+                  "px, standard deviation of a blob's centre (from the recording's own light)")
+      ->check(numberFrom(0.001, 100));
+}
+
+}  // namespace
+
+void addBodyCommand(CLI::App& app) {
+  CLI::App* const body =
+      app.add_subcommand("body",
+                         "Markers that belong together give a pose: position and orientation.\n"
+                         "\n"
+                         "  algtrack body learn tool.algrec --ids 0,1,2,3 -o tool.json\n"
+                         "  algtrack body pose work.algrec --body tool.json --csv poses.csv\n"
+                         "  algtrack body pivot spot.algrec --body tool.json -o tool.json --force\n"
+                         "  algtrack body check later.algrec --body tool.json\n");
+  body->require_subcommand(1);
+
+  const auto learning = std::make_shared<BodyOptions>();
+  CLI::App* const learn =
+      body->add_subcommand("learn", "Finds a body's shape from an ordinary recording.");
+  addFile(*learn, *learning);
+  learn->add_option("--ids", learning->ids, "the body's blob ids")->capture_default_str();
+  learn->add_option("--name", learning->name, "what it is called")->capture_default_str();
+  learn->add_option("-o,--output", learning->output, "the body to write, JSON")->required();
+  learn->add_flag("--force", learning->force, "replace an existing file");
+  learn->add_flag("--json", learning->json, "print the result as JSON");
+  learn->callback([learning] { learnBody(*learning); });
+
+  const auto posing = std::make_shared<BodyOptions>();
+  CLI::App* const pose =
+      body->add_subcommand("pose", "Writes where bodies were, frame by frame, with covariance.");
+  addFile(*pose, *posing);
+  pose->add_option("--body", posing->bodies, "the body; may be given again")
+      ->required()
+      ->take_all()
+      ->expected(1, 16)
+      ->allow_extra_args(false);
+  pose->add_option("--csv", posing->csv, "write a table");
+  pose->add_option("--tum", posing->tum,
+                   "write PREFIX-NAME.tum for every body: t x y z qx qy qz qw (seconds, metres)");
+  pose->add_flag("--force", posing->force, "replace existing files");
+  pose->callback([posing] { poseBody(*posing); });
+
+  const auto pivoting = std::make_shared<BodyOptions>();
+  CLI::App* const pivot = body->add_subcommand(
+      "pivot", "Finds a pointer's tip from a recording in which it turns about its tip.");
+  addFile(*pivot, *pivoting);
+  pivot->add_option("--body", pivoting->bodies, "the body")->required()->expected(1);
+  pivot->add_option("-o,--output", pivoting->output, "write the body with its tip");
+  pivot->add_flag("--force", pivoting->force, "replace an existing file");
+  pivot->add_flag("--json", pivoting->json, "print the result as JSON");
+  pivot->callback([pivoting] { pivotBody(*pivoting); });
+
+  const auto checking = std::make_shared<BodyOptions>();
+  CLI::App* const check = body->add_subcommand(
+      "check",
+      "Is a body still the same shape? Names the markers that moved; status 1 if one did.");
+  addFile(*check, *checking);
+  check->add_option("--body", checking->bodies, "the body")->required()->expected(1);
+  check->add_option("--tolerance", checking->tolerance, "mm, shifts below it do not count")
+      ->check(numberFrom(0.01, 1000))
+      ->capture_default_str();
+  check->add_flag("--json", checking->json, "print the result as JSON");
+  check->callback([checking] { checkBody(*checking); });
+}
+
+}  // namespace algtrack
