@@ -1,5 +1,5 @@
 // Clients of others for what algtrack streams and exports; prints what they read as JSON.
-//   node stream_clients.mjs PACKAGES live PORT SUB_PROTOCOL MILLISECONDS
+//   node stream_clients.mjs PACKAGES live PORT SUB_PROTOCOL BLOCKS
 //   node stream_clients.mjs PACKAGES mcap FILE
 //   node stream_clients.mjs PACKAGES schemas
 // PACKAGES is the folder with node_modules.
@@ -16,8 +16,11 @@ const print = (value) => process.stdout.write(
   () => process.exit(0));
 const textOf = (data) => new TextDecoder().decode(data);
 
-/** Subscribes to every channel; a message is [topic, time in ns, payload]. */
-async function live(port, subProtocol, milliseconds) {
+/**
+ * Subscribes to every channel, says `ready` on stderr and reads until each had a message and there
+ * were so many blocks, or until the server leaves. A message is [topic, time in ns, payload].
+ */
+async function live(port, subProtocol, blocks) {
   const { WebSocket } = require('ws');
   const { FoxgloveClient } = require('@foxglove/ws-protocol');
   const client = new FoxgloveClient({ ws: new WebSocket(`ws://127.0.0.1:${port}`, [subProtocol]) });
@@ -26,14 +29,26 @@ async function live(port, subProtocol, milliseconds) {
   client.on('serverInfo', (info) => { result.serverInfo = info; });
   client.on('status', (status) => result.errors.push(status.message));
   client.on('error', (error) => result.errors.push(String(error)));
-  client.on('close', () => { result.closed = true; });
-  client.on('advertise', (channels) => channels.forEach((channel) => {
-    result.channels.push(channel);
-    topics.set(client.subscribe(channel.id), channel.topic);
-  }));
-  client.on('message', ({ subscriptionId, timestamp, data }) =>
-    result.messages.push([topics.get(subscriptionId), timestamp, textOf(data)]));
-  await new Promise((done) => setTimeout(done, milliseconds));
+  client.on('advertise', (channels) => {
+    channels.forEach((channel) => {
+      result.channels.push(channel);
+      topics.set(client.subscribe(channel.id), channel.topic);
+    });
+    process.stderr.write('ready\n');
+  });
+  await new Promise((done) => {
+    const silent = new Set();
+    let left = Number(blocks);
+    client.on('advertise', (channels) => channels.forEach(({ topic }) => silent.add(topic)));
+    client.on('close', () => { result.closed = true; done(); });
+    client.on('message', ({ subscriptionId, timestamp, data }) => {
+      const topic = topics.get(subscriptionId);
+      result.messages.push([topic, timestamp, textOf(data)]);
+      silent.delete(topic);
+      if (topic === '/alg/block') --left;
+      if (left <= 0 && silent.size === 0) done();
+    });
+  });
   client.close();
   print(result);
 }

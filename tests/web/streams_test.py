@@ -103,11 +103,11 @@ class StreamsTest(AlgtrackCase):
         self.assertGreater(seen, 20)
 
     def test_a_viewer_reads_every_channel_in_both_sub_protocols(self):
-        self.simulate("walk.algrec", "--seconds", 20, "--product-type", 1, "--corrupt", 0.05)
+        self.simulate("walk.algrec", "--seconds", 90, "--product-type", 1, "--corrupt", 0.05)
         process, line = self.stream("walk.algrec", "--foxglove", 0)
         port = line.rsplit(":", 1)[1].strip()
         for sub_protocol in ("foxglove.websocket.v1", "foxglove.sdk.v1"):
-            read = client("live", port, sub_protocol, 2500)
+            read = client("live", port, sub_protocol, 100)
             self.assertEqual(read["errors"], [])
             self.assertEqual(read["serverInfo"]["name"], "alg_factory")
             self.assertEqual({message[0] for message in read["messages"]}, TOPICS)
@@ -120,9 +120,9 @@ class StreamsTest(AlgtrackCase):
         self.assertIsNone(process.poll(), "clients that leave do not end it")
 
     def test_the_end_of_a_recording_ends_the_stream(self):
-        self.simulate("short.algrec", "--seconds", 2)
-        process, line = self.stream("short.algrec", "--foxglove", 0, "--speed", 2)
-        read = client("live", line.rsplit(":", 1)[1].strip(), "foxglove.websocket.v1", 4000)
+        self.simulate("short.algrec", "--seconds", 10)
+        process, line = self.stream("short.algrec", "--foxglove", 0)
+        read = client("live", line.rsplit(":", 1)[1].strip(), "foxglove.websocket.v1", 10**6)
         self.assertTrue(read["closed"])
         self.assertEqual(process.wait(timeout=20), 0)
         self.assertIn("Sent: ", process.stdout.read())
@@ -136,10 +136,16 @@ class StreamsTest(AlgtrackCase):
 
     def test_a_running_host_is_followed(self):
         process, line = self.stream("--follow", "live.algrec", "--foxglove", 0)
+        viewer = subprocess.Popen(
+            [NODE, os.path.join(HERE, "stream_clients.mjs"), CLIENTS, "live",
+             line.rsplit(":", 1)[1].strip(), "foxglove.websocket.v1", str(10**6)],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(viewer.kill)
+        self.assertEqual(viewer.stderr.readline(), "ready\n")
         host = subprocess.Popen([RECORDING_HOST, "live.algrec"], cwd=self.folder,
                                 stdout=subprocess.DEVNULL)
         self.addCleanup(host.wait)
-        read = client("live", line.rsplit(":", 1)[1].strip(), "foxglove.websocket.v1", 3500)
+        read = json.loads(viewer.communicate(timeout=110)[0])
         self.assertEqual(host.wait(timeout=60), 0)
         self.check_messages("live.algrec", read["channels"], read["messages"])
         self.assertEqual(process.wait(timeout=20), 0, "a recording that was closed has an end")
