@@ -10,7 +10,7 @@ import { join, resolve } from 'node:path';
 const [sources, work, output] = process.argv.slice(2).map((path) => resolve(path));
 const { build } = createRequire(join(work, 'package.json'))('esbuild');
 
-const { outputFiles } = await build({
+const { outputFiles, metafile } = await build({
   entryPoints: [join(sources, 'main.js')],
   outdir: work,
   nodePaths: [join(work, 'node_modules')],
@@ -21,15 +21,18 @@ const { outputFiles } = await build({
   target: 'es2020',
   legalComments: 'none',
   write: false,
+  metafile: true,
   logLevel: 'warning',
 });
 const bundled = (end) => outputFiles.find((file) => file.path.endsWith(end)).text.trim();
 
-// uPlot's licence asks for its notice in every copy.
-const notice =
-  '/*! uPlot, MIT License\n' +
-  readFileSync(join(work, 'node_modules/uplot/LICENSE'), 'utf8').trim() +
-  '\n*/\n';
+// The packages' licences ask for their notices in every copy.
+const packages = new Set(Object.keys(metafile.inputs)
+  .map((file) => /node_modules\/([^/]+)\//.exec(file)?.[1]).filter(Boolean));
+const notice = [...packages].sort().map((name) => {
+  const text = readFileSync(join(work, 'node_modules', name, 'LICENSE'), 'utf8').trim();
+  return `/*! ${name}, MIT License\n${text}\n*/\n`;
+}).join('');
 const style = bundled('.css');
 const script = notice + bundled('.js');
 const hashOf = (text) => `'sha256-${createHash('sha256').update(text, 'utf8').digest('base64')}'`;

@@ -11,7 +11,37 @@ constexpr std::size_t kMostFrames = 1000;                      // kept, whatever
 
 constexpr std::size_t kMostRows = 64;  // kept of a frame, likewise
 
+using Places = std::array<TruePlace, TruthTrack::kObjects>;
+
+void addMarker(const session::TruthRow& row, Places& places) {
+  const auto object = static_cast<std::size_t>(row.object);
+  if (row.object < 0 || object >= places.size()) return;
+  TruePlace& place = places[object];
+  place.x += row.position[0];
+  place.y -= row.position[1];
+  place.z -= row.position[2];
+  ++place.markers;
+  place.visible = place.visible || (row.inLeft && row.inRight);
+}
+
+/// Sums become means.
+void finish(Places& places) {
+  for (TruePlace& place : places) {
+    if (place.markers == 0) continue;
+    place.x /= place.markers;
+    place.y /= place.markers;
+    place.z /= place.markers;
+  }
+}
+
 }  // namespace
+
+Places truePlacesOf(const std::vector<session::TruthRow>& rows) {
+  Places places;
+  for (const session::TruthRow& row : rows) addMarker(row, places);
+  finish(places);
+  return places;
+}
 
 Place placeOf(const TruePlace& place) {
   return {static_cast<float>(place.x), static_cast<float>(place.y), static_cast<float>(place.z)};
@@ -28,25 +58,12 @@ bool TruthTrack::readFrame(Frame& frame) {
   frame.number = next_->frame;
   frame.timeS = (static_cast<double>(next_->timeNs) - static_cast<double>(firstNs_)) / 1e9;
   while (next_ && next_->frame == frame.number) {
-    const auto object = static_cast<std::size_t>(next_->object);
     if (!frame.call) frame.call = next_->call;
-    if (next_->object >= 0 && object < kObjects) {
-      TruePlace& place = frame.objects[object];
-      place.x += next_->position[0];
-      place.y -= next_->position[1];
-      place.z -= next_->position[2];
-      ++place.markers;
-      place.visible = place.visible || (next_->inLeft && next_->inRight);
-    }
+    addMarker(*next_, frame.objects);
     if (frame.rows.size() < kMostRows) frame.rows.push_back(*next_);
     if (!cursor_->next(*next_)) next_.reset();
   }
-  for (TruePlace& place : frame.objects) {
-    if (place.markers == 0) continue;
-    place.x /= place.markers;
-    place.y /= place.markers;
-    place.z /= place.markers;
-  }
+  analysis::finish(frame.objects);
   framesLost_ += frame.call ? 0 : 1;
   return true;
 }

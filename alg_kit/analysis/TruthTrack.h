@@ -21,6 +21,10 @@ struct TruePlace {
 
 Place placeOf(const TruePlace& place);
 
+/// Where every object was, by the rows of one frame.
+std::array<TruePlace, static_cast<std::size_t>(algorithm::kMaxObjects)> truePlacesOf(
+    const std::vector<session::TruthRow>& rows);
+
 /// Where the objects really were about the packet that is looked at. Reads the truth as it is
 /// needed and forgets what lies behind.
 class TruthTrack {

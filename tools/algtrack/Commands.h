@@ -17,6 +17,7 @@ void addReportCommand(CLI::App& app);
 void addRepairCommand(CLI::App& app);
 void addRigCommand(CLI::App& app);
 void addBodyCommand(CLI::App& app);
+void addViewCommand(CLI::App& app);
 
 /// A subcommand of `calibration`.
 void addRefineCommand(CLI::App& calibration);

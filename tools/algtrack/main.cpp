@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
       "  algtrack replay walk.algrec --verify\n"
       "  algtrack inspect walk.algrec\n"
       "  algtrack report walk.algrec -o walk.html\n"
+      "  algtrack view walk.algrec\n"
       "\n"
       "Every subcommand has its own --help with examples. Exit status: 0 done, or the same;\n"
       "1 something differs or was found; 2 not done.",
@@ -59,6 +60,9 @@ int main(int argc, char** argv) {
   algtrack::addExportCommand(app);
 #if defined(ALGTRACK_STREAMS)
   algtrack::addStreamCommand(app);
+#endif
+#if defined(ALGTRACK_VIEWER)
+  algtrack::addViewCommand(app);
 #endif
 
   algtrack::heedInterrupts();

@@ -1,9 +1,10 @@
-# cmake -DNODE= -DNPM= -DSOURCE= -DPAGE= -DWORK= -DOUTPUT= -DREQUIRED= -P MakePage.cmake
+# cmake -DNODE= -DNPM= -DSOURCE= -DPAGE= -DNAMESPACE= -DFUNCTION= -DHEADER= -DWORK= -DOUTPUT=
+#   -DREQUIRED= -P AlgMakePage.cmake
 # Writes OUTPUT, a C++ source with the bundled page, or without one where npm cannot do its work.
 cmake_minimum_required(VERSION 3.25)
 
 set(inputs package.json package-lock.json .npmrc)
-set(page "${WORK}/page.html")
+set(page "${WORK}/${PAGE}.html")
 set(problem "")
 
 function(run step)
@@ -16,7 +17,9 @@ function(run step)
   endif()
 endfunction()
 
+# All pages are made in one folder, one after the other.
 file(MAKE_DIRECTORY "${WORK}")
+file(LOCK "${WORK}" DIRECTORY GUARD PROCESS)
 file(REMOVE "${page}")
 if(NOT NODE OR NOT NPM)
   set(problem "node or npm is missing")
@@ -49,9 +52,9 @@ endif()
 set(bytes "")
 set(size 0)
 if(problem AND REQUIRED)
-  message(FATAL_ERROR "the report page cannot be made: ${problem}")
+  message(FATAL_ERROR "the page ${PAGE} cannot be made: ${problem}")
 elseif(problem)
-  message("algtrack is built without the report page: ${problem}. "
+  message("algtrack is built without the page ${PAGE}: ${problem}. "
     "To try again, remove ${OUTPUT} and build.")
 else()
   file(SIZE "${page}" size)
@@ -61,10 +64,10 @@ else()
   string(REGEX REPLACE "(${line})" "\\1\n" bytes "${bytes}")
 endif()
 
-file(WRITE "${OUTPUT}" "// Made by alg_kit/report/MakePage.cmake.
-#include <alg_kit/report/BuiltInPage.h>
+file(WRITE "${OUTPUT}" "// Made by cmake/AlgMakePage.cmake.
+#include <${HEADER}>
 
-namespace report {
+namespace ${NAMESPACE} {
 namespace {
 
 constexpr unsigned char kPage[] = {
@@ -72,9 +75,9 @@ ${bytes}0};
 
 }  // namespace
 
-std::string_view builtInPage() {
+std::string_view ${FUNCTION}() {
   return {reinterpret_cast<const char*>(kPage), ${size}};
 }
 
-}  // namespace report
+}  // namespace ${NAMESPACE}
 ")

@@ -1,0 +1,71 @@
+// One client: an HTTP request and its answer, or a WebSocket. Boost stays behind this header.
+#pragma once
+
+#include <alg_kit/view/Door.h>
+#include <alg_kit/view/WindowAnswers.h>
+
+#include <boost/asio.hpp>
+#include <boost/beast.hpp>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace view {
+
+/// What all connections share.
+struct Hall {
+  const Watchers& watchers;
+  WindowAnswers answers;
+  DoorRules rules;
+  int connections = 0;
+  boost::asio::thread_pool& workers;  ///< for what takes long
+  boost::asio::io_context context{1};
+};
+
+class Connection : public std::enable_shared_from_this<Connection> {
+ public:
+  using Protocol = boost::asio::generic::stream_protocol;
+  using Socket = Protocol::socket;
+
+  Connection(Socket socket, Hall& hall);
+  ~Connection();
+  void begin();
+
+ private:
+  using Stream = boost::beast::basic_stream<Protocol>;
+  using Clock = std::chrono::steady_clock;
+
+  void answerRequest();
+  void refuse(unsigned status, std::string_view problem);
+  void sendPage();
+  void download(const Entrance& entrance);
+  void send(boost::beast::http::response<boost::beast::http::string_body> response);
+
+  void openSocket();
+  void readQuestion();
+  void takeQuestion();
+  bool tooFast();
+  void write(std::string text);
+  void goOn();
+  void watch();
+  void sendNews();
+
+  Hall& hall_;
+  boost::beast::websocket::stream<Stream> stream_;
+  boost::beast::flat_buffer buffer_;
+  std::optional<boost::beast::http::request_parser<boost::beast::http::empty_body>> parser_;
+  boost::beast::http::response<boost::beast::http::string_body> response_;
+  boost::asio::steady_timer timer_;
+
+  std::string writing_, waiting_;  ///< an answer that is sent, one behind a piece of news
+  bool isWriting_ = false, hasWaiting_ = false, isReading_ = false;
+  Clock::time_point secondBegan_ = Clock::now();
+  double tokens_;
+
+  std::optional<std::size_t> liveFile_;  ///< the page is at its edge
+  std::int64_t liveFrom_ = 0, seenChanges_ = -1;
+};
+
+}  // namespace view

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <alg_kit/analysis/Moment.h>
+#include <alg_kit/analysis/TrackStatistics.h>
+#include <alg_kit/analysis/TruthTrack.h>
+#include <alg_kit/session/Session.h>
+#include <alg_kit/trace/PipelineTrace.h>
+#include <alg_kit/view/FrameLog.h>
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace view {
+
+constexpr double kJumpMm = 80;  ///< per packet, as in a report
+
+/// Makes frames of a recording's calls, given in order from the first.
+class FrameMaker {
+ public:
+  using Truth = std::array<analysis::TruePlace, kObjects>;
+  /// Where the objects really were in the packet of a call; none = not known.
+  using TruthOf = std::function<std::optional<Truth>(std::int64_t call, double seconds)>;
+
+  explicit FrameMaker(FrameLog& log) : log_(log) {}
+
+  void add(const session::Unit& unit, const TruthOf& truthOf);
+
+ private:
+  void addEntry(const session::Entry& entry, const TruthOf& truthOf);
+  void beginFrame(const session::Entry& entry, const trace::PacketTrace* packet,
+                  const analysis::Moment& at, const std::optional<Truth>& truth);
+  void fillObjects(const trace::PacketTrace* packet, const algorithm::ResultBlock* block,
+                   const std::optional<Truth>& truth);
+  void findEvents(const session::Call& call, const trace::PacketTrace* packet,
+                  const analysis::Moment& at);
+  void addMessages(const session::Entry& entry);
+  void addAnswer(const session::Call& call);
+
+  struct Track {
+    analysis::JumpFinder jumps{kJumpMm};
+    analysis::OutlierFinder outliers{kJumpMm};
+    bool seen = true;  ///< in the packet before; an object that never came begins with a gap
+  };
+
+  FrameLog& log_;
+  trace::PipelineTrace trace_;
+  analysis::MomentCounter moments_;
+  std::array<Track, kObjects> tracks_;
+  Frame frame_;
+  bool begun_ = false;
+  std::vector<FrameMessage> early_;  ///< before the first packet
+  int productType_ = 0;
+  int filterMode_ = -1;
+};
+
+}  // namespace view

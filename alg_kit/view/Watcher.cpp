@@ -1,0 +1,217 @@
+#include <alg_kit/view/Watcher.h>
+
+#include <alg_kit/analysis/TruthTrack.h>
+#include <alg_kit/recording/FollowingReader.h>
+#include <alg_kit/recording/UnitCursor.h>
+#include <alg_kit/view/FrameMaker.h>
+
+#include <chrono>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+#include <utility>
+
+namespace view {
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using recording::FollowingReader;
+
+constexpr auto kLook = std::chrono::milliseconds(8);      // at whether the file changed
+constexpr auto kLookAnyway = std::chrono::milliseconds(250);  // whatever it says of itself
+constexpr std::int64_t kReportEvery = 500;                // units
+
+std::int64_t nowNs() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch())
+      .count();
+}
+
+/// Changes with the file and its journal. Nothing is opened for it.
+std::pair<std::uintmax_t, std::int64_t> lookOf(const std::string& path) {
+  std::pair<std::uintmax_t, std::int64_t> look{0, 0};
+  for (const std::string& name : {path, path + "-wal"}) {
+    std::error_code error;
+    const auto size = fs::file_size(name, error);
+    if (error) continue;
+    look.first = look.first * 31 + size;
+    look.second += fs::last_write_time(name, error).time_since_epoch().count();
+  }
+  return look;
+}
+
+}  // namespace
+
+/// What the thread does, with everything that only it uses.
+class Watcher::Work {
+ public:
+  explicit Work(Watcher& watcher) : watcher_(watcher), maker_(watcher.log_) {}
+
+  void run() {
+    std::error_code error;
+    if (fs::exists(watcher_.path_, error)) {
+      const recording::RecordingReader reader(watcher_.path_);
+      const recording::Metadata& metadata = reader.metadata();
+      if (metadata.complete && metadata.values.count("continued_in") == 0) return readAll(reader);
+    }
+    follow();
+  }
+
+ private:
+  void readAll(const recording::RecordingReader& reader) {
+    begin(reader.metadata(), State::kReading);
+    const bool hasTruth = reader.hasTruth();
+    if (hasTruth) noteTruth();
+    const std::int64_t total = reader.callCount();
+    recording::UnitCursor units(reader.entries());
+    session::Unit unit;
+    std::optional<analysis::TruthTrack> truth;
+    std::int64_t done = 0;
+    for (std::int64_t n = 0; !watcher_.stop_ && units.next(unit); ++n) {
+      if (!truth)
+        truth.emplace(hasTruth ? std::optional(reader.truthRows()) : std::nullopt,
+                      unit[0].call.startNs);
+      take(unit, [&](std::int64_t call, double seconds) -> std::optional<FrameMaker::Truth> {
+        truth->goTo(call, seconds);
+        FrameMaker::Truth places;
+        bool any = false;
+        for (std::size_t i = 0; i < places.size(); ++i)
+          if (const auto* const place = truth->at(i)) {
+            places[i] = *place;
+            any = true;
+          }
+        return any ? std::optional(places) : std::nullopt;
+      });
+      done += static_cast<std::int64_t>(unit.size());
+      if (n % kReportEvery == 0)
+        progress(total > 0 ? static_cast<double>(done) / static_cast<double>(total) : 1);
+    }
+    if (!watcher_.stop_) begin(reader.metadata(), State::kEnded);
+  }
+
+  void follow() {
+    FollowingReader follower(watcher_.path_);
+    session::Unit unit;
+    auto seen = lookOf("");
+    auto next = Clock::now();
+    while (!watcher_.stop_) {
+      const auto look = lookOf(follower.path());
+      if (look == seen && Clock::now() < next) {
+        std::this_thread::sleep_for(kLook);
+        continue;
+      }
+      seen = look;
+      next = Clock::now() + kLookAnyway;
+      std::unique_ptr<recording::RecordingReader> truths;
+      while (!watcher_.stop_ && follower.next(unit)) {
+        if (watcher_.status().state == State::kAbsent)
+          begin(follower.metadata(), State::kReading);
+        take(unit, [&](std::int64_t call, double) { return truthOf(follower.path(), truths, call); });
+      }
+      switch (follower.state()) {
+        case FollowingReader::State::kAbsent:
+          break;
+        case FollowingReader::State::kUnderWay:
+          begin(follower.metadata(), State::kLive);
+          break;
+        case FollowingReader::State::kEnded:
+          begin(follower.metadata(), State::kEnded);
+          return;
+      }
+    }
+  }
+
+  /// Of a recording under way. A simulated one has its truth from the first packets on; where those
+  /// have none nobody asks again.
+  std::optional<FrameMaker::Truth> truthOf(const std::string& path,
+                                           std::unique_ptr<recording::RecordingReader>& reader,
+                                           std::int64_t call) {
+    constexpr int kPatience = 200;
+    if (packetsWithoutTruth_ > kPatience) return std::nullopt;
+    if (!reader) reader = std::make_unique<recording::RecordingReader>(path);
+    const auto rows = reader->truthOf(call);
+    packetsWithoutTruth_ = rows.empty() ? packetsWithoutTruth_ + 1 : 0;
+    if (rows.empty()) return std::nullopt;
+    noteTruth();
+    return analysis::truePlacesOf(rows);
+  }
+
+  void noteTruth() {
+    const std::lock_guard<std::mutex> guard(watcher_.mutex_);
+    watcher_.status_.hasTruth = true;
+  }
+
+  void take(const session::Unit& unit, const FrameMaker::TruthOf& truthOf) {
+    for (const session::Entry& entry : unit)
+      if (entry.call.kind == session::CallKind::kInit) noteInit(entry.call);
+    maker_.add(unit, truthOf);
+    const std::lock_guard<std::mutex> guard(watcher_.mutex_);
+    watcher_.newsNs_ = nowNs();
+  }
+
+  void noteInit(const session::Call& call) {
+    const std::lock_guard<std::mutex> guard(watcher_.mutex_);
+    watcher_.status_.productType = call.type;
+    watcher_.status_.calibration.reset();
+    if (call.payload.size() == sizeof(algorithm::StereoCalibration))
+      std::memcpy(&watcher_.status_.calibration.emplace(), call.payload.data(),
+                  call.payload.size());
+  }
+
+  void progress(double share) {
+    const std::lock_guard<std::mutex> guard(watcher_.mutex_);
+    watcher_.status_.share = share;
+  }
+
+  void begin(const recording::Metadata& metadata, State state) {
+    const std::lock_guard<std::mutex> guard(watcher_.mutex_);
+    if (watcher_.status_.state == state) return;
+    watcher_.status_.metadata = metadata;
+    watcher_.status_.state = state;
+    if (state != State::kReading) watcher_.status_.share = 1;
+  }
+
+  Watcher& watcher_;
+  FrameMaker maker_;
+  int packetsWithoutTruth_ = 0;
+};
+
+Watcher::Watcher(std::string path) : path_(std::move(path)), newsNs_(nowNs()) {
+  status_.path = path_;
+  thread_ = std::thread([this] { run(); });
+}
+
+Watcher::~Watcher() {
+  stop_ = true;
+  thread_.join();
+}
+
+void Watcher::run() noexcept {
+  std::string problem;
+  try {
+    return Work(*this).run();
+  } catch (const std::exception& error) {
+    problem = error.what();
+  } catch (...) {
+    problem = path_ + ": reading failed";
+  }
+  const std::lock_guard<std::mutex> guard(mutex_);
+  status_.state = State::kFailed;
+  status_.problem = std::move(problem);
+}
+
+Watcher::Status Watcher::status() const {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  Status status = status_;
+  status.secondsSinceNews = static_cast<double>(nowNs() - newsNs_) / 1e9;
+  return status;
+}
+
+const char* keyOf(Watcher::State state) {
+  constexpr const char* kKeys[] = {"absent", "reading", "live", "ended", "failed"};
+  return kKeys[static_cast<int>(state)];
+}
+
+}  // namespace view

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <alg_factory/stereo3d/StereoCalibration.h>
+#include <alg_kit/recording/Recording.h>
+#include <alg_kit/view/FrameLog.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace view {
+
+/// Reads one recording on a thread of its own: from its first call to its last, and on while a host
+/// is still writing it. What it read is in `log`.
+class Watcher {
+ public:
+  enum class State {
+    kAbsent,   ///< there is no such file yet
+    kReading,  ///< behind what the file holds
+    kLive,     ///< all that was committed is read; more may follow
+    kEnded,    ///< complete, and all of it is read
+    kFailed,   ///< `problem` says why; what was read before stands
+  };
+
+  struct Status {
+    State state = State::kAbsent;
+    std::string problem;
+    std::string path;
+    double share = 0;  ///< of the calls that are there, 0 to 1
+    recording::Metadata metadata;
+    int productType = -1;  ///< of the latest Init; -1 = none yet
+    std::optional<algorithm::StereoCalibration> calibration;
+    bool hasTruth = false;
+    /// Seconds since something new was read, by this machine's clock.
+    double secondsSinceNews = 0;
+  };
+
+  explicit Watcher(std::string path);
+  ~Watcher();
+  Watcher(const Watcher&) = delete;
+  Watcher& operator=(const Watcher&) = delete;
+
+  const FrameLog& log() const { return log_; }
+  const std::string& path() const { return path_; }
+  Status status() const;
+
+ private:
+  class Work;
+  void run() noexcept;
+
+  const std::string path_;
+  FrameLog log_;
+  mutable std::mutex mutex_;
+  Status status_;
+  std::int64_t newsNs_ = 0;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+/// "live", "ended": for programs.
+const char* keyOf(Watcher::State state);
+
+}  // namespace view

@@ -1,0 +1,2 @@
+import 'uplot/dist/uPlot.min.css';
+import '../common/style.css';
