@@ -23,7 +23,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kCommitInterval = std::chrono::milliseconds(250);
+constexpr auto kLeastCommitInterval = std::chrono::milliseconds(1);
 
 /// A recorder keeps no call that a reader would refuse to read.
 constexpr std::size_t kLargestUnit = 16 * 1024 * 1024;
@@ -200,7 +200,7 @@ void Recorder::State::run() noexcept {
   while (!stopping) {
     {
       std::unique_lock<std::mutex> lock(mutex);
-      if (!stop) wake.wait_for(lock, kCommitInterval);
+      if (!stop) wake.wait_for(lock, std::max(options.commitInterval, kLeastCommitInterval));
       stopping = stop;
     }
     drain();

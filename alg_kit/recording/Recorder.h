@@ -22,7 +22,10 @@ struct RecorderOptions {
   double maxSeconds = 0;      ///< the same for a file's duration
   std::int64_t minFreeBytes = 16 * 1024 * 1024;  ///< left free on the disk: drops what needs them
   std::chrono::milliseconds closeLimit{10000};   ///< how long the destructor waits for the disk
-  std::map<std::string, std::string> facts;      ///< added to the file's table `meta`
+  /// Between two commits. What was committed survives the process, and who follows the file sees it
+  /// so much later at most. Each costs the writer's thread a write that waits for the disk.
+  std::chrono::milliseconds commitInterval{250};
+  std::map<std::string, std::string> facts;  ///< added to the file's table `meta`
 };
 
 /// What became of the calls.
@@ -36,8 +39,8 @@ struct RecorderStatus {
 };
 
 /// Writes a recording on a thread of its own. What is handed over waits in a bounded queue; the
-/// writer commits four times a second, so that a killed process or a full disk costs less than the
-/// last second and never the file.
+/// writer commits several times a second, so that a killed process or a full disk costs less than
+/// the last second and never the file.
 ///
 /// - One file has one recorder: a second one is refused, in this process or another.
 /// - A file that is removed, replaced or renamed while it is recorded shows in `status`; its calls

@@ -30,8 +30,17 @@ std::string_view view(beast::string_view text) {
   return {text.data(), text.size()};
 }
 
-/// The page names its own script and style by their hashes, in a meta element that is the page's
-/// policy; what such an element cannot say is said here.
+/// The page names its own script and style by their hashes, in a meta element. The same goes out as
+/// a header, with what such an element cannot say.
+std::string policyOf(std::string_view page) {
+  constexpr std::string_view kMark = "http-equiv=\"Content-Security-Policy\" content=\"";
+  const std::size_t mark = page.find(kMark);
+  if (mark == std::string_view::npos) return "default-src 'none'; frame-ancestors 'none'";
+  const std::size_t begin = mark + kMark.size();
+  return std::string(page.substr(begin, page.find('"', begin) - begin)) +
+         "; frame-ancestors 'none'";
+}
+
 void protect(http::response<http::string_body>& response) {
   response.set(http::field::cache_control, "no-store");
   response.set("X-Content-Type-Options", "nosniff");
@@ -62,15 +71,15 @@ void Connection::begin() {
   parser_->body_limit(0);
   Stream& stream = stream_.next_layer();
   stream.expires_after(kPatience);
-  http::async_read(stream, buffer_, *parser_,
-                   [self = shared_from_this()](error_code error, std::size_t) {
-                     if (!error) return self->answerRequest();
-                     if (error == http::error::header_limit)
-                       return self->refuse(431, "the request is too long");
-                     if (error.category() == make_error_code(http::error::bad_method).category() &&
-                         error != http::error::end_of_stream && error != http::error::partial_message)
-                       self->refuse(400, "expected a request of HTTP without a body");
-                   });
+  http::async_read(
+      stream, buffer_, *parser_, [self = shared_from_this()](error_code error, std::size_t) {
+        if (!error) return self->answerRequest();
+        if (error == http::error::header_limit) return self->refuse(431, "the request is too long");
+        const bool went =
+            error == http::error::end_of_stream || error == http::error::partial_message;
+        if (error.category() == error_code(http::error::bad_method).category() && !went)
+          self->refuse(400, "expected a request of HTTP without a body");
+      });
 }
 
 void Connection::answerRequest() {
@@ -110,7 +119,7 @@ void Connection::refuse(unsigned status, std::string_view problem) {
 void Connection::sendPage() {
   http::response<http::string_body> response(http::status::ok, 11);
   response.set(http::field::content_type, "text/html; charset=utf-8");
-  response.set("Content-Security-Policy", "frame-ancestors 'none'");
+  response.set("Content-Security-Policy", policyOf(viewerPage()));
   response.body() = std::string(viewerPage());
   send(std::move(response));
 }
@@ -126,17 +135,15 @@ void Connection::download(const Entrance& entrance) {
                             : recordingOf(watcher.path(), entrance.from, entrance.to);
       response.set(http::field::content_type,
                    csv ? "text/csv; charset=utf-8" : "application/octet-stream");
-      response.set(http::field::content_disposition,
-                   csv ? "attachment; filename=\"part.csv\""
-                       : "attachment; filename=\"part.algrec\"");
+      response.set(http::field::content_disposition, csv ? "attachment; filename=\"part.csv\""
+                                                         : "attachment; filename=\"part.algrec\"");
     } catch (const std::exception& problem) {
       response.result(http::status::unprocessable_entity);
       response.set(http::field::content_type, "text/plain; charset=utf-8");
       response.body() = std::string(problem.what()) + "\n";
     }
-    asio::post(self->hall_.context, [self, ready = std::move(response)]() mutable {
-      self->send(std::move(ready));
-    });
+    asio::post(self->hall_.context,
+               [self, ready = std::move(response)]() mutable { self->send(std::move(ready)); });
   });
 }
 

@@ -76,7 +76,8 @@ Entrance judge(const Knock& knock, const DoorRules& rules) {
   const std::string_view query =
       mark == std::string_view::npos ? std::string_view() : knock.target.substr(mark + 1);
   if (!same(valueOf(query, "token"), rules.token))
-    return refused(403, "the token is missing or wrong: open the address that algtrack view printed");
+    return refused(403,
+                   "the token is missing or wrong: open the address that algtrack view printed");
 
   Entrance entrance;
   if (path == "/" && !knock.wantsWebSocket) {

@@ -25,7 +25,7 @@ struct Entrance {
 };
 
 struct DoorRules {
-  std::string address;         ///< that the server listens on: "127.0.0.1"
+  std::string address;  ///< that the server listens on: "127.0.0.1"
   std::uint16_t port = 0;
   std::string token;
   std::int64_t files = 1;

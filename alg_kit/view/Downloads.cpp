@@ -65,8 +65,9 @@ std::string csvOf(const FrameLog& log, double from, double to) {
     for (std::size_t id = 0; id < frame.objects.size(); ++id) {
       const FrameObject& object = frame.objects[id];
       char time[64];
-      table.append(time, std::to_chars(time, time + sizeof time, frame.seconds,
-                                       std::chars_format::fixed, 6).ptr);
+      table.append(
+          time,
+          std::to_chars(time, time + sizeof time, frame.seconds, std::chars_format::fixed, 6).ptr);
       table += "," + std::to_string(frame.packet) + "," + std::to_string(frame.call) + "," +
                std::to_string(id) + (object.seen ? ",1" : ",0");
       for (const analysis::Place* const place : {&object.raw, &object.filtered, &object.truth})
@@ -97,15 +98,15 @@ std::string recordingOf(const std::string& path, double from, double to) {
   while (units.next(unit)) {
     const session::Call& call = unit[0].call;
     if (!firstNs) firstNs = call.startNs;
-    const double at =
-        (static_cast<double>(call.startNs) - static_cast<double>(*firstNs)) / 1e9;
+    const double at = (static_cast<double>(call.startNs) - static_cast<double>(*firstNs)) / 1e9;
     if (at > to) break;
     if (at < from) {
       setUp.remember(unit);
       continue;
     }
     if (!begun)
-      for (const session::Entry& entry : setUp.before(call.index, call.startNs)) writer.write(entry);
+      for (const session::Entry& entry : setUp.before(call.index, call.startNs))
+        writer.write(entry);
     begun = true;
     saved += static_cast<std::int64_t>(unit.size());
     if (saved > kMostSavedCalls)

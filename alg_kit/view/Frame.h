@@ -34,16 +34,16 @@ constexpr EventSet kAllEvents = (1u << kEvents) - 1;
 const char* keyOf(Event event);
 
 struct FrameObject {
-  bool seen = false;                    ///< it is in the block
-  bool held = false;                    ///< ... at an earlier place
+  bool seen = false;                               ///< it is in the block
+  bool held = false;                               ///< ... at an earlier place
   analysis::Place raw = analysis::nowhere();       ///< as delivered
   analysis::Place filtered = analysis::nowhere();  ///< the latest answer before the next packet
   analysis::Place truth = analysis::nowhere();
-  float filteredError = kNone;          ///< to the truth; none where the answer looks ahead
-  float epipolar = kNone;               ///< px
-  float rayGap = kNone;                 ///< unit of the calibration's translation
-  std::string key;                      ///< of the reason where it is missing or held
-  std::string reason;                   ///< the same with this packet's numbers
+  float filteredError = kNone;  ///< to the truth; none where the answer looks ahead
+  float epipolar = kNone;       ///< px
+  float rayGap = kNone;         ///< unit of the calibration's translation
+  std::string key;              ///< of the reason where it is missing or held
+  std::string reason;           ///< the same with this packet's numbers
 };
 
 struct FrameBlob {
@@ -72,7 +72,7 @@ struct Frame {
   int productType = 0;
   int queries = 0;
   EventSet events = 0;
-  std::string decoder;      ///< what the decoder reports; empty = nothing
+  std::string decoder;  ///< what the decoder reports; empty = nothing
   float durationUs = kNone;
   std::vector<FrameObject> objects;    ///< by id
   std::vector<FrameBlob> blobs;        ///< in packet order

@@ -165,7 +165,8 @@ FrameLog::Series FrameLog::series(std::int64_t from, std::int64_t to, std::int64
 std::optional<std::int64_t> FrameLog::next(std::int64_t from, bool forward, EventSet wanted) const {
   const std::lock_guard<std::mutex> guard(mutex_);
   const std::int64_t step = forward ? 1 : -1;
-  for (std::int64_t i = std::clamp<std::int64_t>(from, -1, count()) + step; i >= 0 && i < count();) {
+  for (std::int64_t i = std::clamp<std::int64_t>(from, -1, count()) + step;
+       i >= 0 && i < count();) {
     if ((rowAt(i).events & wanted) != 0) return i;
     // Passes by the largest group that begins (or ends) here and has none.
     std::int64_t passed = 1;

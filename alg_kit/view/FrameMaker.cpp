@@ -15,10 +15,6 @@ namespace {
 using session::Call;
 using session::CallKind;
 
-bool isPacket(const Call& call) {
-  return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
-}
-
 std::string shortened(std::string text) {
   while (!text.empty() && text.back() == '\n') text.pop_back();
   if (text.size() > Frame::kLongestText) text = text.substr(0, Frame::kLongestText) + "...";
@@ -73,9 +69,8 @@ void FrameMaker::beginFrame(const session::Entry& entry, const trace::PacketTrac
     frame_.decoder = message != nullptr ? shortened(message) : "";
     for (const trace::TracedBlob& blob : packet->blobs)
       frame_.blobs.push_back({blob.camera, static_cast<int>(blob.raw.id),
-                              static_cast<float>(blob.x), static_cast<float>(blob.y),
-                              blob.diameter, blob.fate, blob.other,
-                              shortened(trace::reasonOf(*packet, blob))});
+                              static_cast<float>(blob.x), static_cast<float>(blob.y), blob.diameter,
+                              blob.fate, blob.other, shortened(trace::reasonOf(*packet, blob))});
   }
   findEvents(entry.call, packet, {at.packet, at.call, frame_.seconds});
   log_.add(frame_);
@@ -99,8 +94,7 @@ void FrameMaker::fillObjects(const trace::PacketTrace* packet, const algorithm::
     object.held = end.held && object.seen;
     object.key = std::move(end.key);
     object.reason = shortened(std::move(end.detail));
-    if (object.seen)
-      object.raw = {block->records[i].x, block->records[i].y, block->records[i].z};
+    if (object.seen) object.raw = {block->records[i].x, block->records[i].y, block->records[i].z};
     if (truth && (*truth)[i].markers > 0) object.truth = analysis::placeOf((*truth)[i]);
   }
   if (packet == nullptr) return;
@@ -151,9 +145,8 @@ void FrameMaker::addAnswer(const Call& call) {
   if (!answer || id >= frame_.objects.size() || !frame_.objects[id].seen) return;
   FrameObject& object = frame_.objects[id];
   object.filtered = {answer->filtered[0], answer->filtered[1], answer->filtered[2]};
-  object.filteredError = looksAhead(call, productType_, filterMode_)
-                             ? kNone
-                             : errorOf(object.filtered, object.truth);
+  object.filteredError =
+      looksAhead(call, productType_, filterMode_) ? kNone : errorOf(object.filtered, object.truth);
 }
 
 }  // namespace view

@@ -14,8 +14,8 @@ using algorithm::StereoCalibration;
 using Eigen::Vector2d;
 using Eigen::Vector3d;
 
-constexpr int kBorderPoints = 8;   // of each side
-constexpr double kNearest = 100;   // unit of the translation; a line in the other image begins here
+constexpr int kBorderPoints = 8;  // of each side
+constexpr double kNearest = 100;  // unit of the translation; a line in the other image begins here
 constexpr int kLinePoints = 48;
 
 /// In the camera's own frame, depth 1.
@@ -37,7 +37,9 @@ int sizeFrom(double leftCentre, double rightCentre) {
 }
 
 SceneCamera cameraOf(const StereoCalibration& c, int camera, int width, int height) {
-  const auto scene = [&](const Vector3d& point) { return rig::mirrored(toRight(c, camera, point)); };
+  const auto scene = [&](const Vector3d& point) {
+    return rig::mirrored(toRight(c, camera, point));
+  };
   SceneCamera result;
   result.centre = scene(Vector3d::Zero());
   for (int axis = 0; axis < 3; ++axis)

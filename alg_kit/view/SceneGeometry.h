@@ -26,8 +26,8 @@ SceneGeometry geometryOf(const algorithm::StereoCalibration& calibration);
 
 /// What one camera's pixel means to the other one.
 struct PixelRay {
-  std::array<Eigen::Vector3d, 2> ends;        ///< from the camera to the depth limit
-  std::vector<Eigen::Vector2d> otherImage;    ///< the same as the other camera sees it, pixels
+  std::array<Eigen::Vector3d, 2> ends;      ///< from the camera to the depth limit
+  std::vector<Eigen::Vector2d> otherImage;  ///< the same as the other camera sees it, pixels
 };
 
 /// @param depth  along the right camera's axis, at most

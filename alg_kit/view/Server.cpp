@@ -9,8 +9,8 @@
 namespace view {
 
 namespace asio = boost::asio;
-using boost::system::error_code;
 using asio::ip::tcp;
+using boost::system::error_code;
 
 struct Server::State {
   State(const Watchers& given, const ServerOptions& options)

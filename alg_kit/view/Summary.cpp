@@ -28,10 +28,10 @@ Summary::Summary(const Frame& frame, double before) : Summary() {
   frames = 1;
   for (std::size_t i = 0; i < kEvents; ++i) events[i] = (frame.events >> i) & 1u;
   const auto set = [this](std::size_t row, float value) { low[row] = high[row] = value; };
-  const auto place = [&](std::size_t row, const analysis::Place& place) {
-    set(row, place.x);
-    set(row + 1, place.y);
-    set(row + 2, place.z);
+  const auto place = [&](std::size_t row, const analysis::Place& at) {
+    set(row, at.x);
+    set(row + 1, at.y);
+    set(row + 2, at.z);
   };
   for (std::size_t i = 0; i < std::min(kObjects, frame.objects.size()); ++i) {
     const FrameObject& object = frame.objects[i];

@@ -14,8 +14,21 @@ namespace view {
 constexpr auto kObjects = static_cast<std::size_t>(algorithm::kMaxObjects);
 
 /// What is drawn over time. Of every object: positions in mm, errors in mm, residuals.
-enum class ObjectRow { kX, kY, kZ, kFilteredX, kFilteredY, kFilteredZ, kTrueX, kTrueY, kTrueZ,
-                       kRawError, kFilteredError, kEpipolar, kRayGap };
+enum class ObjectRow {
+  kX,
+  kY,
+  kZ,
+  kFilteredX,
+  kFilteredY,
+  kFilteredZ,
+  kTrueX,
+  kTrueY,
+  kTrueZ,
+  kRawError,
+  kFilteredError,
+  kEpipolar,
+  kRayGap
+};
 constexpr std::size_t kObjectRows = 13;
 /// Of the frame itself.
 enum class FrameRow { kBlobsLeft, kBlobsRight, kDuration, kInterval, kQueries };

@@ -20,9 +20,9 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 using recording::FollowingReader;
 
-constexpr auto kLook = std::chrono::milliseconds(8);      // at whether the file changed
+constexpr auto kLook = std::chrono::milliseconds(8);          // at whether the file changed
 constexpr auto kLookAnyway = std::chrono::milliseconds(250);  // whatever it says of itself
-constexpr std::int64_t kReportEvery = 500;                // units
+constexpr std::int64_t kReportEvery = 500;                    // units
 
 std::int64_t nowNs() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch())
@@ -106,9 +106,9 @@ class Watcher::Work {
       next = Clock::now() + kLookAnyway;
       std::unique_ptr<recording::RecordingReader> truths;
       while (!watcher_.stop_ && follower.next(unit)) {
-        if (watcher_.status().state == State::kAbsent)
-          begin(follower.metadata(), State::kReading);
-        take(unit, [&](std::int64_t call, double) { return truthOf(follower.path(), truths, call); });
+        if (watcher_.status().state == State::kAbsent) begin(follower.metadata(), State::kReading);
+        take(unit,
+             [&](std::int64_t call, double) { return truthOf(follower.path(), truths, call); });
       }
       switch (follower.state()) {
         case FollowingReader::State::kAbsent:

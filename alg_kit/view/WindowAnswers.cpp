@@ -62,9 +62,15 @@ class Question {
 Json rounded(double value, double scale) {
   return std::isfinite(value) ? Json(std::round(value * scale) / scale) : Json();
 }
-Json millimetres(float value) { return rounded(value, 1e4); }
-Json pixels(float value) { return rounded(value, 1e3); }
-Json seconds(double value) { return rounded(value, 1e6); }
+Json millimetres(float value) {
+  return rounded(value, 1e4);
+}
+Json pixels(float value) {
+  return rounded(value, 1e3);
+}
+Json seconds(double value) {
+  return rounded(value, 1e6);
+}
 
 Json jsonOf(const analysis::Place& place) {
   if (!analysis::isSomewhere(place)) return {};
@@ -100,8 +106,8 @@ Json jsonOf(const FrameObject& object) {
 }
 
 Json jsonOf(const FrameBlob& blob) {
-  return {{"camera", blob.camera}, {"id", blob.id},       {"x", pixels(blob.x)},
-          {"y", pixels(blob.y)},   {"d", blob.diameter},  {"end", trace::keyOf(blob.fate)},
+  return {{"camera", blob.camera}, {"id", blob.id},      {"x", pixels(blob.x)},
+          {"y", pixels(blob.y)},   {"d", blob.diameter}, {"end", trace::keyOf(blob.fate)},
           {"other", blob.other},   {"why", blob.reason}};
 }
 
@@ -274,8 +280,8 @@ Json heatOf(const Watcher& watcher, const Question& question) {
     for (const FrameBlob& blob : log.frame(i).blobs) {
       const double column = std::floor(blob.x / cell), row = std::floor(blob.y / cell);
       if (!(column >= 0 && column < kHeatCells && row >= 0 && row < rows)) continue;
-      ++counts[blob.camera == 0 ? 0 : 1][static_cast<std::size_t>(row) * kHeatCells +
-                                         static_cast<std::size_t>(column)];
+      ++counts[blob.camera == 0 ? 0 : 1]
+              [static_cast<std::size_t>(row) * kHeatCells + static_cast<std::size_t>(column)];
     }
   return {{"cell", cell},     {"columns", kHeatCells}, {"rows", rows},
           {"frames", frames}, {"every", each},         {"counts", counts}};
@@ -284,8 +290,8 @@ Json heatOf(const Watcher& watcher, const Question& question) {
 /// The stretch without an object around a frame, and the reasons in it.
 Json gapOf(const FrameLog& log, const Question& question) {
   const std::int64_t at = frameIn(log, question);
-  const auto object =
-      static_cast<std::size_t>(question.whole("object", 0, static_cast<std::int64_t>(kObjects) - 1));
+  const auto object = static_cast<std::size_t>(
+      question.whole("object", 0, static_cast<std::int64_t>(kObjects) - 1));
   struct Reason {
     std::int64_t packets = 0;
     std::string text;
@@ -349,11 +355,10 @@ std::string WindowAnswers::answer(std::string_view text) const {
     const Question question(json);
     if (question.has("id")) reply["id"] = question.whole("id", 0, std::int64_t{1} << 52);
     const std::string op = question.text("op");
-    const std::size_t file =
-        question.has("file")
-            ? static_cast<std::size_t>(
-                  question.whole("file", 0, static_cast<std::int64_t>(watchers_.size()) - 1))
-            : 0;
+    const std::size_t file = question.has("file")
+                                 ? static_cast<std::size_t>(question.whole(
+                                       "file", 0, static_cast<std::int64_t>(watchers_.size()) - 1))
+                                 : 0;
     const Watcher& watcher = *watchers_[file];
     const FrameLog& log = watcher.log();
     reply["file"] = file;
@@ -375,9 +380,9 @@ std::string WindowAnswers::answer(std::string_view text) const {
     } else if (op == "series") {
       reply["series"] = seriesOf(log, question);
     } else if (op == "next") {
-      const auto found = log.next(question.whole("frame", -1, std::int64_t{1} << 52),
-                                  question.number("step", -1, 1) > 0,
-                                  eventsIn(question.text("events")));
+      const auto found =
+          log.next(question.whole("frame", -1, std::int64_t{1} << 52),
+                   question.number("step", -1, 1) > 0, eventsIn(question.text("events")));
       reply["frame"] = found ? Json(*found) : Json();
       if (found) reply["t"] = seconds(log.secondsOf(*found));
     } else if (op == "ray") {

@@ -14,7 +14,7 @@ namespace view {
 using Watchers = std::vector<std::unique_ptr<Watcher>>;
 
 constexpr std::size_t kMostFiles = 2;
-constexpr std::int64_t kMostFrames = 400;   ///< in one answer
+constexpr std::int64_t kMostFrames = 400;  ///< in one answer
 constexpr std::int64_t kMostColumns = 2000;
 
 /// Answers the page's questions about recordings. docs/viewer.md lists them.

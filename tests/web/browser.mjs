@@ -17,7 +17,7 @@ export class Browser {
     const browser = new Browser();
     browser.#process = spawn(program, [
       '--headless=new', '--no-sandbox', '--disable-gpu', '--disable-dev-shm-usage',
-      '--no-first-run', '--hide-scrollbars', '--remote-debugging-pipe',
+      '--no-first-run', '--enable-unsafe-swiftshader', '--hide-scrollbars', '--remote-debugging-pipe',
       `--user-data-dir=${browser.#folder}`, 'about:blank',
     ], { stdio: ['ignore', 'ignore', 'ignore', 'pipe', 'pipe'] });
     browser.#process.on('exit', () => browser.#fail(new Error(`${program} ended`)));

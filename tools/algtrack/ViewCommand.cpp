@@ -41,8 +41,9 @@ void openBrowser(const std::string& address) {
 
 void checkToken(const std::string& token) {
   constexpr std::size_t kShortest = 16, kLongest = 128;
-  const bool plain = token.find_first_not_of("0123456789abcdefghijklmnopqrstuvwxyz"
-                                             "ABCDEFGHIJKLMNOPQRSTUVWXYZ-_") == std::string::npos;
+  const bool plain = token.find_first_not_of(
+                         "0123456789abcdefghijklmnopqrstuvwxyz"
+                         "ABCDEFGHIJKLMNOPQRSTUVWXYZ-_") == std::string::npos;
   if (token.empty() || (plain && token.size() >= kShortest && token.size() <= kLongest)) return;
   throw std::runtime_error("--token: expected 16 to 128 letters, digits, - or _, found others");
 }
@@ -73,10 +74,12 @@ void addViewCommand(CLI::App& app) {
   const auto options = std::make_shared<ViewOptions>();
   CLI::App* const command = app.add_subcommand(
       "view",
-      "Shows a recording in the browser: the scene in 3D, both cameras' blobs and where each ended,\n"
+      "Shows a recording in the browser: the scene in 3D, both cameras' blobs and where each "
+      "ended,\n"
       "a time line, plots. Follows a recording that a host is still writing. Ctrl-C ends it.\n"
       "\n"
-      "  algtrack view walk.algrec                           prints the address, opens the browser\n"
+      "  algtrack view walk.algrec                           prints the address, opens the "
+      "browser\n"
       "  algtrack view --follow session.algrec --no-browser --port 8700\n"
       "  algtrack view before.algrec after.algrec            one laid over the other\n");
   command->add_option("file", options->files, "the recording; a second one is laid over it")
@@ -86,12 +89,14 @@ void addViewCommand(CLI::App& app) {
   command->add_option("--port", options->server.port, "to serve the page on (any free one)")
       ->check(wholeNumberTo(65535));
   command
-      ->add_option("--listen", options->server.address,
-                   "an address of this machine, in digits; whoever reaches it and has the token can "
-                   "look")
+      ->add_option(
+          "--listen", options->server.address,
+          "an address of this machine, in digits; whoever reaches it and has the token can "
+          "look")
       ->capture_default_str();
-  command->add_option("--token", options->server.token,
-                      "the secret in the address, so that links outlive the program (a random one)");
+  command->add_option(
+      "--token", options->server.token,
+      "the secret in the address, so that links outlive the program (a random one)");
   command->add_flag("--no-browser", options->noBrowser, "only print the address");
   command->callback([options] { viewFiles(*options); });
 }

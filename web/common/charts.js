@@ -93,7 +93,7 @@ function momentOf({ packets, calls, shared }, i) {
     const last = next === undefined || !shared ? firsts[i] : next - 1;
     return last > firsts[i] ? `${name}s ${count(firsts[i])}–${count(last)}` : `${name} ${count(firsts[i])}`;
   };
-  return `${span('packet', packets)}, ${span('call', calls)}`;
+  return calls ? `${span('packet', packets)}, ${span('call', calls)}` : span('packet', packets);
 }
 
 function extentOf(row) {
@@ -106,7 +106,7 @@ function extentOf(row) {
 
 /**
  * One quantity over time. The cursor and the zoom are shared with all other charts over time.
- * @param columns  {times: seconds, packets, calls: of each column's first packet, -1 = none; shared
+ * @param columns  {times: seconds, packets, calls (if known): of each column's first packet, -1 = none; shared
  *                 (of packets): columns hold more than one packet}
  * @param lines  [{label, color: CSS variable, dash, row}]; row as in the data: {values} or
  *               {low, high}

@@ -3,7 +3,7 @@ import { element, styleOf } from './dom.js';
 
 const kMargin = { left: 60, right: 10, top: 10, bottom: 30 };
 
-function prepare(canvas, width, height) {
+export function prepare(canvas, width, height) {
   const scale = window.devicePixelRatio || 1;
   canvas.width = Math.round(width * scale);
   canvas.height = Math.round(height * scale);
@@ -16,13 +16,13 @@ function prepare(canvas, width, height) {
 }
 
 /** 1, 2 or 5 times a power of ten, for about `wanted` ticks. */
-function tickStep(range, wanted) {
+export function tickStep(range, wanted) {
   const rough = range / wanted;
   const power = 10 ** Math.floor(Math.log10(rough));
   return power * [1, 2, 5, 10].find((m) => m * power >= rough);
 }
 
-function ticksIn(low, high, step) {
+export function ticksIn(low, high, step) {
   const ticks = [];
   for (let tick = Math.ceil(low / step); tick * step <= high; ++tick) ticks.push(tick * step);
   return ticks;
