@@ -126,7 +126,7 @@ void Connection::sendPage() {
 
 void Connection::download(const Entrance& entrance) {
   stream_.next_layer().expires_never();
-  asio::post(hall_.workers, [self = shared_from_this(), entrance] {
+  asio::post(hall_.workers, [self = shared_from_this(), entrance]() mutable {
     const Watcher& watcher = *self->hall_.watchers[static_cast<std::size_t>(entrance.file)];
     const bool csv = entrance.place == Entrance::Place::kCsv;
     http::response<http::string_body> response(http::status::ok, 11);
@@ -142,8 +142,11 @@ void Connection::download(const Entrance& entrance) {
       response.set(http::field::content_type, "text/plain; charset=utf-8");
       response.body() = std::string(problem.what()) + "\n";
     }
-    asio::post(self->hall_.context,
-               [self, ready = std::move(response)]() mutable { self->send(std::move(ready)); });
+    // The connection ends on its own thread.
+    asio::io_context& context = self->hall_.context;
+    asio::post(context, [self = std::move(self), ready = std::move(response)]() mutable {
+      self->send(std::move(ready));
+    });
   });
 }
 
