@@ -39,6 +39,9 @@ bool looksAhead(const Call& call, int productType, int filterMode) {
 
 void FrameMaker::add(const session::Unit& unit, const TruthOf& truthOf) {
   for (const session::Entry& entry : unit) addEntry(entry, truthOf);
+}
+
+void FrameMaker::publish() {
   if (begun_) log_.amend(frame_);
 }
 
@@ -55,7 +58,7 @@ void FrameMaker::addEntry(const session::Entry& entry, const TruthOf& truthOf) {
 
 void FrameMaker::beginFrame(const session::Entry& entry, const trace::PacketTrace* packet,
                             const analysis::Moment& at, const std::optional<Truth>& truth) {
-  if (begun_) log_.amend(frame_);
+  publish();
   const double before = begun_ ? frame_.seconds : at.seconds;
   frame_ = Frame();
   frame_.seconds = std::max(at.seconds, before);

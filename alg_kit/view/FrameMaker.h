@@ -28,6 +28,9 @@ class FrameMaker {
 
   void add(const session::Unit& unit, const TruthOf& truthOf);
 
+  /// Brings what came behind the latest packet into its frame. A next packet does it too.
+  void publish();
+
  private:
   void addEntry(const session::Entry& entry, const TruthOf& truthOf);
   void beginFrame(const session::Entry& entry, const trace::PacketTrace* packet,

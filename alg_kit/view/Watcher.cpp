@@ -88,6 +88,7 @@ class Watcher::Work {
       if (n % kReportEvery == 0)
         progress(total > 0 ? static_cast<double>(done) / static_cast<double>(total) : 1);
     }
+    maker_.publish();
     if (!watcher_.stop_) begin(reader.metadata(), State::kEnded);
   }
 
@@ -110,6 +111,7 @@ class Watcher::Work {
         take(unit,
              [&](std::int64_t call, double) { return truthOf(follower.path(), truths, call); });
       }
+      maker_.publish();
       switch (follower.state()) {
         case FollowingReader::State::kAbsent:
           break;

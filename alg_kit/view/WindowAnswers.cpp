@@ -2,7 +2,7 @@
 
 #include <alg_factory/service/ProductTable.h>
 #include <alg_kit/report/Base64.h>
-#include <alg_kit/report/ReportJson.h>
+#include <alg_kit/text/JsonText.h>
 #include <alg_kit/view/SceneGeometry.h>
 
 #include <algorithm>
@@ -19,7 +19,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::int64_t kMostHeatFrames = 20000;
-constexpr std::int64_t kMostGapFrames = 20000;
+constexpr std::int64_t kMostGapFrames = 5000;
 constexpr std::int64_t kMostLogFrames = 200;
 constexpr int kHeatCells = 64;  // across
 constexpr double kLatestS = 5e9;
@@ -347,10 +347,10 @@ Json logOf(const FrameLog& log, const Question& question) {
 
 }  // namespace
 
-std::string WindowAnswers::answer(std::string_view text) const {
+std::string WindowAnswers::answer(std::string_view said) const {
   Json reply = Json::object();
   try {
-    const Json json = Json::parse(text, nullptr, false);
+    const Json json = Json::parse(said, nullptr, false);
     if (!json.is_object()) throw BadQuestion("expected a JSON object");
     const Question question(json);
     if (question.has("id")) reply["id"] = question.whole("id", 0, std::int64_t{1} << 52);
@@ -399,14 +399,14 @@ std::string WindowAnswers::answer(std::string_view text) const {
   } catch (const std::exception& problem) {
     reply["error"] = problem.what();
   }
-  return report::textOf(reply);
+  return text::ofJson(reply);
 }
 
 std::string WindowAnswers::news(std::size_t file, std::int64_t from) const {
   const FrameLog& log = watchers_[file]->log();
   const std::int64_t last = log.size() - 1;
   const std::int64_t first = std::max(from, last - kMostFrames + 1);
-  return report::textOf(
+  return text::ofJson(
       {{"news", true},
        {"file", file},
        {"from", std::max<std::int64_t>(first, 0)},

@@ -66,6 +66,10 @@ const checks = {
     await viewer.mouse(['mouseMoved', x + 20, y + 40, false], ['mousePressed', x + 20, y + 40, true],
       ['mouseMoved', x + width / 2, y + 40, true], ['mouseReleased', x + width / 2, y + 40, false]);
     await viewer.until(`Math.abs(parseFloat(document.querySelector('.moment').textContent) - ${facts.seconds / 2}) < 0.02 * ${facts.seconds}`, 'the middle');
+    // Who points at a gap reads why: object 1 is hidden from 4 to 5.5 s.
+    const { x: left, y: top, width: wide } = await viewer.box('.timeline canvas');
+    await viewer.mouse(['mouseMoved', left + 10 + (wide - 20) * 0.47, top + 26 + 4 + 13 + 5, false]);
+    await viewer.until('/^object 1 missing from 4\\.0\\d+ to 5\\.\\d+ s.*no camera saw id 1/.test(document.querySelector(".tip").textContent)', 'the reasons of a gap');
     const middle = await viewer.moment();
     await viewer.press('ArrowRight');
     assert.equal((await viewer.moment()).packet, middle.packet + 1);

@@ -170,8 +170,9 @@ async function begin() {
     if (begun) await seekAll(state.t);
     return;
   }
-  begun = true;
   const { from, to, state: kind } = main();
+  if (kind === 'reading' && Math.max(restored?.t ?? 0, restored?.to ?? 0) > to) return; // not there yet
+  begun = true;
   timeline.whole = { from, to };
   const wanted = restored ?? {};
   timeline.setWindow(wanted.from ?? from, wanted.to ?? Math.min(to, from + Math.max(kFirstWindow, 0.02 * (to - from))));
@@ -233,7 +234,8 @@ async function loadOverview() {
   if (!begun) return;
   const { series: all } = await source.ask('series', { file: 0, ...timeline.whole, columns: 600 });
   timeline.overview = all;
-  if (state.live || !timeline.series) await loadSeries();
+  const { series: shown, window } = timeline;
+  if (state.live || !shown || (shown.to < window.to && main().to > shown.to)) await loadSeries();
   timeline.draw();
 }
 
@@ -440,6 +442,7 @@ function showNow(now) {
   const [first, second] = frames;
   if (!first) return;
   const frame = first.current;
+  if (!frame && first.index >= 0 && first.count > 0) return; // on its way: what is shown stays
   const other = second?.current ?? null;
   scene.show(frames, { ...state });
   images.show(frame, other, state.hidden);
@@ -574,22 +577,33 @@ function nextBlob() {
   if (blobs.length > 0) point(state.pointed == null ? 0 : (state.pointed + 1) % blobs.length);
 }
 
-let hovered = '';
+let hovered = null; // {t, object}: what is pointed at in the time line
+let explaining = false;
 async function hover(t, object) {
-  const key = t == null ? '' : object == null ? `${t}` : `${object}/${t.toFixed(2)}`;
-  if (key === hovered) return;
-  hovered = key;
+  hovered = t == null ? null : { t, object };
   if (t == null) return timeline.say('');
   if (object == null || !begun) return timeline.say(seconds(t));
+  if (explaining) return;
+  explaining = true;
+  while (hovered?.object != null) {
+    const asked = hovered;
+    timeline.say(await explained(asked));
+    if (asked === hovered) break;
+  }
+  explaining = false;
+}
+
+/** Why an object is missing at a time, for the stretch around it. */
+async function explained({ t, object }) {
   try {
     const { frame } = await source.ask('at', { file: 0, t });
     const { gap } = await source.ask('gap', { file: 0, frame, object });
-    if (hovered !== key) return;
-    timeline.say(!gap.missing ? `${seconds(t)} · object ${object} is there`
-      : `object ${object} missing from ${gap.from.toFixed(3)} to ${gap.to.toFixed(3)} s, ${plural(gap.last - gap.first + 1, 'packet')}` +
-        `${gap.cut ? ' or more' : ''}: ${gap.reasons.map(({ text, packets }) => `${text} (${packets})`).join(', ')}`);
+    if (!gap.missing) return `${seconds(t)} · object ${object} is there`;
+    return `object ${object} missing from ${gap.from.toFixed(3)} to ${gap.to.toFixed(3)} s, ` +
+      `${plural(gap.last - gap.first + 1, 'packet')}${gap.cut ? ' or more' : ''}: ` +
+      gap.reasons.map(({ text, packets }) => `${text} (${packets})`).join(', ');
   } catch {
-    timeline.say('');
+    return '';
   }
 }
 

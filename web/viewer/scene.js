@@ -214,7 +214,7 @@ export class SceneView {
     const radius = box.isEmpty() ? 0.4 * this.depth : Math.max(box.getSize(new Vector3()).length() / 2, 200);
     this.camera.up.set(0, 1, 0);
     this.controls.target.copy(target);
-    this.camera.position.copy(target).addScaledVector(new Vector3(0.42, 0.36, 0.83), 2.3 * radius);
+    this.camera.position.copy(target).addScaledVector(new Vector3(0.42, 0.36, 0.83), (2.3 * radius) / Math.min(this.camera.aspect, 1));
     this.controls.update();
     this.touch();
   }
