@@ -29,6 +29,10 @@ constexpr const char* kPort = ":8700";
   std::abort();
 }
 
+struct Sink : algorithm::DataSink {
+  bool Deliver(const void*, int, int) override { return true; }
+};
+
 /// A server over a short recording, which is read already.
 class Served {
  public:
@@ -38,6 +42,8 @@ class Served {
       recording::RecordingAlgOptions options;
       options.overwrite = true;
       recording::RecordingAlg alg(algorithm::AlgFactory::CreateALG(0), file_.path(), options);
+      static Sink sink;  // the library keeps it
+      alg.SetDataCallback(&sink);
       alg.Init(2, reinterpret_cast<const unsigned char*>(&device.rig().calibration), 0);
       for (int n = 0; n < 30; ++n) {
         const sim::Frame frame = device.frame(n);
