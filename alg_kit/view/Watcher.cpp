@@ -22,7 +22,9 @@ using recording::FollowingReader;
 
 constexpr auto kLook = std::chrono::milliseconds(8);          // at whether the file changed
 constexpr auto kLookAnyway = std::chrono::milliseconds(250);  // whatever it says of itself
-constexpr std::int64_t kReportEvery = 500;                    // units
+constexpr auto kLookAgain = std::chrono::milliseconds(40);  // after a change: it may be half of one
+constexpr auto kPatience = std::chrono::seconds(3);         // with a file that cannot be read now
+constexpr std::int64_t kReportEvery = 500;                  // units
 
 std::int64_t nowNs() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch())
@@ -94,35 +96,42 @@ class Watcher::Work {
 
   void follow() {
     FollowingReader follower(watcher_.path_);
-    session::Unit unit;
     auto seen = lookOf("");
-    auto next = Clock::now();
-    while (!watcher_.stop_) {
+    auto now = Clock::now(), changed = now, looked = now, good = now;
+    while (!watcher_.stop_ && follower.state() != FollowingReader::State::kEnded) {
       const auto look = lookOf(follower.path());
-      if (look == seen && Clock::now() < next) {
+      now = Clock::now();
+      if (look != seen) changed = now;
+      seen = look;
+      if (now - changed > kLookAgain && now - looked < kLookAnyway) {
         std::this_thread::sleep_for(kLook);
         continue;
       }
-      seen = look;
-      next = Clock::now() + kLookAnyway;
-      std::unique_ptr<recording::RecordingReader> truths;
-      while (!watcher_.stop_ && follower.next(unit)) {
-        if (watcher_.status().state == State::kAbsent) begin(follower.metadata(), State::kReading);
-        take(unit,
-             [&](std::int64_t call, double) { return truthOf(follower.path(), truths, call); });
+      looked = now;
+      try {
+        readOn(follower);
+        good = now;
+      } catch (const recording::RecordingError&) {
+        // Its writer may be in the middle of something.
+        if (now - good > kPatience) throw;
       }
-      maker_.publish();
-      switch (follower.state()) {
-        case FollowingReader::State::kAbsent:
-          break;
-        case FollowingReader::State::kUnderWay:
-          begin(follower.metadata(), State::kLive);
-          break;
-        case FollowingReader::State::kEnded:
-          begin(follower.metadata(), State::kEnded);
-          return;
-      }
+      std::this_thread::sleep_for(kLook);
     }
+  }
+
+  /// What was committed since the last time.
+  void readOn(FollowingReader& follower) {
+    session::Unit unit;
+    std::unique_ptr<recording::RecordingReader> truths;
+    while (!watcher_.stop_ && follower.next(unit)) {
+      if (watcher_.status().state == State::kAbsent) begin(follower.metadata(), State::kReading);
+      take(unit, [&](std::int64_t call, double) { return truthOf(follower.path(), truths, call); });
+    }
+    maker_.publish();
+    if (follower.state() == FollowingReader::State::kUnderWay)
+      begin(follower.metadata(), State::kLive);
+    if (follower.state() == FollowingReader::State::kEnded)
+      begin(follower.metadata(), State::kEnded);
   }
 
   /// Of a recording under way. A simulated one has its truth from the first packets on; where those

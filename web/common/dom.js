@@ -11,9 +11,18 @@ export function element(tag, attributes = {}, ...children) {
   return node;
 }
 
+// To ask the browser costs a look at the whole page whenever something in it changed.
+const styles = new Map();
+let themeOfStyles;
+
 /** The value of a colour or size that the style sheet defines. */
 export function styleOf(name) {
-  return getComputedStyle(document.documentElement).getPropertyValue(name).trim();
+  const { theme } = document.documentElement.dataset;
+  if (theme !== themeOfStyles) styles.clear();
+  themeOfStyles = theme;
+  if (!styles.has(name))
+    styles.set(name, getComputedStyle(document.documentElement).getPropertyValue(name).trim());
+  return styles.get(name);
 }
 
 /** A table. Headings are texts, or {text, title, words: not numbers}; cells are texts or nodes. */

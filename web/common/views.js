@@ -5,12 +5,18 @@ const kMargin = { left: 60, right: 10, top: 10, bottom: 30 };
 
 export function prepare(canvas, width, height) {
   const scale = window.devicePixelRatio || 1;
-  canvas.width = Math.round(width * scale);
-  canvas.height = Math.round(height * scale);
-  canvas.style.width = `${width}px`;
-  canvas.style.height = `${height}px`;
+  const [columns, rows] = [Math.round(width * scale), Math.round(height * scale)];
   const context = canvas.getContext('2d');
-  context.scale(scale, scale);
+  // A canvas that is given a size is made anew, even if it is the one it has.
+  if (canvas.width !== columns || canvas.height !== rows) {
+    [canvas.width, canvas.height] = [columns, rows];
+    canvas.style.width = `${width}px`;
+    canvas.style.height = `${height}px`;
+  }
+  context.setTransform(scale, 0, 0, scale, 0, 0);
+  context.clearRect(0, 0, width, height);
+  context.setLineDash([]);
+  context.globalAlpha = 1;
   context.font = `11px ${styleOf('--font')}`;
   return context;
 }

@@ -22,7 +22,10 @@ export class ImagesView {
       const image = { canvas, text, camera, host: element('figure', { class: 'image' }, text, canvas) };
       canvas.addEventListener('pointermove', (event) => this.#pointAt(image, event));
       canvas.addEventListener('pointerleave', () => this.onPoint(null));
-      new ResizeObserver(() => this.draw()).observe(image.host);
+      new ResizeObserver(() => {
+        image.room = { width: image.host.clientWidth, height: image.host.clientHeight - text.offsetHeight };
+        this.draw();
+      }).observe(image.host);
       return image;
     });
     this.host = element('div', { class: 'images' }, this.images.map((image) => image.host));
@@ -52,10 +55,9 @@ export class ImagesView {
   }
 
   /** From pixels of the image to those of the screen. */
-  #frameOf({ host, text }) {
-    const width = host.clientWidth;
-    const room = Math.max(host.clientHeight - text.offsetHeight, 60);
-    const scale = Math.min(width / this.#size.width, room / this.#size.height);
+  #frameOf({ room }) {
+    if (!room) return { scale: 0, width: 0, height: 0 };
+    const scale = Math.min(room.width / this.#size.width, Math.max(room.height, 60) / this.#size.height);
     return { scale, width: scale * this.#size.width, height: scale * this.#size.height };
   }
 

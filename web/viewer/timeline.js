@@ -19,6 +19,7 @@ export class Timeline {
   loop = null;
   t = 0;
   #dragging = null;
+  #room = 0; // px
 
   /** @param callbacks  {onTime(t), onWindow(), onLoop(), onHover(time, object or null)} */
   constructor(callbacks) {
@@ -34,11 +35,14 @@ export class Timeline {
       event.preventDefault();
       this.zoom(1.2 ** Math.sign(event.deltaY), this.#timeAt(event.offsetX));
     }, { passive: false });
-    new ResizeObserver(() => this.draw()).observe(this.host);
+    new ResizeObserver(() => {
+      this.#room = this.host.clientWidth;
+      this.draw();
+    }).observe(this.host);
   }
 
   get width() {
-    return Math.max(this.host.clientWidth - 2 * kLeft, 50);
+    return Math.max(this.#room - 2 * kLeft, 50);
   }
 
   get lanes() {
@@ -109,7 +113,7 @@ export class Timeline {
   }
 
   draw() {
-    const width = this.host.clientWidth;
+    const width = this.#room;
     if (width < 60) return;
     const lanes = this.lanes.length;
     const height = kOverview + 4 + lanes * kLane + kMarks + kAxis;
