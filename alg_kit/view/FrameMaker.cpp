@@ -1,3 +1,4 @@
+#include <alg_kit/trace/FateText.h>
 #include <alg_kit/view/FrameMaker.h>
 
 #include <alg_factory/api/Constants.h>

@@ -1,3 +1,4 @@
+#include <alg_kit/trace/FateText.h>
 #include <alg_kit/view/WindowAnswers.h>
 
 #include <alg_factory/service/ProductTable.h>
