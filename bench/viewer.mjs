@@ -1,4 +1,4 @@
-// node bench/viewer.mjs ALGTRACK PACED_HOST CHROMIUM [RECORDING]
+// node --experimental-websocket bench/viewer.mjs ALGTRACK PACED_HOST CHROMIUM [RECORDING]
 // What the viewer costs and how soon it shows: from InputStream in a host to the drawn picture,
 // pictures a second, and, of a long RECORDING, how long it is read, what a jump to any moment takes
 // and how much memory server and page need. Prints a line for each.
@@ -51,6 +51,30 @@ async function latency(commitMs) {
   }
   console.log(`commit every ${commitMs} ms: InputStream to picture: ${quantiles(late)}`);
   console.log(`  the host: ${said.trim()}`);
+}
+
+/** As above, but to a client's socket: what the renderer has no part in. */
+async function wire(commitMs) {
+  const file = join(folder, `wire-${commitMs}.algrec`);
+  const { server, address } = await serve('--follow', file);
+  const socket = new WebSocket(address.replace('http', 'ws').replace('/?', '/live?'));
+  await new Promise((done) => { socket.onopen = done; });
+  const came = new Map();
+  socket.onmessage = ({ data }) => {
+    const at = 1000 * (performance.timeOrigin + performance.now());
+    for (const { frame } of JSON.parse(data).frames ?? []) if (!came.has(frame)) came.set(frame, at);
+  };
+  socket.send(JSON.stringify({ op: 'live', file: 0, from: 0 }));
+  const writer = spawn(host, [file, '12', `${commitMs}`], { stdio: ['ignore', 'pipe', 'ignore'] });
+  let stamps = '';
+  writer.stdout.on('data', (text) => { stamps += text; });
+  await new Promise((done) => writer.on('exit', done));
+  await later(500);
+  const packets = stamps.trim().split('\n').map((line) => line.split(' ').map(Number));
+  const late = packets.filter(([packet]) => came.has(packet)).map(([packet, at]) => (came.get(packet) - at) / 1000);
+  console.log(`commit every ${commitMs} ms: InputStream to socket: ${quantiles(late)}, of ${packets.length} packets`);
+  socket.close();
+  server.kill('SIGINT');
 }
 
 async function rate(file) {
@@ -106,7 +130,10 @@ async function longRecording(file) {
 }
 
 try {
-  for (const commitMs of [250, 20, 5]) await latency(commitMs);
+  for (const commitMs of [250, 20, 5]) {
+    await latency(commitMs);
+    if (globalThis.WebSocket) await wire(commitMs);
+  }
   await rate(join(folder, 'live-250.algrec'));
   if (recording) await longRecording(recording);
 } finally {
