@@ -19,7 +19,7 @@ using beast::error_code;
 
 namespace {
 
-constexpr int kMostConnections = 24;
+constexpr std::size_t kMostConnections = 24;
 constexpr std::size_t kMostRequest = 8192;  // bytes
 constexpr std::size_t kMostMessage = 4096;  // bytes
 constexpr double kQuestionsPerSecond = 200;
@@ -57,15 +57,21 @@ Connection::Connection(Socket socket, Hall& hall)
       stream_(std::move(socket)),
       timer_(hall.context),
       tokens_(2 * kQuestionsPerSecond) {
-  ++hall_.connections;
+  hall_.connections.insert(this);
 }
 
 Connection::~Connection() {
-  --hall_.connections;
+  hall_.connections.erase(this);
+}
+
+void Connection::close() {
+  liveFile_.reset();
+  timer_.cancel();
+  stream_.next_layer().close();
 }
 
 void Connection::begin() {
-  if (hall_.connections > kMostConnections) return;  // closes
+  if (hall_.connections.size() > kMostConnections) return;  // closes
   parser_.emplace();
   parser_->header_limit(kMostRequest);
   parser_->body_limit(0);

@@ -10,16 +10,19 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace view {
+
+class Connection;
 
 /// What all connections share.
 struct Hall {
   const Watchers& watchers;
   WindowAnswers answers;
   DoorRules rules;
-  int connections = 0;
+  std::set<Connection*> connections;
   boost::asio::thread_pool& workers;  ///< for what takes long
   boost::asio::io_context context{1};
 };
@@ -32,6 +35,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Connection(Socket socket, Hall& hall);
   ~Connection();
   void begin();
+
+  /// What is under way ends as soon as its thread goes on.
+  void close();
 
  private:
   using Stream = boost::beast::basic_stream<Protocol>;

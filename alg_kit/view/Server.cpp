@@ -14,7 +14,7 @@ using boost::system::error_code;
 
 struct Server::State {
   State(const Watchers& given, const ServerOptions& options)
-      : hall{given, WindowAnswers(given), {}, 0, workers}, acceptor(hall.context) {
+      : hall{given, WindowAnswers(given), {}, {}, workers}, acceptor(hall.context) {
     error_code error;
     const auto ip = asio::ip::make_address(options.address, error);
     if (error)
@@ -35,8 +35,14 @@ struct Server::State {
   }
 
   ~State() {
-    workers.stop();
     workers.join();
+    error_code ignored;
+    acceptor.close(ignored);
+    // Connections end while all that they use is there still.
+    hall.context.restart();
+    do
+      for (Connection* const connection : hall.connections) connection->close();
+    while (hall.context.poll() > 0);
   }
 
   void accept() {
