@@ -32,3 +32,10 @@ if(ALG_FACTORY_HARDEN AND CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     target_link_options(alg_compile_options INTERFACE -fstack-protector-strong)
   endif()
 endif()
+
+# A target that uses precompiled headers, in a way that ccache understands.
+function(alg_use_precompiled target)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(${target} PRIVATE -fpch-preprocess)
+  endif()
+endfunction()

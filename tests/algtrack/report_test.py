@@ -419,7 +419,7 @@ class ReportTest(AlgtrackCase):
         self.assertEqual(sorted(os.listdir(self.folder)), ["r", "r.html"])
 
     def test_a_long_recording_stays_small_and_hides_nothing(self):
-        self.simulate("r", "--seconds", 400, "--rate", 90, "--noise", 0.05, "--product-type", 2,
+        self.simulate("r", "--seconds", 130, "--rate", 90, "--noise", 0.05, "--product-type", 2,
                       "--no-queries", "--filter-mode", -1)
         result = self.run_algtrack("report", "r", "-o", "r.html")
         if "carries no report page" in result.stderr:
