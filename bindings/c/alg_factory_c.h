@@ -204,6 +204,7 @@ ALG_C_API alg_status alg_host_on_log(alg_host* host, alg_log_fn function, void* 
 
 /**
  * Configures the pipeline. May be called again; histories, ids and filters survive. Alone.
+ * @param host         from alg_host_open
  * @param calibration  an alg_calibration, or the bytes of a file that holds one; read during the
  * call
  * @param size         920
@@ -213,6 +214,7 @@ ALG_C_API alg_status alg_host_init(alg_host* host, const void* calibration, size
 /**
  * Feeds a device packet (stream type 0), which runs the pipeline. It feeds the marker filters.
  * Alone.
+ * @param host    from alg_host_open
  * @param packet  read during the call; null only with size 0
  * @param size    bytes; of more than 512 the rest is not read. An empty packet delivers nothing.
  */
@@ -220,6 +222,7 @@ ALG_C_API alg_status alg_host_feed(alg_host* host, const void* packet, size_t si
 
 /**
  * Feeds a device packet with its stamp (stream type 2). It feeds the head filters. Alone.
+ * @param host    from alg_host_open
  * @param stamp   microseconds
  * @param packet  as alg_host_feed
  * @param size    as alg_host_feed
@@ -253,6 +256,7 @@ ALG_C_API alg_status alg_host_filter_mode(alg_host* host, int32_t mode);
  * Where an object is now. It counts: an object that has vanished goes on being answered for 90
  * queries where the library bridges, so a session repeats only with its queries. Any thread. It may
  * wait until a block that is being published, callbacks included, is published.
+ * @param host    from alg_host_open
  * @param object  0 to 5. Object 2 of product types 0 and 1 is answered from its filter as it is.
  * @param pose    size set; filled, also where its id is -1
  */
@@ -261,7 +265,10 @@ ALG_C_API alg_status alg_host_pose(alg_host* host, int32_t object, alg_pose* pos
 /**
  * The same at a time, which object 2 of product types 0 and 1 is extrapolated to; for all others
  * the stamp means nothing. Any thread.
- * @param stamp  microseconds, on the clock of alg_host_feed_stamped; up to 0.1 s after the latest
+ * @param host    from alg_host_open
+ * @param object  as alg_host_pose
+ * @param stamp   microseconds, on the clock of alg_host_feed_stamped; up to 0.1 s after the latest
+ * @param pose    as alg_host_pose
  */
 ALG_C_API alg_status alg_host_pose_at(alg_host* host, int32_t object, uint64_t stamp,
                                       alg_pose* pose);
@@ -269,6 +276,7 @@ ALG_C_API alg_status alg_host_pose_at(alg_host* host, int32_t object, uint64_t s
 /**
  * Exchanges an orientation for the two-point object's heading (product type 1). A new offset is
  * reported once. Not beside any other call, but it may be called from inside on_block.
+ * @param host         from alg_host_open
  * @param orientation  quaternion x, y, z, w of the object, from the host
  * @param value        comes back in the answer
  * @param heading      size set
@@ -300,6 +308,7 @@ typedef struct alg_record_status {
  * A recording that begins before the first alg_host_init of the process replays to the same bytes.
  * One that begins later starts with the calls that set the host up, once more, and not with what
  * the pipeline remembered. Alone.
+ * @param host     from alg_host_open
  * @param path     of the file that is made
  * @param options  null = as it comes
  * @return ALG_FILE if it cannot be made, exists, or has another recorder; ALG_BUSY if the host is
@@ -310,6 +319,7 @@ ALG_C_API alg_status alg_host_record(alg_host* host, const char* path,
 
 /**
  * Ends the recording and waits until its file is complete. Alone.
+ * @param host    from alg_host_open
  * @param status  null, or size set; filled also with ALG_FILE
  * @return ALG_NONE if the host is not being recorded, ALG_FILE if the file is not whole
  */
@@ -373,12 +383,18 @@ ALG_C_API alg_status alg_recording_open(const char* path, alg_recording** record
 /** Closes it. Its calls and texts are no longer valid. */
 ALG_C_API alg_status alg_recording_close(alg_recording* recording);
 
-/** Facts. @param info  size set */
+/**
+ * Facts.
+ * @param recording  from alg_recording_open
+ * @param info       size set
+ */
 ALG_C_API alg_status alg_recording_info_of(alg_recording* recording, alg_recording_info* info);
 
 /**
  * A text of the file's table of facts, such as "library_version" or "clock".
- * @param text  gets it, valid until the recording is closed
+ * @param recording  from alg_recording_open
+ * @param key        name of the fact
+ * @param text       gets it, valid until the recording is closed
  * @return ALG_NONE if there is no such
  */
 ALG_C_API alg_status alg_recording_fact(alg_recording* recording, const char* key,
@@ -386,7 +402,9 @@ ALG_C_API alg_status alg_recording_fact(alg_recording* recording, const char* ke
 
 /**
  * The calibration of the first Init.
- * @param size  sizeof(alg_calibration)
+ * @param recording    from alg_recording_open
+ * @param calibration  gets it
+ * @param size         sizeof(alg_calibration)
  * @return ALG_NONE if there is none
  */
 ALG_C_API alg_status alg_recording_calibration(alg_recording* recording,
@@ -394,7 +412,8 @@ ALG_C_API alg_status alg_recording_calibration(alg_recording* recording,
 
 /**
  * The next call, in order of entry; the first after open.
- * @param call  gets it, valid until the next alg_recording_next, seek, replay or close
+ * @param recording  from alg_recording_open
+ * @param call       gets it, valid until the next alg_recording_next, seek, replay or close
  * @return ALG_NONE behind the last one, ALG_FILE where the file is damaged
  */
 ALG_C_API alg_status alg_recording_next(alg_recording* recording, const alg_call** call);
@@ -402,7 +421,11 @@ ALG_C_API alg_status alg_recording_next(alg_recording* recording, const alg_call
 /** The next call will be the first one with this index or a higher one. */
 ALG_C_API alg_status alg_recording_seek(alg_recording* recording, int64_t index);
 
-/** Numbers. @param info  size set */
+/**
+ * Numbers.
+ * @param call  of a recording or a replay
+ * @param info  size set
+ */
 ALG_C_API alg_status alg_call_info_of(const alg_call* call, alg_call_info* info);
 
 /** The bytes that the library read, valid as long as the call. Empty where it reads none. */
@@ -422,8 +445,10 @@ ALG_C_API alg_status alg_call_block(const alg_call* call, uint32_t number, alg_b
 
 /**
  * A message during the call.
- * @param level  gets its level
- * @param text   gets its text, valid as long as the call
+ * @param call    of a recording or a replay
+ * @param number  from 0
+ * @param level   gets its level
+ * @param text    gets its text, valid as long as the call
  * @return ALG_NONE if there are not so many
  */
 ALG_C_API alg_status alg_call_message(const alg_call* call, uint32_t number, int32_t* level,
@@ -466,8 +491,9 @@ typedef struct alg_replay_result {
  * Makes the recorded calls again, all of them, with the process's pipeline, and compares what comes
  * of them: returned values, messages, blocks, answers. For the same bytes the process must not have
  * used the pipeline before: replay one recording in a process. Alone, and not while a host is open.
- * @param options  null = nothing is changed
- * @param result   size set
+ * @param recording  from alg_recording_open
+ * @param options    null = nothing is changed
+ * @param result     size set
  * @return ALG_OK also where calls differ; ALG_BUSY while a host is open or another replay runs
  */
 ALG_C_API alg_status alg_recording_replay(alg_recording* recording,
@@ -476,7 +502,8 @@ ALG_C_API alg_status alg_recording_replay(alg_recording* recording,
 
 /**
  * The first difference that the latest replay found, in one line.
- * @param text  gets it, valid until the next replay or close
+ * @param recording  from alg_recording_open
+ * @param text       gets it, valid until the next replay or close
  * @return ALG_NONE if there was none
  */
 ALG_C_API alg_status alg_recording_difference(alg_recording* recording, const char** text);
@@ -494,6 +521,7 @@ typedef struct alg_calibration_options {
 /**
  * Reads a calibration: a Kalibr camera chain, OpenCV's files, our JSON or the 920 bytes themselves.
  * The translation is converted to millimetres. Any thread.
+ * @param path         of the file
  * @param options      null = one file, in its own unit
  * @param calibration  filled
  * @param size         sizeof(alg_calibration)
@@ -522,8 +550,10 @@ ALG_C_API alg_status alg_findings_count(alg_findings* findings, uint32_t* count)
 
 /**
  * One of them.
- * @param code  gets a name for programs: "translation-inverted"; may be null
- * @param text  gets a sentence for people; may be null. Both valid until the list is closed.
+ * @param findings  from alg_calibration_check
+ * @param number    from 0
+ * @param code      gets a name for programs: "translation-inverted"; may be null
+ * @param text      gets a sentence for people; may be null. Both valid until the list is closed.
  * @return ALG_NONE if there are not so many
  */
 ALG_C_API alg_status alg_findings_at(alg_findings* findings, uint32_t number, const char** code,
