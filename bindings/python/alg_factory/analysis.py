@@ -4,6 +4,7 @@ from dataclasses import dataclass
 import numpy as np
 
 from . import _core
+from .columns import with_names
 
 
 class Difference(_core.Error):
@@ -89,7 +90,6 @@ class Explanation:
 
 def with_ends(rows):
     """Blob rows with their end as a word."""
-    from .recording import with_names
     return with_names(rows, "end", _core.BLOB_ENDS)
 
 

@@ -126,8 +126,9 @@ class Calibration:
     def check(self, recording=None):
         """Judges the numbers and, with a Recording or its path, whether they still belong to the
         cameras that recorded it. Returns a Check."""
-        from .recording import as_recording
-        file = None if recording is None else as_recording(recording)._file
+        file = getattr(recording, "_file", None)
+        if recording is not None and file is None:
+            file = _core.RecordingFile(os.fspath(recording))
         found = self._loaded.check(file)
         return Check(found["geometry"], found["findings"], found["verdict"], found["verdict_text"])
 

@@ -8,6 +8,7 @@ import numpy as np
 from . import _core
 from .analysis import explanation_of, funnel_of, require_agreement, with_ends
 from .calibration import Calibration
+from .columns import with_names
 
 _MIRROR = np.array([1.0, -1.0, -1.0])
 
@@ -71,17 +72,6 @@ class _Tables:
             self._tracks = with_names(rows, "source", _core.TRACK_SOURCES)
             self._track_options = options
         return self._tracks
-
-
-def with_names(rows, field, names):
-    """The rows with a field of numbers as texts, up to the length of the longest."""
-    names = np.array(list(names) or [""])
-    kinds = [(name, names.dtype if name == field else rows.dtype[name]) for name in rows.dtype.names]
-    result = np.empty(rows.shape, kinds)
-    for name in rows.dtype.names:
-        result[name] = names[rows[name]] if name == field else rows[name]
-    result.setflags(write=False)
-    return result
 
 
 class Recording:
