@@ -32,14 +32,15 @@ std::int64_t nowNs() {
 }
 
 /// Changes with the file and its journal. Nothing is opened for it.
-std::pair<std::uintmax_t, std::int64_t> lookOf(const std::string& path) {
-  std::pair<std::uintmax_t, std::int64_t> look{0, 0};
+std::pair<std::uintmax_t, std::uint64_t> lookOf(const std::string& path) {
+  std::pair<std::uintmax_t, std::uint64_t> look{0, 0};
   for (const std::string& name : {path, path + "-wal"}) {
     std::error_code error;
     const auto size = fs::file_size(name, error);
     if (error) continue;
     look.first = look.first * 31 + size;
-    look.second += fs::last_write_time(name, error).time_since_epoch().count();
+    const auto written = fs::last_write_time(name, error).time_since_epoch().count();
+    look.second = look.second * 31 + static_cast<std::uint64_t>(written);
   }
   return look;
 }

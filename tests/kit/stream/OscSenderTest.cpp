@@ -5,12 +5,22 @@
 #include <gtest/gtest.h>
 #include <lo/lo.h>
 
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
 namespace {
 
 using testing::ElementsAre;
+
+/// liblo aligns values to 4 bytes only.
+template <typename T>
+T at(const void* place) {
+  T value;
+  std::memcpy(&value, place, sizeof value);
+  return value;
+}
 
 /// liblo's own server: notes each message as its path, types and values.
 class Receiver {
@@ -22,11 +32,11 @@ class Receiver {
            void* user) {
           std::string text = std::string(path) + " " + types;
           for (int i = 0; i < count; ++i)
-            text += types[i] == 's'   ? " " + std::string(&values[i]->s)
-                    : types[i] == 'i' ? " " + std::to_string(values[i]->i)
-                    : types[i] == 'h' ? " " + std::to_string(values[i]->h)
-                    : types[i] == 'f' ? " " + std::to_string(values[i]->f)
-                                      : " " + std::to_string(values[i]->d);
+            text += " " + (types[i] == 's'   ? std::string(reinterpret_cast<char*>(values[i]))
+                           : types[i] == 'i' ? std::to_string(at<std::int32_t>(values[i]))
+                           : types[i] == 'h' ? std::to_string(at<std::int64_t>(values[i]))
+                           : types[i] == 'f' ? std::to_string(at<float>(values[i]))
+                                             : std::to_string(at<double>(values[i])));
           static_cast<Receiver*>(user)->messages.push_back(text);
           return 0;
         },
