@@ -49,7 +49,8 @@ expect_field(libalg-factory-dev Depends
 expect_field(libalg-factory-c Depends "libalg-factory \\(>= ${version}\\)")
 expect_field(libalg-factory-c Depends "libsqlite3-0.*libyaml-cpp")
 expect_field(alg-factory-tools Depends "libsqlite3-0.*libyaml-cpp")
-expect_field(python3-alg-factory Depends "libsqlite3-0.*libyaml-cpp.*python3 \\(>= 3.*python3-numpy")
+expect_field(python3-alg-factory Depends "python3 \\(>= 3.*python3-numpy")
+expect_field(python3-alg-factory Depends "libsqlite3-0.*libyaml-cpp")
 
 string(REGEX MATCH "^[0-9]+" major "${VERSION}")
 math(EXPR next "${major} + 1")

@@ -100,17 +100,16 @@ TEST(Fork, MayComeWhileThreadsCallIn) {
   }
   for (int n = 0; n < 60; ++n) {
     while (calls < 10 * n) std::this_thread::yield();
-    EXPECT_EQ(endOfChild([&] {
-                PoseAnswer answer;
-                if (host.query(answer)) require(host.feed() && host.query(answer), __LINE__);
+    const auto child = [&] {
+      PoseAnswer answer;
+      if (host.query(answer)) require(host.feed() && host.query(answer), __LINE__);
 #ifdef __SANITIZE_ADDRESS__
-                // The leak check at exit waits for its allocator's locks, which a thread that the
-                // child does not have may hold.
-                std::_Exit(0);
+      // The leak check at exit waits for its allocator's locks, which a thread that the child does
+      // not have may hold.
+      std::_Exit(0);
 #endif
-              }),
-              "exit 0")
-        << "fork " << n;
+    };
+    EXPECT_EQ(endOfChild(child), "exit 0") << "fork " << n;
   }
   stop = true;
   for (std::thread& thread : threads) thread.join();
