@@ -113,11 +113,14 @@ build_and_run(find_package "${CMAKE_CURRENT_LIST_DIR}/host.cpp"
 set(SCRATCH "${SCRATCH}-recording")
 build_and_run(recording "${CMAKE_CURRENT_LIST_DIR}/recording_host.cpp"
   "-DCMAKE_PREFIX_PATH=${package_prefix}" -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF)
+# Packaged libraries find each other where the system looks; here they were unpacked elsewhere.
+set(ENV{LD_LIBRARY_PATH} "${libdir}")
 run("${CMAKE_COMMAND}" "-DPREFIX=${package_prefix}" "-DLIBDIR=${LIBDIR}"
   "-DSCRATCH=${SCRATCH}-c" "-DCOMPILER=${COMPILER}" "-DC_COMPILER=${C_COMPILER}"
   "-DPKG_CONFIG=${PKG_CONFIG}" "-DSOURCE=${SOURCE}" "-DGENERATOR=${GENERATOR}"
   "-DMAKE_PROGRAM=${MAKE_PROGRAM}" "-DLAUNCHER=${LAUNCHER}" -DBUILD_TYPE=Release
   -P "${CMAKE_CURRENT_LIST_DIR}/ConsumeC.cmake")
+unset(ENV{LD_LIBRARY_PATH})
 if(PKG_CONFIG)
   run("${CMAKE_COMMAND}" "-DPREFIX=${package_prefix}" "-DLIBDIR=${LIBDIR}"
     "-DSCRATCH=${SCRATCH}-pkg-config" "-DCOMPILER=${COMPILER}" "-DPKG_CONFIG=${PKG_CONFIG}"
