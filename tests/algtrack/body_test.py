@@ -135,6 +135,8 @@ class BodyTest(AlgtrackCase):
     def test_what_cannot_be_learned_is_refused_in_one_line(self):
         self.assertIn("r: expected three markers that hold still",
                       self.end_in_one_line(2, "body", "learn", "r", "--ids", "3,4,5", "-o", "x.json"))
+        self.assertIn("--ids: expected whole numbers from 0 to 5, found 99",
+                      self.end_in_one_line(2, "body", "learn", "r", "--ids", "1,2,99", "-o", "x.json"))
         self.assertIn("--ids: expected every id once",
                       self.end_in_one_line(2, "body", "learn", "r", "--ids", "1,1,2", "-o", "x.json"))
         self.write_body("high.json", {0: (0, 0, 0), 1: (9, 0, 0), 5: (0, 9, 0)})

@@ -52,9 +52,11 @@ std::vector<int> idsFrom(const std::string& text) {
   std::vector<std::size_t> counts;
   for (std::size_t n = 3; n <= algorithm::kMaxObjects; ++n) counts.push_back(n);
   std::vector<int> ids;
-  for (const double id : numbersOf("--ids", text, counts, algorithm::kMaxObjects - 1)) {
-    if (id != std::floor(id) || id < 0)
-      throw std::runtime_error("--ids: expected whole numbers from 0 on, found " + numberText(id));
+  for (const double id : numbersOf("--ids", text, counts, 1000)) {
+    if (id != std::floor(id) || id < 0 || id >= algorithm::kMaxObjects)
+      throw std::runtime_error("--ids: expected whole numbers from 0 to " +
+                               std::to_string(algorithm::kMaxObjects - 1) + ", found " +
+                               numberText(id));
     ids.push_back(static_cast<int>(id));
   }
   std::sort(ids.begin(), ids.end());
