@@ -20,8 +20,9 @@ using beast::error_code;
 namespace {
 
 constexpr std::size_t kMostConnections = 24;
-constexpr std::size_t kMostRequest = 8192;  // bytes
-constexpr std::size_t kMostMessage = 4096;  // bytes
+constexpr std::size_t kMostRequest = 8192;     // bytes
+constexpr std::size_t kMostMessage = 4096;     // bytes
+constexpr std::size_t kMostDropped = 1 << 20;  // bytes
 constexpr double kQuestionsPerSecond = 200;
 constexpr auto kPatience = std::chrono::seconds(10);
 constexpr auto kNewsEvery = std::chrono::milliseconds(12);
@@ -166,7 +167,19 @@ void Connection::send(http::response<http::string_body> response) {
   http::async_write(stream, response_, [self = shared_from_this()](error_code, std::size_t) {
     error_code ignored;
     self->stream_.next_layer().socket().shutdown(Socket::shutdown_send, ignored);
+    self->buffer_.clear();
+    self->drop(0);
   });
+}
+
+// A socket that is closed over unread bytes resets the connection, and the client may lose the
+// answer: what a refused client still sends is taken and dropped, within the time of the answer.
+void Connection::drop(std::size_t dropped) {
+  stream_.next_layer().async_read_some(
+      buffer_.prepare(kMostRequest),
+      [self = shared_from_this(), dropped](error_code error, std::size_t size) {
+        if (!error && dropped + size < kMostDropped) self->drop(dropped + size);
+      });
 }
 
 // ---- the WebSocket

@@ -48,6 +48,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void sendPage();
   void download(const Entrance& entrance);
   void send(boost::beast::http::response<boost::beast::http::string_body> response);
+  void drop(std::size_t dropped);
 
   void openSocket();
   void readQuestion();
