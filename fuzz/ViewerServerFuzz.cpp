@@ -41,7 +41,8 @@ class Served {
     {
       recording::RecordingAlgOptions options;
       options.overwrite = true;
-      recording::RecordingAlg alg(algorithm::AlgFactory::CreateALG(0), file_.path(), options);
+      static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
+      recording::RecordingAlg alg(library, file_.path(), options);
       static Sink sink;  // the library keeps it
       alg.SetDataCallback(&sink);
       alg.Init(2, reinterpret_cast<const unsigned char*>(&device.rig().calibration), 0);
