@@ -6,131 +6,218 @@
 namespace estimate {
 namespace {
 
+using Eigen::Matrix3d;
 using Eigen::Vector3d;
+using VectorOf = MotionStateOf<Lanes>::Vector;
+using BlockOf = MotionStateOf<Lanes>::Block;
 
 constexpr double kLeastProbability = 1e-12;
 
-void addWeighted(MotionState& sum, const MotionState& s, double w) {
-  sum.pp += w * s.pp;
-  sum.pv += w * s.pv;
-  sum.pa += w * s.pa;
-  sum.vv += w * s.vv;
-  sum.va += w * s.va;
-  sum.aa += w * s.aa;
+VectorOf everywhere(const Vector3d& one) {
+  return one.cast<Lanes>();
 }
 
-void scale(MotionState& s, double w) {
-  for (auto* block : {&s.pp, &s.pv, &s.pa, &s.vv, &s.va, &s.aa}) *block *= w;
+Vector3d meanOf(const VectorOf& x, const Lanes& probability) {
+  return {(probability * x[0]).sum(), (probability * x[1]).sum(), (probability * x[2]).sum()};
 }
 
-/// Adds w d d^T, d = the distance of two means.
-void addSpread(MotionState& sum, const Vector3d& p, const Vector3d& v, const Vector3d& a,
-               double w) {
-  const Vector3d wp = w * p, wv = w * v;
-  sum.pp += wp * p.transpose();
-  sum.pv += wp * v.transpose();
-  sum.pa += wp * a.transpose();
-  sum.vv += wv * v.transpose();
-  sum.va += wv * a.transpose();
-  sum.aa += (w * a) * a.transpose();
+/// One block of the mixture's covariance.
+/// @param x, y  the models' distances from the mixture's mean
+Matrix3d blended(const BlockOf& block, const VectorOf& x, const VectorOf& y, Lanes probability) {
+  Matrix3d result;
+  for (int j = 0; j < 3; ++j)
+    for (int i = 0; i < 3; ++i) result(i, j) = (probability * (block(i, j) + x[i] * y[j])).sum();
+  return result;
+}
+
+/// The same for a block on the diagonal, of which both halves are equal.
+Matrix3d blended(const BlockOf& block, const VectorOf& x, Lanes probability) {
+  Matrix3d result;
+  for (int j = 0; j < 3; ++j)
+    for (int i = 0; i <= j; ++i)
+      result(j, i) = result(i, j) = (probability * (block(i, j) + x[i] * x[j])).sum();
+  return result;
+}
+
+/// The mixture's position, and its covariance with all.
+/// @param v, a  the models' distances from the mixture's mean
+void blendPosition(const MotionStateOf<Lanes>& models, const Lanes& probability, const VectorOf& v,
+                   const VectorOf& a, MotionState& result) {
+  result.p = meanOf(models.p, probability);
+  const VectorOf p = models.p - everywhere(result.p);
+  result.pp = blended(models.pp, p, probability);
+  result.pv = blended(models.pv, p, v, probability);
+  result.pa = blended(models.pa, p, a, probability);
+}
+
+/// The rest of it. `v` and `a` are filled with the models' distances from the mean.
+void blendRest(const MotionStateOf<Lanes>& models, const Lanes& probability, VectorOf& v,
+               VectorOf& a, MotionState& result) {
+  result.v = meanOf(models.v, probability);
+  result.a = meanOf(models.a, probability);
+  v = models.v - everywhere(result.v);
+  a = models.a - everywhere(result.a);
+  result.vv = blended(models.vv, v, probability);
+  result.va = blended(models.va, v, a, probability);
+  result.aa = blended(models.aa, a, probability);
+}
+
+MotionState mixtureOf(const MotionStateOf<Lanes>& models, const Lanes& probability) {
+  MotionState result;
+  VectorOf v, a;
+  blendRest(models, probability, v, a, result);
+  blendPosition(models, probability, v, a, result);
+  return result;
+}
+
+void setLane(MotionStateOf<Lanes>& models, int m, const MotionState& s) {
+  for (int i = 0; i < 3; ++i) {
+    models.p[i].set(m, s.p[i]);
+    models.v[i].set(m, s.v[i]);
+    models.a[i].set(m, s.a[i]);
+    for (int j = 0; j < 3; ++j) {
+      models.pp(i, j).set(m, s.pp(i, j));
+      models.pv(i, j).set(m, s.pv(i, j));
+      models.pa(i, j).set(m, s.pa(i, j));
+      models.vv(i, j).set(m, s.vv(i, j));
+      models.va(i, j).set(m, s.va(i, j));
+      models.aa(i, j).set(m, s.aa(i, j));
+    }
+  }
+}
+
+/// Of two Gaussians d apart, with the shares `own` and `drawn`: the block of the covariance.
+/// @param spread  own x drawn x d of the rows
+void mix(BlockOf& block, const Matrix3d& other, Lanes own, Lanes drawn, const VectorOf& spread,
+         const VectorOf& apart) {
+  for (int j = 0; j < 3; ++j)
+    for (int i = 0; i < 3; ++i) {
+      Lanes mixed = own * block(i, j);
+      mixed += drawn * Lanes(other(i, j));
+      mixed += spread[i] * apart[j];
+      block(i, j) = mixed;
+    }
 }
 
 }  // namespace
 
 MotionState mixtureOf(const std::array<MotionState, kModels>& models,
                       const std::array<double, kModels>& probability) {
-  MotionState result;
+  MotionStateOf<Lanes> lanes;
+  for (int m = 0; m < kModels; ++m) setLane(lanes, m, models[m]);
+  return mixtureOf(lanes, Lanes(probability));
+}
+
+InteractingModels::InteractingModels(const ModelSet& set) : set_(set) {
   for (int m = 0; m < kModels; ++m) {
-    result.p += probability[m] * models[m].p;
-    result.v += probability[m] * models[m].v;
-    result.a += probability[m] * models[m].a;
+    jerk_.set(m, set.models[m].jerk);
+    tremor2_.set(m, set.models[m].tremor * set.models[m].tremor);
+    share_.set(m, set.models[m].share);
   }
-  for (int m = 0; m < kModels; ++m) {
-    addWeighted(result, models[m], probability[m]);
-    addSpread(result, models[m].p - result.p, models[m].v - result.v, models[m].a - result.a,
-              probability[m]);
-  }
-  return result;
 }
 
 void InteractingModels::start(const MotionState& state) {
-  models_.fill(state);
-  for (int m = 0; m < kModels; ++m) probability_[m] = set_.models[m].share;
-  mixture_ = state;
-  mixed_ = true;
+  for (int m = 0; m < kModels; ++m) setLane(models_, m, state);
+  probability_ = share_;
+  marker_ = state;
+  corrected_ = true;
 }
 
 void InteractingModels::predict(double seconds) {
-  if (!mixed_) mixture_ = mixtureOf(models_, probability_);
-  mixed_ = false;
-  const Step step(seconds, set_.memory);
-  const double stays = std::exp(-seconds / set_.dwell);
-  for (int m = 0; m < kModels; ++m) {
-    const double prior = stays * probability_[m] + (1 - stays) * set_.models[m].share;
-    const double own = stays * probability_[m] / prior, drawn = 1 - own;
-    MotionState& s = models_[m];
-    // Of two Gaussians d apart, the model's and the mixture, the covariance has own drawn d d^T.
-    const Vector3d p = mixture_.p - s.p, v = mixture_.v - s.v, a = mixture_.a - s.a;
-    scale(s, own);
-    addWeighted(s, mixture_, drawn);
-    addSpread(s, p, v, a, own * drawn);
-    s.p += drawn * p;
-    s.v += drawn * v;
-    s.a += drawn * a;
-    probability_[m] = prior;
-    estimate::predict(s, step, set_.models[m].jerk);
+  MotionState mixture = marker_;
+  VectorOf toV, toA;
+  if (corrected_) {  // the marker has the motion's velocity and acceleration
+    toV = models_.v - everywhere(mixture.v);
+    toA = models_.a - everywhere(mixture.a);
+  } else {
+    blendRest(models_, probability_, toV, toA, mixture);
   }
+  blendPosition(models_, probability_, toV, toA, mixture);
+  corrected_ = false;
+  const Lanes stays = std::exp(-seconds / set_.dwell);
+  const Lanes prior = stays * probability_ + (Lanes(1) - stays) * share_;
+  const Lanes own = stays * probability_ / prior, drawn = Lanes(1) - own;
+  MotionStateOf<Lanes>& s = models_;
+  const VectorOf p = everywhere(mixture.p) - s.p, v = -toV, a = -toA;
+  const Lanes both = own * drawn;
+  const VectorOf wp = both * p, wv = both * v, wa = both * a;
+  mix(s.pp, mixture.pp, own, drawn, wp, p);
+  mix(s.pv, mixture.pv, own, drawn, wp, v);
+  mix(s.pa, mixture.pa, own, drawn, wp, a);
+  mix(s.vv, mixture.vv, own, drawn, wv, v);
+  mix(s.va, mixture.va, own, drawn, wv, a);
+  mix(s.aa, mixture.aa, own, drawn, wa, a);
+  s.p += drawn * p;
+  s.v += drawn * v;
+  s.a += drawn * a;
+  probability_ = prior;
+  estimate::predict(s, Step(seconds, set_.memory), jerk_);
 }
 
 double InteractingModels::correct(const PositionInformation& information, double gate2) {
-  std::array<MotionState, kModels> motions = models_, markers;
-  std::array<Fit, kModels> fits;
-  double nearest = HUGE_VAL;
-  double likeliest = -HUGE_VAL;
-  for (int m = 0; m < kModels; ++m) {
-    fits[m] = fitAndCorrect(motions[m], information, set_.models[m].tremor, &markers[m]);
-    nearest = std::min(nearest, fits[m].distance2);
-    likeliest = std::max(likeliest, fits[m].logLikelihood);
-  }
+  const Gain<Lanes> gain = gainOf(models_, information, tremor2_);
+  const auto distance2 = gain.fit.distance2.all(), likelihood = gain.fit.logLikelihood.all();
+  const double nearest = *std::min_element(distance2.begin(), distance2.end());
+  const double likeliest = *std::max_element(likelihood.begin(), likelihood.end());
   if (!(nearest <= gate2) || !std::isfinite(likeliest)) return nearest;
-  models_ = motions;
-  double sum = 0;
-  for (int m = 0; m < kModels; ++m) {
-    probability_[m] =
-        std::max(kLeastProbability, probability_[m] * std::exp(fits[m].logLikelihood - likeliest));
-    sum += probability_[m];
-  }
-  for (double& probability : probability_) probability /= sum;
-  mixture_ = mixtureOf(markers, probability_);
-  mixed_ = true;
+  MotionStateOf<Lanes> marker;
+  estimate::correct(models_, gain, tremor2_, &marker);
+  for (int m = 0; m < kModels; ++m)
+    probability_.set(
+        m, std::max(kLeastProbability, probability_[m] * std::exp(likelihood[m] - likeliest)));
+  probability_ /= probability_.sum();
+  VectorOf v, a;
+  blendRest(models_, probability_, v, a, marker_);
+  blendPosition(marker, probability_, v, a, marker_);
+  corrected_ = true;
   return nearest;
 }
 
-void InteractingModels::widen(const Eigen::Matrix3d& covariance) {
-  for (MotionState& model : models_) model.pp += covariance;
-  if (mixed_) mixture_.pp += covariance;
+void InteractingModels::widen(const Matrix3d& covariance) {
+  models_.pp += covariance.cast<Lanes>();
+  marker_.pp += covariance;
 }
 
 MotionState InteractingModels::marker() const {
-  return mixed_ ? mixture_ : markerAfter(0);
+  return corrected_ ? marker_ : markerAfter(0);
 }
 
 MotionState InteractingModels::markerAfter(double seconds) const {
-  const Step step(seconds, set_.memory);
-  std::array<MotionState, kModels> ahead = models_;
-  for (int m = 0; m < kModels; ++m) {
-    const MotionModel& model = set_.models[m];
-    estimate::predict(ahead[m], step, model.jerk);
-    ahead[m].pp.diagonal().array() += model.tremor * model.tremor;
-  }
+  MotionStateOf<Lanes> ahead = models_;
+  if (seconds > 0) estimate::predict(ahead, Step(seconds, set_.memory), jerk_);
+  for (int i = 0; i < 3; ++i) ahead.pp(i, i) += tremor2_;
   return mixtureOf(ahead, probability_);
 }
 
+InteractingModels::Place InteractingModels::place() const {
+  if (corrected_) return {marker_.p, marker_.pp};
+  Place result;
+  result.p = meanOf(models_.p, probability_);
+  result.pp = blended(models_.pp, models_.p - everywhere(result.p), probability_);
+  result.pp.diagonal().array() += (probability_ * tremor2_).sum();
+  return result;
+}
+
 Vector3d InteractingModels::position() const {
-  if (mixed_) return mixture_.p;
-  Vector3d mean = Vector3d::Zero();
-  for (int m = 0; m < kModels; ++m) mean += probability_[m] * models_[m].p;
-  return mean;
+  return corrected_ ? marker_.p : meanOf(models_.p, probability_);
+}
+
+MotionState InteractingModels::model(int m) const {
+  const auto vectorOf = [m](const VectorOf& x) { return Vector3d(x[0][m], x[1][m], x[2][m]); };
+  const auto blockOf = [m](const BlockOf& x) -> Matrix3d {
+    return Matrix3d::NullaryExpr([&](Eigen::Index i, Eigen::Index j) { return x(i, j)[m]; });
+  };
+  MotionState s;
+  s.p = vectorOf(models_.p);
+  s.v = vectorOf(models_.v);
+  s.a = vectorOf(models_.a);
+  s.pp = blockOf(models_.pp);
+  s.pv = blockOf(models_.pv);
+  s.pa = blockOf(models_.pa);
+  s.vv = blockOf(models_.vv);
+  s.va = blockOf(models_.va);
+  s.aa = blockOf(models_.aa);
+  return s;
 }
 
 }  // namespace estimate

@@ -1,11 +1,10 @@
 // A point's motion under several models at once: from "still" to "fast".
 #pragma once
 
-#include <alg_kit/estimate/MotionModels.h>
+#include <alg_kit/estimate/Lanes.h>
 #include <alg_kit/estimate/MotionState.h>
 
 #include <array>
-#include <optional>
 
 namespace estimate {
 
@@ -19,7 +18,7 @@ MotionState mixtureOf(const std::array<MotionState, kModels>& models,
 /// is allocated.
 class InteractingModels {
  public:
-  explicit InteractingModels(const ModelSet& set = {}) : set_(set) {}
+  explicit InteractingModels(const ModelSet& set = {});
 
   /// All models at this state, with their shares as probabilities.
   void start(const MotionState& state);
@@ -39,19 +38,27 @@ class InteractingModels {
   /// The marker `seconds` on, without a change of model.
   MotionState markerAfter(double seconds) const;
 
+  /// The marker's position and its covariance alone.
+  struct Place {
+    Eigen::Vector3d p;
+    Eigen::Matrix3d pp;
+  };
+  Place place() const;
+
   /// The mixture's mean position.
   Eigen::Vector3d position() const;
 
-  const std::array<MotionState, kModels>& models() const { return models_; }
-  const std::array<double, kModels>& probabilities() const { return probability_; }
+  MotionState model(int m) const;
+  std::array<double, kModels> probabilities() const { return probability_.all(); }
   const ModelSet& set() const { return set_; }
 
  private:
   ModelSet set_;
-  std::array<MotionState, kModels> models_;
-  std::array<double, kModels> probability_{};
-  MotionState mixture_;
-  bool mixed_ = false;  ///< `mixture_` is of this moment
+  Lanes jerk_, tremor2_, share_;  ///< those of `set_`
+  MotionStateOf<Lanes> models_;
+  Lanes probability_ = 0;
+  MotionState marker_;
+  bool corrected_ = false;  ///< `marker_` is of this moment
 };
 
 }  // namespace estimate

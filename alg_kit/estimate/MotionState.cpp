@@ -1,45 +1,29 @@
+#include <alg_kit/estimate/Lanes.h>
 #include <alg_kit/estimate/MotionState.h>
 
-#include <Eigen/LU>
 #include <cmath>
 
 namespace estimate {
 namespace {
 
-using Eigen::Matrix3d;
-using Eigen::Vector3d;
-
-/// What a fit and a correction have in common.
-struct Gain {
-  Matrix3d shrink;  ///< (I + weight pp)^-1
-  Vector3d drive;   ///< shrink times the pull at the state's position
-  Fit fit;
-};
-
-Gain gainOf(const MotionState& state, const PositionInformation& information, double tremor2 = 0) {
-  Gain gain;
-  Matrix3d position = state.pp;
-  position.diagonal().array() += tremor2;
-  const Matrix3d spread = Matrix3d::Identity() + information.weight * position;
-  const double determinant = spread.determinant();
-  gain.shrink = spread.inverse();
-  const Vector3d offset = state.p - information.at;
-  const Vector3d shift = information.weight * offset;
-  const Vector3d pull = information.pull - shift;
-  gain.drive = gain.shrink * pull;
-  const double misfit = information.misfit - 2 * information.pull.dot(offset) + offset.dot(shift);
-  // (R + J pp J^T)^-1 by the matrix inversion lemma, and its determinant.
-  gain.fit.distance2 = misfit - pull.dot(position * gain.drive);
-  gain.fit.logLikelihood = -0.5 * (gain.fit.distance2 + std::log(determinant));
-  return gain;
-}
-
 /// Rounding makes the blocks on the diagonal a little uneven, and what the steps do to the uneven
 /// part grows without bound.
-void makeEven(Matrix3d& block) {
-  block(1, 0) = block(0, 1) = 0.5 * (block(0, 1) + block(1, 0));
-  block(2, 0) = block(0, 2) = 0.5 * (block(0, 2) + block(2, 0));
-  block(2, 1) = block(1, 2) = 0.5 * (block(1, 2) + block(2, 1));
+template <class Block>
+void makeEven(Block& block) {
+  const typename Block::Scalar half = 0.5;
+  block(1, 0) = block(0, 1) = half * (block(0, 1) + block(1, 0));
+  block(2, 0) = block(0, 2) = half * (block(0, 2) + block(2, 0));
+  block(2, 1) = block(1, 2) = half * (block(1, 2) + block(2, 1));
+}
+
+double logarithm(double value) {
+  return std::log(value);
+}
+
+Lanes logarithm(const Lanes& value) {
+  std::array<double, kModels> result = value.all();
+  for (double& number : result) number = std::log(number);
+  return Lanes(result);
 }
 
 }  // namespace
@@ -50,67 +34,126 @@ Step::Step(double seconds, double memory)
       av(-memory * std::expm1(-seconds / memory)),
       ap(memory * (t - av)) {}
 
-void predict(MotionState& s, const Step& step, double jerk) {
-  const double t = step.t;
-  s.p += t * s.v + step.ap * s.a;
-  s.v += step.av * s.a;
-  s.a *= step.fade;
+template <class Number>
+void predict(MotionStateOf<Number>& s, const Step& step, Number jerk) {
+  using Block = typename MotionStateOf<Number>::Block;
+  const Number t = step.t, av = step.av, ap = step.ap, fade = step.fade;
+  s.p += t * s.v + ap * s.a;
+  s.v += av * s.a;
+  s.a *= fade;
 
   // Covariance of the new with the old, then of the new with the new.
-  const Matrix3d newP_p = s.pp + t * s.pv.transpose() + step.ap * s.pa.transpose();
-  const Matrix3d newP_v = s.pv + t * s.vv + step.ap * s.va.transpose();
-  const Matrix3d newP_a = s.pa + t * s.va + step.ap * s.aa;
-  const Matrix3d newV_v = s.vv + step.av * s.va.transpose();
-  const Matrix3d newV_a = s.va + step.av * s.aa;
-  s.pp = newP_p + t * newP_v + step.ap * newP_a;
-  s.pv = newP_v + step.av * newP_a;
-  s.pa = step.fade * newP_a;
-  s.vv = newV_v + step.av * newV_a;
-  s.va = step.fade * newV_a;
-  s.aa *= step.fade * step.fade;
+  const Block newP_p = s.pp + t * s.pv.transpose() + ap * s.pa.transpose();
+  const Block newP_v = s.pv + t * s.vv + ap * s.va.transpose();
+  const Block newP_a = s.pa + t * s.va + ap * s.aa;
+  const Block newV_v = s.vv + av * s.va.transpose();
+  const Block newV_a = s.va + av * s.aa;
+  s.pp = newP_p + t * newP_v + ap * newP_a;
+  s.pv = newP_v + av * newP_a;
+  s.pa = fade * newP_a;
+  s.vv = newV_v + av * newV_a;
+  s.va = fade * newV_a;
+  s.aa *= fade * fade;
   makeEven(s.pp);
   makeEven(s.vv);
 
-  const double t3 = t * t * t;
-  s.pp.diagonal().array() += jerk * t3 * t * t / 20;
-  s.pv.diagonal().array() += jerk * t3 * t / 8;
-  s.pa.diagonal().array() += jerk * t3 / 6;
-  s.vv.diagonal().array() += jerk * t3 / 3;
-  s.va.diagonal().array() += jerk * t * t / 2;
-  s.aa.diagonal().array() += jerk * t;
+  const double t1 = step.t, t2 = t1 * t1, t3 = t2 * t1;
+  const auto drive = [jerk](Block& block, double share) {
+    for (int i = 0; i < 3; ++i) block(i, i) += jerk * Number(share);
+  };
+  drive(s.pp, t3 * t2 / 20);
+  drive(s.pv, t3 * t1 / 8);
+  drive(s.pa, t3 / 6);
+  drive(s.vv, t3 / 3);
+  drive(s.va, t2 / 2);
+  drive(s.aa, t1);
 }
 
-Fit fitOf(const MotionState& state, const PositionInformation& information) {
-  return gainOf(state, information).fit;
+template <class Number>
+Gain<Number> gainOf(const MotionStateOf<Number>& state, const PositionInformation& information,
+                    Number tremor2) {
+  using Block = typename MotionStateOf<Number>::Block;
+  using Vector = typename MotionStateOf<Number>::Vector;
+  const Block weight = information.weight.template cast<Number>();
+  const Vector given = information.pull.template cast<Number>();
+  Block position = state.pp;
+  for (int i = 0; i < 3; ++i) position(i, i) += tremor2;
+  Block spread = weight * position;
+  for (int i = 0; i < 3; ++i) spread(i, i) += Number(1);
+  // By cofactors, of which the determinant is made too.
+  Block adjugate;
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j) {
+      const int i1 = (i + 1) % 3, i2 = (i + 2) % 3, j1 = (j + 1) % 3, j2 = (j + 2) % 3;
+      adjugate(j, i) = spread(i1, j1) * spread(i2, j2) - spread(i1, j2) * spread(i2, j1);
+    }
+  const Number determinant =
+      spread(0, 0) * adjugate(0, 0) + spread(0, 1) * adjugate(1, 0) + spread(0, 2) * adjugate(2, 0);
+  const Block shrink = adjugate * (Number(1) / determinant);
+
+  Gain<Number> gain;
+  gain.inverse = shrink * weight;  // (pp + tremor^2 I + weight^-1)^-1
+  makeEven(gain.inverse);
+  const Vector offset = state.p - information.at.template cast<Number>();
+  const Vector shift = weight * offset;
+  const Vector pull = given - shift;
+  gain.drive = shrink * pull;
+  const Number misfit =
+      Number(information.misfit) - Number(2) * given.dot(offset) + offset.dot(shift);
+  // (R + J pp J^T)^-1 by the matrix inversion lemma, and its determinant.
+  gain.fit.distance2 = misfit - pull.dot(position * gain.drive);
+  gain.fit.logLikelihood = Number(-0.5) * (gain.fit.distance2 + logarithm(determinant));
+  return gain;
 }
 
-Fit fitAndCorrect(MotionState& s, const PositionInformation& information, double tremor,
-                  MotionState* marker) {
-  const double tremor2 = tremor * tremor;
-  const Gain gain = gainOf(s, information, tremor2);
-  Matrix3d inverse = gain.shrink * information.weight;  // (pp + tremor^2 I + weight^-1)^-1
-  makeEven(inverse);
+template <class Number>
+void correct(MotionStateOf<Number>& s, const Gain<Number>& gain, Number tremor2,
+             MotionStateOf<Number>* marker) {
+  using Block = typename MotionStateOf<Number>::Block;
   s.p += s.pp * gain.drive;
   s.v += s.pv.transpose() * gain.drive;
   s.a += s.pa.transpose() * gain.drive;
-  const Matrix3d p = inverse * s.pp, v = inverse * s.pv, a = inverse * s.pa;
+  const Block p = gain.inverse * s.pp, v = gain.inverse * s.pv, a = gain.inverse * s.pa;
   s.vv -= s.pv.transpose() * v;
   s.va -= s.pv.transpose() * a;
   s.aa -= s.pa.transpose() * a;
   s.pv -= s.pp * v;
   s.pa -= s.pp * a;
   s.pp -= s.pp * p;
+  makeEven(s.pp);
+  makeEven(s.vv);
+  makeEven(s.aa);
+  if (marker == nullptr) return;
+  // The displacement's own posterior: it takes its share of the residual.
+  marker->p = s.p + tremor2 * gain.drive;
+  marker->pv = s.pv - tremor2 * v;
+  marker->pa = s.pa - tremor2 * a;
+  marker->pp = s.pp - tremor2 * (p + p.transpose() + tremor2 * gain.inverse);
+  for (int i = 0; i < 3; ++i) marker->pp(i, i) += tremor2;
+}
+
+Fit fitOf(const MotionState& state, const PositionInformation& information) {
+  return gainOf(state, information, 0.0).fit;
+}
+
+Fit fitAndCorrect(MotionState& s, const PositionInformation& information, double tremor,
+                  MotionState* marker) {
+  const double tremor2 = tremor * tremor;
+  const Gain<double> gain = gainOf(s, information, tremor2);
+  correct(s, gain, tremor2, marker);
   if (marker != nullptr) {
-    // The displacement's own posterior: it takes its share of the residual. pp here is old.
-    *marker = s;
-    marker->p += tremor2 * gain.drive;
-    marker->pv -= tremor2 * v;
-    marker->pa -= tremor2 * a;
-    marker->pp += tremor2 * (Matrix3d::Identity() - p - p.transpose() - tremor2 * inverse);
-    makeEven(marker->pp);
+    marker->v = s.v;
+    marker->a = s.a;
+    marker->vv = s.vv;
+    marker->va = s.va;
+    marker->aa = s.aa;
   }
-  for (Matrix3d* const block : {&s.pp, &s.vv, &s.aa}) makeEven(*block);
   return gain.fit;
 }
+
+template void predict(MotionStateOf<double>&, const Step&, double);
+template void predict(MotionStateOf<Lanes>&, const Step&, Lanes);
+template Gain<Lanes> gainOf(const MotionStateOf<Lanes>&, const PositionInformation&, Lanes);
+template void correct(MotionStateOf<Lanes>&, const Gain<Lanes>&, Lanes, MotionStateOf<Lanes>*);
 
 }  // namespace estimate

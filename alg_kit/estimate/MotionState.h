@@ -7,18 +7,23 @@ namespace estimate {
 
 /// Position, velocity and acceleration of a point with their joint covariance, in 3x3 blocks: `pv`
 /// is the covariance of p with v. The blocks below the diagonal are the transposes. Right camera's
-/// frame; the unit of the calibration's translation (mm) and seconds.
-struct MotionState {
-  Eigen::Vector3d p = Eigen::Vector3d::Zero();
-  Eigen::Vector3d v = Eigen::Vector3d::Zero();
-  Eigen::Vector3d a = Eigen::Vector3d::Zero();
-  Eigen::Matrix3d pp = Eigen::Matrix3d::Zero();
-  Eigen::Matrix3d pv = Eigen::Matrix3d::Zero();
-  Eigen::Matrix3d pa = Eigen::Matrix3d::Zero();
-  Eigen::Matrix3d vv = Eigen::Matrix3d::Zero();
-  Eigen::Matrix3d va = Eigen::Matrix3d::Zero();
-  Eigen::Matrix3d aa = Eigen::Matrix3d::Zero();
+/// frame; the unit of the calibration's translation (mm) and seconds. A number is a double or, for
+/// all motion models at once, Lanes.
+template <class Number>
+struct MotionStateOf {
+  using Vector = Eigen::Matrix<Number, 3, 1>;
+  using Block = Eigen::Matrix<Number, 3, 3>;
+  Vector p = Vector::Zero();
+  Vector v = Vector::Zero();
+  Vector a = Vector::Zero();
+  Block pp = Block::Zero();
+  Block pv = Block::Zero();
+  Block pa = Block::Zero();
+  Block vv = Block::Zero();
+  Block va = Block::Zero();
+  Block aa = Block::Zero();
 };
+using MotionState = MotionStateOf<double>;
 
 /// What a measurement says about a position, in information form, so that two cameras and one are
 /// the same to the filter: of one camera's sighting `weight` has rank 2. With the residual r, the
@@ -33,10 +38,12 @@ struct PositionInformation {
 };
 
 /// How a measurement fits a state.
-struct Fit {
-  double distance2 = 0;      ///< squared Mahalanobis distance of the measurement's numbers
-  double logLikelihood = 0;  ///< but for terms that are the same for every state
+template <class Number>
+struct FitOf {
+  Number distance2 = 0;      ///< squared Mahalanobis distance of the measurement's numbers
+  Number logLikelihood = 0;  ///< but for terms that are the same for every state
 };
+using Fit = FitOf<double>;
 
 /// How a state moves on in a certain time: the acceleration fades with the time constant `memory`
 /// and is driven by white noise.
@@ -55,15 +62,34 @@ struct Step {
 /// is that of the white-jerk model, to which Singer's tends for steps short against the memory
 /// (Bar-Shalom, Li, Kirubarajan, Estimation with Applications to Tracking and Navigation, 2001,
 /// sections 6.2.3 and 8.2.3).
-void predict(MotionState& state, const Step& step, double jerk);
+template <class Number>
+void predict(MotionStateOf<Number>& state, const Step& step, Number jerk);
+
+/// How the measurement fits, and what a correction by it needs.
+template <class Number>
+struct Gain {
+  Eigen::Matrix<Number, 3, 3> inverse;  ///< of the covariance of measured minus expected position
+  Eigen::Matrix<Number, 3, 1> drive;    ///< `inverse` times measured minus expected position
+  FitOf<Number> fit;
+};
+
+/// @param tremor2  variance per axis of what displaces the marker from `state` in this frame alone,
+///                 mm^2
+template <class Number>
+Gain<Number> gainOf(const MotionStateOf<Number>& state, const PositionInformation& information,
+                    Number tremor2);
+
+/// The Kalman update.
+/// @param marker  filled with the displaced marker's p, pp, pv and pa, if not null; v, a and the
+///                other blocks are those of `state`
+template <class Number>
+void correct(MotionStateOf<Number>& state, const Gain<Number>& gain, Number tremor2 = 0,
+             MotionStateOf<Number>* marker = nullptr);
 
 /// How the measurement fits.
 Fit fitOf(const MotionState& state, const PositionInformation& information);
 
-/// The Kalman update, and how the measurement fitted before it.
-/// @param tremor  standard deviation per axis of what displaces the marker from `state` in this
-///                frame alone, mm
-/// @param marker  filled with the displaced marker's state, if not null
+/// Both at once, with the tremor's standard deviation; `marker` is filled whole.
 Fit fitAndCorrect(MotionState& state, const PositionInformation& information, double tremor = 0,
                   MotionState* marker = nullptr);
 

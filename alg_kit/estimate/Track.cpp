@@ -206,26 +206,28 @@ Outcome Track::followTwo(const ObjectCandidates& candidates) {
   }
 
   // Each marker alone: does its light fit?
-  MotionState expected = state_.centre.markerAfter(0);
-  expected.pp += state_.offset.markerAfter(0).pp;
+  MotionState expected;
+  expected.pp = state_.centre.place().pp + state_.offset.place().pp;
   Outcome outcome{Refusal::kNotSeen, 0, kGate2, 0};
   Admitted admitted[2];
+  std::optional<PositionInformation> ofAll[2];  // by all cameras that saw the marker
   for (int marker = 0; marker < 2; ++marker) {
     if (!sighting[marker].any()) continue;
     expected.p = at[marker];
-    const auto fits = [&](const Sighting& s) {
-      const auto information = informationAt(s, at[marker]);
+    const auto fits = [&](const std::optional<PositionInformation>& information, int cameras) {
       const double distance2 = information ? fitOf(expected, *information).distance2 : HUGE_VAL;
       if (outcome.refusal != Refusal::kNone)
-        outcome = {Refusal::kOffTrack, distance2, kGate2, camerasOf(s)};
+        outcome = {Refusal::kOffTrack, distance2, kGate2, cameras};
       return distance2 <= kGate2;
     };
-    if (sighting[marker].both() && fits(sighting[marker])) {
+    ofAll[marker] = informationAt(sighting[marker], at[marker]);
+    if (sighting[marker].both() && fits(ofAll[marker], 2)) {
       admitted[marker].camera[kLeft] = admitted[marker].camera[kRight] = true;
     } else {
       bool one[2];
       for (const int camera : {kLeft, kRight})
-        one[camera] = sighting[marker].pixel[camera] && fits(onlyOf(sighting[marker], camera));
+        one[camera] = sighting[marker].pixel[camera] &&
+                      fits(informationAt(onlyOf(sighting[marker], camera), at[marker]), 1);
       // Each fits alone, but not both together: one of them is wrong, and which is not known.
       if (one[kLeft] != one[kRight])
         for (const int camera : {kLeft, kRight}) admitted[marker].camera[camera] = one[camera];
@@ -245,7 +247,8 @@ Outcome Track::followTwo(const ObjectCandidates& candidates) {
       if (cameras[camera]) used.pixel[camera] = sighting[marker].pixel[camera];
     outcome.cameras = camerasOf(used);
     outcome.used[marker] = used;
-    const auto information = informationAt(used, at[marker]);
+    const bool all = camerasOf(used) == camerasOf(sighting[marker]);
+    const auto information = all ? ofAll[marker] : informationAt(used, at[marker]);
     if (information && used.both())
       outcome.raysMiss2 = raysMiss(*information) * settings_.noise * settings_.noise;
     return information;
@@ -253,7 +256,7 @@ Outcome Track::followTwo(const ObjectCandidates& candidates) {
   if (common[kLeft] || common[kRight]) {
     const auto first = informationOf(0, common), second = informationOf(1, common);
     if (!first || !second) return {Refusal::kOffTrack, 0, kGate2};
-    if (state_.leaning) state_.centre.widen(state_.offset.markerAfter(0).pp);
+    if (state_.leaning) state_.centre.widen(state_.offset.place().pp);
     state_.leaning = false;
     const MiddleAndOffset seen = middleAndOffset(*first, *second);
     outcome.value = state_.offset.correct(seen.offset, kGate2);

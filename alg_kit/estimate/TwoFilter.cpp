@@ -134,18 +134,18 @@ void smoothStretch(const Stretch& stretch, const ModelSet& set, const StretchTak
     bool frameIsIn = false;  // a filter that begins with this frame has its sighting already
     for (int m = 0; m < kModels; ++m) {
       if (k > 0 && fromFuture) {
-        const Meeting meeting = meet(before.models()[m], future.models()[m]);
+        const Meeting meeting = meet(before.model(m), future.model(m));
         states[m] = meeting.state;
         logWeights[m] = meeting.logWeight + std::log(before.probabilities()[m]) +
                         std::log(future.probabilities()[m] / set.models[m].share);
       } else if (fromFuture) {
         Vector9d mean;
         Matrix9d covariance;
-        unpack(future.models()[m], -1, mean, covariance);
+        unpack(future.model(m), -1, mean, covariance);
         states[m] = packed(mean, covariance);
         logWeights[m] = std::log(future.probabilities()[m]);
       } else {
-        states[m] = before.models()[m];
+        states[m] = before.model(m);
         logWeights[m] = std::log(before.probabilities()[m]);
         frameIsIn = k == 0;
       }

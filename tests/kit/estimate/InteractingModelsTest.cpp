@@ -56,9 +56,7 @@ TEST(InteractingModels, ThatAreAllTheSameAreOneKalmanFilter) {
 
 // The textbook's mixing over all pairs of models, for the transition "stay, or be drawn anew".
 TEST(InteractingModels, MixAsTheFullTransitionMatrixSays) {
-  ModelSet set;
-  // No tremor in what is compared: the marker and the motion are then the same.
-  for (MotionModel& model : set.models) model.tremor = 0;
+  const ModelSet set;  // with tremor: what is mixed is the motion, without the displacement
   InteractingModels calm(set);
   calm.start(atRest());
   sim::Random random(6);
@@ -66,7 +64,8 @@ TEST(InteractingModels, MixAsTheFullTransitionMatrixSays) {
     calm.predict(kPeriod);
     calm.correct(measured(Vector3d(30 * std::sin(i * 0.1), random.normal(), 1500), 1), 1e9);
   }
-  const auto states = calm.models();
+  std::array<MotionState, kModels> states;
+  for (int m = 0; m < kModels; ++m) states[m] = calm.model(m);
   const auto weights = calm.probabilities();
   calm.predict(kPeriod);
   const double stays = std::exp(-kPeriod / set.dwell);
@@ -81,10 +80,10 @@ TEST(InteractingModels, MixAsTheFullTransitionMatrixSays) {
     MotionState expected = mixtureOf(states, mixing);
     predict(expected, Step(kPeriod, set.memory), set.models[j].jerk);
     EXPECT_NEAR(calm.probabilities()[j], prior, 1e-12);
-    EXPECT_LT((calm.models()[j].p - expected.p).norm(), 1e-9);
-    EXPECT_LT((calm.models()[j].pp - expected.pp).norm(), 1e-9 * expected.pp.norm());
-    EXPECT_LT((calm.models()[j].va - expected.va).norm(), 1e-9 * expected.va.norm());
-    EXPECT_LT((calm.models()[j].aa - expected.aa).norm(), 1e-9 * expected.aa.norm());
+    EXPECT_LT((calm.model(j).p - expected.p).norm(), 1e-9);
+    EXPECT_LT((calm.model(j).pp - expected.pp).norm(), 1e-9 * expected.pp.norm());
+    EXPECT_LT((calm.model(j).va - expected.va).norm(), 1e-9 * expected.va.norm());
+    EXPECT_LT((calm.model(j).aa - expected.aa).norm(), 1e-9 * expected.aa.norm());
   }
 }
 
