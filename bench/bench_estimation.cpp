@@ -1,10 +1,12 @@
 // Holds the estimator and the smoother against the library's answers: errors, predictions, lag,
 // jitter at rest, stated covariances, on generated and measured motion. Prints a table and, for
-// every bar that is missed, how far any filter of this kind could get.
+// every bar that is missed, the bound that no filter can pass (--bounds: for every line).
 //   bench_estimation [--seconds S] [--calibration FILE] [--motion FILE.tum] [--quick]
-//                    [--no-bounds] [--only TEXT]
+//                    [--bounds] [--only TEXT]
 #include <alg_kit/calibration/CalibrationFile.h>
 #include <tests/support/EstimationTrial.h>
+
+#include "EstimationBound.h"
 
 #include <cmath>
 #include <cstdio>
@@ -62,36 +64,6 @@ sim::Simulator simulatorOf(const Case& trial, int type, double noise, std::uint6
   return {trial.rig, trial.scene(type, seed), options};
 }
 
-/// The best that a filter of this kind can do, chosen in hindsight: one white-jerk model for the
-/// whole motion, of all densities and tremors the one with the smallest error. What its covariance
-/// says is the posterior Cramer-Rao bound of that model (Tichavsky, Muravchik and Nehorai, IEEE
-/// Trans. Signal Processing 46, 1998), along the true motion.
-struct Best {
-  double online = HUGE_VAL, onlineBound = 0;
-  double smoothed = HUGE_VAL, smoothedBound = 0;
-};
-
-Best bestOf(algorithm::AlgBase& library, const sim::Simulator& simulator, double seconds,
-            double noise) {
-  Best best;
-  for (double logJerk = 4; logJerk <= 9; logJerk += 0.5)
-    for (const double tremor : {0.0, 0.1, 0.2, 0.4}) {
-      estimate::EstimatorOptions options;
-      options.noise = noise;
-      for (auto& model : options.models.models) model = {std::pow(10, logJerk), tremor, 0.25};
-      const TrialResult r = testing_support::runTrial(library, simulator, seconds, options);
-      if (r.online < best.online) {
-        best.online = r.online;
-        best.onlineBound = r.onlineStated;
-      }
-      if (r.smoothed < best.smoothed) {
-        best.smoothed = r.smoothed;
-        best.smoothedBound = r.smoothedStated;
-      }
-    }
-  return best;
-}
-
 void hold(Tally& tally, std::string& misses, const char* name, double value, double least,
           double most) {
   ++tally.bars;
@@ -131,13 +103,11 @@ void run(algorithm::AlgBase& library, const Case& trial, int type, double noise,
               misses.c_str());
   const bool missed =
       r.online / r.answered > kOnline + more || r.smoothed / r.answered > kSmoothed + more;
-  if (missed && bounds) {
-    const Best best = bestOf(library, simulator, seconds, noise);
-    std::printf(
-        "%22s best in hindsight: online %.2f (bound %.2f, %.2f of the answers'), smoothed "
-        "%.2f (bound %.2f, %.2f)\n",
-        "", best.online, best.onlineBound, best.onlineBound / r.answered, best.smoothed,
-        best.smoothedBound, best.smoothedBound / r.answered);
+  if (missed || bounds) {
+    const bench::EstimationBound bound = bench::boundAlong(simulator, seconds, noise);
+    std::printf("%22s bound: online %.2f (%.2f of the answers'), smoothed %.2f (%.2f)\n", "",
+                bound.online, bound.online / r.answered, bound.smoothed,
+                bound.smoothed / r.answered);
   }
   std::fflush(stdout);
 }
@@ -147,13 +117,13 @@ void run(algorithm::AlgBase& library, const Case& trial, int type, double noise,
 int main(int argc, char** argv) try {
   double seconds = 60;
   std::string file, motion, only;
-  bool quick = false, bounds = true;
+  bool quick = false, bounds = false;
   for (int i = 1; i < argc; ++i) {
     const auto is = [&](const char* name) { return std::strcmp(argv[i], name) == 0; };
     if (is("--quick")) {
       quick = true;
-    } else if (is("--no-bounds")) {
-      bounds = false;
+    } else if (is("--bounds")) {
+      bounds = true;
     } else if (i + 1 < argc && is("--seconds")) {
       seconds = std::atof(argv[++i]);
     } else if (i + 1 < argc && is("--calibration")) {
@@ -165,7 +135,7 @@ int main(int argc, char** argv) try {
     } else {
       std::fprintf(stderr,
                    "bench_estimation: %s: expected --seconds S, --calibration FILE, "
-                   "--motion FILE, --quick, --no-bounds or --only TEXT\n",
+                   "--motion FILE, --quick, --bounds or --only TEXT\n",
                    argv[i]);
       return 2;
     }
