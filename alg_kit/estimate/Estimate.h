@@ -41,7 +41,7 @@ struct Estimate {
 enum class Refusal {
   kNone,        ///< they were used
   kNotSeen,     ///< there was none
-  kOneCamera,   ///< one camera alone cannot begin an estimate
+  kOneCamera,   ///< one camera alone cannot begin an estimate, nor end 0.1 s without light
   kRaysApart,   ///< the two cameras' rays miss each other by too much
   kOutOfRange,  ///< where they meet is too near or too far
   kOffTrack,    ///< too far from where the object must be

@@ -11,9 +11,12 @@ namespace {
 using Eigen::Matrix3d;
 using Eigen::Vector3d;
 
-constexpr double kGate2 = 36;           // of 4 or 2 numbers: beyond 6 standard deviations
-constexpr int kTrial = 3;               // frames until a track is no longer doubted
-constexpr int kMostRefused = 3;         // frames in a row that begin the track anew
+constexpr double kGate2 = 36;    // of 4 or 2 numbers: beyond 6 standard deviations
+constexpr int kTrial = 3;        // frames until a track is no longer doubted
+constexpr int kMostRefused = 3;  // frames in a row that begin the track anew
+/// Seconds without light after which one camera's alone does not bring the object back: by then it
+/// may be anywhere in a good part of the image, and strays are there too.
+constexpr double kBlind = 0.1;
 constexpr double kFirstSpeed = 1000;    // mm/s, standard deviation per axis at the beginning
 constexpr double kFirstChange = 10000;  // mm/s^2
 constexpr double kLargeStep = 0.01;     // of the distance: linearise again
@@ -63,6 +66,7 @@ Outcome Track::feed(double now, double elapsed, const ObjectCandidates& candidat
   const bool seen = candidates[kLeft].size() > 0 || candidates[kRight].size() > 0;
   if (!seen) return {Refusal::kNotSeen};
   if (!state_.alive) return begin(now, candidates);
+  blind_ = now - state_.lastSeen > kBlind;
   const Outcome outcome = twoPoint_ ? followTwo(candidates) : followOne(candidates);
   if (outcome.refusal == Refusal::kNone) {
     state_.lastSeen = now;
@@ -134,6 +138,7 @@ Outcome Track::followOne(const ObjectCandidates& candidates) {
 /// camera that fits where the other does not.
 Outcome Track::correctCentre(const Sighting& sighting) {
   if (!sighting.any()) return {Refusal::kNotSeen};
+  if (blind_ && !sighting.both()) return {Refusal::kOneCamera};
   const Vector3d at = state_.centre.position();
   Outcome outcome{Refusal::kOffTrack, 0, kGate2, camerasOf(sighting)};
   const auto information = informationAt(sighting, at);
@@ -152,7 +157,7 @@ Outcome Track::correctCentre(const Sighting& sighting) {
       outcome.used[0] = sighting;
     }
   }
-  if (outcome.refusal == Refusal::kNone || !sighting.both()) return outcome;
+  if (outcome.refusal == Refusal::kNone || !sighting.both() || blind_) return outcome;
 
   double distance2[2];
   std::optional<PositionInformation> one[2];
@@ -223,6 +228,8 @@ Outcome Track::followTwo(const ObjectCandidates& candidates) {
     ofAll[marker] = informationAt(sighting[marker], at[marker]);
     if (sighting[marker].both() && fits(ofAll[marker], 2)) {
       admitted[marker].camera[kLeft] = admitted[marker].camera[kRight] = true;
+    } else if (blind_) {
+      if (outcome.refusal == Refusal::kNotSeen) outcome.refusal = Refusal::kOneCamera;
     } else {
       bool one[2];
       for (const int camera : {kLeft, kRight})

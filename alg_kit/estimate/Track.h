@@ -76,8 +76,9 @@ class Track {
   const TrackSettings& settings_;
   const bool twoPoint_;
   TrackState state_;
-  int accepted_ = 0;  ///< frames used since the track began
-  int refused_ = 0;   ///< frames in a row with a pair that fits no track
+  int accepted_ = 0;    ///< frames used since the track began
+  bool blind_ = false;  ///< without light for too long to trust one camera's
+  int refused_ = 0;     ///< frames in a row with a pair that fits no track
 };
 
 }  // namespace estimate

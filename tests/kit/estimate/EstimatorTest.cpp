@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sim/Simulator.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <limits>
@@ -199,6 +200,32 @@ TEST(Estimator, UsesTheOneCameraThatFits) {
   EXPECT_EQ(estimator.at(0).source, Source::kMeasured);
   EXPECT_EQ(estimator.at(0).cameras, 1);
   EXPECT_LT((positionOf(estimator.at(0)) - truthOf(simulator, 180, 0)).norm(), 15);
+}
+
+// One camera's light after a gap may be a stray: the object may be in a good part of the image.
+TEST(Estimator, OnlyBothCamerasEndAGap) {
+  auto given = options(0.05);
+  sim::Occlusion hidden;
+  hidden.objectId = 0;
+  hidden.from = 2;
+  hidden.to = 10;
+  given.blobs.occlusions.push_back(hidden);
+  const auto occluded = moving(0, given), seen = moving(0, options(0.05));
+  Estimator estimator(0, rig::builtInRig().calibration);
+  feedUntil(estimator, occluded, 200);
+  sim::Frame frame = seen.frame(200);
+  frame.blobs.erase(std::remove_if(frame.blobs.begin(), frame.blobs.end(),
+                                   [](const sim::BlobRecord& blob) {
+                                     return blob.id == 0 && blob.camera == rig::Camera::kRight;
+                                   }),
+                    frame.blobs.end());
+  const auto bytes = sim::frameType2(frame.stamp, sim::devicePacket(frame.blobs));
+  estimator.feed(2, bytes.data(), static_cast<int>(bytes.size()));
+  EXPECT_EQ(estimator.at(0).source, Source::kBridged);
+  EXPECT_EQ(estimator.verdict(0).refusal, Refusal::kOneCamera);
+  feed(estimator, seen, 201);
+  EXPECT_EQ(estimator.at(0).cameras, 2);
+  EXPECT_LT((positionOf(estimator.at(0)) - truthOf(seen, 201, 0)).norm(), 20);
 }
 
 TEST(Estimator, GoesWhereAnObjectWasPut) {
