@@ -29,7 +29,7 @@ async function latency(commitMs) {
   const { server, address } = await serve('--follow', file);
   const viewer = await Viewer.start(chromium, address, { width: 1280, height: 900 });
   await viewer.evaluate(`window.drawn = [];
-    document.querySelector('.scene canvas').addEventListener('drawn', ({ detail }) => requestAnimationFrame(() =>
+    document.addEventListener('drawn', ({ detail }) => requestAnimationFrame(() =>
       window.drawn.push([detail.frame, 1000 * (performance.timeOrigin + performance.now())])))`);
   const writer = spawn(host, [file, '25', `${commitMs}`], { stdio: ['ignore', 'pipe', 'pipe'] });
   let stamps = '';
@@ -82,7 +82,7 @@ async function rate(file) {
   const viewer = await Viewer.start(chromium, `${address}#t=1`, { width: 1280, height: 900 });
   await viewer.untilPacket('packet > 0');
   await viewer.evaluate(`window.pictures = 0;
-    document.querySelector('.scene canvas').addEventListener('drawn', () => { ++window.pictures; })`);
+    document.addEventListener('drawn', () => { ++window.pictures; })`);
   await viewer.press(' ');
   const begin = Date.now();
   await later(10000);
@@ -107,7 +107,7 @@ async function longRecording(file) {
     let wanted = 0;
     const canvas = document.querySelector('.timeline canvas');
     canvas.addEventListener('pointerdown', () => { begin = performance.now(); }, true);
-    document.querySelector('.scene canvas').addEventListener('drawn', ({ detail }) => {
+    document.addEventListener('drawn', ({ detail }) => {
       if (begin === 0 || detail.frame < 0) return;
       window.seeks.push(performance.now() - begin);
       begin = 0;

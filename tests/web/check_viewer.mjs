@@ -21,20 +21,47 @@ const checks = {
     const { x, y, width, height } = await viewer.box('.scene canvas');
     const fov = Number(await viewer.evaluate('document.querySelector(".scene canvas").dataset.fov'));
     const focal = height / 2 / Math.tan((fov * Math.PI) / 360);
-    let looked = 0;
-    for (const [object, position] of Object.entries(facts.positions)) {
-      const [px, py] = [x + width / 2 + (focal * position[0]) / -position[2],
-        y + height / 2 - (focal * position[1]) / -position[2]];
-      const colour = await viewer.colour(`--object-${object}`);
-      const [found] = await viewer.coloursAt(px, py);
-      assert.ok(isNear(found, colour), `object ${object} at ${px}, ${py}: ${found}, not ${colour}`);
-      // Its edge is where the radius of 16 mm says: half of it is still marker, twice it is not.
-      const r = (16 * focal) / -position[2];
-      const [inside] = await viewer.coloursAt(px + r / 2, py);
-      assert.ok(isNear(inside, colour), `object ${object} is too small`);
-      ++looked;
+    const drawnBy = new Set();
+    for (let way = 0; way < 2; ++way) {
+      await viewer.press('g');
+      drawnBy.add(await viewer.evaluate('document.querySelector(".scene").dataset.renderer'));
+      let looked = 0;
+      for (const [object, position] of Object.entries(facts.positions)) {
+        const [px, py] = [x + width / 2 + (focal * position[0]) / -position[2],
+          y + height / 2 - (focal * position[1]) / -position[2]];
+        const colour = await viewer.colour(`--object-${object}`);
+        const [found] = await viewer.coloursAt(px, py);
+        assert.ok(isNear(found, colour), `object ${object} at ${px}, ${py}: ${found}, not ${colour}`);
+        // Its edge is where the radius of 16 mm says: half of it is still marker, twice it is not.
+        const r = (16 * focal) / -position[2];
+        const [inside] = await viewer.coloursAt(px + r / 2, py);
+        const [outside] = await viewer.coloursAt(px, py + 2 * r);
+        assert.ok(isNear(inside, colour), `object ${object} is too small`);
+        assert.ok(!isNear(outside, colour), `object ${object} is too large`);
+        ++looked;
+      }
+      assert.ok(looked >= 3, 'objects to look at');
     }
-    assert.ok(looked >= 3, 'objects to look at');
+    assert.deepEqual([...drawnBy].sort(), ['2d', 'webgl']);
+  },
+
+  /** A browser without WebGL shows the scene as well. */
+  async plain(viewer) {
+    await viewer.browser.send('Page.addScriptToEvaluateOnNewDocument', { source: `{
+      const { getContext } = HTMLCanvasElement.prototype;
+      HTMLCanvasElement.prototype.getContext = function (kind, ...more) {
+        return kind.startsWith('webgl') ? null : getContext.call(this, kind, ...more);
+      };
+    }` });
+    await viewer.browser.open('about:blank');
+    await viewer.browser.open(viewer.address);
+    await viewer.untilPacket('packet > 0');
+    const { x, y, width, height } = await viewer.box('.scene canvas');
+    const seen = await viewer.coloursAt(x + width / 2, y + height / 2, Math.floor(height / 2) - 4);
+    for (const object of [0, 1, 2, 3, 4, 5]) {
+      const colour = await viewer.colour(`--object-${object}`);
+      assert.ok(seen.filter((c) => isNear(c, colour)).length > 30, `object ${object}`);
+    }
   },
 
   /** Blobs stand where the packet says, and end as the command says. */

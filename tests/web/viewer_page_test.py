@@ -99,6 +99,10 @@ class ViewerPageTest(AlgtrackCase):
                 shown[i] = (x, y, z)
         self.check("marker", address=address + "#t=3.334", packet=300, positions=shown)
 
+    def test_a_browser_without_webgl_shows_the_scene(self):
+        self.simulate("walk.algrec", "--seconds", 6, "--product-type", 2)
+        self.check("plain", address=self.serve("walk.algrec") + "#t=5")
+
     def test_blobs_their_ends_and_the_missing_object_are_those_that_the_command_lists(self):
         self.walk()
         told = json.loads(self.succeed("inspect", "walk.algrec", "--explain", "450", "--json"))

@@ -112,6 +112,7 @@ const actions = [
   { keys: ['t'], text: 'truth', run: () => toggle('truth') },
   { keys: ['h'], text: 'heat map of blobs', run: () => toggle('heat') },
   { keys: ['f'], text: 'fit the scene', run: fit },
+  { keys: ['g'], text: 'draw the scene by WebGL or without', run: () => say(scene.switchRenderer() === 'webgl' ? 'WebGL draws the scene' : 'the scene is drawn without WebGL') },
   { keys: ['c'], text: "the right camera's view", run: () => scene.cameraView() },
   { keys: ['a'], text: 'turn the scene left', run: () => scene.turn(-0.1, 0) },
   { keys: ['d'], text: 'turn the scene right', run: () => scene.turn(0.1, 0) },
@@ -517,7 +518,7 @@ function tick(now) {
   showSlow(now);
   if (scene.render()) {
     const frame = frames[0]?.peek(frames[0].index);
-    scene.canvas.dispatchEvent(new CustomEvent('drawn', { detail: { frame: frame?.frame ?? -1, call: frame?.call ?? -1 } }));
+    scene.host.dispatchEvent(new CustomEvent('drawn', { bubbles: true, detail: { frame: frame?.frame ?? -1, call: frame?.call ?? -1 } }));
   }
   requestAnimationFrame(tick);
 }

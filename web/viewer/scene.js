@@ -8,6 +8,7 @@ import {
 } from 'three';
 import { OrbitControls } from 'three/examples/jsm/controls/OrbitControls.js';
 import { element, styleOf } from '../common/dom.js';
+import { FlatRenderer } from './flat.js';
 
 const kObjects = 6;
 const kFov = 60; // degrees, vertical
@@ -17,6 +18,7 @@ const kFloorMm = -900;
 const kFrustumMm = 450; // to where a camera's view is drawn with edges
 const kLabel = 0.036; // of the distance
 const kRing = 0.06; // likewise
+const kSlowMs = 4; // of a drawing: WebGL that takes longer is a processor's work
 
 function segments(material, points) {
   const geometry = new BufferGeometry();
@@ -37,19 +39,22 @@ function lineThrough(points, material, Kind = Line) {
 
 const vector = (list) => new Vector3(...list);
 
+const canvasOfScene = () => element('canvas', { tabindex: 0, role: 'img', 'data-fov': kFov, 'aria-label':
+  'The scene in 3D: both cameras, the tracked objects and their trails' });
+
 export class SceneView {
   #dirty = true;
+  #chosen = false;
 
   /** @param onObject  called with the number of an object that was clicked */
   constructor({ onObject }) {
-    this.canvas = element('canvas', { tabindex: 0, role: 'img', 'aria-label':
-      'The scene in 3D: both cameras, the tracked objects and their trails' });
-    this.host = element('div', { class: 'scene' }, this.canvas);
-    this.renderer = new WebGLRenderer({ canvas: this.canvas, antialias: true });
+    this.host = element('div', { class: 'scene' });
     this.scene = new Scene();
     this.camera = new PerspectiveCamera(kFov, 1, 5, 60000);
-    this.canvas.dataset.fov = kFov;
-    this.controls = new OrbitControls(this.camera, this.canvas);
+    this.controls = new OrbitControls(this.camera, this.host);
+    this.flat = new FlatRenderer(canvasOfScene());
+    this.webgl = this.#openWebGL();
+    this.#use(this.webgl ?? this.flat);
     this.controls.addEventListener('change', () => this.touch());
     this.cameras = new Group();
     this.floor = new Group();
@@ -61,14 +66,58 @@ export class SceneView {
     this.fit();
     new ResizeObserver(() => this.resize()).observe(this.host);
     let pressed = null;
-    this.canvas.addEventListener('pointerdown', (event) => { pressed = [event.clientX, event.clientY]; });
-    this.canvas.addEventListener('pointerup', (event) => {
+    this.host.addEventListener('pointerdown', (event) => { pressed = [event.clientX, event.clientY]; });
+    this.host.addEventListener('pointerup', (event) => {
       if (pressed && Math.hypot(event.clientX - pressed[0], event.clientY - pressed[1]) < 4) this.#click(event);
     });
   }
 
   touch() {
     this.#dirty = true;
+  }
+
+  /** three's renderer, or null where the browser has no WebGL. */
+  #openWebGL() {
+    const canvas = canvasOfScene();
+    const context = canvas.getContext('webgl2', { antialias: true });
+    if (!context) return null;
+    canvas.addEventListener('webglcontextlost', () => {
+      this.webgl = null;
+      this.#use(this.flat);
+    });
+    return new WebGLRenderer({ canvas, context });
+  }
+
+  get canvas() {
+    return this.renderer.domElement;
+  }
+
+  #use(renderer) {
+    this.renderer = renderer;
+    this.host.dataset.renderer = renderer === this.flat ? '2d' : 'webgl';
+    this.host.replaceChildren(this.canvas);
+    this.resize();
+  }
+
+  /** The other way to draw. Returns which it is now. */
+  switchRenderer() {
+    this.#use(this.renderer === this.flat ? this.webgl ?? this.flat : this.flat);
+    return this.host.dataset.renderer;
+  }
+
+  /** Draws with WebGL if that is fast here, by the best of some drawings: the first ones prepare. */
+  #chooseRenderer() {
+    this.#chosen = true;
+    if (this.renderer === this.flat) return;
+    const context = this.webgl.getContext();
+    let best = Infinity;
+    for (let i = 0; i < 4; ++i) {
+      const began = performance.now();
+      this.webgl.render(this.scene, this.camera);
+      context.readPixels(0, 0, 1, 1, context.RGBA, context.UNSIGNED_BYTE, new Uint8Array(4)); // waits for it
+      best = Math.min(best, performance.now() - began);
+    }
+    if (best > kSlowMs) this.#use(this.flat);
   }
 
   #makeObjects() {
@@ -113,6 +162,12 @@ export class SceneView {
     });
     this.#drawFloor();
     if (this.rig) this.setRig(this.rig, this.depth);
+    this.#change();
+  }
+
+  /** Something that stands still is another one now. */
+  #change() {
+    this.flat.forget();
     this.touch();
   }
 
@@ -201,7 +256,7 @@ export class SceneView {
     });
     this.cameras.add(this.#label(`depth limit ${(this.depth / 1000).toFixed(1)} m`,
       new Vector3(0, 0, -this.depth)));
-    this.touch();
+    this.#change();
   }
 
   /**
@@ -258,7 +313,7 @@ export class SceneView {
       const trail = (lines, frames, key, on) => this.#trail(lines, frames, i, key, visible && on ? shown.trail : 0);
       trail(object.trail, first, 'raw', shown.raw);
       trail(object.filteredTrail, first, 'filtered', shown.filtered);
-      if (trail(object.truth, first, 'truth', shown.truth)) object.truth.computeLineDistances();
+      if (trail(object.truth, first, 'truth', shown.truth) && this.renderer !== this.flat) object.truth.computeLineDistances();
       if (second) trail(object.secondTrail, second, 'raw', true);
     });
     this.touch();
@@ -296,7 +351,7 @@ export class SceneView {
     this.#empty(this.ray);
     if (ends)
       this.ray.add(lineThrough(ends.map(vector), new LineBasicMaterial({ color: new Color(styleOf(color)) })));
-    this.touch();
+    this.#change();
   }
 
   #click(event) {
@@ -327,6 +382,7 @@ export class SceneView {
   render() {
     if (!this.#dirty) return false;
     this.#dirty = false;
+    if (this.rig && !this.#chosen) this.#chooseRenderer();
     this.renderer.render(this.scene, this.camera);
     return true;
   }
