@@ -4,9 +4,12 @@ namespace CLI {
 class App;
 }
 
-// One function per subcommand, each in a source file of its own name. It declares the subcommand's
+// Each subcommand is a function in a source file of its own name. It declares the subcommand's
 // options and, as the callback, what runs when it was chosen. What goes wrong is thrown.
 namespace algtrack {
+
+/// Adds the subcommands that this build has.
+void addCommands(CLI::App& app);
 
 void addSimulateCommand(CLI::App& app);
 void addReplayCommand(CLI::App& app);
@@ -17,6 +20,8 @@ void addReportCommand(CLI::App& app);
 void addRepairCommand(CLI::App& app);
 void addRigCommand(CLI::App& app);
 void addBodyCommand(CLI::App& app);
+void addExportCommand(CLI::App& app);
+void addStreamCommand(CLI::App& app);
 void addViewCommand(CLI::App& app);
 
 /// A subcommand of `calibration`.

@@ -1,7 +1,7 @@
 // Writes a recording in the formats of other programs.
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/stream/McapExport.h>
-#include <tools/algtrack/StreamCommands.h>
+#include <tools/algtrack/Commands.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 #include <tools/algtrack/terminal/Progress.h>
 

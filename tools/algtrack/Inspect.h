@@ -4,6 +4,7 @@
 #include <alg_kit/analysis/CrossCheck.h>
 #include <alg_kit/analysis/Moment.h>
 #include <alg_kit/recording/Recording.h>
+#include <tools/algtrack/MomentJson.h>
 #include <tools/algtrack/terminal/Json.h>
 #include <tools/algtrack/terminal/Table.h>
 
@@ -29,12 +30,6 @@ void inspectObject(const InspectOptions& options);
 
 /// One packet: every byte, or with `explain` what became of every object and blob.
 void inspectPacket(const InspectOptions& options);
-
-/// {"packet": 450, "call": 1804, "time_s": 5.0}
-Json momentJson(const analysis::Moment& moment);
-
-/// {"from_s": null, "to_s": 7.0}
-Json rangeJson(const analysis::TimeRange& range);
 
 /// {"compared": 450, "equal": 450, "first_difference": null}
 Json crossCheckJson(const analysis::CrossCheck& check);

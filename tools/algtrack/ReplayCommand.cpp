@@ -10,7 +10,7 @@
 #include <alg_kit/session/Player.h>
 #include <alg_kit/session/TimedAlg.h>
 #include <tools/algtrack/Commands.h>
-#include <tools/algtrack/Inspect.h>
+#include <tools/algtrack/MomentJson.h>
 #include <tools/algtrack/PartialRecording.h>
 #include <tools/algtrack/SharedLibrary.h>
 #include <tools/algtrack/TrackExport.h>

@@ -1,7 +1,6 @@
 // algtrack: simulate, record, replay, inspect, calibrate, report. Registers the subcommands and
 // turns whatever they throw into one line on stderr and an exit status.
 #include <tools/algtrack/Commands.h>
-#include <tools/algtrack/StreamCommands.h>
 #include <tools/algtrack/terminal/CommandLine.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Help.h>
@@ -48,22 +47,7 @@ int main(int argc, char** argv) {
   app.set_version_flag("-V,--version", ALG_FACTORY_VERSION);
   app.formatter(std::make_shared<algtrack::Help>());
   app.require_subcommand(1);
-  algtrack::addSimulateCommand(app);
-  algtrack::addReplayCommand(app);
-  algtrack::addInspectCommand(app);
-  algtrack::addCalibrationCommand(app);
-  algtrack::addTracksCommand(app);
-  algtrack::addReportCommand(app);
-  algtrack::addRepairCommand(app);
-  algtrack::addRigCommand(app);
-  algtrack::addBodyCommand(app);
-  algtrack::addExportCommand(app);
-#if defined(ALGTRACK_STREAMS)
-  algtrack::addStreamCommand(app);
-#endif
-#if defined(ALGTRACK_VIEWER)
-  algtrack::addViewCommand(app);
-#endif
+  algtrack::addCommands(app);
 
   algtrack::heedInterrupts();
   try {
