@@ -90,7 +90,15 @@ class Bounder {
       if (n > 0) move(state, strengths[n], path[n]);
       before[n] = state;
       const double error2 = see(state, seen[n], strengths[n]);
-      if (n >= first && n < last) online_ += error2;
+      if (n < first || n >= last) continue;
+      online_ += error2;
+      MotionState later = state;
+      std::size_t at = n;
+      while (at < std::min(n + kFramesAhead, path.size() - 1)) {
+        ++at;
+        move(later, strengths[at], path[at]);
+      }
+      ahead_ += later.pp.trace() + 3 * strengths[at].tremor2;
     }
     state = estimate::firstState(path.back(), Matrix3d::Identity() * 1e6);
     for (std::size_t n = path.size(); n-- > 0;) {
@@ -110,7 +118,7 @@ class Bounder {
   }
 
   EstimationBound result() const {
-    return {std::sqrt(online_ / count_), std::sqrt(smoothed_ / count_)};
+    return {std::sqrt(online_ / count_), std::sqrt(ahead_ / count_), std::sqrt(smoothed_ / count_)};
   }
 
  private:
@@ -147,7 +155,7 @@ class Bounder {
   const estimate::PixelEquations equations_;
   const double noise_;
   const estimate::Step step_;
-  double online_ = 0, smoothed_ = 0, count_ = 0;
+  double online_ = 0, ahead_ = 0, smoothed_ = 0, count_ = 0;
 };
 
 }  // namespace

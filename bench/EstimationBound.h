@@ -3,11 +3,16 @@
 
 #include <sim/Simulator.h>
 
+#include <cstddef>
+
 namespace bench {
+
+constexpr std::size_t kFramesAhead = 3;
 
 /// Root mean squares over all objects and frames, mm.
 struct EstimationBound {
   double online = 0;    ///< from all frames up to the moment
+  double ahead = 0;     ///< kFramesAhead later
   double smoothed = 0;  ///< from all frames
 };
 

@@ -11,6 +11,7 @@ constexpr std::size_t kMostPathPoints = 3000;
 // The envelopes, in the order of the columns.
 constexpr std::size_t kRaw = 0, kFiltered = 3, kTruth = 6;
 constexpr std::size_t kRawError = 9, kFilteredError = 10, kEpipolar = 11, kRayGap = 12;
+constexpr std::size_t kSmoothed = 13, kEstimatedError = 16, kSmoothedError = 17;
 constexpr std::size_t kSeen = 0, kAbsent = 1;
 
 }  // namespace
@@ -24,6 +25,18 @@ ObjectTally::ObjectTally(int object, std::size_t place, const ReportRules& rules
       path_(kMostPathPoints, rules.bridgeS),
       truePath_(kMostPathPoints, rules.bridgeS) {
   numbers_.object = object;
+}
+
+void ObjectTally::Alternative::add(const Place& raw, const Place& place, const Place& truth,
+                                   float errorMm) {
+  error.add(static_cast<double>(errorMm));
+  knownRest.add(raw, place, truth);
+  suspectedRest.add(raw, place, truth);
+  lag.add(raw, place);
+}
+
+AlternativeNumbers ObjectTally::Alternative::get(bool restKnown) const {
+  return {error.get(), (restKnown ? knownRest : suspectedRest).filtered(), lag.get()};
 }
 
 void ObjectTally::addGap(const std::optional<Gap>& gap) {
@@ -87,6 +100,8 @@ void ObjectTally::closeRow(const Moment& at, Columns& columns, Events<JumpEvent>
   if (hasTruth_) knownRest_.add(row.raw, row.filtered, row.truth);
   suspectedRest_.add(row.raw, row.filtered, row.truth);
   lag_.add(row.raw, row.ahead ? nowhere() : row.filtered);
+  estimated_.add(row.raw, row.estimated, row.truth, row.estimatedError);
+  smoothed_.add(row.raw, row.smoothed, row.truth, row.smoothedError);
   if (isSomewhere(row.raw)) path_.add(at.seconds, row.raw);
   if (isSomewhere(row.truth)) truePath_.add(at.seconds, row.truth);
   drawRow(columns);
@@ -98,10 +113,13 @@ void ObjectTally::drawRow(Columns& columns) {
   for (std::size_t axis = 0; axis < kAxes; ++axis) {
     columns.add(first + kRaw + axis, axisOf(row.raw, axis));
     columns.add(first + kFiltered + axis, axisOf(row.filtered, axis));
+    columns.add(first + kSmoothed + axis, axisOf(row.smoothed, axis));
     columns.add(first + kTruth + axis, axisOf(row.truth, axis));
   }
   columns.add(first + kRawError, static_cast<double>(row.rawError));
   columns.add(first + kFilteredError, static_cast<double>(row.filteredError));
+  columns.add(first + kEstimatedError, static_cast<double>(row.estimatedError));
+  columns.add(first + kSmoothedError, static_cast<double>(row.smoothedError));
   columns.add(first + kEpipolar, static_cast<double>(row.epipolar));
   columns.add(first + kRayGap, static_cast<double>(row.rayGap));
   if (row.presence == Presence::kSeen) columns.count(place_ * kCounts + kSeen);
@@ -124,6 +142,8 @@ ObjectNumbers ObjectTally::numbers() const {
   numbers.rawJitterMm = rest.raw();
   numbers.filteredJitterMm = rest.filtered();
   numbers.lag = lag_.get();
+  numbers.estimated = estimated_.get(truthSeen_);
+  numbers.smoothed = smoothed_.get(truthSeen_);
   return numbers;
 }
 
@@ -133,10 +153,13 @@ ObjectCurves ObjectTally::curves(const Columns& columns) const {
   for (std::size_t axis = 0; axis < kAxes; ++axis) {
     curves.raw[axis] = columns.envelope(first + kRaw + axis);
     curves.filtered[axis] = columns.envelope(first + kFiltered + axis);
+    curves.smoothed[axis] = columns.envelope(first + kSmoothed + axis);
     curves.truth[axis] = columns.envelope(first + kTruth + axis);
   }
   curves.rawError = columns.envelope(first + kRawError);
   curves.filteredError = columns.envelope(first + kFilteredError);
+  curves.estimatedError = columns.envelope(first + kEstimatedError);
+  curves.smoothedError = columns.envelope(first + kSmoothedError);
   curves.epipolar = columns.envelope(first + kEpipolar);
   curves.rayGap = columns.envelope(first + kRayGap);
   curves.seen = columns.counts(place_ * kCounts + kSeen);

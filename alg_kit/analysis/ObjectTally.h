@@ -17,12 +17,16 @@ namespace analysis {
 /// calibration's translation).
 struct TrackRow {
   Presence presence = Presence::kNoSuchObject;
-  Place raw = nowhere();       ///< of the delivered block
-  Place filtered = nowhere();  ///< of the last answer before the next packet
-  bool ahead = false;          ///< ... which was asked for a later moment
+  Place raw = nowhere();        ///< of the delivered block
+  Place filtered = nowhere();   ///< of the last answer before the next packet
+  bool ahead = false;           ///< ... which was asked for a later moment
+  Place estimated = nowhere();  ///< live, in the packets that delivered the object
+  Place smoothed = nowhere();   ///< likewise, by what came before and after
   Place truth = nowhere();
   float rawError = std::numeric_limits<float>::quiet_NaN();  ///< mm; NaN = unknown
   float filteredError = std::numeric_limits<float>::quiet_NaN();
+  float estimatedError = std::numeric_limits<float>::quiet_NaN();
+  float smoothedError = std::numeric_limits<float>::quiet_NaN();
   float epipolar = std::numeric_limits<float>::quiet_NaN();  ///< px; the largest of its pairs
   float rayGap = std::numeric_limits<float>::quiet_NaN();    ///< mm; likewise
   bool visible = false;  ///< a marker was reported by both cameras (truth)
@@ -33,7 +37,7 @@ struct TrackRow {
 class ObjectTally {
  public:
   /// The envelopes and counts that an object has in the columns.
-  static constexpr std::size_t kEnvelopes = 13;
+  static constexpr std::size_t kEnvelopes = 18;
   static constexpr std::size_t kCounts = 2;
 
   /// @param place  among the objects of the columns
@@ -75,6 +79,15 @@ class ObjectTally {
   std::optional<Outlier> trueOutlier_;  ///< the worst one of the run that goes on
   JitterMeter knownRest_{true}, suspectedRest_{false};
   LagMeter lag_;
+  struct Alternative {
+    void add(const Place& raw, const Place& place, const Place& truth, float errorMm);
+    AlternativeNumbers get(bool restKnown) const;
+
+    RunningDistribution error;
+    JitterMeter knownRest{true}, suspectedRest{false};
+    LagMeter lag;
+  };
+  Alternative estimated_, smoothed_;
   ThinnedPath path_, truePath_;
 };
 

@@ -18,8 +18,8 @@ using PlaceCurves = std::array<Envelope, kAxes>;
 using Path = std::vector<Place>;
 
 struct ObjectCurves {
-  PlaceCurves raw, filtered, truth;
-  Envelope rawError, filteredError, epipolar, rayGap;
+  PlaceCurves raw, filtered, smoothed, truth;
+  Envelope rawError, filteredError, estimatedError, smoothedError, epipolar, rayGap;
   std::vector<std::int32_t> seen, absent;  ///< packets
   Path path, truePath;
 };

@@ -3,6 +3,7 @@
 #include <alg_factory/api/Constants.h>
 #include <alg_kit/analysis/Answers.h>
 #include <alg_kit/analysis/CheckByte.h>
+#include <alg_kit/analysis/EstimatedPlaces.h>
 #include <alg_kit/analysis/ObjectTally.h>
 #include <alg_kit/analysis/RecordingSurvey.h>
 #include <alg_kit/analysis/TruthTrack.h>
@@ -90,10 +91,13 @@ class MessageTally {
 class Gatherer {
  public:
   Gatherer(const recording::RecordingReader& reader, const ReportRules& rules,
-           const ReportRange& range, const std::vector<int>& objects, std::int64_t firstNs)
+           const ReportRange& range, const std::vector<int>& objects, std::int64_t firstNs,
+           double frameRate)
       : range_(range),
         truth_(reader.hasTruth() ? std::optional(reader.truthRows()) : std::nullopt, firstNs),
         firstNs_(firstNs),
+        live_(frameRate),
+        smoothed_(reader, frameRate),
         columns_(objects.size() * ObjectTally::kEnvelopes, objects.size() * ObjectTally::kCounts,
                  kMostColumns),
         swapFinder_(objects.size(), reader.hasTruth()) {
@@ -109,6 +113,7 @@ class Gatherer {
     const double seconds = secondsOf(call);
     if (call.kind == CallKind::kInit) productType_ = call.type;
     if (call.kind == CallKind::kSetFilterMode && call.type == 0) filterMode_ = call.mode;
+    live_.add(call);
     const trace::PacketTrace* const packet = trace_.feed(call);
     if (packet != nullptr) views_.add(*packet, seconds);
     const auto* const block = entry.blocks.empty() ? nullptr : &entry.blocks.back().block;
@@ -194,7 +199,10 @@ class Gatherer {
       stampedReports_ += packet->status == hid::DecodeStatus::kBadCheck ? 1 : 0;
     const bool corrupt = packet != nullptr && deviceCheckByteRight(call, *packet) == false;
     worst_.add(at_, productType_, block, truth_.rows(), corrupt);
-    for (ObjectTally& tally : tallies_) fillRow(tally, block);
+    for (ObjectTally& tally : tallies_) {
+      fillRow(tally, block);
+      addEstimates(tally, call.index);
+    }
     if (packet != nullptr) addPairs(*packet);
   }
 
@@ -212,6 +220,18 @@ class Gatherer {
       row.truth = placeOf(*truth);
       row.rawError = errorOf(row.raw, *truth);
       row.visible = truth->visible;
+    }
+  }
+
+  /// In the packets that delivered the object, so that all are compared over the same.
+  void addEstimates(ObjectTally& tally, std::int64_t call) {
+    TrackRow& row = tally.row;
+    if (row.presence != Presence::kSeen) return;
+    row.estimated = live_.at(tally.object());
+    row.smoothed = smoothed_.at(call, tally.object());
+    if (const TruePlace* const truth = truth_.at(static_cast<std::size_t>(tally.object()))) {
+      row.estimatedError = errorOf(row.estimated, *truth);
+      row.smoothedError = errorOf(row.smoothed, *truth);
     }
   }
 
@@ -400,6 +420,8 @@ class Gatherer {
   std::int64_t firstNs_;
   trace::PipelineTrace trace_;
   calibration::RecordedViews views_;
+  LivePlaces live_;
+  SmoothedPlaces smoothed_;
   int productType_ = 0;
   int filterMode_ = algorithm::kFilterOff;
   std::uint32_t stamp_ = 0;   ///< of the latest stamped packet, microseconds
@@ -472,7 +494,7 @@ Report makeReport(const recording::RecordingReader& reader, const ReportRules& r
   const std::vector<int> objects = objectsIn(reader, range);
   Entry entry;
   const std::int64_t firstNs = reader.entries().next(entry) ? entry.call.startNs : 0;
-  Gatherer gatherer(reader, rules, range, objects, firstNs);
+  Gatherer gatherer(reader, rules, range, objects, firstNs, frameRateOf(reader));
   {
     const std::int64_t total = reader.callCount();
     std::int64_t calls = 0;

@@ -85,13 +85,22 @@ struct AnswerNumbers {
   std::int64_t ahead = 0;     ///< ... for a moment behind the packet's
 };
 
+/// What another way to get positions out of the same light gives, in the packets that delivered the
+/// object.
+struct AlternativeNumbers {
+  Distribution errorMm;
+  Jitter jitterMm;
+  std::optional<Lag> lag;  ///< behind the raw positions
+};
+
 struct ObjectNumbers {
   int object = 0;
   PresenceNumbers presence;
   Distribution rawErrorMm, filteredErrorMm, epipolarPx, rayGapMm;
   bool restKnownFromTruth = false;
   Jitter rawJitterMm, filteredJitterMm;
-  std::optional<Lag> lag;  ///< of the filtered positions behind the raw ones
+  std::optional<Lag> lag;                  ///< of the filtered positions behind the raw ones
+  AlternativeNumbers estimated, smoothed;  ///< by estimate::Estimator and estimate::Smoother
   std::int64_t jumps = 0, outliers = 0;
   std::int64_t held = 0;       ///< packets in which a jump or ratio test kept the old place
   std::int64_t notFinite = 0;  ///< delivered positions that are no numbers

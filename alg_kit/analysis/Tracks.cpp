@@ -1,9 +1,9 @@
+#include <alg_kit/analysis/EstimatedPlaces.h>
 #include <alg_kit/analysis/Tracks.h>
 
 #include <alg_factory/api/Constants.h>
 #include <alg_kit/estimate/Smoother.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -19,27 +19,9 @@ using session::CallKind;
 using session::Entry;
 
 constexpr double kNanosecond = 1e-9;
-constexpr double kUsualRate = 90;  // Hz, where the recording does not say
 
 bool isPacket(const Call& call) {
   return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
-}
-
-/// The median distance of packets: lost ones and bursts do not move it.
-double frameRateOf(const recording::RecordingReader& reader) {
-  std::vector<std::int64_t> distances;
-  std::optional<std::int64_t> last;
-  auto entries = reader.entries();
-  Entry entry;
-  while (entries.next(entry)) {
-    if (!isPacket(entry.call)) continue;
-    if (last && entry.call.startNs > *last) distances.push_back(entry.call.startNs - *last);
-    last = entry.call.startNs;
-  }
-  if (distances.empty()) return kUsualRate;
-  const auto middle = distances.begin() + static_cast<std::ptrdiff_t>(distances.size() / 2);
-  std::nth_element(distances.begin(), middle, distances.end());
-  return 1 / (static_cast<double>(*middle) * kNanosecond);
 }
 
 /// What one Init began.

@@ -168,46 +168,45 @@ void Smoother::State::smoothBetween(int object, std::size_t from, std::size_t to
          !frameOf(stretch.elapsed.size() - 1).used[1].any())
     stretch.elapsed.pop_back();  // after the last sighting there is nothing to smooth
 
-  const auto markerAt = [&](const Seen& f, int marker, const Vector3d& at) {
-    return equations.information(f.used[marker], at, noise);
+  // The equations are straight near the true place only. The track was near it; a filter that comes
+  // from the future, out of a gap, may not be.
+  const auto markerOf = [&](const Seen& f, int marker) {
+    const Vector3d toMarker = marker == 0 ? Vector3d(-f.offset) : f.offset;
+    return equations.information(f.used[marker], f.centre + toMarker, noise);
   };
-  const auto pairAt = [&](const Seen& f, const Vector3d& centre,
-                          const Vector3d& offset) -> std::optional<MiddleAndOffset> {
+  const auto pairOf = [&](const Seen& f) -> std::optional<MiddleAndOffset> {
     if (!f.used[0].any() || !f.used[1].any()) return std::nullopt;
-    const auto first = markerAt(f, 0, centre - offset), second = markerAt(f, 1, centre + offset);
+    const auto first = markerOf(f, 0), second = markerOf(f, 1);
     if (!first || !second) return std::nullopt;
     return middleAndOffset(*first, *second);
   };
   using See = std::optional<PositionInformation>;
-  std::vector<Estimate> offsets(two ? frames.size() : 0);
-  std::vector<MotionState> offsetStates(offsets.size());
+  std::vector<MotionState> offsetStates(two ? frames.size() : 0);
   if (two) {
-    stretch.see = [&](std::size_t k, const Vector3d& at) -> See {
-      const auto seen = pairAt(frameOf(k), frameOf(k).centre, at);
+    stretch.see = [&](std::size_t k) -> See {
+      const auto seen = pairOf(frameOf(k));
       return seen ? See(seen->offset) : std::nullopt;
     };
     stretch.start = [&](std::size_t k) {
-      const Seen& f = frameOf(k);
-      const auto seen = pairAt(f, f.centre, f.offset);
+      const auto seen = pairOf(frameOf(k));
       return firstState(seen->offset.at, seen->offset.weight.inverse());
     };
     smoothStretch(stretch, models,
                   [&](std::size_t k, const MotionState& state, bool) { offsetStates[k] = state; });
   }
-  stretch.see = [&](std::size_t k, const Vector3d& at) -> See {
+  stretch.see = [&](std::size_t k) -> See {
     const Seen& f = frameOf(k);
     if (!f.used[0].any() && !f.used[1].any()) return std::nullopt;
-    if (!two) return markerAt(f, 0, at);
-    const Vector3d& offset = offsetStates[k].p;
-    if (const auto seen = pairAt(f, at, offset)) return seen->middle;
+    if (!two) return markerOf(f, 0);
+    if (const auto seen = pairOf(f)) return seen->middle;
     const int marker = f.used[0].any() ? 0 : 1;
-    const Vector3d toMiddle = marker == 0 ? offset : Vector3d(-offset);
-    const auto one = markerAt(f, marker, at - toMiddle);
-    return one ? See(ofMiddle(*one, toMiddle, at)) : std::nullopt;
+    const auto one = markerOf(f, marker);
+    if (!one) return std::nullopt;
+    const Vector3d& offset = offsetStates[k].p;
+    return ofMiddle(*one, marker == 0 ? offset : Vector3d(-offset), f.centre);
   };
   stretch.start = [&](std::size_t k) {
-    const Vector3d& at = frameOf(k).centre;
-    const auto information = stretch.see(k, at);
+    const auto information = stretch.see(k);
     const Matrix3d covariance = information->weight.inverse();
     return firstState(information->at + covariance * information->pull, covariance);
   };

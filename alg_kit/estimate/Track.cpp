@@ -17,11 +17,13 @@ constexpr int kMostRefused = 3;  // frames in a row that begin the track anew
 /// Seconds without light after which one camera's alone does not bring the object back: by then it
 /// may be anywhere in a good part of the image, and strays are there too.
 constexpr double kBlind = 0.1;
+/// Of the distance: the deviation along the ray beyond which one camera's light is not used. Its
+/// equations, straight at a depth that is only guessed, would lead astray.
+constexpr double kBlurred = 0.05;
 constexpr double kFirstSpeed = 1000;    // mm/s, standard deviation per axis at the beginning
 constexpr double kFirstChange = 10000;  // mm/s^2
 constexpr double kLargeStep = 0.01;     // of the distance: linearise again
-constexpr int kMostSteps = 3;
-constexpr std::size_t kMostTried = 8;            // candidates per camera for a beginning
+constexpr std::size_t kMostTried = 8;   // candidates per camera for a beginning
 constexpr double kSmallest = 5, kLargest = 500;  // mm, length of the two-point object
 constexpr double kUsualLength = 200;  // mm, beyond which two markers hardly belong together
 
@@ -66,7 +68,8 @@ Outcome Track::feed(double now, double elapsed, const ObjectCandidates& candidat
   const bool seen = candidates[kLeft].size() > 0 || candidates[kRight].size() > 0;
   if (!seen) return {Refusal::kNotSeen};
   if (!state_.alive) return begin(now, candidates);
-  blind_ = now - state_.lastSeen > kBlind;
+  if (twoPoint_ && !offsetIsKnown()) return begin(now, candidates);
+  blind_ = now - state_.lastSeen > kBlind || isBlurred();
   const Outcome outcome = twoPoint_ ? followTwo(candidates) : followOne(candidates);
   if (outcome.refusal == Refusal::kNone) {
     state_.lastSeen = now;
@@ -74,11 +77,13 @@ Outcome Track::feed(double now, double elapsed, const ObjectCandidates& candidat
     if (outcome.cameras == 2) state_.lastPair = now;
     ++accepted_;
     state_.confirmed = true;
-    refused_ = 0;
-    return outcome;
+    if (!outcome.pairElsewhere) {
+      refused_ = 0;
+      return outcome;
+    }
   }
   // A track that its object has left: where a pair keeps being elsewhere, the object is there.
-  if (outcome.refusal != Refusal::kOffTrack) return outcome;
+  if (outcome.refusal != Refusal::kOffTrack && !outcome.pairElsewhere) return outcome;
   ++refused_;
   if (accepted_ >= kTrial && refused_ < kMostRefused) return outcome;
   const TrackState before = state_;
@@ -106,18 +111,30 @@ void Track::end() {
   accepted_ = refused_ = 0;
 }
 
-/// At `at`, or nearer to the truth where that is far: the equations are not straight.
+/// Bridged for long, the offset leaves the lengths that an object can have.
+bool Track::offsetIsKnown() const {
+  const InteractingModels::Place place = state_.offset.place();
+  constexpr double kMost = kLargest / 2;
+  return place.p.norm() < kMost && place.pp.trace() < kMost * kMost;
+}
+
+bool Track::isBlurred() const {
+  const InteractingModels::Place place = state_.centre.place();
+  const double distance2 = place.p.squaredNorm();
+  return place.p.dot(place.pp * place.p) > kBlurred * kBlurred * distance2 * distance2;
+}
+
+/// At `at` or, where the pair meets far from there, where it meets: the equations are not straight.
 std::optional<PositionInformation> Track::informationAt(const Sighting& sighting,
                                                         const Vector3d& at) const {
-  auto information = equations_.information(sighting, at, settings_.noise);
-  for (int step = 0; sighting.both() && information && step < kMostSteps; ++step) {
+  const auto information = equations_.information(sighting, at, settings_.noise);
+  if (!sighting.both()) return information;
+  if (information) {
     const Vector3d change = information->weight.inverse() * information->pull;
-    if (!(change.squaredNorm() > kLargeStep * kLargeStep * information->at.squaredNorm())) break;
-    const auto nearer = equations_.information(sighting, information->at + change, settings_.noise);
-    if (!nearer) break;
-    information = nearer;
+    if (change.squaredNorm() <= kLargeStep * kLargeStep * at.squaredNorm()) return information;
   }
-  return information;
+  const auto meeting = equations_.triangulate(sighting);
+  return meeting ? equations_.information(sighting, *meeting, settings_.noise) : information;
 }
 
 Outcome Track::followOne(const ObjectCandidates& candidates) {
@@ -170,6 +187,7 @@ Outcome Track::correctCentre(const Sighting& sighting) {
   if (left == right) return outcome;
   const int camera = left ? kLeft : kRight;
   state_.centre.correct(*one[camera], kGate2);
+  outcome.pairElsewhere = outcome.refusal == Refusal::kOffTrack;
   outcome.refusal = Refusal::kNone;
   outcome.value = distance2[camera];
   outcome.cameras = 1;

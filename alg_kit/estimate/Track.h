@@ -28,7 +28,9 @@ struct Outcome {
   /// By how much the rays of a pair miss each other, squared, in px^2: the blobs' noise and nothing
   /// else. Below 0 = no pair.
   double raysMiss2 = -1;
-  Sighting used[2];    ///< by marker
+  Sighting used[2];  ///< by marker
+  /// One camera's light was used, although the pair agrees on another place.
+  bool pairElsewhere = false;
   bool began = false;  ///< the track begins (anew) with this frame
 };
 
@@ -68,6 +70,8 @@ class Track {
   Outcome followOne(const ObjectCandidates& candidates);
   Outcome followTwo(const ObjectCandidates& candidates);
   Outcome correctCentre(const Sighting& sighting);
+  bool offsetIsKnown() const;
+  bool isBlurred() const;
   Outcome begin(double now, const ObjectCandidates& candidates);
   std::optional<PositionInformation> informationAt(const Sighting& sighting,
                                                    const Eigen::Vector3d& at) const;
@@ -77,7 +81,7 @@ class Track {
   const bool twoPoint_;
   TrackState state_;
   int accepted_ = 0;    ///< frames used since the track began
-  bool blind_ = false;  ///< without light for too long to trust one camera's
+  bool blind_ = false;  ///< the place is too uncertain to trust one camera's light
   int refused_ = 0;     ///< frames in a row with a pair that fits no track
 };
 

@@ -7,11 +7,12 @@
 namespace estimate {
 namespace {
 
-using Eigen::Vector3d;
 using Vector9d = Eigen::Matrix<double, 9, 1>;
 using Matrix9d = Eigen::Matrix<double, 9, 9>;
 
 constexpr double kGate2 = 36;
+constexpr double kLost = 500;  // mm; one camera's light does not lead back from worse than this
+constexpr int kPair = 4;       // numbers of a measurement by both cameras
 
 /// @param direction  1, or -1 for a filter that runs backwards: its velocity points the other way
 void unpack(const MotionState& s, double direction, Vector9d& mean, Matrix9d& covariance) {
@@ -33,6 +34,10 @@ MotionState packed(const Vector9d& mean, const Matrix9d& covariance) {
   s.va = covariance.block<3, 3>(3, 6);
   s.aa = covariance.block<3, 3>(6, 6);
   return s;
+}
+
+bool isLost(const Eigen::Matrix3d& covariance) {
+  return !(covariance.trace() < kLost * kLost);
 }
 
 struct Meeting {
@@ -96,8 +101,9 @@ void smoothStretch(const Stretch& stretch, const ModelSet& set, const StretchTak
   const std::size_t frames = stretch.elapsed.size();
   if (frames == 0) return;
   const auto correct = [&](InteractingModels& filter, std::size_t k) {
-    const auto seen = stretch.see(k, filter.position());
-    if (seen) filter.correct(*seen, kGate2);
+    const auto seen = stretch.see(k);
+    if (seen && (seen->numbers >= kPair || !isLost(filter.place().pp)))
+      filter.correct(*seen, kGate2);
   };
 
   // The filter from the past before every frame's sighting: kept at the beginning of each block,
@@ -151,16 +157,11 @@ void smoothStretch(const Stretch& stretch, const ModelSet& set, const StretchTak
       }
     }
     std::optional<PositionInformation> seen;
-    if (!frameIsIn) {
-      Vector3d at = states[0].p;
-      double most = logWeights[0];
-      for (int m = 1; m < kModels; ++m)
-        if (logWeights[m] > most) {
-          most = logWeights[m];
-          at = states[m].p;
-        }
-      seen = stretch.see(k, at);
-    }
+    if (!frameIsIn) seen = stretch.see(k);
+    if (seen && seen->numbers < kPair &&
+        std::all_of(states.begin(), states.end(),
+                    [](const MotionState& state) { return isLost(state.pp); }))
+      seen.reset();
     MotionState smoothed;
     const bool used = takeIn(states, logWeights, seen, set, smoothed);
     take(k, smoothed, used || frameIsIn);

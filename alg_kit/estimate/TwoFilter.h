@@ -16,8 +16,8 @@ struct Stretch {
   std::vector<double> elapsed;  ///< seconds from the frame before; [0] is not read
   std::size_t lastStart = 0;
 
-  /// What frame k says of the position, linearised at `at`; none = nothing.
-  std::function<std::optional<PositionInformation>(std::size_t k, const Eigen::Vector3d& at)> see;
+  /// What frame k says of the position; none = nothing.
+  std::function<std::optional<PositionInformation>(std::size_t k)> see;
   /// Where a filter begins, from frame k alone.
   std::function<MotionState(std::size_t k)> start;
 };

@@ -135,13 +135,19 @@ ordered_json jsonOf(const analysis::ObjectNumbers& object,
   json["object"] = object.object;
   json["presence"] = jsonOf(object.presence, recording.hasTruth);
   json["error_mm"] = {{"raw", jsonOf(object.rawErrorMm)},
-                      {"filtered", jsonOf(object.filteredErrorMm)}};
+                      {"filtered", jsonOf(object.filteredErrorMm)},
+                      {"estimated", jsonOf(object.estimated.errorMm)},
+                      {"smoothed", jsonOf(object.smoothed.errorMm)}};
   json["epipolar_px"] = jsonOf(object.epipolarPx);
   json["ray_gap_mm"] = jsonOf(object.rayGapMm);
   json["jitter_mm"] = {{"rest_known_from_truth", object.restKnownFromTruth},
                        {"raw", jsonOf(object.rawJitterMm)},
-                       {"filtered", jsonOf(object.filteredJitterMm)}};
+                       {"filtered", jsonOf(object.filteredJitterMm)},
+                       {"estimated", jsonOf(object.estimated.jitterMm)},
+                       {"smoothed", jsonOf(object.smoothed.jitterMm)}};
   json["lag"] = jsonOf(object.lag, recording.medianIntervalMs);
+  json["lag_estimated"] = jsonOf(object.estimated.lag, recording.medianIntervalMs);
+  json["lag_smoothed"] = jsonOf(object.smoothed.lag, recording.medianIntervalMs);
   json["jumps"] = object.jumps;
   json["outliers"] = object.outliers;
   json["held"] = object.held;
@@ -296,9 +302,12 @@ ordered_json jsonOf(const analysis::ReportCurves& curves) {
   for (const analysis::ObjectCurves& object : curves.objects)
     objects.push_back({{"raw", jsonOf(object.raw, shared)},
                        {"filtered", jsonOf(object.filtered, shared)},
+                       {"smoothed", jsonOf(object.smoothed, shared)},
                        {"truth", jsonOf(object.truth, shared)},
                        {"raw_error", jsonOf(object.rawError, shared)},
                        {"filtered_error", jsonOf(object.filteredError, shared)},
+                       {"estimated_error", jsonOf(object.estimatedError, shared)},
+                       {"smoothed_error", jsonOf(object.smoothedError, shared)},
                        {"epipolar", jsonOf(object.epipolar, shared)},
                        {"ray_gap", jsonOf(object.rayGap, shared)},
                        {"seen", object.seen},
