@@ -68,7 +68,6 @@ Outcome Track::feed(double now, double elapsed, const ObjectCandidates& candidat
   const bool seen = candidates[kLeft].size() > 0 || candidates[kRight].size() > 0;
   if (!seen) return {Refusal::kNotSeen};
   if (!state_.alive) return begin(now, candidates);
-  if (twoPoint_ && !offsetIsKnown()) return begin(now, candidates);
   blind_ = now - state_.lastSeen > kBlind || isBlurred();
   const Outcome outcome = twoPoint_ ? followTwo(candidates) : followOne(candidates);
   if (outcome.refusal == Refusal::kNone) {
@@ -101,7 +100,9 @@ void Track::pass(double now, double elapsed) {
     return;
   }
   state_.centre.predict(elapsed);
-  if (state_.hasOffset) state_.offset.predict(elapsed);
+  if (!state_.hasOffset) return;
+  state_.offset.predict(elapsed);
+  if (!offsetIsKnown()) end();
 }
 
 void Track::end() {

@@ -123,6 +123,34 @@ class ReportTest(AlgtrackCase):
                     math.dist(position, truth[key]) for key, position in answers.items()
                     if key[1] == object_id])
 
+    def test_estimated_and_smoothed_errors_are_those_of_the_tracks(self):
+        """Against `algtrack tracks`, in the packets that delivered the object."""
+        for product_type in (0, 1, 2):
+            name = f"r{product_type}"
+            self.simulate(name, "--noise", 0.05, "--dropouts", 0.02, "--seconds", 8,
+                          "--product-type", product_type)
+            truth = self.truth(name)
+            packets = self.packets(name)
+            delivered = {call: seen for call, _, seen in packets}
+            calls = {round(seconds, 6): call for call, seconds, _ in packets}
+            report = self.report(name)
+            for kind, options in (("estimated", []), ("smoothed", ["--smooth"])):
+                self.succeed("tracks", name, *options, "--jsonl", f"{name}.{kind}")
+                places = {}
+                with open(self.path(f"{name}.{kind}"), encoding="utf-8") as file:
+                    for line in file:
+                        row = json.loads(line)
+                        if row["kind"] == "track":
+                            places[calls[round(row["time_s"], 6)], row["object"]] = row["position"]
+                for entry in report["objects"]:
+                    errors = [math.dist(place, truth[call, object_id])
+                              for (call, object_id), place in places.items()
+                              if object_id == entry["object"] and object_id in delivered[call]]
+                    self.assert_spread(entry["error_mm"][kind], errors)
+                    self.assertLess(entry["error_mm"][kind]["rms"],
+                                    0.75 * entry["error_mm"]["raw"]["rms"])
+            self.assertLess(abs(report["objects"][0]["lag_smoothed"]["packets"]), 1)
+
     def test_epipolar_residual_and_ray_gap_are_those_of_the_pixel_noise(self):
         # Each blob's distance from its line is the sum of two errors of 0.05 px along one axis; the
         # mean of its size is sqrt(2 / pi) of that deviation. The rays pass each other by as much,

@@ -31,7 +31,8 @@ class ReportPageTest(AlgtrackCase):
                       "--strays", 0.5, "--splits", 0.05, "--loss", 0.01, "--corrupt", 0.01,
                       "--occlude", "1:4-5.5")
         # Per object x, y, z, error, residual and ray gap; three paths, presence, histogram.
-        self.check_page("walk.algrec", canvases=3 * 6 + 5)
+        self.check_page("walk.algrec", canvases=3 * 6 + 5,
+                        says=["What the same light could give", "Object 2, smoothed"])
 
     def test_a_long_recording_of_six_objects_at_rest(self):
         self.simulate("still.algrec", "--seconds", 60, "--noise", 0.05, "--scene", "still",

@@ -187,7 +187,9 @@ function visibility() {
 const kQuantities = [
   { label: 'Error', unit: 'mm', size: true, of: (o) => [
     { label: 'raw', color: '--raw', row: o.raw_error },
-    { label: 'filtered', color: '--filtered', row: o.filtered_error }] },
+    { label: 'filtered', color: '--filtered', row: o.filtered_error },
+    { label: 'estimated', color: '--estimated', row: o.estimated_error },
+    { label: 'smoothed', color: '--smoothed', row: o.smoothed_error }] },
   { label: 'Epipolar residual', unit: 'px', size: true, of: (o) => [
     { label: 'residual', color: '--raw', row: o.epipolar }] },
   { label: 'Ray gap', unit: 'mm', size: true, of: (o) => [
@@ -215,6 +217,7 @@ function objectCard(object, place) {
     const found = [
       { label: 'raw', color: '--raw', row: row.raw?.[axis] },
       { label: 'filtered', color: '--filtered', row: row.filtered?.[axis] },
+      { label: 'smoothed', color: '--smoothed', row: row.smoothed?.[axis] },
     ];
     const truth = { label: 'truth', color: '--truth', dash: [5, 4], row: row.truth?.[axis] };
     // On top it shows where it leaves the others; as a wide band it would hide them.
@@ -228,6 +231,8 @@ function objectCard(object, place) {
   const legend = element('div', { class: 'legend' },
     swatch('--raw', 'raw: as delivered'),
     row.filtered ? swatch('--filtered', 'filtered: the pose answer') : null,
+    row.estimated_error ? swatch('--estimated', 'estimated, live') : null,
+    row.smoothed ? swatch('--smoothed', 'smoothed, from before and after') : null,
     row.truth ? swatch('--truth', 'truth', true) : null,
     events.length ? swatch('--bad', 'jump, outlier or swap', true) : null);
   if (charts.length === 0)
@@ -285,8 +290,36 @@ function errors() {
     'A filtered position is compared with the truth of the moment that it was asked for.',
     table(['Object', ...kSpread], objects.flatMap(({ object, error_mm: error }) => [
       [`${objectName(object)}, raw`, ...spread(error.raw, 'mm')],
-      ...(error.filtered ? [[`${objectName(object)}, filtered`, ...spread(error.filtered, 'mm')]] : []),
+      ...['filtered', 'estimated', 'smoothed'].filter((kind) => error[kind]).map((kind) =>
+        [`${objectName(object)}, ${kind}`, ...spread(error[kind], 'mm')]),
     ])));
+}
+
+/** The same light, read in four ways. */
+function betterPositions() {
+  const ways = [
+    ['delivered', 'raw', () => null], ['answered', 'filtered', (o) => o.lag],
+    ['estimated', 'estimated', (o) => o.lag_estimated],
+    ['smoothed', 'smoothed', (o) => o.lag_smoothed],
+  ];
+  const lines = objects.flatMap((object) => {
+    const delivered = object.error_mm.raw?.rms;
+    return ways.filter(([, key]) => key === 'raw' || object.error_mm[key] || object.jitter_mm[key] ||
+      (key === 'filtered' ? object.lag : object[`lag_${key}`]))
+      .map(([name, key, lag]) => {
+        const error = object.error_mm[key];
+        return [`${objectName(object.object)}, ${name}`, number(error?.rms, 'mm'),
+          error && delivered ? number(error.rms / delivered) : '–', number(error?.p95, 'mm'),
+          number(object.jitter_mm[key]?.total, 'mm'), number(lag(object)?.ms, 'ms')];
+      });
+  });
+  return section('What the same light could give',
+    'Four ways to read the same blobs: delivered and answered by the library; estimated, by a ' +
+    'filter beside it that knows depth from across, live and without delay; smoothed, by all ' +
+    'that came before and after. In the packets that delivered the object. Error: root mean square' +
+    `${recording.has_truth ? '' : ' (not known, the recording holds no truth)'}; lag: behind the ` +
+    'delivered positions, found where the object moved.',
+    table(['', 'Error', 'of delivered', 'Error, 95 %', 'Jitter at rest', 'Lag'], lines));
 }
 
 function geometry() {
@@ -305,7 +338,7 @@ function geometry() {
 function jitter() {
   const known = objects.some((object) => object.jitter_mm.rest_known_from_truth);
   const lines = objects.flatMap(({ object, jitter_mm }) =>
-    ['raw', 'filtered'].filter((kind) => jitter_mm[kind]).map((kind) => {
+    ['raw', 'filtered', 'estimated', 'smoothed'].filter((kind) => jitter_mm[kind]).map((kind) => {
       const j = jitter_mm[kind];
       return [`${objectName(object)}, ${kind}`, count(j.windows),
         ...[j.x, j.y, j.z, j.total, j.largest].map((v) => number(v, 'mm'))];
@@ -461,7 +494,7 @@ function switchTheme() {
 
 document.title = `${recording.file} – tracking report`;
 const body = [
-  figures(), notices(), worstMoments(), paths(), visibility(), overTime(), errors(), smoothing(),
+  figures(), notices(), worstMoments(), paths(), visibility(), overTime(), betterPositions(), errors(), smoothing(),
   geometry(), jitter(), jumpsAndSwaps(), packetTimes(), messages(), about(),
 ];
 document.getElementById('report').append(...[header(), contents(), ...body].filter(Boolean));
