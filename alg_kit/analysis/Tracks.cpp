@@ -3,6 +3,7 @@
 
 #include <alg_factory/api/Constants.h>
 #include <alg_kit/estimate/Smoother.h>
+#include <alg_kit/recording/FrameRate.h>
 
 #include <cmath>
 #include <cstring>
@@ -85,7 +86,7 @@ class Stretch {
 
 double estimateTracks(const recording::RecordingReader& reader, const TrackOptions& options,
                       const TrackTaker& take) {
-  const double frameRate = frameRateOf(reader);
+  const double frameRate = recording::frameRateOf(reader);
   std::optional<Stretch> stretch;
   bool any = false;
   double noise = options.noise;

@@ -19,13 +19,18 @@ namespace bodies {
 /// id that do not overlap, nobody knows which is the marker: it counts as not seen.
 struct BodyFrame {
   std::int64_t call = 0;
+  int init = 0;     ///< number of the Init whose cameras saw it
   double time = 0;  ///< seconds since the recording's first call
+  /// Seconds since the frame before, by the device's stamps where it has them; 0 = it is the first,
+  /// or the device or its cameras began anew.
+  double elapsed = 0;
   std::array<estimate::Sighting, kMostMarkers> markers;  ///< by id
 };
 
 using FrameTaker = std::function<void(const BodyFrame&, const estimate::PixelEquations&)>;
 
-/// Every packet with a good check byte, in order, with the cameras of the latest Init.
+/// Every packet with a good check byte that is not late, in order, with the cameras of the latest
+/// Init.
 /// @throws recording::RecordingError; std::runtime_error, in one line, if there is no Init with a
 ///         calibration
 void readFrames(const recording::RecordingReader& reader, const FrameTaker& take);

@@ -1,5 +1,7 @@
 #include <alg_kit/bodies/BodyPose.h>
 
+#include <alg_kit/bodies/PoseInformation.h>
+
 #include <Eigen/Cholesky>
 #include <Eigen/Eigenvalues>
 #include <algorithm>
@@ -8,14 +10,10 @@
 namespace bodies {
 namespace {
 
-using Matrix6d = Eigen::Matrix<double, 6, 6>;
-using Vector6d = Eigen::Matrix<double, 6, 1>;
 using Eigen::Vector3d;
 
-constexpr int kMostSteps = 10;
+constexpr int kMostSteps = 40;
 constexpr double kPrecision = 1e-7;  // of a step: mm, radians
-// Squared standard deviations of a marker's two or four numbers: one marker in a million is beyond.
-constexpr double kMarkerMost = 33;
 
 /// What takes part in a fit.
 struct Taken {
@@ -57,10 +55,7 @@ RigidMotion beginning(const Body& body, const Taken& taken) {
 
 /// The equations of all pixels, linearised.
 struct Equations {
-  Matrix6d weight = Matrix6d::Zero();
-  Vector6d pull = Vector6d::Zero();
-  double misfit = 0;
-  int numbers = 0;
+  PoseInformation all;
   std::array<double, kMostMarkers> misfits{};
   bool good = true;
 };
@@ -78,13 +73,8 @@ Equations equationsAt(const Body& body, const BodyFrame& frame,
       result.good = false;
       return result;
     }
-    Eigen::Matrix<double, 3, 6> jacobian;  // of the marker's place
-    jacobian << Eigen::Matrix3d::Identity(), -skew(arm);
-    result.weight += jacobian.transpose() * fit->weight * jacobian;
-    result.pull += jacobian.transpose() * fit->pull;
+    result.all.add(arm, *fit);
     result.misfits[i] = fit->misfit;
-    result.misfit += fit->misfit;
-    result.numbers += fit->numbers;
   }
   return result;
 }
@@ -103,7 +93,7 @@ std::optional<Fitted> fit(const Body& body, const BodyFrame& frame,
   for (int step = 0; step < kMostSteps; ++step) {
     result.equations = equationsAt(body, frame, cameras, noise, taken, result.motion);
     if (!result.equations.good) return std::nullopt;
-    const Vector6d change = result.equations.weight.ldlt().solve(result.equations.pull);
+    const Vector6d change = result.equations.all.weight.ldlt().solve(result.equations.all.pull);
     if (!change.allFinite()) return std::nullopt;
     if (change.norm() < kPrecision) return result;
     result.motion = changedBy(result.motion, change);
@@ -111,16 +101,8 @@ std::optional<Fitted> fit(const Body& body, const BodyFrame& frame,
   return std::nullopt;
 }
 
-/// The squared misfit that one frame in a million of a body in shape is beyond (Wilson and
-/// Hilferty's approximation of chi-square).
-double mostMisfit(int freedom) {
-  constexpr double kNormal = 4.7534;  // one in a million of a normal number is beyond
-  const double spread = 2.0 / (9 * freedom);
-  return freedom * std::pow(1 - spread + kNormal * std::sqrt(spread), 3);
-}
-
 bool fits(const Equations& equations, std::size_t markers) {
-  if (equations.misfit > mostMisfit(equations.numbers - 6)) return false;
+  if (equations.all.misfit > mostMisfit(equations.all.numbers - 6)) return false;
   for (std::size_t i = 0; i < markers; ++i)
     if (equations.misfits[i] > kMarkerMost) return false;
   return true;
@@ -130,28 +112,42 @@ int usedOf(const Taken& taken) {
   return static_cast<int>(std::count(taken.marker.begin(), taken.marker.end(), true));
 }
 
-/// Leaves out the one marker without which the others fit best; false if that does not help.
-bool leaveOutOne(const Body& body, const BodyFrame& frame, const estimate::PixelEquations& cameras,
-                 double noise, Taken& taken, std::optional<Fitted>& fitted,
-                 std::array<MarkerEnd, kMostMarkers>& ends) {
-  std::optional<Fitted> best;
-  std::size_t out = 0;
+/// What is left of the markers when some are left out, and its fit.
+struct Rest {
+  Taken taken;
+  std::optional<Fitted> fitted;
+};
+
+void keepBetter(const Body& body, const BodyFrame& frame, const estimate::PixelEquations& cameras,
+                double noise, const Taken& without, Rest& best) {
+  if (!begins(body, without)) return;
+  const auto attempt = fit(body, frame, cameras, noise, without);
+  if (!attempt ||
+      (best.fitted && best.fitted->equations.all.misfit <= attempt->equations.all.misfit))
+    return;
+  best.taken = without;
+  best.fitted = attempt;
+}
+
+/// Leaves out the one marker without which the others fit best or, where that is not enough and
+/// `two`, the two: markers that were swapped spoil every fit that has one of them.
+Rest leftOut(const Body& body, const BodyFrame& frame, const estimate::PixelEquations& cameras,
+             double noise, const Taken& taken, bool two) {
+  Rest best;
+  Taken without = taken;
   for (std::size_t i = 0; i < body.markers.size(); ++i) {
     if (!taken.marker[i]) continue;
-    Taken without = taken;
     without.marker[i] = false;
-    if (!begins(body, without)) continue;
-    const auto attempt = fit(body, frame, cameras, noise, without);
-    if (attempt && (!best || attempt->equations.misfit < best->equations.misfit)) {
-      best = attempt;
-      out = i;
+    if (!two) keepBetter(body, frame, cameras, noise, without, best);
+    for (std::size_t j = 0; two && j < i; ++j) {
+      if (!taken.marker[j]) continue;
+      without.marker[j] = false;
+      keepBetter(body, frame, cameras, noise, without, best);
+      without.marker[j] = true;
     }
+    without.marker[i] = true;
   }
-  if (!best) return false;
-  taken.marker[out] = false;
-  ends[out] = MarkerEnd::kOffShape;
-  fitted = best;
-  return true;
+  return best;
 }
 
 }  // namespace
@@ -166,6 +162,8 @@ const char* nameOf(MarkerEnd end) {
       return "one camera";
     case MarkerEnd::kRaysApart:
       return "rays apart";
+    case MarkerEnd::kOffTrack:
+      return "off track";
     default:
       return "off shape";
   }
@@ -196,17 +194,22 @@ std::optional<BodyPose> poseOf(const Body& body, const BodyFrame& frame,
                                      : MarkerEnd::kOneCamera;
   }
   if (!begins(body, taken)) return std::nullopt;
-  std::optional<Fitted> fitted = fit(body, frame, cameras, noise, taken);
-  while (!fitted || !fits(fitted->equations, body.markers.size())) {
-    // With three nobody can tell which of them is wrong.
-    if (usedOf(taken) < 4 || !leaveOutOne(body, frame, cameras, noise, taken, fitted, pose.ends))
-      return std::nullopt;
-  }
+  Rest best{taken, fit(body, frame, cameras, noise, taken)};
+  const auto good = [&] {
+    return best.fitted && fits(best.fitted->equations, body.markers.size());
+  };
+  // With three nobody can tell which of them is wrong.
+  for (int out = 1; out <= 2 && !good() && usedOf(taken) - out >= 3; ++out)
+    best = leftOut(body, frame, cameras, noise, taken, out == 2);
+  if (!good()) return std::nullopt;
+  for (std::size_t i = 0; i < body.markers.size(); ++i)
+    if (taken.marker[i] && !best.taken.marker[i]) pose.ends[i] = MarkerEnd::kOffShape;
+  const std::optional<Fitted>& fitted = best.fitted;
   pose.motion = fitted->motion;
-  pose.covariance = fitted->equations.weight.inverse();
-  pose.markers = usedOf(taken);
+  pose.covariance = fitted->equations.all.weight.inverse();
+  pose.markers = usedOf(best.taken);
   pose.residual =
-      noise * std::sqrt(fitted->equations.misfit / std::max(1, fitted->equations.numbers));
+      noise * std::sqrt(fitted->equations.all.misfit / std::max(1, fitted->equations.all.numbers));
   return pose;
 }
 

@@ -15,6 +15,7 @@ enum class MarkerEnd {
   kOneCamera,  ///< one camera saw it; used
   kRaysApart,  ///< the two cameras' rays miss each other by too much
   kOffShape,   ///< it is not where the body's others say
+  kOffTrack,   ///< it is too far from where the body must be, and so is all that was seen
 };
 
 /// For people and programs: "off shape".
@@ -37,8 +38,8 @@ struct BodyPose {
 BodyPose delivered(const BodyPose& pose);
 
 /// The pose that fits the pixels best: least squares of all pixels of the markers that at least one
-/// camera saw, begun with the closed form over those that both saw. A marker that does not fit is
-/// left out where the others say so.
+/// camera saw, begun with the closed form over those that both saw. One marker that does not fit,
+/// or two, are left out where the others say so.
 /// @param noise  px, standard deviation of a blob centre's x and of its y
 /// @return nothing if fewer than three markers, which span a plane, are seen by both cameras, or if
 ///         they do not fit the shape and nobody can tell which. Allocates nothing.

@@ -19,6 +19,13 @@ RigidMotion changedBy(const RigidMotion& motion, const Eigen::Matrix<double, 6, 
   return result;
 }
 
+Eigen::Matrix<double, 6, 1> differenceOf(const RigidMotion& from, const RigidMotion& to) {
+  const Eigen::AngleAxisd turn(to.orientation * from.orientation.conjugate());
+  Eigen::Matrix<double, 6, 1> change;
+  change << to.position - from.position, turn.angle() * turn.axis();
+  return change;
+}
+
 RigidMotion fitRigid(const Vector3d* from, const Vector3d* to, const double* weights,
                      std::size_t count) {
   double sum = 0;

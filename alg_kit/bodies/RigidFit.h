@@ -19,6 +19,9 @@ struct RigidMotion {
 ///     orientation = exp(rotation) orientation, position = position + translation.
 RigidMotion changedBy(const RigidMotion& motion, const Eigen::Matrix<double, 6, 1>& change);
 
+/// The change that leads from one to the other: the inverse of changedBy.
+Eigen::Matrix<double, 6, 1> differenceOf(const RigidMotion& from, const RigidMotion& to);
+
 /// Least squares of weighted distances, without scale and never mirrored: the optimum in closed
 /// form (Horn, J. Opt. Soc. Am. A 4, 1987; Umeyama, PAMI 13, 1991). The points must span a plane.
 /// @param from, to  `count` points each

@@ -1,5 +1,7 @@
 #include <alg_kit/estimate/FrameClock.h>
 
+#include <alg_factory/api/Constants.h>
+
 #include <algorithm>
 #include <cmath>
 
@@ -12,6 +14,13 @@ constexpr double kLongestGap = 600;  // seconds; a longer one is a restart
 constexpr double kFollow = 0.1;      // share of the arrival's error that the phase takes over
 
 }  // namespace
+
+std::uint32_t stampOf(const unsigned char* payload) {
+  std::uint32_t stamp = 0;
+  for (int i = 0; i < algorithm::kStampSize; ++i)
+    stamp |= static_cast<std::uint32_t>(payload[i]) << (8 * i);
+  return stamp;
+}
 
 FrameClock::Tick FrameClock::stamped(std::uint32_t microseconds) {
   arrival_.reset();

@@ -6,6 +6,9 @@
 
 namespace estimate {
 
+/// The stamp before a device packet, stream type 2: four bytes, least first; microseconds.
+std::uint32_t stampOf(const unsigned char* payload);
+
 /// Turns what a frame says of its time into seconds that rise.
 class FrameClock {
  public:

@@ -88,10 +88,7 @@ bool Tracker::feed(int streamType, const unsigned char* payload, int length,
 FrameClock::Tick Tracker::tickOf(int streamType, const unsigned char* payload,
                                  std::optional<double> arrival) {
   if (streamType != algorithm::kStampedPacket) return clock_.plain(arrival);
-  std::uint32_t stamp = 0;
-  for (int i = 0; i < algorithm::kStampSize; ++i)
-    stamp |= static_cast<std::uint32_t>(payload[i]) << (8 * i);
-  return clock_.stamped(stamp);
+  return clock_.stamped(stampOf(payload));
 }
 
 bool Tracker::readCandidates(const unsigned char* packet, std::size_t length) {

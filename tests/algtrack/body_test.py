@@ -8,6 +8,7 @@ import unittest
 from algtrack_case import AlgtrackCase
 
 MARKERS = {0: (50, 0, 0), 1: (-40, 20, 5), 2: (-10, -45, 10), 3: (10, 35, -30)}
+SIX = {**MARKERS, 4: (-45, -20, -25), 5: (30, 30, 40)}
 
 
 def turn(angle, axis):
@@ -25,9 +26,9 @@ def rotate(q, v):
 
 
 class BodyTest(AlgtrackCase):
-    def write_body(self, name, markers):
+    def write_body(self, name, markers, title="tool"):
         with open(self.path(name), "w", encoding="utf-8") as file:
-            json.dump({"format": "alg_factory body", "version": 1, "name": "tool", "unit": "mm",
+            json.dump({"format": "alg_factory body", "version": 1, "name": title, "unit": "mm",
                        "markers": [{"id": i, "position": p} for i, p in markers.items()]}, file)
 
     def write_motion(self, name, tip=None, seconds=6):
@@ -77,7 +78,7 @@ class BodyTest(AlgtrackCase):
         for time, thing, x, y, z in self.query("r", "SELECT time_ns, object, x, y, z FROM truth"):
             truth[(time, thing)] = (x, -y, -z)  # as delivered
         squares, expected, count = 0, 0, 0
-        for row in self.poses("r", "--body", "true.json"):
+        for row in self.poses("r", "--body", "true.json", "--single"):
             q = [float(row[name]) for name in ("qx", "qy", "qz", "qw")]
             p = [float(row[name]) for name in "xyz"]
             time = round(float(row["time_s"]) * 1e9)
@@ -92,6 +93,65 @@ class BodyTest(AlgtrackCase):
         # Every marker is as far off as the origin is, and a little more where the body turned.
         self.assertLess(squares, 2 * expected)
         self.assertGreater(squares, 0.7 * expected)
+
+    def errors(self, *arguments, first_s=1):
+        """Root mean square error of the markers, mm, and what is stated of the origin."""
+        truth = {}
+        for time, thing, x, y, z in self.query("r", "SELECT time_ns, object, x, y, z FROM truth"):
+            truth[(time, thing)] = (x, -y, -z)
+        squares, stated, count = 0, 0, 0
+        for row in self.poses("r", "--body", "true.json", *arguments):
+            time = round(float(row["time_s"]) * 1e9)
+            if float(row["time_s"]) < first_s or (time, 0) not in truth:
+                continue
+            q = [float(row[name]) for name in ("qx", "qy", "qz", "qw")]
+            p = [float(row[name]) for name in "xyz"]
+            squares += sum(math.dist([a + b for a, b in zip(rotate(q, place), p)],
+                                     truth[(time, thing)])**2 for thing, place in MARKERS.items())
+            stated += 4 * sum(float(row["sd_" + axis])**2 for axis in "xyz")
+            count += 4
+        self.assertGreater(count, 1000)
+        return math.sqrt(squares / count), math.sqrt(stated / count)
+
+    def test_the_past_helps_and_the_future_more(self):
+        single, _ = self.errors("--single")
+        live, stated = self.errors()
+        smooth, smooth_stated = self.errors("--smooth")
+        self.assertLess(live, 0.85 * single)
+        self.assertLess(smooth, 0.75 * live)
+        self.assertAlmostEqual(live / stated, 1.1, delta=0.3)
+        self.assertAlmostEqual(smooth / smooth_stated, 1.1, delta=0.3)
+
+    def test_prediction_is_of_the_moment_ahead(self):
+        rows = self.poses("r", "--body", "true.json", "--ahead", 20)
+        self.assertTrue(all(row["source"] == "predicted" for row in rows))
+        self.assertAlmostEqual(float(rows[5]["time_s"]), 5 / 90 + 0.02, places=6)
+        live = self.poses("r", "--body", "true.json")
+        self.assertEqual(len(rows), len(live))
+        self.assertGreater(float(rows[100]["sd_z"]), float(live[100]["sd_z"]))
+        self.assertIn("--ahead: expected a live pose, found --smooth",
+                      self.end_in_one_line(2, "body", "pose", "r", "--body", "true.json",
+                                           "--smooth", "--ahead", 5, "--csv", "x.csv"))
+
+    def test_two_bodies_are_tracked_at_once(self):
+        for name, ids in (("left", (0, 1, 2)), ("right", (3, 4, 5))):
+            self.write_body(name + ".json", {i: SIX[i] for i in ids}, name)
+        self.write_body("six.json", SIX)
+        self.simulate_body("both", "six.json", "motion.tum")
+        rows = self.poses("both", "--body", "left.json", "--body", "right.json")
+        self.assertEqual([row["body"] for row in rows[200:204]], ["left", "right"] * 2)
+        self.assertEqual({row["markers"] for row in rows[200:]}, {"3"})
+        # Both frames are that of the six: the same pose, within what is stated.
+        for left, right in zip(rows[200::2], rows[201::2]):
+            self.assertEqual(left["time_s"], right["time_s"])
+            for axis in "xyz":
+                self.assertLess(abs(float(left[axis]) - float(right[axis])), 5 *
+                                math.hypot(float(left["sd_" + axis]), float(right["sd_" + axis])))
+        self.write_body("one.json", {i: SIX[i] for i in (0, 1, 2)})
+        self.write_body("other.json", {i: SIX[i] for i in (3, 4, 5)})
+        self.assertIn("--tum: expected bodies of different names",
+                      self.end_in_one_line(2, "body", "pose", "both", "--body", "one.json",
+                                           "--body", "other.json", "--tum", "t"))
 
     def test_trajectory_file_has_the_poses_in_metres(self):
         self.succeed("body", "pose", "r", "--body", "true.json", "--csv", "p.csv", "--tum", "t")

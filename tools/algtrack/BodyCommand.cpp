@@ -1,6 +1,7 @@
 #include <alg_factory/api/Constants.h>
 #include <alg_kit/bodies/BodyCheck.h>
 #include <alg_kit/bodies/BodyFile.h>
+#include <alg_kit/bodies/BodyTracks.h>
 #include <alg_kit/bodies/Pivot.h>
 #include <alg_kit/recording/Recording.h>
 #include <tools/algtrack/Commands.h>
@@ -25,6 +26,7 @@ namespace {
 
 using bodies::Body;
 using bodies::BodyPose;
+using bodies::BodyRow;
 using recording::RecordingReader;
 
 constexpr double kDegrees = 57.29577951308232;
@@ -38,6 +40,9 @@ struct BodyOptions {
   std::string output, csv, tum;
   double noise = 0;      ///< px; 0 = from the recording's own light
   double tolerance = 1;  ///< mm
+  double aheadMs = 0;
+  bool smooth = false;
+  bool single = false;
   bool force = false;
   bool json = false;
 };
@@ -166,32 +171,39 @@ std::vector<Body> bodiesFrom(const BodyOptions& options) {
   return result;
 }
 
-struct PoseLine {
-  double time = 0;
-  std::size_t body = 0;
-  BodyPose pose;  ///< delivered axes
-};
+std::string originOf(const BodyOptions& options, double noise) {
+  std::string manner = options.smooth ? "smoothed" : options.single ? "frame by frame" : "live";
+  if (options.aheadMs > 0) manner += ", " + numberText(options.aheadMs) + " ms ahead";
+  return "algtrack body pose of " + std::filesystem::path(options.file).filename().string() + ", " +
+         manner + ", blob noise " + numberText(noise, "%.4g") + " px";
+}
 
 void writeCsv(const BodyOptions& options, const std::vector<Body>& known,
-              const std::vector<PoseLine>& lines, const std::string& origin) {
+              const std::vector<BodyRow>& rows, const std::string& origin) {
   OutputFile file(options.csv, options.force);
   std::ostream& out = file.stream();
   out << "# " << origin
-      << "\n# x, y, z: the body's origin, mm; axes as the library delivers (x right, y up, z "
+      << "\n# time_s: of the packet's call, or of the moment ahead, since the recording's first "
+         "call"
+         "\n# x, y, z: the body's origin, mm; axes as the library delivers (x right, y up, z "
          "towards the viewer)"
          "\n# qx, qy, qz, qw: turns the body's axes into these; sd_*: standard deviations, mm, and "
          "degrees about these axes"
-         "\n# markers: used; residual_px: root mean square per number"
-         "\ntime_s,body,x,y,z,qx,qy,qz,qw,sd_x,sd_y,sd_z,sd_rx,sd_ry,sd_rz,markers,residual_px\n";
-  for (const PoseLine& line : lines) {
-    const bodies::RigidMotion& m = line.pose.motion;
-    out << numberText(line.time, "%.9f") << "," << oneLine(known[line.body].name);
+         "\n# markers: used of the packet's; residual_px: their root mean square per number"
+         "\n# age_s: since a marker was seen"
+         "\ntime_s,body,x,y,z,qx,qy,qz,qw,sd_x,sd_y,sd_z,sd_rx,sd_ry,sd_rz,markers,residual_px,"
+         "source,age_s\n";
+  for (const BodyRow& row : rows) {
+    const BodyPose& pose = row.pose.pose;
+    const bodies::RigidMotion& m = pose.motion;
+    out << numberText(row.time, "%.9f") << "," << oneLine(known[row.body].name);
     for (const double value : {m.position.x(), m.position.y(), m.position.z(), m.orientation.x(),
                                m.orientation.y(), m.orientation.z(), m.orientation.w()})
       out << "," << numberText(value);
     for (int i = 0; i < 6; ++i)
-      out << "," << numberText(std::sqrt(line.pose.covariance(i, i)) * (i < 3 ? 1 : kDegrees));
-    out << "," << line.pose.markers << "," << numberText(line.pose.residual) << "\n";
+      out << "," << numberText(std::sqrt(pose.covariance(i, i)) * (i < 3 ? 1 : kDegrees));
+    out << "," << pose.markers << "," << numberText(pose.residual) << "," << nameOf(row.pose.source)
+        << "," << numberText(row.pose.age) << "\n";
   }
   file.commit();
 }
@@ -201,16 +213,16 @@ std::string tumPath(const BodyOptions& options, const Body& body) {
 }
 
 void writeTum(const BodyOptions& options, const std::vector<Body>& known,
-              const std::vector<PoseLine>& lines, const std::string& origin) {
+              const std::vector<BodyRow>& rows, const std::string& origin) {
   for (std::size_t b = 0; b < known.size(); ++b) {
     OutputFile file(tumPath(options, known[b]), options.force);
     file.stream() << "# " << origin
                   << "\n# t in seconds since the recording's first call; metres, delivered axes"
                      "\n# t x y z qx qy qz qw\n";
-    for (const PoseLine& line : lines) {
-      if (line.body != b) continue;
-      const bodies::RigidMotion& m = line.pose.motion;
-      file.stream() << numberText(line.time, "%.9f");
+    for (const BodyRow& row : rows) {
+      if (row.body != b) continue;
+      const bodies::RigidMotion& m = row.pose.pose.motion;
+      file.stream() << numberText(row.time, "%.9f");
       for (int i = 0; i < 3; ++i)
         file.stream() << " " << numberText(m.position[i] / kMillimetresPerMetre);
       for (int i = 0; i < 4; ++i) file.stream() << " " << numberText(m.orientation.coeffs()[i]);
@@ -223,33 +235,38 @@ void writeTum(const BodyOptions& options, const std::vector<Body>& known,
 void poseBody(const BodyOptions& options) {
   if (options.csv.empty() && options.tum.empty())
     throw std::runtime_error("body pose: expected an output, --csv or --tum, found none");
+  if (options.aheadMs > 0 && (options.smooth || options.single))
+    throw std::runtime_error(std::string("--ahead: expected a live pose, found ") +
+                             (options.smooth ? "--smooth, which knows what came" : "--single"));
   const std::vector<Body> known = bodiesFrom(options);
   std::vector<std::string> outputs = {options.csv}, inputs = options.bodies;
-  for (const Body& body : known) {
-    if (options.tum.empty()) continue;
-    if (body.name.empty() || body.name.find('/') != std::string::npos)
+  for (std::size_t b = 0; b < known.size() && !options.tum.empty(); ++b) {
+    const std::string& name = known[b].name;
+    if (name.empty() || name.find('/') != std::string::npos)
       throw std::runtime_error(
-          "--tum: expected a body's name that can be part of a file's, found '" +
-          oneLine(body.name) + "'");
-    outputs.push_back(tumPath(options, body));
+          "--tum: expected a body's name that can be part of a file's, found '" + oneLine(name) +
+          "'");
+    for (std::size_t other = 0; other < b; ++other)
+      if (known[other].name == name)
+        throw std::runtime_error("--tum: expected bodies of different names, found '" + name +
+                                 "' twice");
+    outputs.push_back(tumPath(options, known[b]));
   }
   inputs.push_back(options.file);
   checkOutputs(outputs, inputs, options.force);
 
-  const RecordingReader reader(options.file);
-  const double noise = noiseFor(options, reader);
-  std::vector<PoseLine> lines;
-  bodies::readFrames(reader,
-                     [&](const bodies::BodyFrame& frame, const estimate::PixelEquations& cameras) {
-                       for (std::size_t b = 0; b < known.size(); ++b)
-                         if (const auto pose = bodies::poseOf(known[b], frame, cameras, noise))
-                           lines.push_back({frame.time, b, bodies::delivered(*pose)});
-                     });
-  const std::string origin = "algtrack body pose of " +
-                             std::filesystem::path(options.file).filename().string() +
-                             ", blob noise " + numberText(noise, "%.4g") + " px";
-  if (!options.csv.empty()) writeCsv(options, known, lines, origin);
-  if (!options.tum.empty()) writeTum(options, known, lines, origin);
+  bodies::BodyTrackOptions how;
+  how.manner = options.smooth   ? bodies::Manner::kSmoothed
+               : options.single ? bodies::Manner::kSingle
+                                : bodies::Manner::kLive;
+  how.ahead = options.aheadMs / 1e3;
+  how.noise = options.noise;
+  std::vector<BodyRow> rows;
+  const double noise = bodies::trackBodies(RecordingReader(options.file), known, how,
+                                           [&](const BodyRow& row) { rows.push_back(row); });
+  const std::string origin = originOf(options, noise);
+  if (!options.csv.empty()) writeCsv(options, known, rows, origin);
+  if (!options.tum.empty()) writeTum(options, known, rows, origin);
 }
 
 void pivotBody(const BodyOptions& options) {
@@ -340,6 +357,7 @@ void addBodyCommand(CLI::App& app) {
                          "\n"
                          "  algtrack body learn tool.algrec --ids 0,1,2,3 -o tool.json\n"
                          "  algtrack body pose work.algrec --body tool.json --csv poses.csv\n"
+                         "  algtrack body pose work.algrec --body tool.json --smooth --tum work\n"
                          "  algtrack body pivot spot.algrec --body tool.json -o tool.json --force\n"
                          "  algtrack body check later.algrec --body tool.json\n");
   body->require_subcommand(1);
@@ -356,14 +374,20 @@ void addBodyCommand(CLI::App& app) {
   learn->callback([learning] { learnBody(*learning); });
 
   const auto posing = std::make_shared<BodyOptions>();
-  CLI::App* const pose =
-      body->add_subcommand("pose", "Writes where bodies were, frame by frame, with covariance.");
+  CLI::App* const pose = body->add_subcommand(
+      "pose", "Writes where bodies were, with standard deviations: live, by what came before.");
   addFile(*pose, *posing);
   pose->add_option("--body", posing->bodies, "the body; may be given again")
       ->required()
       ->take_all()
       ->expected(1, 16)
       ->allow_extra_args(false);
+  CLI::Option* const smooth = pose->add_flag("--smooth", posing->smooth,
+                                             "every moment by all that came before and after it");
+  pose->add_flag("--single", posing->single, "every packet by itself")->excludes(smooth);
+  pose->add_option("--ahead", posing->aheadMs, "ms, predict this far ahead of every packet")
+      ->check(numberFrom(0, bodies::kFarthestAhead * 1e3))
+      ->capture_default_str();
   pose->add_option("--csv", posing->csv, "write a table");
   pose->add_option("--tum", posing->tum,
                    "write PREFIX-NAME.tum for every body: t x y z qx qy qz qw (seconds, metres)");

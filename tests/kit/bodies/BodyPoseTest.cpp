@@ -78,6 +78,21 @@ TEST(BodyPose, DisplacedMarkerIsLeftOutAndNamed) {
   }
 }
 
+TEST(BodyPose, SwappedMarkersAreLeftOutAndNamed) {
+  sim::Random random(8);
+  for (int i = 0; i < 50; ++i) {
+    Body swapped = sixMarkers();
+    std::swap(swapped.markers[1].position, swapped.markers[4].position);
+    const RigidMotion truth = drawMotion(random);
+    const auto pose = bodies::poseOf(sixMarkers(), seen(swapped, truth, kNoise, random),
+                                     builtInCameras(), kNoise);
+    ASSERT_TRUE(pose);
+    EXPECT_EQ(pose->markers, 4);
+    EXPECT_EQ(pose->ends[1], MarkerEnd::kOffShape);
+    EXPECT_EQ(pose->ends[4], MarkerEnd::kOffShape);
+  }
+}
+
 TEST(BodyPose, ThreeMarkersThatDoNotFitGiveNone) {
   sim::Random random(4);
   Body bent = firstMarkers(3);

@@ -1,0 +1,93 @@
+#include <alg_kit/bodies/BodyTracks.h>
+
+#include <alg_kit/bodies/BodySmoother.h>
+
+#include <algorithm>
+#include <optional>
+#include <tuple>
+
+namespace bodies {
+namespace {
+
+void trackEach(const recording::RecordingReader& reader, const std::vector<Body>& bodies,
+               double noise, const BodyRowTaker& take) {
+  readFrames(reader, [&](const BodyFrame& frame, const estimate::PixelEquations& cameras) {
+    for (std::size_t b = 0; b < bodies.size(); ++b) {
+      const auto pose = poseOf(bodies[b], frame, cameras, noise);
+      if (!pose) continue;
+      TrackedPose tracked;
+      tracked.source = estimate::Source::kMeasured;
+      tracked.pose = *pose;
+      take({frame.call, frame.time, b, delivered(tracked)});
+    }
+  });
+}
+
+void trackLive(const recording::RecordingReader& reader, const std::vector<Body>& bodies,
+               double noise, double ahead, const BodyRowTaker& take) {
+  std::vector<BodyFilter> filters(bodies.begin(), bodies.end());
+  readFrames(reader, [&](const BodyFrame& frame, const estimate::PixelEquations& cameras) {
+    for (std::size_t b = 0; b < bodies.size(); ++b) {
+      filters[b].feed(frame, cameras, noise);
+      const TrackedPose pose = filters[b].ahead(ahead);
+      if (pose.source != estimate::Source::kNone)
+        take({frame.call, frame.time + ahead, b, delivered(pose)});
+    }
+  });
+}
+
+/// The frames of one Init.
+struct Stretch {
+  std::optional<estimate::PixelEquations> cameras;
+  std::vector<BodyFrame> frames;
+};
+
+void smoothAll(const Stretch& stretch, const std::vector<Body>& bodies, double noise,
+               const BodyRowTaker& take) {
+  std::vector<BodyRow> rows;
+  for (std::size_t b = 0; b < bodies.size(); ++b)
+    smoothBody(
+        bodies[b], stretch.frames, *stretch.cameras, noise, {},
+        [&](std::size_t k, const TrackedPose& pose) {
+          rows.push_back({stretch.frames[k].call, stretch.frames[k].time, b, delivered(pose)});
+        });
+  std::sort(rows.begin(), rows.end(), [](const BodyRow& a, const BodyRow& b) {
+    return std::tie(a.call, a.body) < std::tie(b.call, b.body);
+  });
+  for (const BodyRow& row : rows) take(row);
+}
+
+void trackSmoothed(const recording::RecordingReader& reader, const std::vector<Body>& bodies,
+                   double noise, const BodyRowTaker& take) {
+  Stretch stretch;
+  readFrames(reader, [&](const BodyFrame& frame, const estimate::PixelEquations& cameras) {
+    if (!stretch.frames.empty() && stretch.frames.back().init != frame.init) {
+      smoothAll(stretch, bodies, noise, take);
+      stretch.frames.clear();
+    }
+    if (stretch.frames.empty()) stretch.cameras = cameras;
+    stretch.frames.push_back(frame);
+  });
+  if (!stretch.frames.empty()) smoothAll(stretch, bodies, noise, take);
+}
+
+}  // namespace
+
+double trackBodies(const recording::RecordingReader& reader, const std::vector<Body>& bodies,
+                   const BodyTrackOptions& options, const BodyRowTaker& take) {
+  const double noise = options.noise > 0 ? options.noise : blobNoiseOf(reader);
+  switch (options.manner) {
+    case Manner::kLive:
+      trackLive(reader, bodies, noise, options.ahead, take);
+      break;
+    case Manner::kSmoothed:
+      trackSmoothed(reader, bodies, noise, take);
+      break;
+    case Manner::kSingle:
+      trackEach(reader, bodies, noise, take);
+      break;
+  }
+  return noise;
+}
+
+}  // namespace bodies

@@ -1,0 +1,45 @@
+// What pixels say about a pose, in information form.
+#pragma once
+
+#include <alg_kit/estimate/MotionState.h>
+
+#include <Eigen/Core>
+
+namespace bodies {
+
+using Matrix6d = Eigen::Matrix<double, 6, 6>;
+using Vector6d = Eigen::Matrix<double, 6, 1>;
+
+/// As estimate::PositionInformation, of a position and a rotation vector (position first, both in
+/// the outer frame): weight = J^T R^-1 J, pull = J^T R^-1 r, misfit = r^T R^-1 r. One marker in
+/// one camera is enough: the weight then has rank 2.
+struct PoseInformation {
+  Matrix6d weight = Matrix6d::Zero();
+  Vector6d pull = Vector6d::Zero();
+  double misfit = 0;
+  int numbers = 0;
+
+  /// What is seen of a marker. A turn by a small rotation vector r moves it by r x arm.
+  /// @param arm  from the position to the marker, outer frame
+  void add(const Eigen::Vector3d& arm, const estimate::PositionInformation& marker);
+
+  /// The same equations, linearised a small `change` away: to where they were the change before.
+  void moveBack(const Vector6d& change);
+};
+
+/// By how much a pose's change moves a marker.
+Eigen::Vector3d markerChange(const Eigen::Vector3d& arm, const Vector6d& change);
+
+/// What remains of a marker's misfit when it moves by `change`.
+double misfitAfter(const estimate::PositionInformation& marker, const Eigen::Vector3d& change);
+
+/// The squared misfit that one frame in a million of a body in shape is beyond (Wilson and
+/// Hilferty's approximation of chi-square).
+/// @param freedom  numbers without those that were fitted, above 0
+double mostMisfit(int freedom);
+
+/// Squared standard deviations of a marker's two or four numbers: one marker in a million is
+/// beyond.
+constexpr double kMarkerMost = 33;
+
+}  // namespace bodies
