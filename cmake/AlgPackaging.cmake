@@ -50,6 +50,9 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libalg-factory-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "libalg-factory (= ${PROJECT_VERSION}), libsqlite3-dev")
+# For components that a host may not use.
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS
+  "libeigen3-dev, libyaml-cpp-dev, libopenigtlink-dev, liblo-dev")
 if(TARGET alg_factory_c)
   string(APPEND CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     ", libalg-factory-c (= ${PROJECT_VERSION})")
