@@ -25,7 +25,6 @@ constexpr std::size_t kMostMessage = 4096;     // bytes
 constexpr std::size_t kMostDropped = 1 << 20;  // bytes
 constexpr double kQuestionsPerSecond = 200;
 constexpr auto kPatience = std::chrono::seconds(10);
-constexpr auto kNewsEvery = std::chrono::milliseconds(12);
 
 std::string_view view(beast::string_view text) {
   return {text.data(), text.size()};
@@ -54,10 +53,7 @@ void protect(http::response<http::string_body>& response) {
 }  // namespace
 
 Connection::Connection(Socket socket, Hall& hall)
-    : hall_(hall),
-      stream_(std::move(socket)),
-      timer_(hall.context),
-      tokens_(2 * kQuestionsPerSecond) {
+    : hall_(hall), stream_(std::move(socket)), tokens_(2 * kQuestionsPerSecond) {
   hall_.connections.insert(this);
 }
 
@@ -67,7 +63,6 @@ Connection::~Connection() {
 
 void Connection::close() {
   liveFile_.reset();
-  timer_.cancel();
   stream_.next_layer().close();
 }
 
@@ -193,6 +188,7 @@ void Connection::openSocket() {
   stream_.set_option(timeouts);
   stream_.read_message_max(kMostMessage);
   stream_.text(true);
+  stream_.auto_fragment(false);  // else a large answer goes out in writes of 4 KB
   stream_.async_accept(parser_->get(), [self = shared_from_this()](error_code error) {
     if (error) return;
     self->buffer_.clear();
@@ -206,7 +202,6 @@ void Connection::readQuestion() {
     self->isReading_ = false;
     if (error) {
       self->liveFile_.reset();
-      self->timer_.cancel();
       return;
     }
     self->takeQuestion();
@@ -227,7 +222,6 @@ void Connection::takeQuestion() {
   buffer_.clear();
   if (tooFast() || !stream_.got_text()) {
     liveFile_.reset();
-    timer_.cancel();
     stream_.async_close(
         websocket::close_reason(websocket::close_code::policy_error, "too many questions"),
         [self = shared_from_this()](error_code) {});
@@ -241,15 +235,14 @@ void Connection::takeQuestion() {
       return found != json.end() && found->is_number_integer() ? found->get<std::int64_t>() : -1;
     };
     const std::int64_t file = number("file"), from = number("from");
-    const bool was = liveFile_.has_value();
     liveFile_.reset();
     if (file >= 0 && file < hall_.rules.files && from >= 0) {
       liveFile_ = static_cast<std::size_t>(file);
       liveFrom_ = from;
       seenChanges_ = -1;
-      if (!was) watch();
     }
-    return readQuestion();
+    readQuestion();
+    return sendNews();
   }
   write(hall_.answers.answer(text));
 }
@@ -272,25 +265,21 @@ void Connection::write(std::string text) {
 void Connection::goOn() {
   if (hasWaiting_) {
     hasWaiting_ = false;
-    write(std::move(waiting_));
-  } else if (!isReading_) {
-    readQuestion();
+    return write(std::move(waiting_));
   }
+  if (!isReading_) readQuestion();
+  sendNews();
 }
 
-void Connection::watch() {
-  timer_.expires_after(kNewsEvery);
-  timer_.async_wait([self = shared_from_this()](error_code error) {
-    if (error || !self->liveFile_) return;
-    self->sendNews();
-    self->watch();
-  });
+void Connection::hear(std::size_t file) {
+  if (liveFile_ == file) sendNews();
 }
 
 void Connection::sendNews() {
+  if (!liveFile_ || isWriting_) return;
   const FrameLog& log = hall_.watchers[*liveFile_]->log();
   const std::int64_t changes = log.changes();
-  if (isWriting_ || changes == seenChanges_) return;
+  if (changes == seenChanges_) return;
   seenChanges_ = changes;
   const std::int64_t size = log.size();
   std::string text = hall_.answers.news(*liveFile_, liveFrom_);

@@ -36,6 +36,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
   ~Connection();
   void begin();
 
+  /// There is something new in a file. Who does not follow it is not told; who still takes what
+  /// was sent before is told everything at once afterwards.
+  void hear(std::size_t file);
+
   /// What is under way ends as soon as its thread goes on.
   void close();
 
@@ -56,7 +60,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool tooFast();
   void write(std::string text);
   void goOn();
-  void watch();
   void sendNews();
 
   Hall& hall_;
@@ -64,7 +67,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
   boost::beast::flat_buffer buffer_;
   std::optional<boost::beast::http::request_parser<boost::beast::http::empty_body>> parser_;
   boost::beast::http::response<boost::beast::http::string_body> response_;
-  boost::asio::steady_timer timer_;
 
   std::string writing_, waiting_;  ///< an answer that is sent, one behind a piece of news
   bool isWriting_ = false, hasWaiting_ = false, isReading_ = false;

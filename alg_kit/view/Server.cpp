@@ -32,9 +32,16 @@ struct Server::State {
     hall.rules.port = acceptor.local_endpoint().port();
     hall.rules.token = options.token.empty() ? randomToken() : options.token;
     hall.rules.files = static_cast<std::int64_t>(given.size());
+    for (std::size_t file = 0; file < given.size(); ++file)
+      given[file]->setListener([this, file] {
+        asio::post(hall.context, [this, file] {
+          for (Connection* const connection : hall.connections) connection->hear(file);
+        });
+      });
   }
 
   ~State() {
+    for (const auto& watcher : hall.watchers) watcher->setListener(nullptr);
     workers.join();
     error_code ignored;
     acceptor.close(ignored);

@@ -98,7 +98,8 @@ class Watcher::Work {
   void follow() {
     FollowingReader follower(watcher_.path_);
     auto seen = lookOf("");
-    auto now = Clock::now(), changed = now, looked = now, good = now;
+    auto now = Clock::now(), changed = now, looked = now, failedFirst = now;
+    bool fails = false;
     while (!watcher_.stop_ && follower.state() != FollowingReader::State::kEnded) {
       const auto look = lookOf(follower.path());
       now = Clock::now();
@@ -111,10 +112,13 @@ class Watcher::Work {
       looked = now;
       try {
         readOn(follower);
-        good = now;
+        fails = false;
       } catch (const recording::RecordingError&) {
-        // Its writer may be in the middle of something.
-        if (now - good > kPatience) throw;
+        // Its writer may be in the middle of something. This thread may have stood still for long
+        // before: one failure alone says nothing.
+        if (!fails) failedFirst = now;
+        fails = true;
+        if (now - failedFirst > kPatience) throw;
       }
       std::this_thread::sleep_for(kLook);
     }
@@ -124,6 +128,7 @@ class Watcher::Work {
   void readOn(FollowingReader& follower) {
     session::Unit unit;
     std::unique_ptr<recording::RecordingReader> truths;
+    const std::int64_t before = watcher_.log_.changes();
     while (!watcher_.stop_ && follower.next(unit)) {
       if (watcher_.status().state == State::kAbsent) begin(follower.metadata(), State::kReading);
       take(unit, [&](std::int64_t call, double) { return truthOf(follower.path(), truths, call); });
@@ -133,6 +138,7 @@ class Watcher::Work {
       begin(follower.metadata(), State::kLive);
     if (follower.state() == FollowingReader::State::kEnded)
       begin(follower.metadata(), State::kEnded);
+    if (watcher_.log_.changes() != before) watcher_.tell();
   }
 
   /// Of a recording under way. A simulated one has its truth from the first packets on; where those
@@ -212,6 +218,16 @@ void Watcher::run() noexcept {
   const std::lock_guard<std::mutex> guard(mutex_);
   status_.state = State::kFailed;
   status_.problem = std::move(problem);
+}
+
+void Watcher::setListener(std::function<void()> listener) {
+  const std::lock_guard<std::mutex> guard(listenerMutex_);
+  listener_ = std::move(listener);
+}
+
+void Watcher::tell() {
+  const std::lock_guard<std::mutex> guard(listenerMutex_);
+  if (listener_) listener_();
 }
 
 Watcher::Status Watcher::status() const {

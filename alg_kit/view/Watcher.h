@@ -45,18 +45,26 @@ class Watcher {
   Watcher& operator=(const Watcher&) = delete;
 
   const FrameLog& log() const { return log_; }
+
+  /// Called by the watching thread behind everything new; none = nobody is told. When this returns,
+  /// the one before is not being called any more.
+  void setListener(std::function<void()> listener);
+
   const std::string& path() const { return path_; }
   Status status() const;
 
  private:
   class Work;
   void run() noexcept;
+  void tell();
 
   const std::string path_;
   FrameLog log_;
   mutable std::mutex mutex_;
   Status status_;
   std::int64_t newsNs_ = 0;
+  std::mutex listenerMutex_;
+  std::function<void()> listener_;
   std::atomic<bool> stop_{false};
   std::thread thread_;
 };
