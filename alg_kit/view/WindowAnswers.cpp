@@ -371,6 +371,7 @@ std::string WindowAnswers::answer(std::string_view said) const {
       const std::int64_t at = log.at(question.number("t", -kLatestS, kLatestS));
       reply["frame"] = at;
       if (at >= 0) reply["t"] = seconds(log.secondsOf(at));
+      if (at >= 0) reply["frames"] = framesOf(log, at, at);
     } else if (op == "frames") {
       const std::int64_t last = log.size() - 1;
       const std::int64_t from = question.whole("from", 0, std::int64_t{1} << 52);

@@ -3,8 +3,8 @@ const kChunk = 64; // frames that are asked for at once
 const kMostChunks = 64; // kept: 4096 frames
 
 export class Frames {
-  #chunks = new Map(); // number -> frames, the least used first
-  #asked = new Map();
+  #chunks = new Map(); // number -> frames, maybe with holes; the least used first
+  #asked = new Set();
   index = -1; // of the frame that is shown
 
   constructor(source, file, changed) {
@@ -39,29 +39,39 @@ export class Frames {
     return this.index < 0 ? null : this.get(this.index);
   }
 
-  /** Has the frames around `i` fetched, more of them in the direction of playing. */
-  prepare(i, ahead, behind) {
-    const first = Math.max(Math.floor((i - behind) / kChunk), 0);
-    const last = Math.min(Math.floor((i + ahead) / kChunk), Math.floor((this.count - 1) / kChunk));
-    for (let number = first; number <= last; ++number) {
-      const chunk = this.#chunks.get(number);
-      if (chunk) {
-        this.#chunks.delete(number);
-        this.#chunks.set(number, chunk);
-      }
-      const wanted = Math.min(kChunk, this.count - number * kChunk);
-      if (!chunk || chunk.length < wanted) this.#load(number);
-    }
+  /** Whether frames are on their way. */
+  get waits() {
+    return this.#asked.size > 0;
   }
 
-  /** What the live edge brought. */
-  take(from, frames) {
+  /** Has the frames around `i` fetched, those next to it first. */
+  prepare(i, ahead, behind) {
+    const middle = Math.floor(i / kChunk);
+    const first = Math.max(Math.floor((i - behind) / kChunk), 0);
+    const last = Math.min(Math.floor((i + ahead) / kChunk), Math.floor((this.count - 1) / kChunk));
+    const numbers = Array.from({ length: Math.max(last - first + 1, 0) }, (_, k) => first + k)
+      .sort((a, b) => Math.abs(a - middle) - Math.abs(b - middle));
+    for (const number of numbers) if (!this.#isWhole(number)) this.#load(number);
+    // The nearest are used last, so that they are forgotten last.
+    for (const number of numbers.reverse()) if (this.#chunks.has(number)) this.#keep(number, this.#chunks.get(number));
+  }
+
+  #isWhole(number) {
+    const wanted = Math.min(kChunk, this.count - number * kChunk);
+    const chunk = this.#chunks.get(number);
+    if (!chunk || chunk.length < wanted) return false;
+    for (let i = 0; i < wanted; ++i) if (!chunk[i]) return false;
+    return true;
+  }
+
+  /** Frames that came on their own. */
+  take(frames) {
     for (const frame of frames) {
       const number = Math.floor(frame.frame / kChunk);
       if (!this.#chunks.has(number)) this.#keep(number, []);
       this.#chunks.get(number)[frame.frame % kChunk] = frame;
+      this.count = Math.max(this.count, frame.frame + 1);
     }
-    if (frames.length > 0) this.count = Math.max(this.count, from + frames.length);
   }
 
   /** Goes on, over frames that are there, to the last one up to a time. */
@@ -77,24 +87,25 @@ export class Frames {
   }
 
   async seek(t) {
-    const { frame } = await this.source.ask('at', { file: this.file, t });
+    const { frame, frames } = await this.source.ask('at', { file: this.file, t });
+    this.take(frames ?? []);
     this.index = frame;
     return frame;
   }
 
   async #load(number) {
     if (this.#asked.has(number) || !this.source.connected) return;
-    this.#asked.set(number, true);
+    this.#asked.add(number);
     try {
       const from = number * kChunk;
       const answer = await this.source.ask('frames', { file: this.file, from, to: from + kChunk - 1 });
       this.#keep(number, answer.frames);
-      this.changed();
     } catch {
-      // Asked again when it is needed again.
+      return; // asked again when it is needed again
     } finally {
       this.#asked.delete(number);
     }
+    this.changed();
   }
 
   #keep(number, frames) {

@@ -7,7 +7,7 @@ import { Frames } from './frames.js';
 import { ImagesView } from './images.js';
 import { helpDialog, listen } from './keys.js';
 import { Plots } from './plots.js';
-import { SceneView } from './scene.js';
+import { kMostTrail, SceneView } from './scene.js';
 import { Source } from './source.js';
 import { FrameTable } from './table.js';
 import { Timeline } from './timeline.js';
@@ -16,6 +16,7 @@ const kSpeeds = [0.05, 0.1, 0.25, 0.5, 1, 2, 5, 10, 20];
 const kTrails = [0, 1, 3, 10];
 const kSlowMs = 120; // between two updates of tables and charts while time goes on
 const kFirstWindow = 30; // s
+const kMostAhead = 2048; // packets that are fetched before they are played
 
 const source = new Source();
 const state = {
@@ -51,7 +52,7 @@ const playButton = button('▶', 'Play or stop (space)', togglePlay, { class: 'p
 const liveButton = button('Live', 'Stay at the live edge (l)', () => setLive(!state.live), { class: 'toggle' });
 const loopButton = button('Loop', 'Loop the window, or end the loop (o)', toggleLoop, { class: 'toggle' });
 const speedChoice = choice('Speed', kSpeeds, (v) => `${v} ×`, 1, (v) => { state.speed = v; });
-const trailChoice = choice('Trails', kTrails, (v) => (v ? `trail ${v} s` : 'no trail'), 3, (v) => { state.trail = v; show(); });
+const trailChoice = choice('Trails', kTrails, (v) => (v ? `trail ${v} s` : 'no trail'), 3, (v) => { state.trail = v; for (const f of frames) f.prepare(f.index, 64, trailFrames()); show(); });
 const toggles = Object.fromEntries(['raw', 'filtered', 'truth', 'heat'].map((key) => [key,
   button(key === 'heat' ? 'heat map' : key, { raw: 'Positions as delivered (r)', filtered: 'Filtered positions (v)',
     truth: 'Where there is truth (t)', heat: 'Where blobs were in this window of time (h)' }[key],
@@ -281,9 +282,16 @@ async function loadHeat() {
 
 // ---- moments
 
+/** So many packets behind the moment the longest trail needs. */
+function trailFrames() {
+  const { frames: count, from, to } = main();
+  const rate = to > from ? count / (to - from) : 0;
+  return Math.min(Math.ceil(1.1 * state.trail * rate) + 8, kMostTrail);
+}
+
 async function seekAll(t) {
   await Promise.all(frames.filter((f) => f.count > 0).map((f) => f.seek(t)));
-  for (const f of frames) f.prepare(f.index, 64, 320);
+  for (const f of frames) f.prepare(f.index, 64, trailFrames());
   const frame = frames[0].get(frames[0].index);
   state.t = frame ? frame.t : t;
   show();
@@ -328,7 +336,7 @@ function step(by) {
   const next = Math.min(Math.max(first.index + by, 0), first.count - 1);
   const frame = first.get(next);
   first.index = next;
-  first.prepare(next, 64, 320);
+  first.prepare(next, 64, trailFrames());
   if (frame) {
     state.t = frame.t;
     for (const other of frames.slice(1)) other.seek(frame.t).then(show, () => {});
@@ -395,7 +403,7 @@ function leaveLive() {
 
 source.addEventListener('news', ({ detail }) => {
   takeState(detail.files);
-  frames[detail.file].take(detail.from, detail.frames);
+  frames[detail.file].take(detail.frames);
   if (!state.live || frames[0].count === 0) return;
   frames[0].index = frames[0].count - 1;
   if (!fitted && frames[0].count > 20) {
@@ -499,7 +507,7 @@ function tick(now) {
     }
     for (const f of frames) {
       f.walkTo(t);
-      f.prepare(f.index, Math.max(128, 200 * state.speed), 320);
+      f.prepare(f.index, Math.min(Math.max(128, 200 * state.speed), kMostAhead), trailFrames());
     }
     const waits = first.index + 1 < first.count && !first.peek(first.index + 1);
     if (first.index >= first.count - 1 && main().state !== 'live') {
@@ -518,7 +526,7 @@ function tick(now) {
   showSlow(now);
   if (scene.render()) {
     const frame = frames[0]?.peek(frames[0].index);
-    scene.host.dispatchEvent(new CustomEvent('drawn', { bubbles: true, detail: { frame: frame?.frame ?? -1, call: frame?.call ?? -1 } }));
+    scene.host.dispatchEvent(new CustomEvent('drawn', { bubbles: true, detail: { frame: frame?.frame ?? -1, call: frame?.call ?? -1, whole: frames.every((f) => !f.waits) } }));
   }
   requestAnimationFrame(tick);
 }

@@ -12,7 +12,7 @@ import { FlatRenderer } from './flat.js';
 
 const kObjects = 6;
 const kFov = 60; // degrees, vertical
-const kMostTrail = 1024; // points of a trail
+export const kMostTrail = 1024; // points of a trail
 const kMarkerMm = 16;
 const kFloorMm = -900;
 const kFrustumMm = 450; // to where a camera's view is drawn with edges

@@ -157,6 +157,19 @@ TEST_F(WindowAnswersTest, WhatIsNoQuestionIsRefusedInOneLine) {
   }
 }
 
+TEST_F(WindowAnswersTest, ATimeIsAnsweredWithItsPacketAtOnce) {
+  const std::string path = folder_.path("a.algrec");
+  Host host(path);
+  host.feed(20);
+  host.close();
+  watch(path);
+  waitFor(Watcher::State::kEnded, 20);
+  const json frame = ask({{"op", "frames"}, {"from", 12}, {"to", 12}})["frames"][0];
+  const json at = ask({{"op", "at"}, {"t", frame["t"]}});
+  EXPECT_EQ(at["frame"], 12);
+  EXPECT_EQ(at["frames"], json::array({frame}));
+}
+
 TEST_F(WindowAnswersTest, AnAnswerHasNoMoreThanItsLimit) {
   const std::string path = folder_.path("a.algrec");
   Host host(path);
