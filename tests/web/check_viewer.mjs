@@ -230,6 +230,13 @@ const checks = {
     facts.apart.forEach((expected, i) => {
       if (expected != null) assert.ok(Math.abs(apart[i] - expected) < 0.02 + 0.01 * expected, `object ${i}: ${apart[i]}, not ${expected}`);
     });
+    // The second file's packet has its table of ends as well.
+    assert.match(await viewer.text('.second'), new RegExp(`packet ${facts.second.packet} at`));
+    const rows = await viewer.evaluate(`[...document.querySelectorAll('.second ~ .scroll tbody tr')].map((row) =>
+      [...row.cells].slice(1, 7).map((cell) => cell.textContent))`);
+    assert.deepEqual(rows.map(([camera, id, x, y]) => [camera, Number(id), Number(x), Number(y)]), facts.second.blobs);
+    const ended = rows.map((row) => row[5]).filter((text) => text === 'delivered').length;
+    assert.equal(ended, facts.second.delivered);
   },
 
   /** A file that another process writes: the page says that it waits, that it is live, and ends. */

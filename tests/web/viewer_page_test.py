@@ -153,11 +153,17 @@ class ViewerPageTest(AlgtrackCase):
 
     def test_a_second_recording_is_laid_over_the_first(self):
         self.simulate("a.algrec", "--seconds", 4, "--product-type", 2)
-        self.simulate("b.algrec", "--seconds", 4, "--product-type", 2, "--noise", 0.3)
+        self.simulate("b.algrec", "--seconds", 4, "--product-type", 2, "--noise", 0.3,
+                      "--occlude", "1:1-3")
+        told = json.loads(self.succeed("inspect", "b.algrec", "--explain", "180", "--json"))
+        second = {"packet": 180, "delivered": sum(b["end"] == "delivered" for b in told["blobs"]),
+                  "blobs": [[b["camera"], b["id"], round(b["x_px"], 2), round(b["y_px"], 2)]
+                            for b in told["blobs"]]}
         a, b = (self.block_of(name, 180)[1] for name in ("a.algrec", "b.algrec"))
         apart = [sum((p - q) ** 2 for p, q in zip(a[i], b[i])) ** 0.5 if i in a and i in b else None
                  for i in range(6)]
-        self.check("two", address=self.serve("a.algrec", "b.algrec") + "#t=2.0001", apart=apart)
+        self.check("two", address=self.serve("a.algrec", "b.algrec") + "#t=2.0001", apart=apart,
+                   second=second)
 
     def test_a_file_that_another_process_writes_is_followed_from_before_it_exists(self):
         check = self.begin_check("follow", address=self.serve("--follow", "live.algrec"),

@@ -1,10 +1,39 @@
 // The frame in words: where every object is or why it is missing, and where every blob ended.
 import { element, table } from '../common/dom.js';
-import { number } from '../common/format.js';
+import { count, number } from '../common/format.js';
 import { endOf, kEnds } from './ends.js';
 
 const place = (p) => p.map((v) => v.toFixed(1)).join(', ');
 const apart = (a, b) => Math.hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]);
+
+function about(frame) {
+  return element('p', { class: 'note' },
+    `${frame.queries} ${frame.queries === 1 ? 'query' : 'queries'} until the next` +
+    (frame.us == null ? '' : ` · ${number(frame.us, 'µs')} in the library`) +
+    (frame.decoder ? ` · decoder: ${frame.decoder.trim()}` : '') +
+    (frame.events.includes('corrupt') ? ' · its check byte is wrong' : ''));
+}
+
+/** Where an object is, or why it is missing. */
+function described(object, i) {
+  const error = object.raw && object.truth ? ` · ${number(apart(object.raw, object.truth), 'mm')} off the truth` : '';
+  const text = !object.seen ? `missing: ${object.reason || 'not in the block'}`
+    : `${place(object.raw)} mm${object.held ? `, held: ${object.reason}` : ''}${error}`;
+  return [element('i', { class: 'dot', style: `--swatch: var(--object-${i})` }), element('b', {}, `Object ${i}`), ` ${text}`];
+}
+
+function funnel({ blobs }) {
+  const found = kEnds.map(({ key, text }) => [text, blobs.filter((blob) => blob.end === key).length]);
+  return element('p', { class: 'funnel' }, `${blobs.length} blobs: ` +
+    (found.filter(([, n]) => n > 0).map(([text, n]) => `${n} ${text}`).join(', ') || 'none'));
+}
+
+function ends({ blobs }) {
+  return table(
+    ['blob', { text: 'camera', words: true }, 'id', 'x, px', 'y, px', '⌀', { text: 'ended', words: true }, { text: 'why', words: true }],
+    blobs.map((blob, i) => [`${i}`, blob.camera ? 'right' : 'left', `${blob.id}`, blob.x.toFixed(2),
+      blob.y.toFixed(2), `${blob.d}`, endOf(blob.end).text, blob.why]));
+}
 
 export class FrameTable {
   /** @param onPoint  as ImagesView's; onObject: an object's line was chosen */
@@ -22,40 +51,31 @@ export class FrameTable {
     const scroll = this.host.scrollTop;
     this.host.replaceChildren(
       element('h2', {}, 'This packet'),
-      element('p', { class: 'note' },
-        `${frame.queries} ${frame.queries === 1 ? 'query' : 'queries'} until the next` +
-        (frame.us == null ? '' : ` · ${number(frame.us, 'µs')} in the library`) +
-        (frame.decoder ? ` · decoder: ${frame.decoder.trim()}` : '') +
-        (frame.events.includes('corrupt') ? ' · its check byte is wrong' : '')),
+      about(frame),
       element('div', { class: 'objects' },
         frame.objects.map((object, i) => this.#object(object, other?.objects[i], i, state))),
-      this.#funnel(frame),
-      this.#blobs(frame, state));
+      funnel(frame),
+      this.#pointable(ends(frame), state));
+    if (other) this.host.append(
+      element('h2', { class: 'second' }, `The second file: packet ${count(other.frame)} at ${other.t.toFixed(3)} s`),
+      about(other),
+      element('div', { class: 'objects' }, other.objects.map((object, i) =>
+        element('p', { class: `object${object.seen ? '' : ' missing'}` }, ...described(object, i)))),
+      funnel(other),
+      ends(other));
     this.host.scrollTop = scroll;
   }
 
   #object(object, other, i, { selected }) {
-    const error = object.raw && object.truth ? ` · ${number(apart(object.raw, object.truth), 'mm')} off the truth` : '';
     const second = object.raw && other?.raw ? ` · ${number(apart(object.raw, other.raw), 'mm')} from the other file's` : '';
-    const text = !object.seen ? `missing: ${object.reason || 'not in the block'}`
-      : `${place(object.raw)} mm${object.held ? `, held: ${object.reason}` : ''}${error}${second}`;
     return element('button', {
       type: 'button', class: `object${object.seen ? '' : ' missing'}`, 'aria-pressed': String(selected === i),
       onclick: () => this.onObject(selected === i ? null : i),
-    }, element('i', { class: 'dot', style: `--swatch: var(--object-${i})` }), element('b', {}, `Object ${i}`), ` ${text}`);
+    }, ...described(object, i), second);
   }
 
-  #funnel({ blobs }) {
-    const ends = kEnds.map(({ key, text }) => [text, blobs.filter((blob) => blob.end === key).length]);
-    return element('p', { class: 'funnel' }, `${blobs.length} blobs: ` +
-      (ends.filter(([, n]) => n > 0).map(([text, n]) => `${n} ${text}`).join(', ') || 'none'));
-  }
-
-  #blobs({ blobs }, { pointed }) {
-    const view = table(
-      ['blob', { text: 'camera', words: true }, 'id', 'x, px', 'y, px', '⌀', { text: 'ended', words: true }, { text: 'why', words: true }],
-      blobs.map((blob, i) => [`${i}`, blob.camera ? 'right' : 'left', `${blob.id}`, blob.x.toFixed(2),
-        blob.y.toFixed(2), `${blob.d}`, endOf(blob.end).text, blob.why]));
+  /** The blobs of the first file are pointed at here and in the images alike. */
+  #pointable(view, { pointed }) {
     view.querySelectorAll('tbody tr').forEach((row, i) => {
       row.tabIndex = 0;
       row.classList.toggle('pointed', i === pointed);
