@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -49,6 +50,33 @@ bool becomesTrue(Condition condition) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   return false;
+}
+
+TEST(RecorderTest, CommitsAsOftenAsItIsAsked) {
+  using std::chrono::milliseconds;
+  constexpr std::int64_t kCalls = 20;
+  const ScratchFolder folder;
+  const auto every = [](milliseconds interval) {
+    RecorderOptions options;
+    options.commitInterval = interval;
+    return options;
+  };
+  const auto calls = [&](const char* name) {
+    return RecordingReader(folder.path(name)).callCount();
+  };
+  Recorder never(folder.path("never"), every(std::chrono::hours(1)));
+  Recorder seldom(folder.path("seldom"), every(milliseconds(1000)));
+  Recorder often(folder.path("often"), every(milliseconds(1)));
+  std::set<std::int64_t> seen;  // one more with each commit at most
+  for (std::int64_t i = 0; i < kCalls; ++i) {
+    for (Recorder* const recorder : {&never, &seldom, &often}) append(*recorder, i);
+    ASSERT_TRUE(becomesTrue([&] { return calls("often") == i + 1; }));
+    seen.insert(calls("seldom"));
+  }
+  EXPECT_LT(seen.size(), static_cast<std::size_t>(kCalls / 2));
+  EXPECT_EQ(calls("never"), 0);
+  never.close();
+  EXPECT_EQ(calls("never"), kCalls);
 }
 
 TEST(RecorderTest, AFileUnderWayIsReadableAndSaysThatItIsNotComplete) {
