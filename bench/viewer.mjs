@@ -4,7 +4,7 @@
 // and how much memory server and page need. Prints a line for each.
 import { spawn } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
-import { tmpdir } from 'node:os';
+import { loadavg, tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { later, Viewer } from '../tests/web/viewer.mjs';
 
@@ -84,10 +84,15 @@ async function rate(file) {
   await viewer.evaluate(`window.pictures = 0;
     document.addEventListener('drawn', () => { ++window.pictures; })`);
   await viewer.press(' ');
-  const begin = Date.now();
-  await later(10000);
-  const pictures = await viewer.evaluate('window.pictures');
-  console.log(`playing ${kObjects} objects, software renderer, 1280 x 900: ${(pictures / ((Date.now() - begin) / 1000)).toFixed(1)} pictures a second`);
+  // First as the page chose, then the other way.
+  for (let way = 0; way < 2; ++way) {
+    const renderer = await viewer.evaluate('document.querySelector(".scene").dataset.renderer');
+    const [begin, first] = [Date.now(), await viewer.evaluate('window.pictures')];
+    await later(8000);
+    const pictures = await viewer.evaluate('window.pictures') - first;
+    console.log(`playing ${kObjects} objects, 1280 x 900, ${way ? 'not ' : ''}chosen: ${renderer}: ${(pictures / ((Date.now() - begin) / 1000)).toFixed(1)} pictures a second`);
+    await viewer.press('g');
+  }
   await viewer.close();
   server.kill('SIGINT');
 }
@@ -138,12 +143,14 @@ async function longRecording(file) {
 }
 
 try {
+  console.log(`load of this machine at the beginning: ${loadavg().map((load) => load.toFixed(1)).join(', ')}`);
   for (const commitMs of [250, 20, 5]) {
     await latency(commitMs);
     if (globalThis.WebSocket) await wire(commitMs);
   }
   await rate(join(folder, 'live-250.algrec'));
   if (recording) await longRecording(recording);
+  console.log(`and at the end: ${loadavg().map((load) => load.toFixed(1)).join(', ')}`);
 } finally {
   rmSync(folder, { recursive: true, force: true });
 }
