@@ -24,6 +24,7 @@ constexpr std::int64_t kMostGapFrames = 5000;
 constexpr std::int64_t kMostLogFrames = 200;
 constexpr int kHeatCells = 64;  // across
 constexpr double kLatestS = 5e9;
+constexpr double kToldPerSecond = 1e6;  // times are rounded to such parts
 
 class BadQuestion : public std::runtime_error {
  public:
@@ -70,7 +71,7 @@ Json pixels(float value) {
   return rounded(value, 1e3);
 }
 Json seconds(double value) {
-  return rounded(value, 1e6);
+  return rounded(value, kToldPerSecond);
 }
 
 Json jsonOf(const analysis::Place& place) {
@@ -368,7 +369,9 @@ std::string WindowAnswers::answer(std::string_view said) const {
     } else if (op == "state") {
       reply["files"] = listOf(watchers_, [](const auto& w) { return stateOf(*w, w->status()); });
     } else if (op == "at") {
-      const std::int64_t at = log.at(question.number("t", -kLatestS, kLatestS));
+      // Who asks for the time of a packet as it was told, rounded, means that packet.
+      const std::int64_t at =
+          log.at(question.number("t", -kLatestS, kLatestS) + 0.5 / kToldPerSecond);
       reply["frame"] = at;
       if (at >= 0) reply["t"] = seconds(log.secondsOf(at));
       if (at >= 0) reply["frames"] = framesOf(log, at, at);
