@@ -44,7 +44,7 @@ struct FrameData {
 
 struct Data {
   bench::Workload load;
-  StereoRays rays;
+  TwinRays rays;
   std::vector<FrameData> frames;
 };
 
@@ -94,8 +94,11 @@ Data collect(bench::Workload load) {
     frame.undistorted = {frame.left, frame.right};
     undistortBoth(calibration, frame.undistorted.left, frame.undistorted.right);
     frame.onLines = stereo.blobs();
-    frame.pairs = stereo.pairs();
-    triangulate(data.rays, frame.onLines, frame.pairs, frame.triangulated, nobody);
+    for (const BlobPair& pair : stereo.pairs()) {
+      frame.pairs.push_back({&frame.onLines.left[placeOf(*pair.left, stereo.blobs().left)],
+                             &frame.onLines.right[placeOf(*pair.right, stereo.blobs().right)]});
+    }
+    triangulate(data.rays, frame.pairs, frame.triangulated, nobody);
     data.frames.push_back(std::move(frame));
   }
   return data;
@@ -201,28 +204,16 @@ void stepEpipolarLinesOfOneCamera(benchmark::State& state) {
   });
 }
 
-void stepGroupOneCamera(benchmark::State& state) {
-  const Data& data = dataOf(state);
-  IdGroups groups;
-  groups.setIds(kExpectedPoints.size());
-  forEachFrame(state, data, [&](std::size_t n, std::size_t) { groups.group(data.frames[n].left); });
-}
-
 void stepMatch(benchmark::State& state) {
   const Data& data = dataOf(state);
-  IdGroups left, right;
-  left.setIds(kExpectedPoints.size());
-  right.setIds(kExpectedPoints.size());
+  StereoBlobs blobs;
   NeighbourTable table;
   std::vector<BlobPair> pairs;
   forEachFrame(state, data, [&](std::size_t n, std::size_t) {
-    const StereoBlobs& blobs = data.frames[n].onLines;
-    left.group(blobs.left);
-    right.group(blobs.right);
-    pairs.clear();
-    for (std::size_t g = 0; g < left.ids(); ++g) {
-      matchId(blobs, left[g], right[g], table, pairs, nobody);
-    }
+    const StereoBlobs& onLines = data.frames[n].onLines;
+    blobs.left.assign(onLines.left.begin(), onLines.left.end());
+    blobs.right.assign(onLines.right.begin(), onLines.right.end());
+    matchIds(blobs, kExpectedPoints.size(), table, pairs, nobody);
   });
 }
 
@@ -230,7 +221,7 @@ void stepTriangulate(benchmark::State& state) {
   const Data& data = dataOf(state);
   std::vector<PairPoint> points;
   forEachFrame(state, data, [&](std::size_t n, std::size_t) {
-    triangulate(data.rays, data.frames[n].onLines, data.frames[n].pairs, points, nobody);
+    triangulate(data.rays, data.frames[n].pairs, points, nobody);
   });
 }
 
@@ -268,7 +259,6 @@ BENCHMARK(stageBlob3D)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stageSteady3D)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stepUndistort)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stepEpipolarLinesOfOneCamera)->Apply(atTwelveAndAllBlobs);
-BENCHMARK(stepGroupOneCamera)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stepMatch)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stepTriangulate)->Apply(atTwelveAndAllBlobs);
 BENCHMARK(stepFilterPoints)->Apply(atTwelveAndAllBlobs);

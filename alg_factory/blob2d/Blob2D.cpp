@@ -35,9 +35,8 @@ bool Blob2D::setLogger(LogSink* logger) {
 
 bool Blob2D::prepare() {
   rawBlobs_.reserve(hid::kMaxRecords);
-  blobs_.reserve(hid::kMaxRecords);
-  groups_.reserve(hid::kMaxRecords);
-  groups_.setIds(static_cast<std::size_t>(blobIdCount_));
+  order_.reserve(hid::kMaxRecords);
+  groups_ = static_cast<std::size_t>(blobIdCount_);
   return true;
 }
 
@@ -50,6 +49,26 @@ void Blob2D::takeInput() {
   if (input_ == nullptr) return;
   rawBlobs_.swap(*input_);
   input_->clear();
+}
+
+void Blob2D::orderBlobs() {
+  const hid::RawBlob* const raw = rawBlobs_.data();
+  const std::size_t count = rawBlobs_.size(), groups = groups_;
+  order_.resize(count);
+  std::uint32_t* end = order_.data();
+  bool inOrder = true;
+  std::size_t last = 0;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const auto id = static_cast<std::size_t>(raw[i].id);
+    if (raw[i].weight == 0 || id >= groups) continue;  // without weight, a blob has no centre
+    inOrder &= id >= last;
+    last = id;
+    *end++ = i;
+  }
+  order_.resize(static_cast<std::size_t>(end - order_.data()));
+  if (inOrder) return;
+  stableSort(order_.begin(), order_.end(),
+             [raw](std::uint32_t a, std::uint32_t b) { return raw[a].id < raw[b].id; });
 }
 
 }  // namespace algorithm

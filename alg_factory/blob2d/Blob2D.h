@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -7,7 +8,7 @@
 #include <alg_factory/blob2d/Blob2DPoint.h>
 #include <alg_factory/blob2d/BlobMerger.h>
 #include <alg_factory/blob2d/BlobMoments.h>
-#include <alg_factory/blob2d/IdGroups.h>
+#include <alg_factory/blob2d/IdRuns.h>
 #include <alg_factory/hid/BaseCV.h>
 #include <alg_factory/hid/RawBlob.h>
 #include <alg_factory/hid/StageObserver.h>
@@ -49,19 +50,20 @@ class Blob2D : public BaseCV {
   const std::string& name() const { return name_; }
   const std::vector<hid::RawBlob>* input() const { return input_; }
   const std::vector<Blob2DPoint>* output() const { return output_; }
-  std::size_t groups() const { return groups_.ids(); }
+  std::size_t groups() const { return groups_; }
 
  private:
   void takeInput();
+  void orderBlobs();
 
   std::vector<hid::RawBlob>* input_ = nullptr;
   std::vector<Blob2DPoint>* output_ = nullptr;
   std::int32_t blobIdCount_ = 0;
   std::int32_t areaDivisor_ = 0;
   std::vector<hid::RawBlob> rawBlobs_;
-  std::vector<Blob2DPoint> blobs_;  ///< of `rawBlobs_`, one for one
-  IdGroups groups_;                 ///< of `blobs_`
-  std::string name_;                ///< for identification; not read here
+  std::size_t groups_ = 0;            ///< ids that `prepare` met
+  std::vector<std::uint32_t> order_;  ///< of `rawBlobs_`: places of those that go on, id by id
+  std::string name_;                  ///< for identification; not read here
   LogSink* logger_ = nullptr;
 };
 
@@ -69,20 +71,25 @@ template <typename Observer>
 bool Blob2D::process(int camera, Observer& observer) {
   if (output_ == nullptr) return true;
   takeInput();
-  measureBlobs(rawBlobs_, areaDivisor_, blobs_);
   for (std::size_t i = 0; i < rawBlobs_.size(); ++i) {
     if (rawBlobs_[i].weight == 0) observer.blobDropped(camera, i, BlobFate::kNoWeight);
   }
-  groups_.group(blobs_);
-  output_->clear();
-  for (std::size_t id = 0; id < groups_.ids(); ++id) {
-    IndexSpan group = groups_[id];
-    mergeOverlapping(blobs_, group, camera, observer);
-    for (const std::uint32_t blob : group) {
-      observer.blobKept(camera, blob, blobs_[blob]);
-      output_->push_back(blobs_[blob]);
+  orderBlobs();
+  measureBlobs(rawBlobs_, order_, areaDivisor_, *output_);
+  Blob2DPoint* const blobs = output_->data();
+  const Blob2DPoint* const end = blobs + output_->size();
+  Blob2DPoint* kept = blobs;
+  for (Blob2DPoint* next = blobs; next != end;) {
+    BlobRun run = runOfId(next, end, next->id);
+    next = run.last;
+    std::uint32_t* const names = order_.data() + (run.first - blobs);
+    run.last = mergeOverlapping(run, names, camera, observer);
+    for (const Blob2DPoint* blob = run.first; blob != run.last; ++blob) {
+      observer.blobKept(camera, names[blob - run.first], *blob);
     }
+    kept = kept == run.first ? run.last : std::copy(run.first, run.last, kept);
   }
+  output_->resize(static_cast<std::size_t>(kept - blobs));
   return true;
 }
 

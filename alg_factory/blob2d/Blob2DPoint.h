@@ -1,6 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
+
+#include <alg_factory/blob2d/Twin.h>
 
 namespace algorithm {
 
@@ -12,5 +16,14 @@ struct Blob2DPoint {
   std::int32_t diameter = 0;  ///< whole pixels, even
   std::int32_t id = -1;       ///< blob id
 };
+
+/// x and y side by side.
+inline Twin centreOf(const Blob2DPoint& blob) {
+  static_assert(offsetof(Blob2DPoint, x) == 0 && offsetof(Blob2DPoint, y) == sizeof(double),
+                "the centre comes first");
+  Twin centre;
+  std::memcpy(&centre, &blob, sizeof centre);
+  return centre;
+}
 
 }  // namespace algorithm

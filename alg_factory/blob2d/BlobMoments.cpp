@@ -11,26 +11,34 @@ constexpr double kMaxRadius = 1 << 28;
 
 int blobDiameter(std::uint32_t weight, std::int32_t areaDivisor) {
   const double radius = std::sqrt(static_cast<double>(weight) / areaDivisor / kPi) + 0.5;
-  if (std::isnan(radius)) return 0;
-  return 2 * static_cast<std::int32_t>(radius < kMaxRadius ? radius : kMaxRadius);
+  if (radius < kMaxRadius) return 2 * static_cast<std::int32_t>(radius);
+  return std::isnan(radius) ? 0 : 2 * static_cast<std::int32_t>(kMaxRadius);
 }
+
+namespace {
+
+void measure(const hid::RawBlob& raw, std::int32_t areaDivisor, Blob2DPoint& point) {
+  const auto weight = static_cast<double>(raw.weight);
+  point.x = static_cast<double>(raw.sumX) / weight;
+  point.y = static_cast<double>(raw.sumY) / weight;
+  point.diameter = blobDiameter(raw.weight, areaDivisor);
+  point.id = raw.id;
+}
+
+}  // namespace
 
 Blob2DPoint pointFromMoments(const hid::RawBlob& raw, std::int32_t areaDivisor) {
   Blob2DPoint point;
-  point.x = static_cast<double>(raw.sumX) / static_cast<double>(raw.weight);
-  point.y = static_cast<double>(raw.sumY) / static_cast<double>(raw.weight);
-  point.diameter = blobDiameter(raw.weight, areaDivisor);
-  point.id = raw.id;
+  measure(raw, areaDivisor, point);
   return point;
 }
 
-void measureBlobs(const std::vector<hid::RawBlob>& rawBlobs, std::int32_t areaDivisor,
+void measureBlobs(const std::vector<hid::RawBlob>& rawBlobs,
+                  const std::vector<std::uint32_t>& which, std::int32_t areaDivisor,
                   std::vector<Blob2DPoint>& blobs) {
-  blobs.resize(rawBlobs.size());
-  for (std::size_t i = 0; i < rawBlobs.size(); ++i) {
-    const hid::RawBlob& raw = rawBlobs[i];
-    blobs[i] = raw.weight == 0 ? Blob2DPoint() : pointFromMoments(raw, areaDivisor);
-  }
+  blobs.clear();
+  const hid::RawBlob* const raw = rawBlobs.data();
+  for (const std::uint32_t i : which) measure(raw[i], areaDivisor, blobs.emplace_back());
 }
 
 }  // namespace algorithm

@@ -16,9 +16,10 @@ int blobDiameter(std::uint32_t weight, std::int32_t areaDivisor);
 /// The blob's centre and diameter. Precondition: `raw.weight` is not 0.
 Blob2DPoint pointFromMoments(const hid::RawBlob& raw, std::int32_t areaDivisor);
 
-/// Replaces `blobs` by the centres and diameters of `rawBlobs`, one for one. A blob without weight
-/// has neither: it is left as a default-constructed one.
-void measureBlobs(const std::vector<hid::RawBlob>& rawBlobs, std::int32_t areaDivisor,
+/// Replaces `blobs` by the centres and diameters of those of `rawBlobs` that `which` lists, in its
+/// order. Precondition: they have weight.
+void measureBlobs(const std::vector<hid::RawBlob>& rawBlobs,
+                  const std::vector<std::uint32_t>& which, std::int32_t areaDivisor,
                   std::vector<Blob2DPoint>& blobs);
 
 }  // namespace algorithm

@@ -4,6 +4,8 @@
 
 #include <Eigen/Core>
 
+#include <alg_factory/blob2d/Twin.h>
+
 namespace algorithm {
 
 /// The constant-velocity model with position observed, one axis of it: A = [1 h; 0 1], C = [1 0],
@@ -85,20 +87,22 @@ inline void AxisFilter::advanceCovariance() {
 }
 
 inline bool AxisFilter::advanceState(const double* y, double* state) const {
-  double position[kAxes], velocity[kAxes], innovation[kAxes];
-  double zero = 0.0;  // stays zero while the innovations, hence all they come from, are finite
-  for (int i = 0; i < kAxes; ++i) {
-    // The dense products start their sums from zero, which turns a negative zero into a positive.
-    velocity[i] = 0.0 + state[i + kAxes];
-    position[i] = (0.0 + state[i]) + step_ * velocity[i];
-    innovation[i] = y[i] - position[i];
-    zero += 0.0 * innovation[i];
-  }
-  if (!(zero == 0.0)) return false;
-  for (int i = 0; i < kAxes; ++i) {
-    state[i] = position[i] + positionGain_ * innovation[i];
-    state[i + kAxes] = velocity[i] + velocityGain_ * innovation[i];
-  }
+  // Two axes side by side, then the third. The dense products start their sums from zero, which
+  // turns a negative zero into a positive.
+  const Twin velocity2 = 0.0 + load(state + kAxes);
+  const Twin position2 = (0.0 + load(state)) + step_ * velocity2;
+  const Twin innovation2 = load(y) - position2;
+  const double velocity = 0.0 + state[2 + kAxes];
+  const double position = (0.0 + state[2]) + step_ * velocity;
+  const double innovation = y[2] - position;
+
+  // Zero while the innovations, hence all they come from, are finite.
+  const Twin zero2 = 0.0 * innovation2;
+  if (!(zero2[0] + zero2[1] + 0.0 * innovation == 0.0)) return false;
+  store(position2 + positionGain_ * innovation2, state);
+  state[2] = position + positionGain_ * innovation;
+  store(velocity2 + velocityGain_ * innovation2, state + kAxes);
+  state[2 + kAxes] = velocity + velocityGain_ * innovation;
   return true;
 }
 

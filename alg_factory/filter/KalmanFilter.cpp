@@ -49,10 +49,15 @@ void KalmanFilter::init(double startTime, const VectorRef& x0) {
 
 void KalmanFilter::update(const VectorRef& y) {
   if (!initialized_) init();
-  if (axis_) {
-    updatePerAxis(y);
-  } else {
+  if (!axis_) {
     updateDense(y);
+  } else {
+    axis_->advanceCovariance();
+    if (axis_->advanceState(y.data(), stateEstimate_.data())) {
+      std::copy_n(stateEstimate_.data(), AxisFilter::kStates, predictedState_.data());
+    } else {
+      updateAllAxes(y);
+    }
   }
   time_ += timeStep_;
 }
@@ -67,12 +72,7 @@ void KalmanFilter::updateDense(const VectorRef& y) {
   stateEstimate_ = predictedState_;
 }
 
-void KalmanFilter::updatePerAxis(const VectorRef& y) {
-  axis_->advanceCovariance();
-  if (axis_->advanceState(y.data(), stateEstimate_.data())) {
-    std::copy_n(stateEstimate_.data(), AxisFilter::kStates, predictedState_.data());
-    return;
-  }
+void KalmanFilter::updateAllAxes(const VectorRef& y) {
   predictedState_ = transition_ * stateEstimate_;
   predictedState_ += gain() * (y - observation_ * predictedState_);
   stateEstimate_ = predictedState_;

@@ -76,7 +76,8 @@ class KalmanFilter {
 
  private:
   void updateDense(const VectorRef& y);
-  void updatePerAxis(const VectorRef& y);
+  /// With the covariance and gain of the axes.
+  void updateAllAxes(const VectorRef& y);
 
   Matrix transition_;         ///< A
   Matrix observation_;        ///< C

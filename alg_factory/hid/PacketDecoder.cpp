@@ -13,14 +13,45 @@ constexpr const char* kMessages[] = {
 };
 
 /// Little-endian, as every platform of the library is.
-std::uint32_t readU32(const Frame& frame, int position) {
+std::uint32_t readU32(const std::uint8_t* from) {
   std::uint32_t value;
-  std::memcpy(&value, frame.data() + position, sizeof value);
+  std::memcpy(&value, from, sizeof value);
   return value;
 }
 
 std::uint8_t at(const Frame& frame, int position) {
   return frame[static_cast<std::size_t>(position)];
+}
+
+int cameraOf(std::uint8_t header) {
+  return header >> 4;
+}
+
+int idOf(std::uint8_t header) {
+  return header & 0x0F;
+}
+
+/// @param left  bytes from the record's first to the check byte
+RecordStep::Kind kindOf(std::uint8_t header, int left, int blobIdCount) {
+  using Kind = RecordStep::Kind;
+  const bool badCamera = cameraOf(header) > 1;
+  const bool badId = idOf(header) >= blobIdCount;
+  if (left >= kRecordSize && !badCamera && !badId) return Kind::kRecord;  // almost every step
+  // The camera is looked at before the bound, so trailing bytes may count as a bad camera.
+  if (badCamera) return Kind::kBadCamera;
+  if (left <= 3) return Kind::kEnd;
+  if (badId) return Kind::kBadId;
+  // The unequal treatment of cut records is kept: hosts know these reports.
+  return left <= 7 ? Kind::kCutMoments : Kind::kCutLast;
+}
+
+RawBlob readBlob(const std::uint8_t* record) {
+  RawBlob blob;
+  blob.id = static_cast<std::int8_t>(idOf(record[kHeaderOffset]));
+  blob.weight = readU32(record) & 0xFFFFFFu;
+  blob.sumX = readU32(record + 4);
+  blob.sumY = readU32(record + 8);
+  return blob;
 }
 
 }  // namespace
@@ -38,25 +69,18 @@ int findStart(const Frame& frame, int length) {
 
 RecordStep readRecord(const Frame& frame, int position, int end, int blobIdCount) {
   using Kind = RecordStep::Kind;
-  const std::uint8_t header = at(frame, position + kHeaderOffset);
-  const int camera = header >> 4;
-  const int id = header & 0x0F;
-
-  // The camera is looked at before the bound, so trailing bytes may count as a bad camera.
-  if (camera > 1) return {Kind::kBadCamera, camera, {}, 1};
-  const int left = end - position;
-  if (left <= 3) return {Kind::kEnd, camera, {}, 0};
-  if (id >= blobIdCount) return {Kind::kBadId, camera, {}, 1};
-  // The unequal treatment of cut records is kept: hosts know these reports.
-  if (left <= 7) return {Kind::kCutMoments, camera, {}, 0};
-  if (left <= 11) return {Kind::kCutLast, camera, {}, 0};
-
-  RawBlob blob;
-  blob.id = static_cast<std::int8_t>(id);
-  blob.weight = readU32(frame, position) & 0xFFFFFFu;
-  blob.sumX = readU32(frame, position + 4);
-  blob.sumY = readU32(frame, position + 8);
-  return {Kind::kRecord, camera, blob, kRecordSize};
+  const std::uint8_t* const record = frame.data() + position;
+  const std::uint8_t header = record[kHeaderOffset];
+  RecordStep step;
+  step.kind = kindOf(header, end - position, blobIdCount);
+  step.camera = cameraOf(header);
+  if (step.kind == Kind::kRecord) {
+    step.blob = readBlob(record);
+    step.advance = kRecordSize;
+  } else if (step.kind == Kind::kBadCamera || step.kind == Kind::kBadId) {
+    step.advance = 1;
+  }
+  return step;
 }
 
 std::uint8_t checkSum(const Frame& frame, int end) {
@@ -72,18 +96,19 @@ DecodeStatus decode(const Frame& frame, int length, int blobIdCount, std::vector
   DecodeStatus status = start < length ? DecodeStatus::kNoData : DecodeStatus::kNoStart;
   const int end = length - 1;
 
-  std::vector<RawBlob>* const outputs[] = {&left, &right};
-  bool more = true;
-  for (int position = start + kStartSize; more && position < end;) {
-    const RecordStep step = readRecord(frame, position, end, blobIdCount);
-    position += step.advance;
-    switch (step.kind) {
+  const std::uint8_t* record = frame.data() + start + kStartSize;
+  const std::uint8_t* const checkByte = frame.data() + end;
+  for (bool more = true; more && record < checkByte;) {
+    const std::uint8_t header = record[kHeaderOffset];
+    switch (kindOf(header, static_cast<int>(checkByte - record), blobIdCount)) {
       case Kind::kRecord:
-        outputs[step.camera]->push_back(step.blob);
+        (cameraOf(header) == 0 ? left : right).emplace_back() = readBlob(record);
+        record += kRecordSize;
         status = DecodeStatus::kNone;
         break;
       case Kind::kBadCamera:
       case Kind::kBadId:
+        ++record;
         status = DecodeStatus::kBadType;
         break;
       case Kind::kEnd:

@@ -33,7 +33,8 @@ enum class BlobFate {
 /// and hides the operations that it wants to hear. `value` is what decided, `limit` what it met.
 ///
 /// Cameras are 0 (left) and 1 (right). A blob is named by its place among the camera's blobs at the
-/// entry of the stage, a point by the place of its pair among the frame's pairs.
+/// entry of the stage, a point by the place of its pair among the frame's pairs. The 3D stage puts
+/// blobs that do not come as the 2D stage lists them, by id and size, in that order first.
 struct NoObserver {
   /// The records of both cameras, before any stage takes them.
   void decoded(const std::vector<hid::RawBlob>& /*left*/,

@@ -39,27 +39,36 @@ void holdMissing(int holdFrames, const ObjectSightings& sightings,
   }
 }
 
-void distribute(const std::vector<std::int32_t>& pointsPerObject, std::vector<StereoPoint>& points,
-                MarkerPoints& markers) {
-  auto front = points.begin();  // all points before it are taken
-  std::size_t k = 0;
+std::vector<std::int32_t> objectsByMarker(const std::vector<std::int32_t>& pointsPerObject) {
+  std::vector<std::int32_t> objects;
   for (std::size_t object = 0; object < pointsPerObject.size(); ++object) {
-    const auto id = static_cast<std::int32_t>(object);
-    for (std::int32_t n = 0; n < pointsPerObject[object] && k < markers.index.size(); ++n, ++k) {
-      markers.index[k] = -1;
-      while (front != points.end() && front->id == kTaken) ++front;
-      auto found = front;
-      while (found != points.end() && found->id != id) ++found;
-      if (found == points.end()) continue;
-      markers.index[k] = id;
-      markers.position[k] = toSingle(*found);
-      markers.diameter[k] = found->diameter;
-      found->id = kTaken;
-    }
+    objects.insert(objects.end(), static_cast<std::size_t>(pointsPerObject[object]),
+                   static_cast<std::int32_t>(object));
   }
-  const auto end =
-      std::remove_if(front, points.end(), [](const StereoPoint& p) { return p.id == kTaken; });
-  points.erase(std::move(front, end, points.begin()), points.end());
+  return objects;
+}
+
+void distribute(const std::vector<std::int32_t>& objectByMarker, std::vector<StereoPoint>& points,
+                MarkerPoints& markers) {
+  StereoPoint* front = points.data();  // all points before it are taken
+  StereoPoint* const end = front + points.size();
+  const std::size_t count = std::min(objectByMarker.size(), markers.index.size());
+  for (std::size_t k = 0; k < count; ++k) {
+    const std::int32_t id = objectByMarker[k];
+    while (front != end && front->id == kTaken) ++front;
+    StereoPoint* found = front;
+    while (found != end && found->id != id) ++found;
+    if (found == end) {
+      markers.index[k] = -1;
+      continue;
+    }
+    markers.index[k] = id;
+    markers.position[k] = toSingle(*found);
+    markers.diameter[k] = found->diameter;
+    found->id = kTaken;
+  }
+  const auto left = std::remove_if(front, end, [](const StereoPoint& p) { return p.id == kTaken; });
+  points.resize(static_cast<std::size_t>(std::move(front, left, points.data()) - points.data()));
 }
 
 }  // namespace algorithm

@@ -28,9 +28,12 @@ void noteSightings(const std::vector<StereoPoint>& points, ObjectSightings& sigh
 void holdMissing(int holdFrames, const ObjectSightings& sightings,
                  std::vector<StereoPoint>& points);
 
-/// Walks the objects and their marker points in order; each takes, and removes from `points`, the
-/// first point that carries the object's id.
-void distribute(const std::vector<std::int32_t>& pointsPerObject, std::vector<StereoPoint>& points,
+/// The object of every marker point, in order.
+std::vector<std::int32_t> objectsByMarker(const std::vector<std::int32_t>& pointsPerObject);
+
+/// Walks the marker points in order; each takes, and removes from `points`, the first point that
+/// carries its object's id.
+void distribute(const std::vector<std::int32_t>& objectByMarker, std::vector<StereoPoint>& points,
                 MarkerPoints& markers);
 
 }  // namespace algorithm

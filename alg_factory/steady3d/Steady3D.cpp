@@ -45,6 +45,7 @@ bool Steady3D::init(std::int32_t productType) {
 }
 
 void Steady3D::setObjects(std::vector<std::int32_t> pointsPerObject) {
+  objectByMarker_ = objectsByMarker(pointsPerObject);
   pointsPerObject_ = std::move(pointsPerObject);
   objectCount_ = static_cast<std::int32_t>(pointsPerObject_.size());
   holdFrames_ = 0;

@@ -108,7 +108,8 @@ class Steady3D : public BaseCV {
   std::int32_t objectCount_ = 0;
   std::int32_t holdFrames_ = 0;  ///< a tunable, zero for every product type: nothing is held
   std::vector<std::int32_t> pointsPerObject_;
-  float typeParam1_ = 0;  ///< a setting of the product that no step reads
+  std::vector<std::int32_t> objectByMarker_;  ///< the same, marker point by marker point
+  float typeParam1_ = 0;                      ///< a setting of the product that no step reads
   float typeParam2_ = 0;  ///< largest factor of the two-point object's diameter ratio
 
   ConstantVelocityModel model_;
@@ -135,7 +136,7 @@ bool Steady3D::process(Observer& observer) {
   takeInput();
   noteSightings(points_, sightings_);
   holdMissing(holdFrames_, sightings_, points_);
-  distribute(pointsPerObject_, points_, markers_);
+  distribute(objectByMarker_, points_, markers_);
   fillTable(observer);
   return true;
 }

@@ -50,14 +50,13 @@ bool Blob3D::setLogger(LogSink* /*logger*/) {
 
 bool Blob3D::prepare() {
   const auto ids = static_cast<std::size_t>(blobIdCount_);
-  reserveAll(hid::kMaxRecords, blobs_.left, blobs_.right, leftGroups_, rightGroups_, pairs_,
-             pairPoints_, surplusScratch_.candidates, currentPoints_, previousPoints_);
+  reserveAll(hid::kMaxRecords, blobs_.left, blobs_.right, pairs_, pairPoints_,
+             surplusScratch_.candidates, currentPoints_, previousPoints_);
   neighbours_.reserve(hid::kMaxRecords / 2);  // of one camera, where the other has as many
   // All storage by id is there before any of it changes: when memory runs out, it still has one
   // size.
   reserveAll(ids, previousMeans_, historyById_);
-  leftGroups_.setIds(ids);
-  rightGroups_.setIds(ids);
+  groups_ = ids;
   previousMeans_.resize(ids);
   historyById_.resize(ids);
   return true;
@@ -77,6 +76,8 @@ void Blob3D::takeInputs() {
   blobs_.right.swap(*rightInput_);
   leftInput_->clear();
   rightInput_->clear();
+  orderById(blobs_.left);  // as the 2D stage lists them
+  orderById(blobs_.right);
 }
 
 void Blob3D::undistortOntoLines() {
@@ -84,11 +85,6 @@ void Blob3D::undistortOntoLines() {
   undistortBoth(calibration_, blobs_.left, blobs_.right);
   drawEpipolarLines(calibration_.fundamental, LineDirection::kLeftToRight, blobs_.left);
   drawEpipolarLines(calibration_.fundamental, LineDirection::kRightToLeft, blobs_.right);
-}
-
-void Blob3D::groupById() {
-  leftGroups_.group(blobs_.left);
-  rightGroups_.group(blobs_.right);
 }
 
 }  // namespace algorithm

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include <alg_factory/blob2d/Blob2DPoint.h>
-#include <alg_factory/blob2d/IdGroups.h>
+#include <alg_factory/blob2d/IdRuns.h>
 #include <alg_factory/hid/BaseCV.h>
 #include <alg_factory/hid/StageObserver.h>
 #include <alg_factory/stereo3d/EpipolarMatcher.h>
@@ -48,7 +48,7 @@ class Blob3D : public BaseCV {
   std::int32_t blobIdCount() const { return blobIdCount_; }
   const std::vector<std::int32_t>& expectedPoints() const { return expectedPoints_; }
   const StereoCalibration& calibration() const { return calibration_; }
-  /// Of the latest frame: the blobs as they were matched, and the pairs, id by id.
+  /// Of the latest frame, until the next: the blobs as they were matched, and the pairs, id by id.
   const StereoBlobs& blobs() const { return blobs_; }
   const std::vector<BlobPair>& pairs() const { return pairs_; }
   const std::vector<PointHistory>& historyById() const { return historyById_; }
@@ -64,16 +64,13 @@ class Blob3D : public BaseCV {
   bool bound() const;
   void takeInputs();
   void undistortOntoLines();
-  void groupById();
-  template <typename Observer>
-  void matchPairs(Observer& observer);
   template <typename Observer>
   void filterPoints(Observer& observer);
   template <typename Observer>
   void smoothAndPublish(Observer& observer);
 
   StereoCalibration calibration_;
-  StereoRays rays_;
+  TwinRays rays_;
   std::int32_t blobIdCount_ = 0;
   bool keepsNearReference_ = false;
   std::vector<std::int32_t> expectedPoints_;
@@ -82,8 +79,8 @@ class Blob3D : public BaseCV {
   std::vector<Blob2DPoint>* rightInput_ = nullptr;
   std::vector<StereoPoint>* output_ = nullptr;
 
-  StereoBlobs blobs_;
-  IdGroups leftGroups_, rightGroups_;
+  std::size_t groups_ = 0;  ///< ids that `prepare` met
+  StereoBlobs blobs_;       ///< id by id
   NeighbourTable neighbours_;
   std::vector<BlobPair> pairs_;
   std::vector<PairPoint> pairPoints_;
@@ -98,20 +95,11 @@ bool Blob3D::process(Observer& observer) {
   if (!bound()) return true;
   takeInputs();
   undistortOntoLines();
-  groupById();
-  matchPairs(observer);
-  triangulate(rays_, blobs_, pairs_, pairPoints_, observer);
+  matchIds(blobs_, groups_, neighbours_, pairs_, observer);
+  triangulate(rays_, pairs_, pairPoints_, observer);
   filterPoints(observer);
   smoothAndPublish(observer);
   return true;
-}
-
-template <typename Observer>
-void Blob3D::matchPairs(Observer& observer) {
-  pairs_.clear();
-  for (std::size_t id = 0; id < leftGroups_.ids(); ++id) {
-    matchId(blobs_, leftGroups_[id], rightGroups_[id], neighbours_, pairs_, observer);
-  }
 }
 
 template <typename Observer>
@@ -130,8 +118,7 @@ template <typename Observer>
 void Blob3D::smoothAndPublish(Observer& observer) {
   currentPoints_.clear();
   for (const PairPoint& p : pairPoints_) {
-    const BlobPair& pair = pairs_[p.pair];
-    currentPoints_.push_back(stereoPoint(p, blobs_.left[pair.left], blobs_.right[pair.right]));
+    setStereoPoint(p, pairs_[p.pair], currentPoints_.emplace_back());
   }
   smoothPoints(kSmoothingRadius, historyById_, currentPoints_);
   for (std::size_t i = 0; i < currentPoints_.size(); ++i) {

@@ -34,7 +34,7 @@ struct PointMean {
     ++count;
   }
   void divide() {
-    if (count == 0) return;
+    if (count < 2) return;
     x /= count;
     y /= count;
     z /= count;
@@ -54,11 +54,15 @@ inline double distance(const PairPoint& point, const PointMean& mean) {
 /// Asks once for each point, from the first to the last.
 template <typename Condition>
 void removeIf(PairPoints& points, Condition condition) {
-  auto kept = points.begin();
-  for (const PairPoint& p : points) {
-    if (!condition(p)) *kept++ = p;
+  PairPoint* const end = points.data() + points.size();
+  PairPoint* p = points.data();
+  while (p != end && !condition(*p)) ++p;
+  if (p == end) return;  // as in most frames
+  PairPoint* kept = p;
+  while (++p != end) {
+    if (!condition(*p)) *kept++ = *p;
   }
-  points.erase(kept, points.end());
+  points.erase(points.end() - (end - kept), points.end());
 }
 
 /// Removes points beyond `maxDepth`; a point at `maxDepth` stays.
@@ -127,25 +131,26 @@ void removeSurplus(const std::vector<std::int32_t>& expectedPoints, bool hasPrev
   constexpr std::int32_t kNoId = -1;  // of a point that goes
   auto& candidates = scratch.candidates;
   bool tooMany = false;
-  for (std::size_t first = 0, end; first < points.size(); first = end) {
-    for (end = first + 1; end < points.size() && points[end].id == points[first].id;) ++end;
-    const auto id = static_cast<std::size_t>(points[first].id);
+  PairPoint* const last = points.data() + points.size();
+  for (PairPoint *first = points.data(), *end; first != last; first = end) {
+    for (end = first + 1; end != last && end->id == first->id;) ++end;
+    const auto id = static_cast<std::size_t>(first->id);
+    const auto count = static_cast<std::size_t>(end - first);
     const std::size_t expected =
-        id < expectedPoints.size() ? static_cast<std::size_t>(expectedPoints[id]) : end - first;
-    if (end - first <= expected) continue;
+        id < expectedPoints.size() ? static_cast<std::size_t>(expectedPoints[id]) : count;
+    if (count <= expected) continue;
     tooMany = true;
 
     candidates.clear();
-    for (std::size_t i = first; i < end; ++i) {
-      candidates.push_back({distance(points[i], previous[id]), &points[i]});
+    for (PairPoint* p = first; p != end; ++p) {
+      candidates.push_back({distance(*p, previous[id]), p});
     }
     if (hasPrevious) {
       stableSort(candidates.begin(), candidates.end(),
                  [](const auto& a, const auto& b) { return a.distance > b.distance; });
     }
-    const std::size_t surplus = candidates.size() - expected;
     const std::size_t goes = hasPrevious ? 0 : expected;
-    for (std::size_t i = goes; i < goes + surplus; ++i) {
+    for (std::size_t i = goes; i < goes + count - expected; ++i) {
       observer.pointDropped(candidates[i].point->pair, BlobFate::kTooMany, candidates[i].distance,
                             static_cast<double>(expected));
       candidates[i].point->id = kNoId;

@@ -1,33 +1,40 @@
 #include <alg_factory/stereo3d/PointSmoother.h>
 
-#include <cmath>
-
 #include <alg_factory/blob2d/Twin.h>
 
 namespace algorithm {
 
+std::array<double, PointHistory::kRoom> PointHistory::distancesFrom(
+    const Position& position) const {
+  std::array<double, kRoom> distances;
+  for (std::size_t i = 0; i < kRoom; i += 2) {
+    const Twin dx = position.x - load(x_ + i);
+    const Twin dy = position.y - load(y_ + i);
+    const Twin dz = position.z - load(z_ + i);
+    store(root(dx * dx + dy * dy + dz * dz), distances.data() + i);
+  }
+  return distances;
+}
+
 void smoothPoint(double radius, PointHistory& history, StereoPoint& point) {
   const PointHistory::Position raw{point.x, point.y, point.z};
-  const Twin rawXY = {raw.x, raw.y};
-  Twin sumXY = rawXY;
-  double sumZ = raw.z;
+  double sumX = raw.x, sumY = raw.y, sumZ = raw.z;
   int count = 1;
+  const auto distances = history.distancesFrom(raw);
   for (std::size_t i = history.size(); i-- > 0;) {
-    const PointHistory::Position& past = history[i];
-    const Twin pastXY = {past.x, past.y};
-    const Twin squares = (rawXY - pastXY) * (rawXY - pastXY);
-    const double dz = raw.z - past.z;
-    const double distance = std::sqrt(squares[0] + squares[1] + dz * dz);
-    if (!(distance < radius)) continue;
-    const double w = distance / radius;
-    sumXY += (1 - w) * pastXY + w * rawXY;
+    if (!(distances[i] < radius)) continue;
+    const PointHistory::Position past = history[i];
+    const double w = distances[i] / radius;
+    sumX += (1 - w) * past.x + w * raw.x;
+    sumY += (1 - w) * past.y + w * raw.y;
     sumZ += (1 - w) * past.z + w * raw.z;
     ++count;
   }
-  point.x = sumXY[0] / count;
-  point.y = sumXY[1] / count;
-  point.z = sumZ / count;
   history.push(raw);
+  if (count == 1) return;
+  point.x = sumX / count;
+  point.y = sumY / count;
+  point.z = sumZ / count;
 }
 
 void smoothPoints(double radius, std::vector<PointHistory>& historyById,

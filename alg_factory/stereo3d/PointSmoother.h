@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <vector>
@@ -12,27 +13,35 @@ namespace algorithm {
 class PointHistory {
  public:
   struct Position {
-    double x = 0.0, y = 0.0, z = 0.0;
+    double x, y, z;
   };
   static constexpr std::size_t kLength = 3;
 
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
-  const Position& operator[](std::size_t i) const { return positions_[i]; }
-  const Position& back() const { return positions_[size_ - 1]; }
+  Position operator[](std::size_t i) const { return {x_[i], y_[i], z_[i]}; }
+  Position back() const { return (*this)[size_ - 1]; }
   void clear() { size_ = 0; }
 
   /// The oldest goes where there is no more room.
   void push(const Position& position) {
     if (size_ == kLength) {
-      for (std::size_t i = 1; i < kLength; ++i) positions_[i - 1] = positions_[i];
+      for (double* list : {x_, y_, z_}) std::copy(list + 1, list + kLength, list);
       --size_;
     }
-    positions_[size_++] = position;
+    x_[size_] = position.x;
+    y_[size_] = position.y;
+    z_[size_] = position.z;
+    ++size_;
   }
 
+  static constexpr std::size_t kRoom = 4;  ///< two registers of two
+  /// Distances of the positions from `position`; what lies beyond `size` has no meaning.
+  std::array<double, kRoom> distancesFrom(const Position& position) const;
+
  private:
-  std::array<Position, kLength> positions_;
+  // Coordinate by coordinate, so that two positions are looked at together.
+  double x_[kRoom] = {}, y_[kRoom] = {}, z_[kRoom] = {};
   std::size_t size_ = 0;
 };
 

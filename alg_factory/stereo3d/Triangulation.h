@@ -22,6 +22,19 @@ struct StereoRays {
   Eigen::Vector3d leftCentreInRight;  ///< T
 };
 
+/// The same for two pairs at once.
+struct TwinRays {
+  struct Matrix {
+    Twin entries[3][3] = {};
+    Twin operator()(std::size_t row, std::size_t column) const { return entries[row][column]; }
+  };
+  Matrix leftRayInRight, rightRay;
+  Twin leftCentreInRight[3] = {};
+
+  TwinRays() = default;
+  TwinRays(const StereoRays& rays);
+};
+
 /// The inverses are the general ones of 3x3 matrices; a singular camera matrix is not tested.
 StereoRays raysFrom(const StereoCalibration& calibration);
 
@@ -30,19 +43,20 @@ StereoRays raysFrom(const StereoCalibration& calibration);
 /// solve [dR.dR, dR.dL; dL.dR, dL.dL] (t, -s)^T = (dR.T, dL.T)^T. Parallel rays give entries that
 /// are not finite. Sums are taken as they stand here, on every platform.
 /// The coordinates are undistorted pixels.
-/// @tparam Number  double, or Twin for two pairs at once
-template <typename Number>
-std::array<Number, 3> midpoint(const StereoRays& rays, Number leftX, Number leftY, Number rightX,
+/// @tparam Rays    StereoRays, or TwinRays for two pairs at once
+/// @tparam Number  double or Twin
+template <typename Rays, typename Number>
+std::array<Number, 3> midpoint(const Rays& rays, Number leftX, Number leftY, Number rightX,
                                Number rightY) {
   using Vector = std::array<Number, 3>;
-  const auto direction = [](const Eigen::Matrix3d& m, Number x, Number y) {
+  const auto direction = [](const auto& m, Number x, Number y) {
     return Vector{m(0, 0) * x + (m(0, 1) * y + m(0, 2)), m(1, 0) * x + (m(1, 1) * y + m(1, 2)),
                   m(2, 0) * x + (m(2, 1) * y + m(2, 2))};
   };
   const auto dot = [](const Vector& a, const auto& b) {
     return a[0] * b[0] + (a[1] * b[1] + a[2] * b[2]);
   };
-  const Eigen::Vector3d& T = rays.leftCentreInRight;
+  const auto& T = rays.leftCentreInRight;
   const Vector dL = direction(rays.leftRayInRight, leftX, leftY);
   const Vector dR = direction(rays.rightRay, rightX, rightY);
 
@@ -68,10 +82,16 @@ struct PairPoint {
 };
 
 /// What the point of a pair is published as.
-inline StereoPoint stereoPoint(const PairPoint& p, const Blob2DPoint& left,
-                               const Blob2DPoint& right) {
-  return {p.x, p.y, p.z, left.x, left.y, right.x, right.y, (left.diameter + right.diameter) / 2,
-          p.id};
+inline void setStereoPoint(const PairPoint& p, const BlobPair& pair, StereoPoint& point) {
+  point.x = p.x;
+  point.y = p.y;
+  point.z = p.z;
+  point.leftX = pair.left->x;
+  point.leftY = pair.left->y;
+  point.rightX = pair.right->x;
+  point.rightY = pair.right->y;
+  point.diameter = (pair.left->diameter + pair.right->diameter) / 2;
+  point.id = p.id;
 }
 
 /// A point must lie farther than this in front of the right camera.
@@ -79,26 +99,24 @@ constexpr double kMinDepth = 10.0;
 
 /// Replaces `points` by those of the pairs, in their order, that lie far enough from the camera.
 template <typename Observer>
-void triangulate(const StereoRays& rays, const StereoBlobs& blobs,
-                 const std::vector<BlobPair>& pairs, std::vector<PairPoint>& points,
-                 Observer& observer) {
+void triangulate(const TwinRays& rays, const std::vector<BlobPair>& pairs,
+                 std::vector<PairPoint>& points, Observer& observer) {
   points.clear();
+  const auto take = [&](std::size_t i, const BlobPair& pair, double x, double y, double z) {
+    observer.triangulated(i, x, y, z);
+    if (z > kMinDepth) {
+      points.push_back({x, y, z, pair.left->id, static_cast<std::uint32_t>(i)});
+    } else {
+      observer.pointDropped(i, BlobFate::kTooNear, z, kMinDepth);
+    }
+  };
   for (std::size_t i = 0; i < pairs.size(); i += 2) {
     const BlobPair& a = pairs[i];
     const BlobPair& b = pairs[i + 1 < pairs.size() ? i + 1 : i];  // the last may go with itself
-    const Blob2DPoint &leftA = blobs.left[a.left], &leftB = blobs.left[b.left];
-    const Blob2DPoint &rightA = blobs.right[a.right], &rightB = blobs.right[b.right];
-    const auto p = midpoint(rays, Twin{leftA.x, leftB.x}, Twin{leftA.y, leftB.y},
-                            Twin{rightA.x, rightB.x}, Twin{rightA.y, rightB.y});
-    for (std::size_t n = 0; n < 2 && i + n < pairs.size(); ++n) {
-      observer.triangulated(i + n, p[0][n], p[1][n], p[2][n]);
-      if (p[2][n] > kMinDepth) {
-        points.push_back({p[0][n], p[1][n], p[2][n], n == 0 ? leftA.id : leftB.id,
-                          static_cast<std::uint32_t>(i + n)});
-      } else {
-        observer.pointDropped(i + n, BlobFate::kTooNear, p[2][n], kMinDepth);
-      }
-    }
+    const auto p = midpoint(rays, Twin{a.left->x, b.left->x}, Twin{a.left->y, b.left->y},
+                            Twin{a.right->x, b.right->x}, Twin{a.right->y, b.right->y});
+    take(i, a, p[0][0], p[1][0], p[2][0]);
+    if (i + 1 < pairs.size()) take(i + 1, b, p[0][1], p[1][1], p[2][1]);
   }
 }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <iterator>
 
 #include <alg_factory/blob2d/Twin.h>
 
@@ -33,34 +32,27 @@ class Lanes {
 
   template <typename Point>
   void take(std::size_t half, const Point* points, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) {
-      x_[half * kTwins + i / 2][i % 2] = points[i].x;
-      y_[half * kTwins + i / 2][i % 2] = points[i].y;
+    const std::size_t first = half * kTwins;
+    for (std::size_t i = 0; i + 1 < count; i += 2) {
+      x_[first + i / 2] = Twin{points[i].x, points[i + 1].x};
+      y_[first + i / 2] = Twin{points[i].y, points[i + 1].y};
+    }
+    if (count % 2 != 0) {
+      x_[first + count / 2][0] = points[count - 1].x;
+      y_[first + count / 2][0] = points[count - 1].y;
     }
   }
 
-  /// Lanes without a point go along with what they hold: the image centre, or a point taken before.
-  void findAngles() {
-    Twin(&r)[2 * kTwins] = r_;
-    Twin theta[2 * kTwins];
-    for (std::size_t i = 0; i < 2 * kTwins; ++i) {
-      const Lens& lens = lenses_[i / kTwins];
-      x_[i] = (x_[i] - lens.cx) / lens.fx;
-      y_[i] = (y_[i] - lens.cy) / lens.fy;
-      theta[i] = r[i] = root(x_[i] * x_[i] + y_[i] * y_[i]);
+  /// Of at most `count` points in each half. Lanes without a point go along with what they hold:
+  /// the image centre, or a point taken before.
+  void findAngles(std::size_t count) {
+    if (count > 4) {
+      findAnglesOf<3>();
+    } else if (count > 2) {
+      findAnglesOf<2>();
+    } else {
+      findAnglesOf<1>();
     }
-    for (int step = 0; step < kSteps; ++step) {
-      for (std::size_t i = 0; i < 2 * kTwins; ++i) {
-        const Lens& lens = lenses_[i / kTwins];
-        const Twin theta2 = theta[i] * theta[i];
-        const Twin theta4 = theta2 * theta2;
-        const Twin theta6 = theta4 * theta2;
-        const Twin theta8 = theta4 * theta4;
-        theta[i] = r[i] / (1.0 + lens.k1 * theta2 + lens.k2 * theta4 + lens.k3 * theta6 +
-                           lens.k4 * theta8);
-      }
-    }
-    std::copy(std::begin(theta), std::end(theta), theta_);
   }
 
   template <typename Point>
@@ -82,6 +74,34 @@ class Lanes {
     Twin fx, cx, fy, cy, k1, k2, k3, k4;
   };
 
+  /// Of the first `kUsed` twins of each half.
+  template <std::size_t kUsed>
+  void findAnglesOf() {
+    const auto forEach = [](auto step) {
+      for (std::size_t n = 0; n < 2 * kUsed; ++n) step(n / kUsed, n / kUsed * kTwins + n % kUsed);
+    };
+    Twin(&r)[2 * kTwins] = r_;
+    Twin theta[2 * kTwins];
+    forEach([&](std::size_t half, std::size_t i) {
+      const Lens& lens = lenses_[half];
+      x_[i] = (x_[i] - lens.cx) / lens.fx;
+      y_[i] = (y_[i] - lens.cy) / lens.fy;
+      theta[i] = r[i] = root(x_[i] * x_[i] + y_[i] * y_[i]);
+    });
+    for (int step = 0; step < kSteps; ++step) {
+      forEach([&](std::size_t half, std::size_t i) {
+        const Lens& lens = lenses_[half];
+        const Twin theta2 = theta[i] * theta[i];
+        const Twin theta4 = theta2 * theta2;
+        const Twin theta6 = theta4 * theta2;
+        const Twin theta8 = theta4 * theta4;
+        theta[i] = r[i] / (1.0 + lens.k1 * theta2 + lens.k2 * theta4 + lens.k3 * theta6 +
+                           lens.k4 * theta8);
+      });
+    }
+    forEach([&](std::size_t, std::size_t i) { theta_[i] = theta[i]; });
+  }
+
   Lens lenses_[2];
   Twin x_[2 * kTwins], y_[2 * kTwins];
   Twin r_[2 * kTwins], theta_[2 * kTwins];
@@ -96,7 +116,7 @@ void undistortAll(Lanes& lanes, Point* first, std::size_t firstCount, Point* sec
     const std::size_t b = std::min(secondCount, Lanes::kHalf);
     lanes.take(0, first, a);
     lanes.take(1, second, b);
-    lanes.findAngles();
+    lanes.findAngles(std::max(a, b));
     lanes.put(0, first, a);
     lanes.put(1, second, b);
     first += a;

@@ -198,8 +198,7 @@ void PipelineTrace::measureRays() {
   const algorithm::StereoRays rays = algorithm::raysFrom(stage.calibration());
   for (std::size_t i = 0; i < packet_.points.size(); ++i) {
     const algorithm::BlobPair& pair = stage.pairs()[i];
-    packet_.points[i].rayGap =
-        rayGap(rays, stage.blobs().left[pair.left], stage.blobs().right[pair.right]);
+    packet_.points[i].rayGap = rayGap(rays, *pair.left, *pair.right);
   }
 }
 

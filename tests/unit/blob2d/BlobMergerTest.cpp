@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
-#include <numeric>
 #include <tuple>
 #include <vector>
 
@@ -29,16 +28,17 @@ Blob2DPoint disc(double x, double y, int diameter, int id = 0) {
 
 using Seen = std::tuple<double, double, int>;
 
+algorithm::BlobRun runOf(std::vector<Blob2DPoint>& blobs) {
+  return {blobs.data(), blobs.data() + blobs.size()};
+}
+
 /// What is left of blobs of one id.
 std::vector<Blob2DPoint> survivors(std::vector<Blob2DPoint> blobs) {
-  std::vector<std::uint32_t> indices(blobs.size());
-  std::iota(indices.begin(), indices.end(), 0u);
-  algorithm::IndexSpan group{indices.data(), indices.size()};
+  std::vector<std::uint32_t> names(blobs.size());
   algorithm::NoObserver nobody;
-  mergeOverlapping(blobs, group, 0, nobody);
-  std::vector<Blob2DPoint> left;
-  for (const std::uint32_t i : group) left.push_back(blobs[i]);
-  return left;
+  const Blob2DPoint* const end = mergeOverlapping(runOf(blobs), names.data(), 0, nobody);
+  blobs.resize(static_cast<std::size_t>(end - blobs.data()));
+  return blobs;
 }
 
 std::vector<Seen> merged(const std::vector<Blob2DPoint>& blobs) {
@@ -161,11 +161,13 @@ struct Merges : algorithm::NoObserver {
 TEST(MergeOverlapping, TellsWhatTookWhatFromHowFar) {
   // As above: the second, 10 wide, takes the first, 7 away, and moves to 3.5; the third stays.
   std::vector<Blob2DPoint> blobs{disc(7, 0, 6), disc(0, 0, 10), disc(12, 0, 6)};
-  std::vector<std::uint32_t> indices{0, 1, 2};
-  algorithm::IndexSpan group{indices.data(), indices.size()};
+  std::vector<std::uint32_t> names{20, 21, 22};
   Merges merges;
-  mergeOverlapping(blobs, group, 1, merges);
-  EXPECT_THAT(merges.seen, ElementsAre(std::tuple(0u, 1u, 7.0, 8.0)));
+  const Blob2DPoint* const end = mergeOverlapping(runOf(blobs), names.data(), 1, merges);
+  EXPECT_THAT(merges.seen, ElementsAre(std::tuple(20u, 21u, 7.0, 8.0)));
+  EXPECT_EQ(end, &blobs[2]);
+  EXPECT_EQ(names[0], 21u);  // the widest comes first, and with it its name
+  EXPECT_EQ(names[1], 22u);
 }
 
 TEST(MergeOverlapping, EqualDiametersKeepTheirOrder) {

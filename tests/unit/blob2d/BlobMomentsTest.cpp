@@ -68,29 +68,21 @@ TEST(PointFromMoments, DividesInDoublePrecisionWithoutSign) {
   EXPECT_EQ(point.y, 1431655765.0);  // 4294967295 = 3 * 1431655765
 }
 
-TEST(MeasureBlobs, GivesOneBlobForEachRecord) {
+TEST(MeasureBlobs, MeasuresWhatIsListedInItsOrder) {
   std::vector<Blob2DPoint> blobs(9);
-  measureBlobs({{2, 16, 100, 200}, {0, 0, 5, 5}, {1, 1, 7, 8}}, 110, blobs);
-  ASSERT_THAT(blobs, SizeIs(3));
-  EXPECT_EQ(blobs[0].x, 6.25);
-  EXPECT_EQ(blobs[0].id, 2);
-  EXPECT_EQ(blobs[2].y, 8.0);
-  EXPECT_EQ(blobs[2].id, 1);
-}
-
-TEST(MeasureBlobs, LeavesABlobWithoutWeightWithoutAnId) {
-  std::vector<Blob2DPoint> blobs(1);
-  blobs[0].x = 9;
-  blobs[0].id = 3;
-  measureBlobs({{0, 0, 5, 5}}, 110, blobs);
-  EXPECT_EQ(blobs[0].id, -1);
-  EXPECT_EQ(blobs[0].x, 0.0);
+  measureBlobs({{2, 16, 100, 200}, {0, 0, 5, 5}, {1, 1, 7, 8}}, {2, 0}, 110, blobs);
+  ASSERT_THAT(blobs, SizeIs(2));
+  EXPECT_EQ(blobs[0].y, 8.0);
+  EXPECT_EQ(blobs[0].id, 1);
+  EXPECT_EQ(blobs[1].x, 6.25);
+  EXPECT_EQ(blobs[1].id, 2);
+  EXPECT_THAT(blobs[1].aux, testing::ElementsAre(0, 0, 0));
 }
 
 TEST(MeasureBlobs, KeepsTheStorage) {
   std::vector<Blob2DPoint> blobs(8);
   const Blob2DPoint* storage = blobs.data();
-  measureBlobs({{0, 1, 1, 1}}, 110, blobs);
+  measureBlobs({{0, 1, 1, 1}}, {0}, 110, blobs);
   EXPECT_EQ(blobs.data(), storage);
 }
 

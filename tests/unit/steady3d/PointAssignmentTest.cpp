@@ -111,10 +111,15 @@ TEST(HoldMissing, HoldsNothingWithoutAHold) {
   EXPECT_TRUE(points.empty());
 }
 
+TEST(ObjectsByMarker, ListsAnObjectForEachOfItsMarkers) {
+  EXPECT_THAT(algorithm::objectsByMarker({1, 1, 2}), ElementsAre(0, 1, 2, 2));
+  EXPECT_TRUE(algorithm::objectsByMarker({}).empty());
+}
+
 TEST(Distribute, TakesTheFirstPointOfEachObjectAndLeavesTheRestInOrder) {
   std::vector<StereoPoint> points = {point(1, 10), point(0, 20), point(1, 30), point(5, 40)};
   MarkerPoints markers = markersOf(3);
-  distribute({1, 1, 1}, points, markers);
+  distribute({0, 1, 2}, points, markers);
   EXPECT_THAT(markers.index, ElementsAre(0, 1, -1));
   EXPECT_EQ(markers.position[0].x, 20.0f);
   EXPECT_EQ(markers.position[0].y, 21.0f);
@@ -126,7 +131,7 @@ TEST(Distribute, TakesTheFirstPointOfEachObjectAndLeavesTheRestInOrder) {
 TEST(Distribute, AnObjectOfTwoMarkersTakesTheFirstTwoPointsInTheirOrder) {
   std::vector<StereoPoint> points = {point(2, 90, 6), point(0, 5), point(2, 10, 12), point(2, 50)};
   MarkerPoints markers = markersOf(4);
-  distribute({1, 1, 2}, points, markers);
+  distribute({0, 1, 2, 2}, points, markers);
   EXPECT_THAT(markers.index, ElementsAre(0, -1, 2, 2));
   EXPECT_EQ(markers.position[2].x, 90.0f);
   EXPECT_EQ(markers.position[3].x, 10.0f);
@@ -138,15 +143,15 @@ TEST(Distribute, AnObjectOfTwoMarkersTakesTheFirstTwoPointsInTheirOrder) {
 TEST(Distribute, OnePointOfTwoGoesToTheFirstMarker) {
   std::vector<StereoPoint> points = {point(2, 90)};
   MarkerPoints markers = markersOf(4);
-  distribute({1, 1, 2}, points, markers);
+  distribute({0, 1, 2, 2}, points, markers);
   EXPECT_THAT(markers.index, ElementsAre(-1, -1, 2, -1));
 }
 
 TEST(Distribute, AMarkerThatSeesNothingKeepsItsPosition) {
   MarkerPoints markers = markersOf(1);
   std::vector<StereoPoint> points = {point(0, 10)};
-  distribute({1}, points, markers);
-  distribute({1}, points, markers);
+  distribute({0}, points, markers);
+  distribute({0}, points, markers);
   EXPECT_THAT(markers.index, ElementsAre(-1));
   EXPECT_EQ(markers.position[0].x, 10.0f);
 }
@@ -154,7 +159,7 @@ TEST(Distribute, AMarkerThatSeesNothingKeepsItsPosition) {
 TEST(Distribute, NeverGoesBeyondTheMarkersThatWereSized) {
   MarkerPoints markers = markersOf(2);
   std::vector<StereoPoint> points = {point(0, 10), point(1, 20), point(2, 30)};
-  distribute({1, 1, 1}, points, markers);
+  distribute({0, 1, 2}, points, markers);
   EXPECT_THAT(markers.index, ElementsAre(0, 1));
   EXPECT_THAT(xs(points), ElementsAre(30));
 }

@@ -432,8 +432,8 @@ TEST(Blob3D, PairsHoldTheUndistortedBlobWithItsLine) {
   stage.frame({{1, 200, 300, 1000}});
   const auto& pairs = stage.blob3D.pairs();
   ASSERT_EQ(pairs.size(), 1u);
-  const Blob2DPoint& left = stage.blob3D.blobs().left[pairs[0].left];
-  const Blob2DPoint& right = stage.blob3D.blobs().right[pairs[0].right];
+  const Blob2DPoint& left = *pairs[0].left;
+  const Blob2DPoint& right = *pairs[0].right;
   EXPECT_NEAR(left.x, 150, 1e-9);  // (200 + 100) / 1000 * 500
   EXPECT_NEAR(left.y, 150, 1e-9);
   EXPECT_NEAR(right.x, 100, 1e-9);

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <iostream>
 #include <limits>
-#include <numeric>
 #include <random>
 #include <string>
 #include <utility>
@@ -20,7 +19,6 @@ namespace {
 using algorithm::Blob2DPoint;
 using algorithm::BlobPair;
 using algorithm::epipolarDistance;
-using algorithm::IndexSpan;
 using algorithm::NeighbourTable;
 using algorithm::NoObserver;
 using algorithm::StereoBlobs;
@@ -34,23 +32,19 @@ using Blobs = std::vector<Blob2DPoint>;
 
 using Pairs = std::vector<std::pair<Blob2DPoint, Blob2DPoint>>;
 
-std::vector<std::uint32_t> indicesOf(const Blobs& blobs) {
-  std::vector<std::uint32_t> indices(blobs.size());
-  std::iota(indices.begin(), indices.end(), 0u);
-  return indices;
+algorithm::BlobRun runOf(Blobs& blobs) {
+  return {blobs.data(), blobs.data() + blobs.size()};
 }
 
 /// The pairs of blobs of one id.
 Pairs matched(const Blobs& left, const Blobs& right) {
-  auto ofLeft = indicesOf(left), ofRight = indicesOf(right);
-  const StereoBlobs blobs{left, right};
+  StereoBlobs blobs{left, right};
   NeighbourTable table;
   std::vector<BlobPair> pairs;
   NoObserver nobody;
-  matchId(blobs, {ofLeft.data(), ofLeft.size()}, {ofRight.data(), ofRight.size()}, table, pairs,
-          nobody);
+  matchId(blobs, runOf(blobs.left), runOf(blobs.right), table, pairs, nobody);
   Pairs result;
-  for (const BlobPair& pair : pairs) result.emplace_back(left[pair.left], right[pair.right]);
+  for (const BlobPair& pair : pairs) result.emplace_back(*pair.left, *pair.right);
   return result;
 }
 
@@ -67,15 +61,12 @@ bool accepted(const Blob2DPoint& left, const Blob2DPoint& right) {
 
 /// Replaces both lists by what the cut leaves of them.
 void cutToSameCount(Blobs& left, Blobs& right) {
-  auto ofLeft = indicesOf(left), ofRight = indicesOf(right);
-  IndexSpan l{ofLeft.data(), ofLeft.size()}, r{ofRight.data(), ofRight.size()};
-  const StereoBlobs blobs{left, right};
+  StereoBlobs blobs{left, right};
+  algorithm::BlobRun l = runOf(blobs.left), r = runOf(blobs.right);
   NoObserver nobody;
   algorithm::cutToSameCount(blobs, l, r, nobody);
-  left.clear();
-  right.clear();
-  for (const std::uint32_t i : l) left.push_back(blobs.left[i]);
-  for (const std::uint32_t i : r) right.push_back(blobs.right[i]);
+  left.assign(l.first, l.last);
+  right.assign(r.first, r.last);
 }
 
 TEST(EpipolarDistance, IsTheMeanOfBothPointToLineDistances) {
@@ -295,21 +286,21 @@ struct Fates : NoObserver {
 };
 
 std::vector<std::string> told(const Blobs& left, const Blobs& right) {
-  auto ofLeft = indicesOf(left), ofRight = indicesOf(right);
+  StereoBlobs blobs{left, right};
   NeighbourTable table;
   std::vector<BlobPair> pairs;
   Fates fates;
-  matchId({left, right}, {ofLeft.data(), ofLeft.size()}, {ofRight.data(), ofRight.size()}, table,
-          pairs, fates);
+  matchId(blobs, runOf(blobs.left), runOf(blobs.right), table, pairs, fates);
   return fates.told;
 }
 
 TEST(MatchId, TellsWhatBecomesOfEveryBlob) {
   EXPECT_THAT(told({rowBlob(1, 0, 4)}, {}), ElementsAre("no partner 0 0 0 0"));
   EXPECT_THAT(told({}, {rowBlob(1, 0, 4)}), ElementsAre("no partner 1 0 0 0"));
-  // Two right blobs against one: the smaller goes, the other lies 7 rows off, against 5.
+  // Two right blobs against one: the smaller goes, the other lies 7 rows off, against 5. Places are
+  // those in the order by size.
   EXPECT_THAT(told({rowBlob(1, 0, 4)}, {rowBlob(2, 0, 4), rowBlob(3, 7, 6)}),
-              ElementsAre("surplus 1 0 2 1", "refused 0 1 7 5"));
+              ElementsAre("surplus 1 1 2 1", "refused 0 0 7 5"));
   // As in BlobWhoseNearestPrefersAnotherIsDropped.
   EXPECT_THAT(
       told({rowBlob(-6, 0, 4), rowBlob(1, 0, 4), rowBlob(5, 0, 4)},

@@ -35,16 +35,11 @@ StereoRays raysOf(const FisheyePair& pair) {
 
 /// The points of blobs in twos: left, right, left, right.
 std::vector<PairPoint> triangulated(const StereoRays& rays, const std::vector<Blob2DPoint>& twos) {
-  algorithm::StereoBlobs blobs;
   std::vector<algorithm::BlobPair> pairs;
-  for (std::uint32_t i = 0; 2 * i + 1 < twos.size(); ++i) {
-    blobs.left.push_back(twos[2 * i]);
-    blobs.right.push_back(twos[2 * i + 1]);
-    pairs.push_back({i, i});
-  }
+  for (std::size_t i = 0; i + 1 < twos.size(); i += 2) pairs.push_back({&twos[i], &twos[i + 1]});
   std::vector<PairPoint> points(1);  // must not survive
   algorithm::NoObserver nobody;
-  triangulate(rays, blobs, pairs, points, nobody);
+  triangulate(rays, pairs, points, nobody);
   return points;
 }
 
@@ -177,8 +172,9 @@ TEST(Triangulate, NoPairsGiveNoPoints) {
 }
 
 TEST(StereoPoint, HoldsBothCentresTheMeanDiameterAndTheId) {
-  const StereoPoint p =
-      stereoPoint({1, 2, 3, 4, 9}, blob(0.125, 0.25, 4, 4), blob(0.5, 0.75, 7, 4));
+  const Blob2DPoint left = blob(0.125, 0.25, 4, 4), right = blob(0.5, 0.75, 7, 4);
+  StereoPoint p;
+  setStereoPoint({1, 2, 3, 4, 9}, {&left, &right}, p);
   EXPECT_EQ(p.x, 1);
   EXPECT_EQ(p.y, 2);
   EXPECT_EQ(p.z, 3);
