@@ -253,7 +253,8 @@ class Fitter {
   }
 
   /// The robust fit from near by.
-  PairFit settle(std::vector<ObservedPair> pairs, Vector p) const {
+  /// @param pairs  those that were set aside are taken out
+  PairFit settle(std::vector<ObservedPair>& pairs, Vector p) const {
     PairFit fit;
     const std::size_t given = pairs.size();
     for (int attempt = 0; attempt < 10; ++attempt) {
@@ -282,6 +283,11 @@ class Fitter {
     fit.alone = given - pairs.size();
     fit.change = p;
     return fit;
+  }
+
+  /// States the uncertainty of a fit whose result is this fitter's pose.
+  void judgeResult(const std::vector<ObservedPair>& pairs, PairFit& fit) const {
+    judge(Distances<N>(pose_, pairs), Vector::Zero(), fit);
   }
 
  private:
@@ -319,7 +325,6 @@ class Fitter {
   /// Fills covariance and counts; returns the pairs on which a direction hangs alone.
   std::vector<std::size_t> judge(const Distances<N>& distances, const Vector& p,
                                  PairFit& fit) const {
-    // Around the result: the same pose, written as no change from itself.
     const auto at = distances.withDerivatives(p.data());
     Square curvature = Square::Zero(), scatter = Square::Zero();
     std::vector<Vector> rows(distances.size());
@@ -394,7 +399,7 @@ template <int N>
 PairFit fitFrom(const StereoCalibration& given, const std::vector<ObservedPair>& pairs,
                 const Eigen::VectorXd& believed) {
   const Pose pose = poseOf(given);
-  const std::vector<ObservedPair> usable = withinTheLens(pose, pairs);
+  std::vector<ObservedPair> usable = withinTheLens(pose, pairs);
   PairFit fit;
   fit.change = Eigen::VectorXd::Zero(N);
   fit.covariance = Eigen::MatrixXd::Identity(N, N) * 1e6;
@@ -410,8 +415,12 @@ PairFit fitFrom(const StereoCalibration& given, const std::vector<ObservedPair>&
   poseFitter.guess(some, poseStart);
   poseFitter.approach(some, poseStart);
   start.template head<kPoseParameters>() = poseStart;
-  const Fitter<N> fitter(pose, believed);
-  return fitter.settle(usable, start);
+  fit = Fitter<N>(pose, believed).settle(usable, start);
+  // As small differences from the result. Those from a calibration that is degrees away are others,
+  // and where parameters look nearly alike, a few percent of difference are many deviations.
+  const Pose result = poseOf(moved(given, fit.change));
+  Fitter<N>(result, believed).judgeResult(usable, fit);
+  return fit;
 }
 
 }  // namespace

@@ -115,6 +115,23 @@ TEST(PairFit, StatedDeviationsAreThoseOfManyFits) {
   EXPECT_NEAR(std::sqrt(sum / (5 * kFits)), 1, 0.2);
 }
 
+// Differences from a calibration that is degrees away are other parameters: where two look nearly
+// alike, as turning inwards and moving forward do, they differ by many standard deviations.
+TEST(PairFit, TheCovarianceIsThatOfDifferencesFromTheResult) {
+  const rig::StereoRig given = rig::builtInRig();
+  rig::RigError bend;
+  bend.rotation = Eigen::Vector3d(3, -3, 2);
+  bend.translation = Eigen::Vector3d(-2, 3, 3);
+  rig::StereoRig truth = given;
+  truth.calibration = rig::withError(given.calibration, bend);
+  const auto pairs = pairsAllOver(truth, 3000, 0.05, 31);
+  const PairFit far = fitPairs(given.calibration, pairs);
+  const PairFit near = fitPairs(moved(given.calibration, far.change), pairs);
+  ASSERT_LT(near.change.norm(), 1e-6);
+  const Eigen::MatrixXd ratio = near.covariance.ldlt().solve(far.covariance);
+  EXPECT_LT((ratio - Eigen::MatrixXd::Identity(kPoseParameters, kPoseParameters)).norm(), 1e-3);
+}
+
 TEST(PairFit, WhatNobodySawMovesOnlyAsFarAsItIsBelieved) {
   const auto rig = rig::builtInRig();
   PairFitOptions options;
