@@ -135,6 +135,25 @@ void checkEnds(Database& database) {
             ": the file is damaged; `algtrack repair` saves what is whole");
 }
 
+/// While it lives, and for the statements that were begun in it until they end, a growing file
+/// stands still.
+class OneMoment {
+ public:
+  explicit OneMoment(Database& database) : database_(database) { database_.execute("BEGIN"); }
+  ~OneMoment() {
+    try {
+      database_.execute("COMMIT");
+    } catch (const RecordingError&) {
+      // It held nothing but a view.
+    }
+  }
+  OneMoment(const OneMoment&) = delete;
+  OneMoment& operator=(const OneMoment&) = delete;
+
+ private:
+  Database& database_;
+};
+
 }  // namespace
 
 struct EntryCursor::State {
@@ -251,9 +270,10 @@ bool EntryCursor::next(session::Entry& entry) {
   State& state = *state_;
   entry.logs.clear();
   entry.blocks.clear();
+  std::optional<OneMoment> moment;
+  if (!state.begun) moment.emplace(state.database);
   const bool found = state.calls.step();
   if (!state.begun) {
-    // After the calls' first step, so that all see the same moment of a growing file.
     state.begun = true;
     state.hasLog = State::advance(state.logs, state.logPlace, state.path, "logs");
     state.hasBlock = State::advance(state.blocks, state.blockPlace, state.path, "blocks");

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <set>
 #include <string>
@@ -77,6 +78,35 @@ TEST(RecorderTest, CommitsAsOftenAsItIsAsked) {
   EXPECT_EQ(calls("never"), 0);
   never.close();
   EXPECT_EQ(calls("never"), kCalls);
+}
+
+TEST(RecorderTest, WhoReadsBehindTheLastCallIsNotMetByTheNextOnesMessages) {
+  const ScratchFolder folder;
+  RecorderOptions options;
+  options.commitInterval = std::chrono::milliseconds(1);
+  Recorder recorder(folder.path("a.algrec"), options);
+  std::atomic<bool> stop{false};
+  std::thread host([&] {
+    for (std::int64_t i = 0; !stop; ++i) {
+      Unit unit = unitOf(i);
+      unit.entries[0].logs.push_back({0, 1, "text"});
+      recorder.append(unit);
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+  });
+  session::Entry entry;
+  for (int i = 0; i < 6000; ++i) {
+    const RecordingReader reader(folder.path("a.algrec"));
+    auto behind = reader.entries(reader.callCount());
+    try {
+      while (behind.next(entry)) EXPECT_EQ(entry.logs.size(), 1u);
+    } catch (const recording::RecordingError& error) {
+      ADD_FAILURE() << i << ": " << error.what();
+      break;
+    }
+  }
+  stop = true;
+  host.join();
 }
 
 TEST(RecorderTest, AFileUnderWayIsReadableAndSaysThatItIsNotComplete) {
