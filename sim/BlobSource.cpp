@@ -59,7 +59,7 @@ bool BlobSource::observeMarker(const MarkerTruth& marker, rig::Camera camera, do
   const bool split = random.chance(options_.splitProbability);
   const double splitDirection = random.uniform(0, 2 * kPi);
 
-  if (dropped || occluded(marker, camera, time)) return false;
+  if (dropped || occluded(marker, camera, time) || !radiatesTo(marker, camera)) return false;
   auto image = imageOf(marker.position, options_.markerDiameter, camera);
   if (!image) return false;
   image->x += noiseX;
@@ -101,6 +101,16 @@ void BlobSource::addStrays(rig::Camera camera, int idCount, Random& random,
     image.diameter = random.uniform(kStrayDiameters[0], kStrayDiameters[1]);
     blobs.push_back(blobRecord(random.index(idCount), camera, image));
   }
+}
+
+bool BlobSource::radiatesTo(const MarkerTruth& marker, rig::Camera camera) const {
+  if (marker.facing.isZero() || options_.emissionAngle >= 180) return true;
+  Eigen::Vector3d from = marker.position, to = marker.position + marker.facing;
+  if (camera == rig::Camera::kLeft)
+    for (Eigen::Vector3d* const p : {&from, &to}) *p = rig::rightToLeft(calibration_, *p);
+  // The camera is in its frame's origin.
+  const double cosine = -(to - from).dot(from.normalized());
+  return cosine >= std::cos(options_.emissionAngle * kPi / 180);
 }
 
 bool BlobSource::occluded(const MarkerTruth& marker, rig::Camera camera, double time) const {

@@ -21,7 +21,10 @@ struct Occlusion {
 
 /// How the cameras see. The defaults are a perfect sensor.
 struct BlobOptions {
-  double markerDiameter = 30;     ///< mm; a blob needs 2 px of diameter to be paired at all
+  double markerDiameter = 30;  ///< mm; a blob needs 2 px of diameter to be paired at all
+  /// Degrees: a camera further from a marker's facing does not see it. Markers without facing
+  /// radiate all around.
+  double emissionAngle = 180;
   double pixelNoise = 0;          ///< standard deviation of a blob's x and of its y, px
   double dropoutProbability = 0;  ///< per marker, camera and frame
   double splitProbability = 0;    ///< a blob comes as two overlapping halves of the same id
@@ -42,6 +45,7 @@ class BlobSource {
                std::vector<BlobRecord>& blobs) const;
 
  private:
+  bool radiatesTo(const MarkerTruth& marker, rig::Camera camera) const;
   bool occluded(const MarkerTruth& marker, rig::Camera camera, double time) const;
   bool observeMarker(const MarkerTruth& marker, rig::Camera camera, double time, Random& random,
                      std::vector<BlobRecord>& blobs) const;

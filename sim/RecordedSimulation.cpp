@@ -24,6 +24,7 @@ std::string describe(const SimulatorOptions& simulation, const SessionOptions& o
   facts["seconds"] = options.seconds;
   facts["rate_hz"] = simulation.frameRate;
   facts["marker_mm"] = simulation.blobs.markerDiameter;
+  if (simulation.blobs.emissionAngle < 180) facts["emission_deg"] = simulation.blobs.emissionAngle;
   facts["noise_px"] = simulation.blobs.pixelNoise;
   facts["dropouts"] = simulation.blobs.dropoutProbability;
   facts["splits"] = simulation.blobs.splitProbability;
@@ -149,6 +150,8 @@ SessionCounts recordSimulation(
   if (!simulation.drift.none())
     recorder.facts[recording::kTrueCalibrationAtEnd] =
         hexOf(simulator.trueCalibration(options.seconds));
+
+  if (!description.bodyText.empty()) recorder.facts[kTrueBody] = description.bodyText;
 
   SessionCounts counts;
   Host host(counts);

@@ -12,6 +12,10 @@
 
 namespace sim {
 
+/// The fact that holds the simulated body, JSON as bodies::bodyText: its pose is that over its
+/// markers' true places.
+constexpr const char* kTrueBody = "true_body";
+
 struct SessionOptions {
   int productType = 1;
   double seconds = 20;
@@ -25,6 +29,7 @@ struct SessionDescription {
   std::string calibration = "built in";  ///< the file's name
   std::string motion = "moving";
   std::string body;                              ///< the file's name; empty = the built-in objects
+  std::string bodyText;                          ///< the file's content
   std::vector<std::string> occlusions;           ///< as they were asked for
   std::map<std::string, std::string> rigErrors;  ///< likewise, by name: "bend", "drift", ...
 };

@@ -95,6 +95,7 @@ SceneState Scene::at(double seconds) const {
       marker.objectId = object.id;
       marker.markerIndex = static_cast<int>(i);
       marker.position = pose.position + pose.orientation * object.markers[i];
+      if (i < object.facings.size()) marker.facing = pose.orientation * object.facings[i];
       state.markers.push_back(marker);
     }
     state.objects.push_back({object.id, pose.position});

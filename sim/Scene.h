@@ -21,6 +21,8 @@ struct MarkerTruth {
   int objectId = 0;                                    ///< also the marker's blob id
   int markerIndex = 0;                                 ///< 0, or 0 and 1 for the two-point object
   Eigen::Vector3d position = Eigen::Vector3d::Zero();  ///< right camera's frame, mm
+  /// Unit vector along which it radiates, right camera's frame; zero = in all directions.
+  Eigen::Vector3d facing = Eigen::Vector3d::Zero();
   bool inLeft = false;   ///< the left camera reported it (filled by BlobSource)
   bool inRight = false;  ///< the right camera reported it
 };
@@ -42,6 +44,7 @@ struct SceneState {
 struct SceneObject {
   int id = 0;
   std::vector<Eigen::Vector3d> markers;  ///< in the object's frame, mm; their mean is its origin
+  std::vector<Eigen::Vector3d> facings;  ///< unit vectors; empty = they radiate all around
   Eigen::Vector3d mount =
       Eigen::Vector3d::Zero();  ///< where it rests; on the body with measured motion
   SmoothMotion motion;          ///< added to `mount`; unused with measured motion

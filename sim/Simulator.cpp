@@ -18,6 +18,8 @@ void check(const SimulatorOptions& options) {
   require(options.blobs.markerDiameter > 0 && std::isfinite(options.blobs.markerDiameter),
           "a positive marker diameter");
   require(isAmount(options.driftSeconds) && options.driftSeconds > 0, "a positive time of drift");
+  require(options.blobs.emissionAngle > 0 && options.blobs.emissionAngle <= 180,
+          "an emission angle above 0 and up to 180 degrees");
   require(isAmount(options.blobs.pixelNoise), "a pixel noise of 0 or more");
   require(options.blobs.strayRate >= 0 && options.blobs.strayRate <= 100,
           "a stray rate from 0 to 100");

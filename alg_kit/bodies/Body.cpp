@@ -11,6 +11,12 @@ const BodyMarker* Body::markerOf(int id) const {
   return nullptr;
 }
 
+Eigen::Vector3d meanOf(const Body& body) {
+  Eigen::Vector3d sum = Eigen::Vector3d::Zero();
+  for (const BodyMarker& marker : body.markers) sum += marker.position;
+  return sum / static_cast<double>(body.markers.size());
+}
+
 bool spanPlane(const std::vector<Eigen::Vector3d>& points, double least) {
   if (points.size() < 3) return false;
   Eigen::Vector3d mean = Eigen::Vector3d::Zero();

@@ -14,6 +14,8 @@ struct BodyMarker {
   int id = 0;                                           ///< blob id
   Eigen::Vector3d position = Eigen::Vector3d::Zero();   ///< body's frame, mm
   Eigen::Vector3d deviation = Eigen::Vector3d::Zero();  ///< standard deviations, mm; 0 = not known
+  /// Unit vector along which it radiates, body's frame; zero = not known.
+  Eigen::Vector3d facing = Eigen::Vector3d::Zero();
 };
 
 /// A rigid body: what blob ids are where, in a frame of its own. Millimetres.
@@ -25,6 +27,9 @@ struct Body {
   /// Null if the body has no such marker.
   const BodyMarker* markerOf(int id) const;
 };
+
+/// The mean of its markers, body's frame.
+Eigen::Vector3d meanOf(const Body& body);
 
 /// Whether points span a plane at least: the second largest extent is above `least`. Points on a
 /// line do not say how far a body is turned about the line.

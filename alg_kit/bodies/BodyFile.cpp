@@ -60,6 +60,11 @@ class Reader {
       marker.deviation = vector(object.at("deviation"), "deviation");
     if (marker.deviation.minCoeff() < 0)
       fail("expected standard deviations of 0 or more in deviation, found a negative one");
+    if (object.contains("facing")) {
+      marker.facing = vector(object.at("facing"), "facing");
+      if (!(marker.facing.norm() > 1e-6)) fail("expected a direction in facing, found none");
+      marker.facing.normalize();
+    }
     return marker;
   }
 
@@ -87,6 +92,7 @@ std::string bodyText(const Body& body) {
   for (const BodyMarker& marker : body.markers) {
     Json json = {{"id", marker.id}, {"position", listOf(marker.position)}};
     if (!marker.deviation.isZero(0)) json["deviation"] = listOf(marker.deviation);
+    if (!marker.facing.isZero(0)) json["facing"] = listOf(marker.facing);
     markers.push_back(json);
   }
   Json json = {{"format", kFormat},

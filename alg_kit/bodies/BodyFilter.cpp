@@ -24,12 +24,6 @@ int countOf(const Flags& flags) {
   return static_cast<int>(std::count(flags.begin(), flags.end(), true));
 }
 
-Vector3d meanOf(const Body& body) {
-  Vector3d sum = Vector3d::Zero();
-  for (const BodyMarker& marker : body.markers) sum += marker.position;
-  return sum / static_cast<double>(body.markers.size());
-}
-
 /// A change of a pose there to a change `arm` away.
 Matrix6d shifted(const Vector3d& arm) {
   Matrix6d result = Matrix6d::Identity();

@@ -122,6 +122,41 @@ class BodyTest(AlgtrackCase):
         self.assertAlmostEqual(live / stated, 1.1, delta=0.3)
         self.assertAlmostEqual(smooth / smooth_stated, 1.1, delta=0.3)
 
+    def test_errors_against_the_truth_do_not_depend_on_the_body_frame(self):
+        quarter = {i: (p[1] + 5, -p[0], p[2]) for i, p in MARKERS.items()}
+        self.write_body("turned.json", quarter)
+        lines = [self.succeed("body", "pose", "r", "--body", name, "--single", "--csv", "p.csv",
+                              "--force").splitlines()[-2].split()
+                 for name in ("true.json", "turned.json")]
+        self.assertEqual(lines[0][:2], lines[1][:2])
+        self.assertAlmostEqual(float(lines[0][3]), float(lines[1][3]), delta=0.002)  # degrees
+        self.assertLess(float(lines[0][3]), 1)
+        self.assertGreater(float(lines[0][3]), 0.02)
+        facts = dict(self.query("r", "SELECT key, value FROM meta"))
+        self.assertEqual(json.loads(facts["true_body"])["name"], "tool")
+
+    def test_markers_that_face_away_are_unseen(self):
+        def seen(name):
+            return {row[0]: row[1] for row in self.query(
+                name, "SELECT object, sum(in_right) FROM truth GROUP BY object")}
+        self.write_motion("leaning.tum")
+        facing = {0: (0, 1, 0), 1: (0, -1, 0), 2: (1, 0, 0), 3: (0, 0, 1)}  # room: y is the depth
+        with open(self.path("true.json"), encoding="utf-8") as file:
+            body = json.load(file)
+        for marker in body["markers"]:
+            marker["facing"] = facing[marker["id"]]
+        with open(self.path("cones.json"), "w", encoding="utf-8") as file:
+            json.dump(body, file)
+        self.simulate_body("all", "cones.json", "leaning.tum")
+        self.simulate_body("cones", "cones.json", "leaning.tum", "--emission", 60)
+        self.assertEqual(set(seen("all").values()), {540})
+        cones = seen("cones")
+        self.assertEqual(cones[0], 0)       # looks away from the cameras all the time
+        self.assertEqual(cones[1], 540)     # looks at them, leaning by 30 degrees at most
+        self.assertLess(cones[2], 270)
+        self.assertIn("--emission: expected --body with it, found none",
+                      self.end_in_one_line(2, "simulate", "-o", "x", "--emission", 60))
+
     def test_prediction_is_of_the_moment_ahead(self):
         rows = self.poses("r", "--body", "true.json", "--ahead", 20)
         self.assertTrue(all(row["source"] == "predicted" for row in rows))

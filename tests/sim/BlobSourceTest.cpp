@@ -223,5 +223,22 @@ TEST(BlobSource, MarkersOutOfSightAreUnseen) {
   EXPECT_FALSE(state.markers[0].inLeft);
 }
 
+// The right camera is in the origin; the marker lies on its axis and faces it but for 40 degrees.
+TEST(BlobSource, MarkerIsUnseenBeyondItsEmissionAngle) {
+  SceneState state;
+  MarkerTruth marker;
+  marker.position = {0, 0, 1500};
+  marker.facing = {std::sin(0.698), 0, -std::cos(0.698)};
+  state.markers = {marker};
+  for (const double angle : {39.0, 41.0}) {
+    BlobOptions options;
+    options.emissionAngle = angle;
+    Random random(1);
+    std::vector<BlobRecord> blobs;
+    BlobSource(rig::builtInRig(), options).observe(state, 3, random, blobs);
+    EXPECT_EQ(state.markers[0].inRight, angle > 40) << angle;
+  }
+}
+
 }  // namespace
 }  // namespace sim

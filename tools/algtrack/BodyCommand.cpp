@@ -1,7 +1,7 @@
 #include <alg_factory/api/Constants.h>
 #include <alg_kit/bodies/BodyCheck.h>
 #include <alg_kit/bodies/BodyFile.h>
-#include <alg_kit/bodies/BodyTracks.h>
+#include <alg_kit/bodies/BodyTruth.h>
 #include <alg_kit/bodies/Pivot.h>
 #include <alg_kit/recording/Recording.h>
 #include <tools/algtrack/Commands.h>
@@ -232,6 +232,27 @@ void writeTum(const BodyOptions& options, const std::vector<Body>& known,
   }
 }
 
+void printSummary(const BodyOptions& options, const RecordingReader& reader,
+                  const std::vector<Body>& known, const std::vector<BodyRow>& rows) {
+  const bool compared = options.aheadMs == 0 && reader.hasTruth();
+  Table table({"body", "poses", {"error mm", "error_mm"}, {"error degrees", "error_deg"}});
+  for (std::size_t b = 0; b < known.size(); ++b) {
+    std::vector<BodyRow> own;
+    for (const BodyRow& row : rows)
+      if (row.body == b) own.push_back(row);
+    const bodies::BodyErrors errors =
+        compared ? bodies::errorsOf(own, bodies::trueMotions(reader, known[b]))
+                 : bodies::BodyErrors();
+    const auto cell = [&](double value) {
+      return errors.packets > 0 ? Cell(value, 3) : Cell::none();
+    };
+    table.addRow({oneLine(known[b].name), static_cast<std::int64_t>(own.size()),
+                  cell(errors.position), cell(errors.turn)});
+  }
+  table.print(std::cout);
+  if (compared) std::cout << "Errors: root mean square against the recording's truth.\n";
+}
+
 void poseBody(const BodyOptions& options) {
   if (options.csv.empty() && options.tum.empty())
     throw std::runtime_error("body pose: expected an output, --csv or --tum, found none");
@@ -261,12 +282,14 @@ void poseBody(const BodyOptions& options) {
                                 : bodies::Manner::kLive;
   how.ahead = options.aheadMs / 1e3;
   how.noise = options.noise;
+  const RecordingReader reader(options.file);
   std::vector<BodyRow> rows;
-  const double noise = bodies::trackBodies(RecordingReader(options.file), known, how,
-                                           [&](const BodyRow& row) { rows.push_back(row); });
+  const double noise =
+      bodies::trackBodies(reader, known, how, [&](const BodyRow& row) { rows.push_back(row); });
   const std::string origin = originOf(options, noise);
   if (!options.csv.empty()) writeCsv(options, known, rows, origin);
   if (!options.tum.empty()) writeTum(options, known, rows, origin);
+  if (!isStandardOutput(options.csv)) printSummary(options, reader, known, rows);
 }
 
 void pivotBody(const BodyOptions& options) {

@@ -93,7 +93,9 @@ sim::Occlusion occlusionFrom(const std::string& text, int objects, double second
 /// The body's markers, each an object of its own on what follows the trajectory.
 std::vector<sim::SceneObject> objectsOf(const SimulateOptions& options) {
   std::vector<sim::SceneObject> objects;
-  for (const bodies::BodyMarker& marker : bodies::readBody(options.body).markers) {
+  const bodies::Body body = bodies::readBody(options.body);
+  const Eigen::Vector3d middle = bodies::meanOf(body);
+  for (const bodies::BodyMarker& marker : body.markers) {
     if (marker.id >= sim::objectCount(options.productType))
       throw std::runtime_error(options.body + ": expected ids below " +
                                std::to_string(sim::objectCount(options.productType)) +
@@ -103,6 +105,10 @@ std::vector<sim::SceneObject> objectsOf(const SimulateOptions& options) {
     object.id = marker.id;
     object.markers = {Eigen::Vector3d::Zero()};
     object.mount = marker.position;
+    // Where the file does not say it: away from the body's middle.
+    const Eigen::Vector3d facing =
+        marker.facing.isZero(0) ? (marker.position - middle).normalized() : marker.facing;
+    object.facings = {facing};
   }
   return objects;
 }
@@ -172,7 +178,10 @@ sim::SessionDescription descriptionFrom(const SimulateOptions& options) {
   sim::SessionDescription description;
   if (options.rig.given()) description.calibration = nameOf(options.rig.file);
   description.motion = options.trajectory.empty() ? options.scene : nameOf(options.trajectory);
-  if (!options.body.empty()) description.body = nameOf(options.body);
+  if (!options.body.empty()) {
+    description.body = nameOf(options.body);
+    description.bodyText = bodies::bodyText(bodies::readBody(options.body));
+  }
   description.occlusions = options.occlusions;
   for (const auto& [name, text] : {std::pair{"bend", &options.bend},
                                    {"drift", &options.drift},
@@ -280,11 +289,13 @@ void addSimulateCommand(CLI::App& app) {
                        "measured motion: lines of t tx ty tz qx qy qz qw (seconds, metres), "
                        "moved in front of the cameras")
           ->excludes(scene);
-  command
-      ->add_option("--body", options->body,
-                   "the markers of this body follow the trajectory, in the place of the built-in "
-                   "objects: JSON as `algtrack body learn` writes it")
-      ->needs(trajectory);
+  CLI::Option* const body =
+      command
+          ->add_option(
+              "--body", options->body,
+              "the markers of this body follow the trajectory, in the place of the built-in "
+              "objects: JSON as `algtrack body learn` writes it")
+          ->needs(trajectory);
   command->add_option("--distance", options->distance, "mm, mean distance of the measured motion")
       ->check(numberFrom(100, 100000))
       ->capture_default_str()
@@ -321,6 +332,13 @@ void addSimulateCommand(CLI::App& app) {
   command->add_option("--marker-size", sim.blobs.markerDiameter, "mm, diameter of the markers")
       ->check(numberFrom(0.1, 1000))
       ->capture_default_str();
+  command
+      ->add_option("--emission", sim.blobs.emissionAngle,
+                   "degrees: a marker of the body is unseen by a camera that is further from where "
+                   "it faces (the file's `facing`, or away from the body's middle)")
+      ->check(numberFrom(1, 180))
+      ->capture_default_str()
+      ->needs(body);
   command->add_option("--noise", sim.blobs.pixelNoise, "px, standard deviation of a blob's centre")
       ->check(numberFrom(0, 100))
       ->capture_default_str();
