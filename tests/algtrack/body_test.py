@@ -204,6 +204,13 @@ class BodyTest(AlgtrackCase):
                       self.end_in_one_line(2, "body", "pose", "r", "--body", "true.json", "--body",
                                      "other.json", "--csv", "p.csv"))
 
+    def test_map_says_what_to_expect_by_distance(self):
+        rows = json.loads(self.succeed("body", "map", "--body", "true.json", "--json"))["rows"]
+        self.assertEqual([row["distance_mm"] for row in rows][:3], [500, 1000, 1500])
+        # At 1500 mm single packets are as far off as it says, their mean distance being that.
+        rms, _ = self.errors("--single")
+        self.assertAlmostEqual(rms / rows[2]["depth_mm"], 1, delta=0.25)
+
     def test_tip_of_a_pointer_is_found(self):
         tip = (20, -150, 10)
         self.write_motion("spot.tum", tip)

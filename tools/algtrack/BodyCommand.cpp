@@ -1,6 +1,7 @@
 #include <alg_factory/api/Constants.h>
 #include <alg_kit/bodies/BodyCheck.h>
 #include <alg_kit/bodies/BodyFile.h>
+#include <alg_kit/bodies/BodyMap.h>
 #include <alg_kit/bodies/BodyTruth.h>
 #include <alg_kit/bodies/Pivot.h>
 #include <alg_kit/recording/Recording.h>
@@ -31,6 +32,8 @@ using recording::RecordingReader;
 
 constexpr double kDegrees = 57.29577951308232;
 constexpr double kMillimetresPerMetre = 1000;
+constexpr double kNearestOnMap = 500, kFarthestOnMap = 4000, kMapStep = 500;  // mm
+constexpr double kMapNoise = 0.05;                                            // px
 
 struct BodyOptions {
   std::string file;
@@ -40,6 +43,7 @@ struct BodyOptions {
   std::string output, csv, tum;
   double noise = 0;      ///< px; 0 = from the recording's own light
   double tolerance = 1;  ///< mm
+  RigOption rig;
   double aheadMs = 0;
   bool smooth = false;
   bool single = false;
@@ -363,6 +367,31 @@ void checkBody(const BodyOptions& options) {
                                     : "three markers do not tell which one moved"));
 }
 
+void mapBody(const BodyOptions& options) {
+  const Body body = bodies::readBody(options.bodies.front());
+  const rig::StereoRig rig = options.rig.given() ? options.rig.read() : rig::builtInRig();
+  const estimate::PixelEquations cameras(rig.calibration);
+  std::vector<double> distances;
+  for (double distance = kNearestOnMap; distance <= kFarthestOnMap; distance += kMapStep)
+    distances.push_back(distance);
+  Table table({{"distance mm", "distance_mm"},
+               {"across mm", "across_mm"},
+               {"depth mm", "depth_mm"},
+               {"about the view degrees", "about_view_deg"},
+               {"about x and y degrees", "about_across_deg"}});
+  for (const bodies::ExpectedErrors& row :
+       bodies::expectedErrors(body, cameras, options.noise, distances))
+    table.addRow({Cell(row.distance, 0), Cell(row.across, 3), Cell(row.depth, 3),
+                  Cell(row.aboutView, 3), Cell(row.aboutAcross, 3)});
+  if (options.json) {
+    printJson({{"noise_px", options.noise}, {"rows", table.json()}});
+    return;
+  }
+  table.print(std::cout);
+  std::cout << "Standard deviations of one frame's pose at " << numberText(options.noise)
+            << " px, anyhow turned, all markers seen by both cameras.\n";
+}
+
 void addFile(CLI::App& command, BodyOptions& options) {
   command.add_option("file", options.file, "the recording")->required();
   command
@@ -382,6 +411,7 @@ void addBodyCommand(CLI::App& app) {
                          "  algtrack body pose work.algrec --body tool.json --csv poses.csv\n"
                          "  algtrack body pose work.algrec --body tool.json --smooth --tum work\n"
                          "  algtrack body pivot spot.algrec --body tool.json -o tool.json --force\n"
+                         "  algtrack body map --body plan.json --calibration camchain.yaml\n"
                          "  algtrack body check later.algrec --body tool.json\n");
   body->require_subcommand(1);
 
@@ -426,6 +456,19 @@ void addBodyCommand(CLI::App& app) {
   pivot->add_flag("--force", pivoting->force, "replace an existing file");
   pivot->add_flag("--json", pivoting->json, "print the result as JSON");
   pivot->callback([pivoting] { pivotBody(*pivoting); });
+
+  const auto mapping = std::make_shared<BodyOptions>();
+  mapping->noise = kMapNoise;
+  CLI::App* const map =
+      body->add_subcommand("map", "How well a camera pair can know a body's pose, by distance.");
+  map->add_option("--body", mapping->bodies, "the body, built or planned")->required()->expected(1);
+  addRigOption(*map, mapping->rig,
+               "the camera pair, in any format that `algtrack calibration` reads (built in)");
+  map->add_option("--noise", mapping->noise, "px, standard deviation of a blob's centre")
+      ->check(numberFrom(0.001, 100))
+      ->capture_default_str();
+  map->add_flag("--json", mapping->json, "print the result as JSON");
+  map->callback([mapping] { mapBody(*mapping); });
 
   const auto checking = std::make_shared<BodyOptions>();
   CLI::App* const check = body->add_subcommand(
