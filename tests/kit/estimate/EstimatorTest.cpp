@@ -164,6 +164,27 @@ TEST(Estimator, OneCameraGoesOnWhereTheOtherIsBlind) {
   EXPECT_LT(error.norm(), 4 * deviationOf(now));
 }
 
+TEST(Estimator, DoesNotFollowOneCameraOnceTheDepthIsGuessed) {
+  auto given = options(0.05);
+  sim::Occlusion hidden;
+  hidden.objectId = 0;
+  hidden.camera = rig::Camera::kLeft;
+  hidden.from = 2;
+  hidden.to = 2.95;
+  given.blobs.occlusions.push_back(hidden);
+  const auto simulator = moving(0, given);
+  Estimator estimator(0, rig::builtInRig().calibration);
+  feedUntil(estimator, simulator, 264);
+  const Estimate now = estimator.at(0);
+  EXPECT_EQ(now.source, Source::kBridged);
+  EXPECT_EQ(estimator.verdict(0).refusal, Refusal::kOneCamera);
+  EXPECT_GT(deviationOf(now), 50);
+  EXPECT_LT((positionOf(now) - truthOf(simulator, 263, 0)).norm(), 4 * deviationOf(now));
+  feedUntil(estimator, simulator, 272, 264);
+  EXPECT_EQ(estimator.at(0).cameras, 2);
+  EXPECT_LT((positionOf(estimator.at(0)) - truthOf(simulator, 271, 0)).norm(), 20);
+}
+
 /// A packet of the simulator with one object's blobs moved by some pixels.
 sim::Bytes displaced(const sim::Simulator& simulator, std::int64_t index, int object, double left,
                      double right) {
