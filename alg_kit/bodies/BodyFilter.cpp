@@ -77,7 +77,7 @@ void BodyFilter::advance(double elapsed) {
   step_.before = step_.after;
   step_.by = moveOn(step_.before, estimate::Step(elapsed, options_.models.memory));
   age_ += elapsed;
-  liveliness_.predict(elapsed);
+  liveliness_.predict(step_.by.step);
   turned_ += elapsed * step_.before.turnRate;
 }
 

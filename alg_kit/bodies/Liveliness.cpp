@@ -35,10 +35,9 @@ void Liveliness::start(const Vector6d& place, const Vector6d& variance) {
   for (PerModel& group : probability_) group.fill(1.0 / kBodyModels);
 }
 
-void Liveliness::predict(double seconds) {
-  const estimate::Step step(seconds, set_.memory);
-  const double stays = std::exp(-seconds / set_.dwell);
-  const double t = seconds, t2 = t * t, t3 = t2 * t;
+void Liveliness::predict(const estimate::Step& step) {
+  const double stays = std::exp(-step.t / set_.dwell);
+  const double t = step.t, t2 = t * t, t3 = t2 * t;
   for (std::size_t i = 0; i < axes_.size(); ++i) {
     Axis& x = axes_[i];
     const bool place = i < kPlaces;

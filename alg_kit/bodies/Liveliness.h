@@ -19,7 +19,7 @@ class Liveliness {
 
   /// @param variance  of `place`
   void start(const Vector6d& place, const Vector6d& variance);
-  void predict(double seconds);
+  void predict(const estimate::Step& step);
   /// @param place     position and turn, measured; any origin that stays
   void correct(const Vector6d& place, const Vector6d& variance);
 
