@@ -21,16 +21,16 @@ struct Occlusion {
 
 /// How the cameras see. The defaults are a perfect sensor.
 struct BlobOptions {
-  double markerDiameter = 30;  ///< mm; a blob needs 2 px of diameter to be paired at all
-  /// Degrees: a camera further from a marker's facing does not see it. Markers without facing
-  /// radiate all around.
-  double emissionAngle = 180;
+  double markerDiameter = 30;     ///< mm; a blob needs 2 px of diameter to be paired at all
   double pixelNoise = 0;          ///< standard deviation of a blob's x and of its y, px
   double dropoutProbability = 0;  ///< per marker, camera and frame
   double splitProbability = 0;    ///< a blob comes as two overlapping halves of the same id
   double strayRate = 0;           ///< mean number of blobs without a marker, per camera and frame
   double reflectionProbability = 0;  ///< per marker and frame: a dimmer image of it nearby, same id
   std::vector<Occlusion> occlusions;
+  /// Degrees: a camera further from a marker's facing does not see it. Markers without facing
+  /// radiate all around.
+  double emissionAngle = 180;
 };
 
 /// Images a scene with both cameras of a rig and gives the blobs that their hardware would report.
