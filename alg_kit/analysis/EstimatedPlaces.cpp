@@ -14,10 +14,9 @@ using session::Call;
 using session::CallKind;
 
 constexpr double kNanosecond = 1e-9;
-constexpr double kUsualRate = 90;                 // Hz, where the recording does not say
-constexpr std::size_t kAtATime = 2700;            // packets that are smoothed together ...
-constexpr std::size_t kMargin = 180;              // ... and those on either side that help
-constexpr std::size_t kMostDistances = 1u << 16;  // of packets, for the frame rate
+constexpr std::size_t kAtATime = 2700;         // packets that are smoothed together ...
+constexpr std::size_t kMargin = 180;           // ... and those on either side that help
+constexpr double kMostPackets = 4 * kAtATime;  // that are smoothed at all
 
 bool isPacket(const Call& call) {
   return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
@@ -48,22 +47,6 @@ Place placeOf(const estimate::Estimate& estimate) {
 
 }  // namespace
 
-double frameRateOf(const recording::RecordingReader& reader) {
-  std::vector<std::int64_t> distances;
-  std::optional<std::int64_t> last;
-  auto entries = reader.entries();
-  session::Entry entry;
-  while (distances.size() < kMostDistances && entries.next(entry)) {
-    if (!isPacket(entry.call)) continue;
-    if (last && entry.call.startNs > *last) distances.push_back(entry.call.startNs - *last);
-    last = entry.call.startNs;
-  }
-  if (distances.empty()) return kUsualRate;
-  const auto middle = distances.begin() + static_cast<std::ptrdiff_t>(distances.size() / 2);
-  std::nth_element(distances.begin(), middle, distances.end());
-  return 1 / (static_cast<double>(*middle) * kNanosecond);
-}
-
 void LivePlaces::add(const Call& call) {
   if (call.kind == CallKind::kInit)
     estimator_ = madeFrom(call, [this](int type, const algorithm::StereoCalibration& calibration) {
@@ -79,7 +62,7 @@ Place LivePlaces::at(int object) const {
 }
 
 SmoothedPlaces::SmoothedPlaces(const recording::RecordingReader& reader, double frameRate)
-    : entries_(reader.entries()) {
+    : entries_(reader.entries()), calls_(reader.callCount()) {
   options_.frameRate = frameRate;
 }
 
@@ -125,13 +108,19 @@ void SmoothedPlaces::next(std::int64_t call) {
   }
   const bool ends = window_.size() < done_ + kAtATime + kMargin;
   const std::size_t end = ends ? window_.size() : done_ + kAtATime;
-  if (window_[end - 1].index >= call) smooth(done_, end);
+  // Not more than their share of the recording up to here.
+  const auto share = static_cast<double>(window_[done_].index) / static_cast<double>(calls_);
+  if (window_[end - 1].index >= call && static_cast<double>(packets_) <= kMostPackets * share)
+    smooth(done_, end);
+  else
+    smoothed_.assign(1, {window_[end - 1].index, {}});
   const std::size_t passed = end > kMargin ? end - kMargin : 0;
   window_.erase(window_.begin(), window_.begin() + static_cast<std::ptrdiff_t>(passed));
   done_ = end - passed;
 }
 
 void SmoothedPlaces::smooth(std::size_t first, std::size_t end) {
+  packets_ += static_cast<std::int64_t>(end - first);
   smoothed_.clear();
   for (std::size_t i = first; i < end; ++i) smoothed_.push_back({window_[i].index, {}});
   auto smoother = madeFrom(*init_, [this](int type, const algorithm::StereoCalibration& c) {

@@ -16,9 +16,6 @@ namespace analysis {
 /// By object; nowhere() where nothing is known.
 using ObjectPlaces = std::vector<Place>;
 
-/// Hertz, by the median distance of packets: lost ones and bursts do not move it.
-double frameRateOf(const recording::RecordingReader& reader);
-
 /// As it would have been live. An Init that no estimator can work with gives no places.
 class LivePlaces {
  public:
@@ -35,7 +32,8 @@ class LivePlaces {
 };
 
 /// By what came before and after. It reads ahead in the recording, and smooths half a minute at a
-/// time with two more seconds on either side, so that memory does not grow with the recording.
+/// time with two more seconds on either side, so that memory does not grow with the recording; nor
+/// does time: of more than two minutes, four such pieces are smoothed, evenly spread.
 class SmoothedPlaces {
  public:
   SmoothedPlaces(const recording::RecordingReader& reader, double frameRate);
@@ -58,6 +56,8 @@ class SmoothedPlaces {
   std::optional<session::Call> later_;  ///< the Init that follows them
   bool atEnd_ = false;
   std::deque<session::Call> window_;
+  std::int64_t calls_;              ///< of the recording
+  std::int64_t packets_ = 0;        ///< smoothed so far
   std::size_t done_ = 0;            ///< packets at the window's beginning that were there before
   std::vector<Smoothed> smoothed_;  ///< in order of calls
 };

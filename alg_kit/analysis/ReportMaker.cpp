@@ -10,6 +10,7 @@
 #include <alg_kit/calibration/CalibrationHealth.h>
 #include <alg_kit/calibration/CalibrationRecord.h>
 #include <alg_kit/calibration/RecordedPairs.h>
+#include <alg_kit/recording/FrameRate.h>
 #include <alg_kit/recording/UnitCursor.h>
 #include <alg_kit/session/Player.h>
 #include <alg_kit/trace/PipelineTrace.h>
@@ -494,7 +495,7 @@ Report makeReport(const recording::RecordingReader& reader, const ReportRules& r
   const std::vector<int> objects = objectsIn(reader, range);
   Entry entry;
   const std::int64_t firstNs = reader.entries().next(entry) ? entry.call.startNs : 0;
-  Gatherer gatherer(reader, rules, range, objects, firstNs, frameRateOf(reader));
+  Gatherer gatherer(reader, rules, range, objects, firstNs, recording::frameRateOf(reader));
   {
     const std::int64_t total = reader.callCount();
     std::int64_t calls = 0;

@@ -4,6 +4,7 @@
 #include <alg_kit/recording/Recording.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -13,6 +14,8 @@ namespace {
 
 constexpr double kNanosecond = 1e-9;
 constexpr double kUsualRate = 90;  // Hz
+constexpr std::size_t kMostDistances = 1u
+                                       << 16;  // of packets; a longer recording has enough in these
 
 }  // namespace
 
@@ -21,7 +24,7 @@ double frameRateOf(const RecordingReader& reader) {
   std::optional<std::int64_t> last;
   auto entries = reader.entries();
   session::Entry entry;
-  while (entries.next(entry)) {
+  while (distances.size() < kMostDistances && entries.next(entry)) {
     if (entry.call.kind != session::CallKind::kInputStream ||
         !algorithm::isPacketStream(entry.call.type))
       continue;

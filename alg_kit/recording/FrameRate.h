@@ -5,7 +5,7 @@ namespace recording {
 
 class RecordingReader;
 
-/// By the median distance of packets: lost ones and bursts do not move it.
+/// By the median distance of the first 65,536 packets: lost ones and bursts do not move it.
 /// @return Hz; 90 where the recording does not say
 /// @throws RecordingError
 double frameRateOf(const RecordingReader& reader);
