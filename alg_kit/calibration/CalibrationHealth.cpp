@@ -12,9 +12,11 @@ constexpr double kRadians = 3.141592653589793 / 180;
 constexpr int kStretches = 10;
 constexpr std::size_t kFewestPairs = 100;  // of a stretch
 constexpr std::size_t kMostPairs = 6000;   // leave its rotation open by far less than kLeastDrift
-constexpr double kBelieved = 0.5;          // degrees by which a stretch may differ from the whole
+constexpr double kBelieved = 0.5;          // degrees by which a stretch may differ from the given
 constexpr double kDriftDeviations = 5;
 constexpr double kLeastDrift = 0.02;  // degrees
+constexpr double kLeastRamp = 0.1;    // px
+constexpr double kSteady = 0.9;       // correlation with time
 // Millimetres at two metres, by which a stale calibration puts points elsewhere. Without noise even
 // the packets' rounding would be more than the noise.
 constexpr double kLeastError = 0.1;
@@ -43,20 +45,20 @@ struct Stretch {
 };
 
 Stretch stretchOf(const algorithm::StereoCalibration& given,
-                  const algorithm::StereoCalibration& refined, const Eigen::Vector3d& wholeRotation,
+                  const algorithm::StereoCalibration& refined,
                   const std::vector<ObservedPair>& all) {
   Stretch stretch;
   stretch.point.pairs = all.size();
   const std::vector<ObservedPair> pairs = thinned(all);
   stretch.point.residual = fit(given, pairs).medianResidual;
   stretch.point.residualRefined = fit(refined, pairs).medianResidual;
-  // What the stretch alone leaves open stays as the whole recording has it.
+  // Turning and shifting look alike in a stretch: what changes is told as a turn, from where the
+  // given calibration has the cameras.
   PairFitOptions options;
   options.believed = Eigen::VectorXd::Constant(kPoseParameters, kBelieved * kRadians);
   options.believed.tail<2>().setConstant(1e-6);
-  const PairFit own = fitPairs(refined, pairs, options);
-  // Rotation vectors of such size add up.
-  stretch.rotation = wholeRotation + own.change.head<3>();
+  const PairFit own = fitPairs(given, pairs, options);
+  stretch.rotation = own.change.head<3>();
   stretch.covariance = own.covariance.topLeftCorner<3, 3>();
   const double length = stretch.rotation.norm();
   const double variance =
@@ -68,7 +70,7 @@ Stretch stretchOf(const algorithm::StereoCalibration& given,
 }
 
 std::vector<Stretch> stretchesOf(const algorithm::StereoCalibration& given,
-                                 const Refinement& refinement, const Eigen::Vector3d& wholeRotation,
+                                 const Refinement& refinement,
                                  const std::vector<ObservedPair>& pairs) {
   std::vector<Stretch> stretches;
   const double begin = pairs.front().time, length = pairs.back().time - begin;
@@ -80,25 +82,65 @@ std::vector<Stretch> stretchesOf(const algorithm::StereoCalibration& given,
     for (; next < pairs.size() && (pairs[next].time < to || i == kStretches - 1); ++next)
       some.push_back(pairs[next]);
     if (some.size() < kFewestPairs) continue;
-    stretches.push_back(stretchOf(given, refinement.calibration, wholeRotation, some));
+    stretches.push_back(stretchOf(given, refinement.calibration, some));
     stretches.back().point.from = begin + length * i / kStretches;
     stretches.back().point.to = to;
   }
   return stretches;
 }
 
-/// Degrees by which the last stretch's rotation differs from the first one's; 0 where that is no
-/// more than chance.
+/// Degrees by which the cameras turned from the first stretch to the last one, by a line through
+/// all rotations, each with the weight of its certainty; 0 where that is no more than chance.
 double driftOf(const std::vector<Stretch>& stretches) {
   if (stretches.size() < 3) return 0;
-  const Stretch& first = stretches.front();
-  const Stretch& last = stretches.back();
-  const Eigen::Vector3d change = last.rotation - first.rotation;
-  const Eigen::Matrix3d covariance = first.covariance + last.covariance;
-  const double squared = change.dot(covariance.ldlt().solve(change));
-  const double degrees = change.norm() / kRadians;
-  const bool real = squared > kDriftDeviations * kDriftDeviations && degrees > kLeastDrift;
-  return real ? degrees : 0;
+  const auto weightOf = [](const Stretch& stretch) { return 3 / stretch.covariance.trace(); };
+  const auto middleOf = [](const Stretch& s) { return 0.5 * (s.point.from + s.point.to); };
+  double weights = 0, time = 0;
+  Eigen::Vector3d rotation = Eigen::Vector3d::Zero();
+  for (const Stretch& stretch : stretches) {
+    const double weight = weightOf(stretch);
+    weights += weight;
+    time += weight * middleOf(stretch);
+    rotation += weight * stretch.rotation;
+  }
+  time /= weights;
+  rotation /= weights;
+  double spread = 0;
+  Eigen::Vector3d slope = Eigen::Vector3d::Zero();
+  for (const Stretch& stretch : stretches) {
+    const double late = middleOf(stretch) - time;
+    spread += weightOf(stretch) * late * late;
+    slope += weightOf(stretch) * late * (stretch.rotation - rotation);
+  }
+  if (!(spread > 0)) return 0;
+  slope /= spread;
+  // A rig that moves within a stretch scatters more than noise explains.
+  double scatter = 0;
+  for (const Stretch& stretch : stretches)
+    scatter += weightOf(stretch) *
+               (stretch.rotation - rotation - (middleOf(stretch) - time) * slope).squaredNorm();
+  const double freedom = 3.0 * (static_cast<double>(stretches.size()) - 2);
+  const double deviation = std::sqrt(std::max(scatter / freedom, 1.0) / spread);
+  const double degrees =
+      slope.norm() * (middleOf(stretches.back()) - middleOf(stretches.front())) / kRadians;
+  return slope.norm() > kDriftDeviations * deviation && degrees > kLeastDrift ? degrees : 0;
+}
+
+/// Whether the residual with the given calibration rises or falls steadily: pairs that agree ever
+/// less. A turn about the baseline's own normal does not show in it, but in the rotations.
+bool residualsRamp(const std::vector<Stretch>& stretches) {
+  const auto count = static_cast<Eigen::Index>(stretches.size());
+  if (count < 5) return false;
+  Eigen::VectorXd times(count), residuals(count);
+  for (Eigen::Index i = 0; i < count; ++i) {
+    const HealthPoint& point = stretches[static_cast<std::size_t>(i)].point;
+    times[i] = point.from;
+    residuals[i] = point.residual;
+  }
+  const double range = residuals.maxCoeff() - residuals.minCoeff();
+  times.array() -= times.mean();
+  residuals.array() -= residuals.mean();
+  return range > kLeastRamp && std::abs(times.normalized().dot(residuals.normalized())) > kSteady;
 }
 
 }  // namespace
@@ -130,10 +172,7 @@ CalibrationHealth healthOf(const LoadedCalibration& loaded,
   }
   algorithm::StereoCalibration given = loaded.calibration;
   recomputeFundamental(given);
-  const Eigen::AngleAxisd turn(
-      Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(r.calibration.rotation) *
-      Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(given.rotation).transpose());
-  const std::vector<Stretch> stretches = stretchesOf(given, r, turn.angle() * turn.axis(), pairs);
+  const std::vector<Stretch> stretches = stretchesOf(given, r, pairs);
   for (const Stretch& stretch : stretches) health.trend.push_back(stretch.point);
 
   const auto residuals = [&] {
@@ -146,8 +185,15 @@ CalibrationHealth healthOf(const LoadedCalibration& loaded,
   const double drift = driftOf(stretches);
   if (drift > 0) {
     health.verdict = HealthVerdict::kDrifts;
-    health.text = "the cameras moved against each other by " + number(drift, "%.2g") +
+    health.text = "the cameras moved against each other by about " + number(drift, "%.1g") +
                   " degrees while the recording went on: find what is loose, then calibrate";
+  } else if (residualsRamp(stretches)) {
+    health.verdict = HealthVerdict::kDrifts;
+    health.text =
+        "the cameras moved against each other while the recording went on: the residual "
+        "goes from " +
+        number(health.trend.front().residual, "%.2g") + " to " +
+        number(health.trend.back().residual, "%.2g") + " px; find what is loose, then calibrate";
   } else if (r.changed && atTwo != nullptr &&
              atTwo->before > std::max(atTwo->fromNoise, kLeastError)) {
     health.verdict = HealthVerdict::kStale;

@@ -104,10 +104,20 @@ class RefineTest(AlgtrackCase):
         for name, verdict in (("bent", "stale"), ("good", "good"), ("loose", "drifts")):
             numbers = json.loads(self.succeed("report", name, "--json"))
             health = numbers["recording"]["calibration_health"]
-            self.assertEqual(health["verdict"], verdict)
+            self.assertEqual(health["verdict"], verdict, health["text"])
             self.assertEqual(len(health["trend"]), 10)
             noticed = [n for n in numbers["notices"] if health["text"] in n]
             self.assertEqual(len(noticed), 0 if verdict == "good" else 1)
+
+    def test_a_drift_faster_than_a_tenth_can_follow_is_told_by_its_residuals(self):
+        self.simulate("fast", "--seconds", 20, "--product-type", 1, "--noise", 0.05,
+                      "--drift", "0.5,0,0")
+        health = json.loads(self.succeed("report", "fast", "--json"))["recording"]["calibration_health"]
+        residuals = [point["residual_px"] for point in health["trend"]]
+        self.assertEqual(residuals, sorted(residuals))
+        self.assertEqual(health["verdict"], "drifts", health["text"])
+        self.assertIn(f"from {residuals[0]:.2g} to {residuals[-1]:.2g} px", health["text"])
+        self.assertNotIn("degrees", health["text"])
 
     def test_refuses_wrong_input_in_one_line(self):
         self.simulate("short", "--seconds", 0.1)

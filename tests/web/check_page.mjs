@@ -98,7 +98,7 @@ async function checkCharts(browser) {
   const mouse = (type, dx, button = 'none') => browser.send('Input.dispatchMouseEvent', {
     type, x: x + dx, y: y + 30, button, buttons: button === 'left' ? 1 : 0, clickCount: 1,
   });
-  const readouts = '[...document.querySelectorAll(".readout")].map((r) => r.textContent.split("   ").slice(0, 2).join())';
+  const readouts = '[...document.querySelectorAll(".readout")].filter((r) => !r.closest("#calibration-over-time")).map((r) => r.textContent.split("   ").slice(0, 2).join())';
 
   await mouse('mouseMoved', width / 2);
   await browser.evaluate(settled);

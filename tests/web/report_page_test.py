@@ -21,6 +21,9 @@ class ReportPageTest(AlgtrackCase):
         """Makes the page of a recording and lets the browser check it."""
         self.succeed("report", name, "-o", f"{name}.html")
         expected["numbers"] = json.loads(self.succeed("report", name, "--json"))
+        health = expected["numbers"]["recording"]["calibration_health"]
+        if health and len(health["trend"]) > 1:  # residuals
+            expected["canvases"] += 1
         result = subprocess.run(
             [NODE, os.path.join(HERE, "check_page.mjs"), CHROMIUM, self.path(f"{name}.html")],
             input=json.dumps(expected), text=True, capture_output=True, timeout=240)
@@ -38,6 +41,11 @@ class ReportPageTest(AlgtrackCase):
         self.simulate("still.algrec", "--seconds", 60, "--noise", 0.05, "--scene", "still",
                       "--product-type", 2)
         self.check_page("still.algrec", canvases=6 * 6 + 5, says=["Jitter at rest", "Total"])
+
+    def test_a_rig_that_moves_is_drawn_over_time(self):
+        self.simulate("loose.algrec", "--seconds", 20, "--noise", 0.05, "--drift", "0.5,0,0",
+                      "--product-type", 2)
+        self.check_page("loose.algrec", canvases=6 * 6 + 5, says=["Calibration over time", "cameras moved"])
 
     def test_without_truth_or_answers_and_with_an_object_that_never_came(self):
         self.simulate("bare.algrec", "--seconds", 3, "--product-type", 0, "--no-queries",

@@ -316,7 +316,7 @@ function betterPositions() {
   return section('What the same light could give',
     'Four ways to read the same blobs: delivered and answered by the library; estimated, by a ' +
     'filter beside it that knows depth from across, live and without delay; smoothed, by all ' +
-    'that came before and after. In the packets that delivered the object. Error: root mean square' +
+    'that came before and after (of more than two minutes, four half minutes, evenly spread). In the packets that delivered the object. Error: root mean square' +
     `${recording.has_truth ? '' : ' (not known, the recording holds no truth)'}; lag: behind the ` +
     'delivered positions, found where the object moved.',
     table(['', 'Error', 'of delivered', 'Error, 95 %', 'Jitter at rest', 'Lag'], lines));
@@ -333,6 +333,25 @@ function geometry() {
       [`${objectName(object)}, residual`, ...spread(epipolar_px, 'px')],
       [`${objectName(object)}, ray gap`, ...spread(ray_gap_mm, 'mm')],
     ])));
+}
+
+/** How well the pairs of each tenth of the recording agree: flat, or a rig that moves. */
+function calibrationOverTime() {
+  const health = recording.calibration_health;
+  if (!health || health.trend.length < 2) return null;
+  // Steps: a tenth has one value from its beginning to its end.
+  const steps = (pick) => health.trend.flatMap((tenth) => [pick(tenth), pick(tenth)]);
+  const times = health.trend.flatMap((tenth) => [tenth.from_s, tenth.to_s]);
+  return section('Calibration over time',
+    `By what the cameras saw: ${health.text}. Each step is a tenth of the recording: how far its ` +
+    'pairs of blobs lie from agreeing, with the calibration as given and with the one that ' +
+    'refining by the whole recording gives.',
+    element('article', {},
+      element('div', { class: 'legend' }, swatch('--bad', 'as given'), swatch('--smoothed', 'refined')),
+      drawn(timeChart({ times, packets: times.map(() => -1) }, [
+        { label: 'as given', color: '--bad', row: { values: steps((tenth) => tenth.residual_px) } },
+        { label: 'refined', color: '--smoothed', row: { values: steps((tenth) => tenth.residual_refined_px) } },
+      ], { of: 'Calibration', label: 'residual', unit: 'px', zoom, size: true, last: true }))));
 }
 
 function jitter() {
@@ -495,7 +514,7 @@ function switchTheme() {
 document.title = `${recording.file} – tracking report`;
 const body = [
   figures(), notices(), worstMoments(), paths(), visibility(), overTime(), betterPositions(), errors(), smoothing(),
-  geometry(), jitter(), jumpsAndSwaps(), packetTimes(), messages(), about(),
+  geometry(), calibrationOverTime(), jitter(), jumpsAndSwaps(), packetTimes(), messages(), about(),
 ];
 document.getElementById('report').append(...[header(), contents(), ...body].filter(Boolean));
 
