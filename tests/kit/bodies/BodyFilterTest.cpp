@@ -178,8 +178,9 @@ TEST(BodyFilter, HidingThreeOfSixInTurnMakesNoJump) {
             EXPECT_EQ(now.pose.markers, 3);
             sum += distance2(now, truth) / 6;
             if (last) {
-              const auto jump = bodies::differenceOf(now.pose.motion, truth) -
-                                bodies::differenceOf(last->pose.motion, *lastTruth);
+              const Eigen::Matrix<double, 6, 1> jump =
+                  bodies::differenceOf(now.pose.motion, truth) -
+                  bodies::differenceOf(last->pose.motion, *lastTruth);
               for (int n = 0; n < 6; ++n)
                 EXPECT_LT(std::abs(jump[n]),
                           3 * std::sqrt(last->pose.covariance(n, n) + now.pose.covariance(n, n)))
