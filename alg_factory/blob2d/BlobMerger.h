@@ -39,7 +39,10 @@ void sortByDiameter(BlobRun run, std::uint32_t* names);
 /// blob keeps the larger one's diameter and moves to the plain midpoint, not weighted by size;
 /// blobs already passed are not tested against the moved one (both kept: thresholds are tuned to
 /// them).
-/// @param names  by which the observer knows the blobs, in their order; change places with them
+/// @param run       the blobs of one id and one camera
+/// @param names     by which the observer knows the blobs, in their order; change places with them
+/// @param camera    0 or 1, for the observer
+/// @param observer  told of every blob that is merged into a larger one
 /// @return the end of what is left of the run
 template <typename Observer>
 Blob2DPoint* mergeOverlapping(BlobRun run, std::uint32_t* names, int camera, Observer& observer) {
