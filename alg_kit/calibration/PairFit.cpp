@@ -7,15 +7,17 @@
 
 #include <Eigen/Dense>
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <random>
-#include <type_traits>
 
 namespace calibration {
 namespace {
 
 using algorithm::StereoCalibration;
+using Eigen::MatrixXd;
+using Eigen::VectorXd;
 
 constexpr double kTukey = 4.685;       // 95 % as good as least squares on clean data
 constexpr double kCauchy = 2.385;      // likewise
@@ -72,119 +74,143 @@ Eigen::Matrix<T, 3, 3> rotationFrom(const T* r) {
                                 second * (cross * cross).eval());
 }
 
-/// The Sampson distances of pairs as a function of the parameters. Those of the pose leave the rays
-/// alone and act through the nine elements of the essential matrix.
-template <int N>
+/// A number with its derivatives by the parameters of the pose, or by those of one lens.
+using Jet = ceres::Jet<double, kLensParameters>;
+
+/// The Sampson distances of pairs as a function of 5 or 21 parameters. Those of the pose act
+/// through the nine elements of the essential matrix, those of a lens through its camera's ray.
 class Distances {
  public:
-  using Jet = ceres::Jet<double, N>;
-
-  Distances(const Pose& pose, const std::vector<ObservedPair>& pairs) : pose_(pose), pairs_(pairs) {
-    if (N == kPoseParameters)
-      for (const ObservedPair& pair : pairs) {
-        left_.push_back(rayOf(pair.left.x, pair.left.y, pose.left));
-        right_.push_back(rayOf(pair.right.x, pair.right.y, pose.right));
-      }
+  Distances(const Pose& pose, const std::vector<ObservedPair>& pairs, Eigen::Index parameters)
+      : pose_(pose), pairs_(pairs), parameters_(parameters) {
+    if (lensesMove()) return;
+    for (const ObservedPair& pair : pairs) {
+      left_.push_back(rayOf(pair.left.x, pair.left.y, pose.left));
+      right_.push_back(rayOf(pair.right.x, pair.right.y, pose.right));
+    }
   }
 
   std::size_t size() const { return pairs_.size(); }
+  Eigen::Index parameters() const { return parameters_; }
 
   /// The geometry at one set of parameters.
-  template <typename T>
   struct At {
-    Eigen::Matrix<T, 3, 3> essential;
-    T left[kLensParameters], right[kLensParameters];
-    /// Where T carries derivatives, value and derivatives apart.
-    Eigen::Matrix3d plainEssential;
-    Eigen::Matrix<double, N, 9> perParameter;
+    Eigen::Matrix3d essential;
+    Eigen::Matrix<double, kPoseParameters, 9> perPose;  ///< of the essential matrix, by columns
+    double left[kLensParameters], right[kLensParameters];
   };
 
-  template <typename T>
-  At<T> at(const T* p) const {
-    At<T> at;
-    const Eigen::Matrix<T, 3, 1> t = pose_.t.template cast<T>() +
-                                     pose_.tangents.col(0).template cast<T>() * p[3] +
-                                     pose_.tangents.col(1).template cast<T>() * p[4];
-    at.essential = crossMatrix(t) * (rotationFrom(p) * pose_.R.template cast<T>());
+  At at(const double* p) const {
+    Jet jets[kPoseParameters];
+    for (int i = 0; i < kPoseParameters; ++i) jets[i] = Jet(p[i], i);
+    const Eigen::Matrix<Jet, 3, 1> t = pose_.t.cast<Jet>() +
+                                       pose_.tangents.col(0).cast<Jet>() * jets[3] +
+                                       pose_.tangents.col(1).cast<Jet>() * jets[4];
+    const Eigen::Matrix<Jet, 3, 3> essential =
+        crossMatrix(t) * (rotationFrom(jets) * pose_.R.cast<Jet>());
+    At at;
+    for (Eigen::Index i = 0; i < 9; ++i) {
+      at.essential(i) = essential(i).a;
+      at.perPose.col(i) = essential(i).v.head<kPoseParameters>();
+    }
     for (int i = 0; i < kLensParameters; ++i) {
-      at.left[i] = T(pose_.left[i]);
-      at.right[i] = T(pose_.right[i]);
-      if (N == kAllParameters) {
-        at.left[i] += p[kPoseParameters + i];
-        at.right[i] += p[kPoseParameters + kLensParameters + i];
-      }
+      at.left[i] = pose_.left[i];
+      at.right[i] = pose_.right[i];
+      if (!lensesMove()) continue;
+      at.left[i] += p[kPoseParameters + i];
+      at.right[i] += p[kPoseParameters + kLensParameters + i];
     }
     return at;
   }
 
-  template <typename T>
-  T distance(std::size_t i, const At<T>& at) const {
-    if constexpr (N != kPoseParameters) {
-      const ObservedPair& pair = pairs_[i];
-      return sampsonDistance(rayOf(pair.left.x, pair.left.y, at.left),
-                             rayOf(pair.right.x, pair.right.y, at.right), at.essential);
-    } else if constexpr (std::is_same_v<T, double>) {
-      return sampsonDistance(left_[i], right_[i], at.essential);
-    } else {
-      Eigen::Matrix3d perEssential;
-      T result;
-      result.a = sampsonDistance(left_[i], right_[i], at.plainEssential, perEssential);
-      result.v.noalias() =
-          at.perParameter * Eigen::Map<const Eigen::Matrix<double, 9, 1>>(perEssential.data());
-      return result;
-    }
+  double distance(std::size_t i, const At& at) const {
+    if (!lensesMove()) return sampsonDistance(left_[i], right_[i], at.essential);
+    const ObservedPair& pair = pairs_[i];
+    return sampsonDistance(rayOf(pair.left.x, pair.left.y, at.left),
+                           rayOf(pair.right.x, pair.right.y, at.right), at.essential);
   }
 
-  At<Jet> withDerivatives(const double* p) const {
-    Jet jets[N];
-    for (int i = 0; i < N; ++i) jets[i] = Jet(p[i], i);
-    At<Jet> result = at(jets);
-    for (Eigen::Index i = 0; i < 9; ++i) {
-      result.plainEssential(i) = result.essential(i).a;
-      result.perParameter.col(i) = result.essential(i).v;
+  /// @param slope  as many as parameters: how the distance changes with them
+  double distance(std::size_t i, const At& at, Eigen::Ref<VectorXd> slope) const {
+    SampsonSlopes slopes;
+    double result;
+    if (!lensesMove()) {
+      result = sampsonDistance(left_[i], right_[i], at.essential, &slopes);
+    } else {
+      const ObservedPair& pair = pairs_[i];
+      const Ray<Jet> left = rayOf(pair.left.x, pair.left.y, moving(at.left).data());
+      const Ray<Jet> right = rayOf(pair.right.x, pair.right.y, moving(at.right).data());
+      result = sampsonDistance(still(left), still(right), at.essential, &slopes);
+      slope.tail<2 * kLensParameters>() << perLens(slopes.left, left), perLens(slopes.right, right);
     }
+    slope.head<kPoseParameters>().noalias() =
+        at.perPose * Eigen::Map<const Eigen::Matrix<double, 9, 1>>(slopes.essential.data());
     return result;
   }
 
  private:
+  bool lensesMove() const { return parameters_ == kAllParameters; }
+
+  static std::array<Jet, kLensParameters> moving(const double (&lens)[kLensParameters]) {
+    std::array<Jet, kLensParameters> jets;
+    for (std::size_t i = 0; i < jets.size(); ++i) jets[i] = Jet(lens[i], static_cast<int>(i));
+    return jets;
+  }
+
+  static Ray<double> still(const Ray<Jet>& ray) {
+    Ray<double> result;
+    for (Eigen::Index i = 0; i < 3; ++i) result.direction[i] = ray.direction[i].a;
+    for (Eigen::Index i = 0; i < 6; ++i) result.perPixel(i) = ray.perPixel(i).a;
+    return result;
+  }
+
+  static Eigen::Matrix<double, kLensParameters, 1> perLens(const Ray<double>& slopes,
+                                                           const Ray<Jet>& ray) {
+    Eigen::Matrix<double, kLensParameters, 1> sum =
+        Eigen::Matrix<double, kLensParameters, 1>::Zero();
+    for (Eigen::Index i = 0; i < 3; ++i) sum += slopes.direction[i] * ray.direction[i].v;
+    for (Eigen::Index i = 0; i < 6; ++i) sum += slopes.perPixel(i) * ray.perPixel(i).v;
+    return sum;
+  }
+
   const Pose& pose_;
   const std::vector<ObservedPair>& pairs_;
+  const Eigen::Index parameters_;
   std::vector<Ray<double>> left_, right_;
 };
 
 /// What TinySolver minimises: the distances times their weights, and the beliefs.
-template <int N>
 struct Weighted {
   using Scalar = double;
-  enum { NUM_RESIDUALS = Eigen::Dynamic, NUM_PARAMETERS = N };
+  enum { NUM_RESIDUALS = Eigen::Dynamic, NUM_PARAMETERS = Eigen::Dynamic };
 
-  int NumResiduals() const { return static_cast<int>(distances.size()) + N; }
+  int NumParameters() const { return static_cast<int>(distances.parameters()); }
+  int NumResiduals() const { return static_cast<int>(distances.size()) + NumParameters(); }
 
   bool operator()(const double* p, double* residuals, double* jacobian) const {
     const auto count = static_cast<Eigen::Index>(distances.size());
-    const Eigen::Index rows = count + N;
-    Eigen::Map<Eigen::VectorXd> r(residuals, rows);
+    const Eigen::Index n = distances.parameters(), rows = count + n;
+    Eigen::Map<VectorXd> r(residuals, rows);
+    const Distances::At at = distances.at(p);
     if (jacobian != nullptr) {
-      Eigen::Map<Eigen::Matrix<double, Eigen::Dynamic, N>> J(jacobian, rows, N);
-      const auto at = distances.withDerivatives(p);
+      Eigen::Map<Eigen::MatrixXd> J(jacobian, rows, n);
+      VectorXd slope(n);
       for (Eigen::Index i = 0; i < count; ++i) {
-        const auto d = distances.distance(static_cast<std::size_t>(i), at);
-        r[i] = weights[i] * d.a;
-        J.row(i) = weights[i] * d.v.transpose();
+        r[i] = weights[i] * distances.distance(static_cast<std::size_t>(i), at, slope);
+        J.row(i) = weights[i] * slope.transpose();
       }
-      J.bottomRows(N) = Eigen::Matrix<double, N, 1>(beliefs).asDiagonal();
+      J.bottomRows(n) = beliefs.asDiagonal();
     } else {
-      const auto at = distances.at(p);
       for (Eigen::Index i = 0; i < count; ++i)
         r[i] = weights[i] * distances.distance(static_cast<std::size_t>(i), at);
     }
-    for (int k = 0; k < N; ++k) r[count + k] = beliefs[k] * p[k];
+    for (Eigen::Index k = 0; k < n; ++k) r[count + k] = beliefs[k] * p[k];
     return true;
   }
 
-  const Distances<N>& distances;
-  const Eigen::VectorXd& weights;             // square roots
-  const Eigen::Matrix<double, N, 1> beliefs;  // 1 / standard deviation, or 0
+  const Distances& distances;
+  const VectorXd& weights;  // square roots
+  const VectorXd& beliefs;  // 1 / standard deviation, or 0
 };
 
 double median(std::vector<double> values) {
@@ -194,21 +220,18 @@ double median(std::vector<double> values) {
   return *middle;
 }
 
-template <int N>
 class Fitter {
  public:
-  using Vector = Eigen::Matrix<double, N, 1>;
-  using Square = Eigen::Matrix<double, N, N>;
-
-  Fitter(const Pose& pose, const Eigen::VectorXd& believed) : pose_(pose) {
-    beliefs_.setZero();
+  /// @param parameters  kPoseParameters or kAllParameters
+  Fitter(const Pose& pose, Eigen::Index parameters, const VectorXd& believed)
+      : pose_(pose), parameters_(parameters), beliefs_(VectorXd::Zero(parameters)) {
     for (Eigen::Index i = 0; i < believed.size(); ++i)
       if (believed[i] > 0) beliefs_[i] = 1 / believed[i];
   }
 
   /// Comes near in spite of a far start and many wrong partners: of many fits to a few pairs, the
   /// one with the least median distance (Rousseeuw 1984). The draws are always the same.
-  void guess(const std::vector<ObservedPair>& pairs, Vector& p) const {
+  void guess(const std::vector<ObservedPair>& pairs, VectorXd& p) const {
     std::mt19937_64 engine(1);
     const auto draw = [&](std::size_t count) {
       std::vector<ObservedPair> drawn;
@@ -216,14 +239,14 @@ class Fitter {
       return drawn;
     };
     const std::vector<ObservedPair> judges = draw(kJudgesOfAGuess);
-    const Distances<N> judging(pose_, judges);
-    const Eigen::VectorXd even = Eigen::VectorXd::Ones(kPairsOfAGuess);
+    const Distances judging = distancesOf(judges);
+    const VectorXd even = VectorXd::Ones(kPairsOfAGuess);
     double least = median(absolute(judging, p));
-    const Vector start = p;
+    const VectorXd start = p;
     for (int i = 0; i < kGuesses; ++i) {
       const std::vector<ObservedPair> few = draw(kPairsOfAGuess);
-      Vector candidate = start;
-      solve(Distances<N>(pose_, few), even, 15, candidate);
+      VectorXd candidate = start;
+      solve(distancesOf(few), even, 15, candidate);
       const double distance = median(absolute(judging, candidate));
       if (!(distance < least)) continue;
       least = distance;
@@ -232,8 +255,8 @@ class Fitter {
   }
 
   /// Comes nearer, from a start that explains half of the pairs roughly.
-  void approach(const std::vector<ObservedPair>& pairs, Vector& p) const {
-    const Distances<N> distances(pose_, pairs);
+  void approach(const std::vector<ObservedPair>& pairs, VectorXd& p) const {
+    const Distances distances = distancesOf(pairs);
     double scale = std::numeric_limits<double>::infinity();
     for (int round = 0; round < 60; ++round) {
       const std::vector<double> sizes = absolute(distances, p);
@@ -242,11 +265,11 @@ class Fitter {
       const double next = round == 0 ? 2 * narrow : std::max(scale / 1.5, narrow);
       const bool last = next >= scale * 0.999;
       scale = std::min(next, scale);
-      Eigen::VectorXd weights(static_cast<Eigen::Index>(sizes.size()));
+      VectorXd weights(static_cast<Eigen::Index>(sizes.size()));
       for (std::size_t i = 0; i < sizes.size(); ++i)
         weights[static_cast<Eigen::Index>(i)] =
             1 / (noise * std::sqrt(1 + sizes[i] * sizes[i] / (scale * scale)));
-      const Vector before = p;
+      const VectorXd before = p;
       solve(distances, weights, 4, p);
       if (last && (p - before).norm() < 1e-9) break;
     }
@@ -254,13 +277,13 @@ class Fitter {
 
   /// The robust fit from near by.
   /// @param pairs  those that were set aside are taken out
-  PairFit settle(std::vector<ObservedPair>& pairs, Vector p) const {
+  PairFit settle(std::vector<ObservedPair>& pairs, VectorXd p) const {
     PairFit fit;
     const std::size_t given = pairs.size();
     for (int attempt = 0; attempt < 10; ++attempt) {
-      const Distances<N> distances(pose_, pairs);
+      const Distances distances = distancesOf(pairs);
       double noise = 0;
-      Eigen::VectorXd weights(static_cast<Eigen::Index>(pairs.size()));
+      VectorXd weights(static_cast<Eigen::Index>(pairs.size()));
       for (int round = 0; round < 30; ++round) {
         const std::vector<double> sizes = absolute(distances, p);
         // The noise settles first; then the weights belong to one function, which falls.
@@ -269,7 +292,7 @@ class Fitter {
           const double u = sizes[i] / (kTukey * noise);
           weights[static_cast<Eigen::Index>(i)] = u < 1 ? (1 - u * u) / noise : 0;
         }
-        const Vector before = p;
+        const VectorXd before = p;
         solve(distances, weights, 3, p);
         fit.converged = (p - before).norm() < 1e-8 * (1 + p.norm());
         if (round >= 5 && fit.converged) break;
@@ -287,11 +310,15 @@ class Fitter {
 
   /// States the uncertainty of a fit whose result is this fitter's pose.
   void judgeResult(const std::vector<ObservedPair>& pairs, PairFit& fit) const {
-    judge(Distances<N>(pose_, pairs), Vector::Zero(), fit);
+    judge(distancesOf(pairs), VectorXd::Zero(parameters_), fit);
   }
 
  private:
-  std::vector<double> absolute(const Distances<N>& distances, const Vector& p) const {
+  Distances distancesOf(const std::vector<ObservedPair>& pairs) const {
+    return {pose_, pairs, parameters_};
+  }
+
+  std::vector<double> absolute(const Distances& distances, const VectorXd& p) const {
     const auto at = distances.at(p.data());
     std::vector<double> sizes(distances.size());
     for (std::size_t i = 0; i < sizes.size(); ++i) sizes[i] = std::abs(distances.distance(i, at));
@@ -299,80 +326,81 @@ class Fitter {
   }
 
   /// From the median, first of all, then of those that are no outliers by the figure before.
-  static double noiseOf(std::vector<double> sizes, double before) {
+  double noiseOf(std::vector<double> sizes, double before) const {
     if (before > 0)
       sizes.erase(std::remove_if(sizes.begin(), sizes.end(),
                                  [&](double size) { return size > kTukey * before; }),
                   sizes.end());
     const auto count = static_cast<double>(sizes.size());
-    const double freedom = std::max(count - N, 1.0);
+    const double freedom = std::max(count - static_cast<double>(parameters_), 1.0);
     return std::max(1.4826 * median(sizes) * std::sqrt(count / freedom), kFewestNoise);
   }
 
-  void solve(const Distances<N>& distances, const Eigen::VectorXd& weights, int steps,
-             Vector& p) const {
-    const Weighted<N> function{distances, weights, beliefs_};
-    ceres::TinySolver<Weighted<N>> solver;
+  void solve(const Distances& distances, const VectorXd& weights, int steps, VectorXd& p) const {
+    const Weighted function{distances, weights, beliefs_};
+    ceres::TinySolver<Weighted> solver;
     solver.options.max_num_iterations = steps;
     solver.options.gradient_tolerance = 1e-14;
     solver.options.parameter_tolerance = 1e-13;
     solver.options.function_tolerance = 1e-14;
-    Vector result = p;
+    VectorXd result = p;
     solver.Solve(function, &result);
     if (result.allFinite()) p = result;
   }
 
   /// Fills covariance and counts; returns the pairs on which a direction hangs alone.
-  std::vector<std::size_t> judge(const Distances<N>& distances, const Vector& p,
+  std::vector<std::size_t> judge(const Distances& distances, const VectorXd& p,
                                  PairFit& fit) const {
-    const auto at = distances.withDerivatives(p.data());
-    Square curvature = Square::Zero(), scatter = Square::Zero();
-    std::vector<Vector> rows(distances.size());
-    std::vector<double> slopes(distances.size());
+    const Distances::At at = distances.at(p.data());
+    const auto count = static_cast<Eigen::Index>(distances.size());
+    const Eigen::Index n = parameters_;
+    MatrixXd curvature = MatrixXd::Zero(n, n), scatter = MatrixXd::Zero(n, n);
+    MatrixXd rows = MatrixXd::Zero(n, count);
+    VectorXd bends = VectorXd::Zero(count);
     fit.used = fit.outliers = 0;
-    for (std::size_t i = 0; i < distances.size(); ++i) {
-      const auto d = distances.distance(i, at);
-      const double u = d.a / (kTukey * fit.noise), rest = 1 - u * u;
+    for (Eigen::Index i = 0; i < count; ++i) {
+      const double distance = distances.distance(static_cast<std::size_t>(i), at, rows.col(i));
+      const double u = distance / (kTukey * fit.noise), rest = 1 - u * u;
       if (!(std::abs(u) < 1)) {
         ++fit.outliers;
         continue;
       }
       ++fit.used;
-      rows[i] = d.v;
-      slopes[i] = rest * (1 - 5 * u * u);
-      const double psi = d.a * rest * rest;
-      curvature += slopes[i] * rows[i] * rows[i].transpose();
-      scatter += psi * psi * rows[i] * rows[i].transpose();
+      bends[i] = rest * (1 - 5 * u * u);
+      const double psi = distance * rest * rest;
+      curvature += bends[i] * rows.col(i) * rows.col(i).transpose();
+      scatter += psi * psi * rows.col(i) * rows.col(i).transpose();
     }
     const double variance = fit.noise * fit.noise;
-    const Square belief = Vector(beliefs_.array().square()).asDiagonal();
-    curvature = curvature / variance + belief;
-    scatter = scatter / (variance * variance) + belief;
+    const VectorXd belief = beliefs_.array().square();
+    curvature /= variance;
+    curvature.diagonal() += belief;
+    scatter /= variance * variance;
+    scatter.diagonal() += belief;
     // Parameters of different units are brought to one size before they are inverted.
-    Vector size = curvature.diagonal().cwiseAbs().cwiseSqrt();
-    for (int i = 0; i < N; ++i)
+    VectorXd size = curvature.diagonal().cwiseAbs().cwiseSqrt();
+    for (Eigen::Index i = 0; i < n; ++i)
       if (!(size[i] > 0)) size[i] = 1;
-    const Square scaled =
-        size.cwiseInverse().asDiagonal() * curvature * size.cwiseInverse().asDiagonal();
-    const Eigen::SelfAdjointEigenSolver<Square> eigen(scaled);
-    const Vector values = eigen.eigenvalues().cwiseMax(1e-14);
-    const Square inverse = size.cwiseInverse().asDiagonal() * eigen.eigenvectors() *
-                           values.cwiseInverse().asDiagonal() * eigen.eigenvectors().transpose() *
-                           size.cwiseInverse().asDiagonal();
-    fit.covariance = inverse * scatter * inverse;
+    const VectorXd unit = size.cwiseInverse();
+    const MatrixXd scaled = unit.asDiagonal() * curvature * unit.asDiagonal();
+    const Eigen::SelfAdjointEigenSolver<MatrixXd> eigen(scaled);
+    const VectorXd values = eigen.eigenvalues().cwiseMax(1e-14);
+    const MatrixXd vectors = unit.asDiagonal() * eigen.eigenvectors();
+    const MatrixXd inverse = vectors * values.cwiseInverse().asDiagonal() * vectors.transpose();
     // Where nothing scatters because nothing is seen, the curvature alone says how little is known.
-    for (int i = 0; i < N; ++i)
-      if (eigen.eigenvalues()[i] < 1e-14) fit.covariance = inverse;
+    const bool unseen = eigen.eigenvalues().minCoeff() < 1e-14;
+    fit.covariance = unseen ? inverse : MatrixXd(inverse * scatter * inverse);
 
     std::vector<std::size_t> alone;
-    for (std::size_t i = 0; i < distances.size(); ++i)
-      if (slopes[i] > 0 && rows[i].dot(inverse * rows[i]) / variance > kLargestLeverage)
-        alone.push_back(i);
+    for (Eigen::Index i = 0; i < count; ++i)
+      if (bends[i] > 0 && rows.col(i).dot(inverse * rows.col(i)) / variance > kLargestLeverage)
+        alone.push_back(static_cast<std::size_t>(i));
     return alone;
   }
 
   const Pose& pose_;
-  Vector beliefs_;
+  const Eigen::Index parameters_;
+  VectorXd beliefs_;
 };
 
 std::vector<ObservedPair> withinTheLens(const Pose& pose, const std::vector<ObservedPair>& pairs) {
@@ -395,31 +423,29 @@ std::vector<ObservedPair> thinned(const std::vector<ObservedPair>& pairs, std::s
   return result;
 }
 
-template <int N>
 PairFit fitFrom(const StereoCalibration& given, const std::vector<ObservedPair>& pairs,
-                const Eigen::VectorXd& believed) {
+                Eigen::Index parameters, const VectorXd& believed) {
   const Pose pose = poseOf(given);
   std::vector<ObservedPair> usable = withinTheLens(pose, pairs);
   PairFit fit;
-  fit.change = Eigen::VectorXd::Zero(N);
-  fit.covariance = Eigen::MatrixXd::Identity(N, N) * 1e6;
-  if (usable.size() < 2 * N) return fit;
-  Eigen::Matrix<double, N, 1> start = Eigen::Matrix<double, N, 1>::Zero();
+  fit.change = VectorXd::Zero(parameters);
+  fit.covariance = MatrixXd::Identity(parameters, parameters) * 1e6;
+  if (usable.size() < static_cast<std::size_t>(2 * parameters)) return fit;
   // The lenses move only once the pose is near.
-  Eigen::Matrix<double, kPoseParameters, 1> poseStart;
-  poseStart.setZero();
-  const Eigen::VectorXd poseBelief =
-      believed.size() > 0 ? believed.head(kPoseParameters).eval() : Eigen::VectorXd();
-  const Fitter<kPoseParameters> poseFitter(pose, poseBelief);
+  VectorXd poseStart = VectorXd::Zero(kPoseParameters);
+  const VectorXd poseBelief =
+      believed.size() > 0 ? VectorXd(believed.head(kPoseParameters)) : VectorXd();
+  const Fitter poseFitter(pose, kPoseParameters, poseBelief);
   const std::vector<ObservedPair> some = thinned(usable, kCoarsePairs);
   poseFitter.guess(some, poseStart);
   poseFitter.approach(some, poseStart);
-  start.template head<kPoseParameters>() = poseStart;
-  fit = Fitter<N>(pose, believed).settle(usable, start);
+  VectorXd start = VectorXd::Zero(parameters);
+  start.head(kPoseParameters) = poseStart;
+  fit = Fitter(pose, parameters, believed).settle(usable, start);
   // As small differences from the result. Those from a calibration that is degrees away are others,
   // and where parameters look nearly alike, a few percent of difference are many deviations.
   const Pose result = poseOf(moved(given, fit.change));
-  Fitter<N>(result, believed).judgeResult(usable, fit);
+  Fitter(result, parameters, believed).judgeResult(usable, fit);
   return fit;
 }
 
@@ -435,7 +461,7 @@ Eigen::Matrix<double, 3, 2> tangentsOf(const Eigen::Vector3d& translation) {
   return tangents;
 }
 
-StereoCalibration moved(const StereoCalibration& calibration, const Eigen::VectorXd& p) {
+StereoCalibration moved(const StereoCalibration& calibration, const VectorXd& p) {
   StereoCalibration result = calibration;
   const Pose pose = poseOf(calibration);
   const double r[3] = {p[0], p[1], p[2]};
@@ -457,9 +483,9 @@ StereoCalibration moved(const StereoCalibration& calibration, const Eigen::Vecto
 
 PairFit fitPairs(const StereoCalibration& given, const std::vector<ObservedPair>& pairs,
                  const PairFitOptions& options) {
-  return options.parameters == kAllParameters
-             ? fitFrom<kAllParameters>(given, pairs, options.believed)
-             : fitFrom<kPoseParameters>(given, pairs, options.believed);
+  return fitFrom(given, pairs,
+                 options.parameters == kAllParameters ? kAllParameters : kPoseParameters,
+                 options.believed);
 }
 
 std::vector<double> sampsonDistances(const StereoCalibration& calibration,
@@ -473,17 +499,15 @@ std::vector<double> sampsonDistances(const StereoCalibration& calibration,
   return distances;
 }
 
-Eigen::VectorXd sampsonGradient(const StereoCalibration& calibration, const ObservedPair& pair,
-                                int parameters) {
+VectorXd sampsonGradient(const StereoCalibration& calibration, const ObservedPair& pair,
+                         int parameters) {
   const Pose pose = poseOf(calibration);
   const std::vector<ObservedPair> pairs = {pair};
-  const Eigen::VectorXd zero = Eigen::VectorXd::Zero(kAllParameters);
-  if (parameters == kAllParameters) {
-    const Distances<kAllParameters> distances(pose, pairs);
-    return distances.distance(0, distances.withDerivatives(zero.data())).v;
-  }
-  const Distances<kPoseParameters> distances(pose, pairs);
-  return distances.distance(0, distances.withDerivatives(zero.data())).v;
+  const VectorXd zero = VectorXd::Zero(parameters);
+  const Distances distances(pose, pairs, parameters);
+  VectorXd gradient(parameters);
+  distances.distance(0, distances.at(zero.data()), gradient);
+  return gradient;
 }
 
 }  // namespace calibration

@@ -91,30 +91,28 @@ Eigen::Matrix<T, 3, 3> crossMatrix(const Eigen::Matrix<T, 3, 1>& t) {
   return cross;
 }
 
+/// How a Sampson distance changes with all that it is made of.
+struct SampsonSlopes {
+  Eigen::Matrix3d essential;
+  Ray<double> left, right;
+};
+
 /// Signed Sampson distance in raw pixels (Sampson 1982; Hartley and Zisserman, "Multiple View
 /// Geometry", 2nd ed., 11.4.3): the epipolar constraint e = dR . E dL, divided by the length of its
 /// gradient in the four pixel coordinates. To first order it is the distance by which the two
 /// pixels together must move to agree, so that noise of s px in every coordinate gives it a
 /// standard deviation of s px, wherever in the images the pair lies.
+///
+/// With g_L and g_R the gradients in the pixels of each camera, P_L and P_R how the rays turn with
+/// them, and n the length of both, d = e / n and
+///   dd/dE  = dR dL' / n - d / n^2 (dR (P_L g_L)' + (P_R g_R) dL')
+///   dd/ddL = E' dR / n - d / n^2 E' P_R g_R      dd/dP_L = - d / n^2 E' dR g_L'
+///   dd/ddR = E dL / n - d / n^2 E P_L g_L        dd/dP_R = - d / n^2 E dL g_R'
 /// @param essential  E = [t]x R with the rotation R of the left frame into the right one and the
 ///                   direction t of the translation; its scale does not matter
-template <typename T>
-T sampsonDistance(const Ray<T>& left, const Ray<T>& right,
-                  const Eigen::Matrix<T, 3, 3>& essential) {
-  using std::sqrt;
-  const Eigen::Matrix<T, 3, 1> perRight = essential * left.direction;
-  const Eigen::Matrix<T, 3, 1> perLeft = essential.transpose() * right.direction;
-  const Eigen::Matrix<T, 2, 1> gradientLeft = left.perPixel.transpose() * perLeft;
-  const Eigen::Matrix<T, 2, 1> gradientRight = right.perPixel.transpose() * perRight;
-  const T e = right.direction.dot(perRight);
-  return e / sqrt(gradientLeft.squaredNorm() + gradientRight.squaredNorm() + 1e-300);
-}
-
-/// The same, and how it changes with the nine elements of E. With g_L and g_R the gradients in the
-/// pixels of each camera, P_L and P_R how the rays turn with them, and n the length of both:
-///   d = e / n,  dd/dE = dR dL' / n - d / n^2 (dR (P_L g_L)' + (P_R g_R) dL')
+/// @param slopes     filled unless null
 inline double sampsonDistance(const Ray<double>& left, const Ray<double>& right,
-                              const Eigen::Matrix3d& essential, Eigen::Matrix3d& perEssential) {
+                              const Eigen::Matrix3d& essential, SampsonSlopes* slopes = nullptr) {
   const Eigen::Vector3d perRight = essential * left.direction;
   const Eigen::Vector3d perLeft = essential.transpose() * right.direction;
   const Eigen::Vector2d gradientLeft = left.perPixel.transpose() * perLeft;
@@ -122,11 +120,17 @@ inline double sampsonDistance(const Ray<double>& left, const Ray<double>& right,
   const double square = gradientLeft.squaredNorm() + gradientRight.squaredNorm() + 1e-300;
   const double perConstraint = 1 / std::sqrt(square);
   const double distance = right.direction.dot(perRight) * perConstraint;
+  if (slopes == nullptr) return distance;
   const double perSquare = distance / square;
-  const Eigen::Vector3d alongLeft =
-      perConstraint * left.direction - perSquare * (left.perPixel * gradientLeft);
-  const Eigen::Vector3d alongRight = perSquare * (right.perPixel * gradientRight);
-  perEssential = right.direction * alongLeft.transpose() - alongRight * left.direction.transpose();
+  const Eigen::Vector3d turnedLeft = perSquare * (left.perPixel * gradientLeft);
+  const Eigen::Vector3d turnedRight = perSquare * (right.perPixel * gradientRight);
+  const Eigen::Vector3d alongLeft = perConstraint * left.direction - turnedLeft;
+  slopes->essential =
+      right.direction * alongLeft.transpose() - turnedRight * left.direction.transpose();
+  slopes->left.direction = perConstraint * perLeft - essential.transpose() * turnedRight;
+  slopes->right.direction = essential * alongLeft;
+  slopes->left.perPixel = -perSquare * (perLeft * gradientLeft.transpose());
+  slopes->right.perPixel = -perSquare * (perRight * gradientRight.transpose());
   return distance;
 }
 
