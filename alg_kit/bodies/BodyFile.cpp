@@ -129,4 +129,18 @@ Body readBody(const std::string& path) {
   return bodyFromText(text::readTextFile(path, "a body", kLargest), path);
 }
 
+std::vector<Body> readBodies(const std::vector<std::string>& paths) {
+  std::vector<Body> result;
+  for (const std::string& path : paths) {
+    const Body& body = result.emplace_back(readBody(path));
+    for (std::size_t other = 0; other + 1 < result.size(); ++other)
+      for (const BodyMarker& marker : body.markers)
+        if (result[other].markerOf(marker.id) != nullptr)
+          throw text::FileError(path, 0,
+                                "expected ids of its own, found id " + std::to_string(marker.id) +
+                                    ", which " + paths[other] + " has");
+  }
+  return result;
+}
+
 }  // namespace bodies

@@ -15,4 +15,8 @@ Body bodyFromText(const std::string& content, const std::string& path);
 /// @throws text::FileError in one line
 Body readBody(const std::string& path);
 
+/// Several that are tracked at once, in the order of their paths.
+/// @throws text::FileError in one line, also if two of them have an id in common
+std::vector<Body> readBodies(const std::vector<std::string>& paths);
+
 }  // namespace bodies

@@ -3,11 +3,14 @@
 #include <alg_kit/bodies/BodySmoother.h>
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 #include <tuple>
 
 namespace bodies {
 namespace {
+
+constexpr double kDegrees = 57.29577951308232;
 
 void trackEach(const recording::RecordingReader& reader, const std::vector<Body>& bodies,
                double noise, const BodyRowTaker& take) {
@@ -88,6 +91,24 @@ double trackBodies(const recording::RecordingReader& reader, const std::vector<B
       break;
   }
   return noise;
+}
+
+std::array<double, 6> deviationsOf(const BodyPose& pose) {
+  std::array<double, 6> result{};
+  for (std::size_t i = 0; i < 6; ++i) {
+    const auto k = static_cast<Eigen::Index>(i);
+    result[i] = std::sqrt(pose.covariance(k, k)) * (i < 3 ? 1 : kDegrees);
+  }
+  return result;
+}
+
+std::vector<BodyPose> posesOf(const recording::RecordingReader& reader, const Body& body,
+                              double noise) {
+  std::vector<BodyPose> poses;
+  readFrames(reader, [&](const BodyFrame& frame, const estimate::PixelEquations& cameras) {
+    if (const auto pose = poseOf(body, frame, cameras, noise)) poses.push_back(*pose);
+  });
+  return poses;
 }
 
 }  // namespace bodies

@@ -3,6 +3,7 @@
 
 #include <alg_kit/bodies/BodyFilter.h>
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -35,5 +36,14 @@ using BodyRowTaker = std::function<void(const BodyRow& row)>;
 /// @throws as readFrames
 double trackBodies(const recording::RecordingReader& reader, const std::vector<Body>& bodies,
                    const BodyTrackOptions& options, const BodyRowTaker& take);
+
+/// Standard deviations of the position (mm) and of the turns about the axes (degrees).
+std::array<double, 6> deviationsOf(const BodyPose& pose);
+
+/// The poses of single frames, camera frame, where there is one.
+/// @param noise  px, of blob centres
+/// @throws as readFrames
+std::vector<BodyPose> posesOf(const recording::RecordingReader& reader, const Body& body,
+                              double noise);
 
 }  // namespace bodies

@@ -30,7 +30,6 @@ using bodies::BodyPose;
 using bodies::BodyRow;
 using recording::RecordingReader;
 
-constexpr double kDegrees = 57.29577951308232;
 constexpr double kMillimetresPerMetre = 1000;
 constexpr double kNearestOnMap = 500, kFarthestOnMap = 4000, kMapStep = 500;  // mm
 constexpr double kMapNoise = 0.05;                                            // px
@@ -162,19 +161,6 @@ void learnBody(const BodyOptions& options) {
   std::cout << "Wrote " << oneLine(options.output) << "\n";
 }
 
-std::vector<Body> bodiesFrom(const BodyOptions& options) {
-  std::vector<Body> result;
-  for (const std::string& path : options.bodies) result.push_back(bodies::readBody(path));
-  for (std::size_t i = 0; i < result.size(); ++i)
-    for (std::size_t j = 0; j < i; ++j)
-      for (const bodies::BodyMarker& marker : result[i].markers)
-        if (result[j].markerOf(marker.id) != nullptr)
-          throw std::runtime_error(options.bodies[i] + ": expected ids of its own, found id " +
-                                   std::to_string(marker.id) + ", which " + options.bodies[j] +
-                                   " has");
-  return result;
-}
-
 std::string originOf(const BodyOptions& options, double noise) {
   std::string manner = options.smooth ? "smoothed" : options.single ? "frame by frame" : "live";
   if (options.aheadMs > 0) manner += ", " + numberText(options.aheadMs) + " ms ahead";
@@ -204,8 +190,7 @@ void writeCsv(const BodyOptions& options, const std::vector<Body>& known,
     for (const double value : {m.position.x(), m.position.y(), m.position.z(), m.orientation.x(),
                                m.orientation.y(), m.orientation.z(), m.orientation.w()})
       out << "," << numberText(value);
-    for (int i = 0; i < 6; ++i)
-      out << "," << numberText(std::sqrt(pose.covariance(i, i)) * (i < 3 ? 1 : kDegrees));
+    for (const double deviation : bodies::deviationsOf(pose)) out << "," << numberText(deviation);
     out << "," << pose.markers << "," << numberText(pose.residual) << "," << nameOf(row.pose.source)
         << "," << numberText(row.pose.age) << "\n";
   }
@@ -263,7 +248,7 @@ void poseBody(const BodyOptions& options) {
   if (options.aheadMs > 0 && (options.smooth || options.single))
     throw std::runtime_error(std::string("--ahead: expected a live pose, found ") +
                              (options.smooth ? "--smooth, which knows what came" : "--single"));
-  const std::vector<Body> known = bodiesFrom(options);
+  const std::vector<Body> known = bodies::readBodies(options.bodies);
   std::vector<std::string> outputs = {options.csv}, inputs = options.bodies;
   for (std::size_t b = 0; b < known.size() && !options.tum.empty(); ++b) {
     const std::string& name = known[b].name;
@@ -301,13 +286,7 @@ void pivotBody(const BodyOptions& options) {
                options.force);
   Body body = bodies::readBody(options.bodies.front());
   const RecordingReader reader(options.file);
-  const double noise = noiseFor(options, reader);
-  std::vector<BodyPose> poses;
-  bodies::readFrames(reader,
-                     [&](const bodies::BodyFrame& frame, const estimate::PixelEquations& cameras) {
-                       if (const auto pose = bodies::poseOf(body, frame, cameras, noise))
-                         poses.push_back(*pose);
-                     });
+  const std::vector<BodyPose> poses = bodies::posesOf(reader, body, noiseFor(options, reader));
   bodies::PivotFit fit;
   try {
     fit = bodies::pivotOf(poses);

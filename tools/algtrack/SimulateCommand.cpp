@@ -2,6 +2,7 @@
 #include <alg_kit/analysis/Moment.h>
 #include <alg_kit/bodies/BodyFile.h>
 #include <alg_kit/text/TextFile.h>
+#include <sim/BodyScene.h>
 #include <sim/RecordedSimulation.h>
 #include <sim/Simulator.h>
 #include <tools/algtrack/Commands.h>
@@ -90,29 +91,6 @@ sim::Occlusion occlusionFrom(const std::string& text, int objects, double second
   return occlusion;
 }
 
-/// The body's markers, each an object of its own on what follows the trajectory.
-std::vector<sim::SceneObject> objectsOf(const SimulateOptions& options) {
-  std::vector<sim::SceneObject> objects;
-  const bodies::Body body = bodies::readBody(options.body);
-  const Eigen::Vector3d middle = bodies::meanOf(body);
-  for (const bodies::BodyMarker& marker : body.markers) {
-    if (marker.id >= sim::objectCount(options.productType))
-      throw std::runtime_error(options.body + ": expected ids below " +
-                               std::to_string(sim::objectCount(options.productType)) +
-                               ", which product type " + std::to_string(options.productType) +
-                               " has, found " + std::to_string(marker.id));
-    sim::SceneObject& object = objects.emplace_back();
-    object.id = marker.id;
-    object.markers = {Eigen::Vector3d::Zero()};
-    object.mount = marker.position;
-    // Where the file does not say it: away from the body's middle.
-    const Eigen::Vector3d facing =
-        marker.facing.isZero(0) ? (marker.position - middle).normalized() : marker.facing;
-    object.facings = {facing};
-  }
-  return objects;
-}
-
 sim::Scene sceneFrom(SimulateOptions& options) {
   if (options.trajectory.empty())
     return options.scene == "still"
@@ -132,7 +110,8 @@ sim::Scene sceneFrom(SimulateOptions& options) {
                             secondsText(options.seconds) + " that were asked for");
   options.seconds = std::min(options.seconds, motion.duration());
   if (!options.body.empty())
-    return sim::Scene(options.productType, objectsOf(options), std::move(motion));
+    return sim::sceneOf(bodies::readBody(options.body), options.body, options.productType,
+                        std::move(motion));
   return sim::Scene::following(options.productType, std::move(motion));
 }
 

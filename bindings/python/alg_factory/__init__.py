@@ -17,6 +17,13 @@ Make recordings, and play them again
 >>> new = af.replay("s.algrec", filter_mode=1, calibration="healed.json")
 >>> af.report("s.algrec", "s.html")
 
+Markers that belong together
+----------------------------
+>>> body = af.Body.learn("tool.algrec", ids=[0, 1, 2, 3])   # its shape; body.save("tool.json")
+>>> poses = body.track(r, smooth=True)       # time_s, x, y, z, qx, qy, qz, qw, deviations, ...
+>>> body.pivot("spot.algrec").tip            # the tip of a pointer
+>>> body.check("later.algrec").moved         # ids of the markers that moved
+
 Be a host
 ---------
 >>> host = af.Host(product_type=2, calibration=af.Calibration.load("healed.json"))
@@ -43,6 +50,7 @@ from ._core import (Error, FileError, PipelineInUse, RecordingError, Refused, __
                     HEADING_ANSWER, INERTIAL_RECORD, ORIENTATION_SAMPLE, POSE_ANSWER, RESULT_BLOCK,
                     STEREO_CALIBRATION, TRACKED_POINT)
 from .analysis import Difference, Explanation, Funnel
+from .bodies import Body, Learning, Pivot, ShapeCheck
 from .calibration import Calibration, Check
 from .host import Host
 from .recording import Answers, Path, Recording
@@ -53,7 +61,7 @@ BLOB_ENDS = dict(zip(_core.BLOB_ENDS, _core.BLOB_END_TEXTS))
 
 __all__ = [
     "Recording", "Path", "Answers", "Funnel", "Explanation", "Calibration", "Check", "Host",
-    "simulate", "replay", "verify", "report", "BLOB_ENDS",
+    "Body", "Learning", "Pivot", "ShapeCheck", "simulate", "replay", "verify", "report", "BLOB_ENDS",
     "Error", "Difference", "FileError", "RecordingError", "PipelineInUse", "Refused",
     "RESULT_BLOCK", "TRACKED_POINT", "POSE_ANSWER", "HEADING_ANSWER", "ORIENTATION_SAMPLE",
     "INERTIAL_RECORD", "STEREO_CALIBRATION", "__version__",

@@ -1,7 +1,7 @@
 # The types of the package. What things mean stands in its docstrings.
 import os
 from dataclasses import dataclass
-from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple, Union
+from typing import Any, Callable, Dict, Iterable, List, Mapping, Optional, Sequence, Tuple, Union
 
 import numpy as np
 import numpy.typing as npt
@@ -11,6 +11,7 @@ BufferLike = Union[bytes, bytearray, memoryview, Array]
 Name = Union[str, os.PathLike[str]]
 CalibrationLike = Union[Calibration, Name, bytes, bytearray, memoryview]
 RecordingLike = Union[Recording, Name]
+BodyLike = Union[Body, Name]
 
 __version__: str
 RESULT_BLOCK: np.dtype[np.void]
@@ -170,6 +171,66 @@ class Recording:
     def __getitem__(self, limits: slice) -> Recording: ...
     def save(self, path: Name, overwrite: bool = ...) -> None: ...
 
+@dataclass(frozen=True)
+class Learning:
+    frames: int
+    noise: float
+    misfit: float
+    distances: Array
+    loose: List[int]
+    not_linked: List[int]
+    never_together: List[Tuple[int, int]]
+
+@dataclass(frozen=True)
+class Pivot:
+    tip: npt.NDArray[np.float64]
+    covariance: npt.NDArray[np.float64]
+    spot: npt.NDArray[np.float64]
+    residual: float
+    turned: float
+    poses: int
+    @property
+    def deviation(self) -> npt.NDArray[np.float64]: ...
+
+@dataclass(frozen=True)
+class ShapeCheck:
+    same: bool
+    which_known: bool
+    markers: Array
+    @property
+    def moved(self) -> List[int]: ...
+
+class Body:
+    def __init__(self, markers: Mapping[int, Sequence[float]], name: str = ...,
+                 tip: Optional[Sequence[float]] = ...,
+                 facings: Optional[Mapping[int, Sequence[float]]] = ...) -> None: ...
+    @classmethod
+    def load(cls, path: Name) -> Body: ...
+    @classmethod
+    def learn(cls, recording: RecordingLike, ids: Iterable[int] = ..., name: str = ...,
+              noise: float = ...) -> Body: ...
+    @property
+    def name(self) -> str: ...
+    @property
+    def markers(self) -> Array: ...
+    @property
+    def ids(self) -> List[int]: ...
+    @property
+    def tip(self) -> Optional[npt.NDArray[np.float64]]: ...
+    @property
+    def learning(self) -> Optional[Learning]: ...
+    @property
+    def findings(self) -> List[Tuple[str, str]]: ...
+    def with_tip(self, tip: Optional[npt.ArrayLike]) -> Body: ...
+    def save(self, path: Name, overwrite: bool = ...) -> None: ...
+    def track(self, recording: RecordingLike, smooth: bool = ..., ahead: float = ...,
+              single: bool = ..., noise: float = ...) -> Array: ...
+    def pivot(self, recording: RecordingLike, noise: float = ...) -> Pivot: ...
+    def check(self, recording: RecordingLike, tolerance: float = ...,
+              noise: float = ...) -> ShapeCheck: ...
+    def __hash__(self) -> int: ...
+    def __eq__(self, other: object) -> bool: ...
+
 class Host:
     on_block: Optional[Callable[[Array], object]]
     on_log: Optional[Callable[[int, str], object]]
@@ -187,10 +248,10 @@ class Host:
 
 def simulate(path: Name, *, product_type: int = ..., seconds: float = ..., seed: int = ...,
              calibration: Optional[CalibrationLike] = ..., scene: str = ...,
-             trajectory: Optional[Name] = ..., distance: float = ..., start: float = ...,
-             rate: float = ..., framing: str = ..., inertial: bool = ..., queries: bool = ...,
+             trajectory: Optional[Name] = ..., body: Optional[BodyLike] = ...,
+             distance: float = ..., start: float = ..., rate: float = ..., framing: str = ..., inertial: bool = ..., queries: bool = ...,
              filter_mode: int = ..., noise: float = ..., marker_size: float = ...,
-             dropouts: float = ..., occlude: Sequence[Tuple[Any, ...]] = ..., splits: float = ...,
+             emission: float = ..., dropouts: float = ..., occlude: Sequence[Tuple[Any, ...]] = ..., splits: float = ...,
              strays: float = ..., reflections: float = ..., bend: Optional[Sequence[float]] = ...,
              drift: Optional[Sequence[float]] = ...,
              focal_error: Union[float, Sequence[float], None] = ...,

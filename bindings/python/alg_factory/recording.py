@@ -253,11 +253,8 @@ class Recording:
         acceleration. docs/estimation.md has the model. Raises RuntimeError without packets."""
         if object is not None:
             self._check_object(object)
-        if not 0 <= ahead <= 0.1 or (smooth and ahead):
-            raise ValueError(f"ahead: expected 0 to 0.1 s of a live estimate, found {ahead:g}"
-                             + (" with smooth" if smooth else ""))
-        if not (noise == 0 or 0.001 <= noise <= 100):
-            raise ValueError(f"noise: expected 0, or 0.001 to 100 px, found {noise:g}")
+        check_ahead(ahead, "smooth" if smooth else None)
+        check_noise(noise)
         rows = self._tables.tracks(bool(smooth), float(ahead), float(noise))
         rows = self._cut(rows)
         return rows if object is None else rows[rows["object"] == object]
@@ -360,6 +357,18 @@ def _flat(rows, prefix=""):
                 yield from _flat(cell, at + "_")
             else:
                 yield at, cell
+
+
+def check_ahead(ahead, other):
+    """`other`: what asks for something else than a live estimate, or None."""
+    if not 0 <= ahead <= 0.1 or (other and ahead):
+        raise ValueError(f"ahead: expected 0 to 0.1 s of a live estimate, found {ahead:g}"
+                         + (f" with {other}" if other else ""))
+
+
+def check_noise(noise):
+    if not (noise == 0 or 0.001 <= noise <= 100):
+        raise ValueError(f"noise: expected 0, or 0.001 to 100 px, found {noise:g}")
 
 
 def as_recording(source):

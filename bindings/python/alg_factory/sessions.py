@@ -7,7 +7,8 @@ import tempfile
 
 from . import _core
 from .analysis import Difference
-from .calibration import Calibration, as_calibration
+from .bodies import as_body
+from .calibration import as_calibration
 from .files import complete_file
 from .recording import Recording, as_recording
 
@@ -49,10 +50,10 @@ def _occlusion(value, objects, seconds):
 
 
 def simulate(path, *, product_type=1, seconds=20, seed=1, calibration=None, scene="moving",
-             trajectory=None, distance=1700, start=0, rate=90, framing="auto", inertial=False,
-             queries=True, filter_mode=0, noise=0, marker_size=30, dropouts=0, occlude=(), splits=0,
-             strays=0, reflections=0, bend=None, drift=None, focal_error=None, centre_error=None,
-             loss=0, corrupt=0, wrong_check=0, overwrite=False):
+             trajectory=None, body=None, distance=1700, start=0, rate=90, framing="auto", inertial=False,
+             queries=True, filter_mode=0, noise=0, marker_size=30, emission=180, dropouts=0,
+             occlude=(), splits=0, strays=0, reflections=0, bend=None, drift=None, focal_error=None,
+             centre_error=None, loss=0, corrupt=0, wrong_check=0, overwrite=False):
     """Simulates cameras, markers and motion, drives the library with the packets, and records
     everything with the truth. The same options and seed give the same content, and that of
     `algtrack simulate`.
@@ -63,6 +64,9 @@ def simulate(path, *, product_type=1, seconds=20, seed=1, calibration=None, scen
     calibration : what the library gets, as for Host; the built-in pair without one.
     scene : "moving" or "still"; or trajectory : a file of lines t tx ty tz qx qy qz qw (s, m),
         from `start` s on, moved to `distance` mm in front of the cameras.
+    body : a Body, or its file's name: its markers follow the trajectory, in the place of the
+        built-in objects.    emission : degrees, 1 to 180: a marker of the body is unseen by a camera
+        that is further from where it faces (`facing`, or away from the body's middle).
     framing : "auto" (what feeds the filters that the queries read), "plain" or "stamped".
     inertial : inertial samples of objects 0 and 1 before every packet.
     queries : ask for every object's pose after every frame.    filter_mode : as Host.filter_mode.
@@ -90,6 +94,11 @@ def simulate(path, *, product_type=1, seconds=20, seed=1, calibration=None, scen
     _in_range("filter_mode", filter_mode, -1, 1000)
     _in_range("noise", noise, 0, 100)
     _in_range("marker_size", marker_size, 0.1, 1000)
+    _in_range("emission", emission, 1, 180)
+    if body is not None and trajectory is None:
+        raise ValueError("body: expected a trajectory with it, found none")
+    if emission != 180 and body is None:
+        raise ValueError("emission: expected a body with it, found none")
     _in_range("strays", strays, 0, 100)
     _in_range("distance", distance, 100, 100000)
     _in_range("start", start, 0, 1e6)
@@ -116,26 +125,29 @@ def simulate(path, *, product_type=1, seconds=20, seed=1, calibration=None, scen
         product_type=product_type, seconds=float(seconds), seed=seed, scene=scene,
         distance=float(distance), start=float(start), rate=float(rate), framing=framing,
         inertial=bool(inertial), queries=bool(queries), filter_mode=int(filter_mode),
-        noise=float(noise), marker_size=float(marker_size), dropouts=float(dropouts),
+        noise=float(noise), marker_size=float(marker_size), emission=float(emission), dropouts=float(dropouts),
         splits=float(splits), strays=float(strays), reflections=float(reflections),
         loss=float(loss), corrupt=float(corrupt), wrong_check=float(wrong_check),
         occlude=[occlusion for occlusion, _ in hidden], occlusion_texts=[text for _, text in hidden],
-        rig_error_texts=texts, calibration_name="built in", motion_name=scene, **errors)
+        rig_error_texts=texts, calibration_name="built in", motion_name=scene,
+        body_name="", **errors)
     if calibration is not None:
         rig = as_calibration(calibration)
         options.update(calibration=rig.to_bytes(), width=rig.width, height=rig.height,
                        calibration_name=_name_of(calibration))
     if trajectory is not None:
         options.update(trajectory=os.fspath(trajectory), motion_name=os.path.basename(trajectory))
+    if body is not None:
+        options.update(body=as_body(body)._shape, body_name=_name_of(body))
     with complete_file(path, overwrite) as partial:
         return _core.simulate(partial, options)
 
 
-def _name_of(calibration):
+def _name_of(source):
     """For the recording's facts."""
-    if isinstance(calibration, (str, os.PathLike)):
-        return os.path.basename(calibration)
-    return "given" if isinstance(calibration, Calibration) else "bytes"
+    if isinstance(source, (str, os.PathLike)):
+        return os.path.basename(source)
+    return "bytes" if isinstance(source, (bytes, bytearray, memoryview)) else "given"
 
 
 def replay(recording, *, product_type=None, calibration=None, filter_mode=None):

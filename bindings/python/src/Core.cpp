@@ -10,5 +10,6 @@ PYBIND11_MODULE(_core, module) {
   bindings::addCalibration(module);
   bindings::addRecording(module);
   bindings::addAnalysis(module);
+  bindings::addBodies(module);
   bindings::addSessions(module);
 }

@@ -10,6 +10,7 @@ void addRecords(pybind11::module_& module);
 void addHost(pybind11::module_& module);
 void addRecording(pybind11::module_& module);
 void addAnalysis(pybind11::module_& module);
+void addBodies(pybind11::module_& module);
 void addCalibration(pybind11::module_& module);
 void addSessions(pybind11::module_& module);
 

@@ -3,24 +3,15 @@
 #include <bindings/python/src/Arrays.h>
 #include <bindings/python/src/Columns.h>
 #include <bindings/python/src/Parts.h>
-#include <bindings/python/src/RecordingFile.h>
+#include <bindings/python/src/Reading.h>
 #include <pybind11/stl.h>
 
-#include <mutex>
 #include <utility>
 
 namespace py = pybind11;
 
 namespace bindings {
 namespace {
-
-/// Reads without the interpreter lock.
-template <typename Read>
-auto reading(const RecordingFile& file, const Read& read) {
-  const py::gil_scoped_release free;
-  const std::lock_guard<std::mutex> lock(file.mutex());
-  return read(file.reader());
-}
 
 py::dict metadataOf(const RecordingFile& file) {
   const recording::Metadata& metadata = file.reader().metadata();

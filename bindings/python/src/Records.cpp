@@ -77,6 +77,16 @@ void addRecords(py::module_& module) {
   PYBIND11_NUMPY_DTYPE_EX(TrackColumnRow, time, "time", call, "call", object, "object", source,
                           "source", age, "age", position, "position", velocity, "velocity",
                           deviation, "deviation", covariance, "covariance");
+  PYBIND11_NUMPY_DTYPE_EX(BodyMarkerRow, id, "id", position, "position", deviation, "deviation",
+                          facing, "facing");
+  PYBIND11_NUMPY_DTYPE_EX(BodyDistanceRow, first, "first", second, "second", distance, "distance",
+                          deviation, "deviation", frames, "frames");
+  PYBIND11_NUMPY_DTYPE_EX(BodyShiftRow, id, "id", seen, "seen", shift, "shift", deviation,
+                          "deviation", moved, "moved");
+  PYBIND11_NUMPY_DTYPE_EX(BodyPoseRow, time, "time_s", call, "call", x, "x", y, "y", z, "z", qx,
+                          "qx", qy, "qy", qz, "qz", qw, "qw", sdX, "sd_x", sdY, "sd_y", sdZ, "sd_z",
+                          sdRx, "sd_rx", sdRy, "sd_ry", sdRz, "sd_rz", markers, "markers", residual,
+                          "residual_px", source, "source", age, "age_s");
 
   py::list kinds, fates, fateTexts, sources;
   for (std::uint32_t kind = 0; kind < session::kCallKinds; ++kind)

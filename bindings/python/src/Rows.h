@@ -110,4 +110,36 @@ struct TrackColumnRow {
   double covariance[9][9] = {};
 };
 
+struct BodyMarkerRow {
+  std::int32_t id = 0;
+  double position[3] = {};   ///< body's frame, mm
+  double deviation[3] = {};  ///< mm; 0 = not known
+  double facing[3] = {};     ///< unit vector; zero = not known
+};
+
+struct BodyDistanceRow {
+  std::int32_t first = 0, second = 0;  ///< ids
+  double distance = 0, deviation = 0;  ///< mm
+  std::int64_t frames = 0;
+};
+
+struct BodyShiftRow {
+  std::int32_t id = 0;
+  bool seen = false;
+  double shift = 0, deviation = 0;  ///< mm; NaN where it was not seen
+  bool moved = false;
+};
+
+/// As `algtrack body pose --csv` has it.
+struct BodyPoseRow {
+  double time = 0;
+  std::int64_t call = 0;
+  double x = 0, y = 0, z = 0;             ///< mm, axes as delivered
+  double qx = 0, qy = 0, qz = 0, qw = 0;  ///< the body's axes to these
+  double sdX = 0, sdY = 0, sdZ = 0;       ///< mm
+  double sdRx = 0, sdRy = 0, sdRz = 0;    ///< degrees
+  std::int32_t markers = 0, source = 0;   ///< estimate::Source
+  double residual = 0, age = 0;           ///< px, s
+};
+
 }  // namespace bindings

@@ -3,6 +3,7 @@
 #include <alg_kit/analysis/MismatchCause.h>
 #include <alg_kit/analysis/ReplayVerdict.h>
 #include <alg_kit/analysis/ReportMaker.h>
+#include <alg_kit/bodies/BodyFile.h>
 #include <alg_kit/calibration/CalibrationFile.h>
 #include <alg_kit/calibration/CalibrationRecord.h>
 #include <alg_kit/recording/ReRecording.h>
@@ -15,6 +16,7 @@
 #include <bindings/python/src/Parts.h>
 #include <bindings/python/src/RecordingFile.h>
 #include <pybind11/stl.h>
+#include <sim/BodyScene.h>
 #include <sim/RecordedSimulation.h>
 
 #include <array>
@@ -148,6 +150,7 @@ sim::SimulatorOptions simulationFrom(const Options& options, const sim::SessionO
   result.frameRate = options.get<double>("rate");
   result.seed = options.get<std::uint64_t>("seed");
   result.blobs.markerDiameter = options.get<double>("marker_size");
+  result.blobs.emissionAngle = options.get<double>("emission");
   result.blobs.pixelNoise = options.get<double>("noise");
   result.blobs.dropoutProbability = options.get<double>("dropouts");
   result.blobs.splitProbability = options.get<double>("splits");
@@ -193,6 +196,7 @@ py::dict simulate(const std::string& path, const py::dict& given) {
   description.rigErrors = options.get<std::map<std::string, std::string>>("rig_error_texts");
   description.calibration = options.get<std::string>("calibration_name");
   description.motion = options.get<std::string>("motion_name");
+  description.body = options.get<std::string>("body_name");
 
   rig::StereoRig rig = rig::builtInRig();
   if (const auto record = options.optional<std::string>("calibration")) {
@@ -207,7 +211,10 @@ py::dict simulate(const std::string& path, const py::dict& given) {
                                        .part(options.get<double>("start"), session.seconds)
                                        .placedInFront(options.get<double>("distance"));
     session.seconds = std::min(session.seconds, motion.duration());
-    scene = sim::Scene::following(session.productType, motion);
+    const auto body = options.optional<bodies::Body>("body");
+    scene = body ? sim::sceneOf(*body, description.body, session.productType, motion)
+                 : sim::Scene::following(session.productType, motion);
+    if (body) description.bodyText = bodies::bodyText(*body);
   } else {
     scene = options.get<std::string>("scene") == "still"
                 ? sim::Scene::still(session.productType)
