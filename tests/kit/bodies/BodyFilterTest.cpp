@@ -3,7 +3,6 @@
 #include <tests/kit/bodies/SeenBody.h>
 
 #include <gtest/gtest.h>
-#include <sim/SmoothMotion.h>
 #include <tests/support/AllocationCounter.h>
 #include <Eigen/LU>
 #include <algorithm>
@@ -23,19 +22,13 @@ using Eigen::Vector3d;
 using estimate::Source;
 using testing_support::builtInCameras;
 using testing_support::firstMarkers;
+using testing_support::handAt;
 using testing_support::hide;
 using testing_support::seen;
 using testing_support::sixMarkers;
 
 constexpr double kNoise = 0.05;
 constexpr double kPeriod = 1.0 / 90;
-
-/// A hand's motion about 1.5 m in front.
-RigidMotion handAt(double seconds) {
-  static const sim::SmoothMotion motion = sim::SmoothMotion::handheld(3);
-  const sim::Pose pose = motion.at(seconds);
-  return {pose.orientation, pose.position + Vector3d(0, 0, 1500)};
-}
 
 /// Feeds frames of the hand's motion; `change` may alter what is seen.
 class Following {

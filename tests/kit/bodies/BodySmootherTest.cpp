@@ -3,7 +3,6 @@
 #include <tests/kit/bodies/SeenBody.h>
 
 #include <gtest/gtest.h>
-#include <sim/SmoothMotion.h>
 #include <Eigen/LU>
 
 namespace {
@@ -19,17 +18,15 @@ using testing_support::sixMarkers;
 constexpr double kNoise = 0.05;
 constexpr double kPeriod = 1.0 / 90;
 
-RigidMotion handAt(std::size_t frame) {
-  static const sim::SmoothMotion motion = sim::SmoothMotion::handheld(3);
-  const sim::Pose pose = motion.at(static_cast<double>(frame) * kPeriod);
-  return {pose.orientation, pose.position + Eigen::Vector3d(0, 0, 1500)};
+RigidMotion handIn(std::size_t frame) {
+  return testing_support::handAt(static_cast<double>(frame) * kPeriod);
 }
 
 std::vector<BodyFrame> handFrames(std::size_t count) {
   std::vector<BodyFrame> frames;
   sim::Random random(1);
   for (std::size_t i = 0; i < count; ++i) {
-    frames.push_back(seen(sixMarkers(), handAt(i), kNoise, random));
+    frames.push_back(seen(sixMarkers(), handIn(i), kNoise, random));
     frames.back().elapsed = kPeriod;
   }
   return frames;
@@ -42,14 +39,14 @@ TEST(BodySmoother, ErrorsAreAsLargeAsTheCovarianceSaysAndFarBelowTheFilters) {
   bodies::BodyFilter filter(sixMarkers());
   for (std::size_t i = 0; i < kFrames; ++i) {
     filter.feed(frames[i], builtInCameras(), kNoise);
-    const auto error = bodies::differenceOf(filter.now().pose.motion, handAt(i));
+    const auto error = bodies::differenceOf(filter.now().pose.motion, handIn(i));
     if (i >= kWarmUp) online += error.head<3>().squaredNorm();
   }
   std::size_t expected = kFrames;
   bodies::smoothBody(sixMarkers(), frames, builtInCameras(), kNoise, {},
                      [&](std::size_t i, const TrackedPose& pose) {
                        EXPECT_EQ(i, --expected);  // from the last to the first
-                       const auto error = bodies::differenceOf(pose.pose.motion, handAt(i));
+                       const auto error = bodies::differenceOf(pose.pose.motion, handIn(i));
                        if (i < kWarmUp) return;
                        smoothed += error.head<3>().squaredNorm();
                        nees += error.dot(pose.pose.covariance.inverse() * error) / 6;
@@ -69,11 +66,11 @@ TEST(BodySmoother, GapIsBridgedFromBothEnds) {
   std::vector<double> online(frames.size()), smoothed(frames.size());
   for (std::size_t i = 0; i < frames.size(); ++i) {
     filter.feed(frames[i], builtInCameras(), kNoise);
-    online[i] = (filter.now().pose.motion.position - handAt(i).position).norm();
+    online[i] = (filter.now().pose.motion.position - handIn(i).position).norm();
   }
   bodies::smoothBody(sixMarkers(), frames, builtInCameras(), kNoise, {},
                      [&](std::size_t i, const TrackedPose& pose) {
-                       smoothed[i] = (pose.pose.motion.position - handAt(i).position).norm();
+                       smoothed[i] = (pose.pose.motion.position - handIn(i).position).norm();
                        if (i >= 150 && i < 180) {
                          EXPECT_EQ(pose.source, estimate::Source::kBridged);
                        }

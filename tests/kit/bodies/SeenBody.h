@@ -6,6 +6,7 @@
 #include <alg_kit/bodies/RigidFit.h>
 #include <alg_kit/rig/StereoRig.h>
 #include <sim/Random.h>
+#include <sim/SmoothMotion.h>
 
 #include <vector>
 
@@ -31,6 +32,13 @@ inline bodies::Body firstMarkers(std::size_t count) {
   bodies::Body body = sixMarkers();
   body.markers.resize(count);
   return body;
+}
+
+/// A hand's motion about 1.5 m in front.
+inline bodies::RigidMotion handAt(double seconds) {
+  static const sim::SmoothMotion motion = sim::SmoothMotion::handheld(3);
+  const sim::Pose pose = motion.at(seconds);
+  return {pose.orientation, pose.position + Eigen::Vector3d(0, 0, 1500)};
 }
 
 /// About 1.5 m in front, anyhow turned.

@@ -105,11 +105,7 @@ TEST(Estimator, AnswersNothingForMomentsThatItDoesNotPromise) {
 
 TEST(Estimator, BridgesAGapWithGrowingCovarianceAndThenGivesUp) {
   auto given = options(0.05);
-  sim::Occlusion hidden;
-  hidden.objectId = 0;
-  hidden.from = 2;
-  hidden.to = 10;
-  given.blobs.occlusions.push_back(hidden);
+  given.blobs.occlusions = {{0, {}, {}, 2, 10}};
   const auto simulator = moving(0, given);
   Estimator estimator(0, rig::builtInRig().calibration);
   feedUntil(estimator, simulator, 180);
@@ -133,11 +129,7 @@ TEST(Estimator, BridgesAGapWithGrowingCovarianceAndThenGivesUp) {
 
 TEST(Estimator, BeginsAnewWhereAnObjectReappears) {
   auto given = options(0.05);
-  sim::Occlusion hidden;
-  hidden.objectId = 0;
-  hidden.from = 2;
-  hidden.to = 4;
-  given.blobs.occlusions.push_back(hidden);
+  given.blobs.occlusions = {{0, {}, {}, 2, 4}};
   const auto simulator = moving(0, given);
   Estimator estimator(0, rig::builtInRig().calibration);
   feedUntil(estimator, simulator, 365);
@@ -147,12 +139,7 @@ TEST(Estimator, BeginsAnewWhereAnObjectReappears) {
 
 TEST(Estimator, OneCameraGoesOnWhereTheOtherIsBlind) {
   auto given = options(0.05);
-  sim::Occlusion hidden;
-  hidden.objectId = 0;
-  hidden.camera = rig::Camera::kLeft;
-  hidden.from = 2;
-  hidden.to = 3;
-  given.blobs.occlusions.push_back(hidden);
+  given.blobs.occlusions = {{0, {}, rig::Camera::kLeft, 2, 3}};
   const auto simulator = moving(0, given);
   Estimator estimator(0, rig::builtInRig().calibration);
   feedUntil(estimator, simulator, 210);
@@ -166,12 +153,7 @@ TEST(Estimator, OneCameraGoesOnWhereTheOtherIsBlind) {
 
 TEST(Estimator, DoesNotFollowOneCameraOnceTheDepthIsGuessed) {
   auto given = options(0.05);
-  sim::Occlusion hidden;
-  hidden.objectId = 0;
-  hidden.camera = rig::Camera::kLeft;
-  hidden.from = 2;
-  hidden.to = 2.95;
-  given.blobs.occlusions.push_back(hidden);
+  given.blobs.occlusions = {{0, {}, rig::Camera::kLeft, 2, 2.95}};
   const auto simulator = moving(0, given);
   Estimator estimator(0, rig::builtInRig().calibration);
   feedUntil(estimator, simulator, 264);
@@ -226,11 +208,7 @@ TEST(Estimator, UsesTheOneCameraThatFits) {
 // One camera's light after a gap may be a stray: the object may be in a good part of the image.
 TEST(Estimator, OnlyBothCamerasEndAGap) {
   auto given = options(0.05);
-  sim::Occlusion hidden;
-  hidden.objectId = 0;
-  hidden.from = 2;
-  hidden.to = 10;
-  given.blobs.occlusions.push_back(hidden);
+  given.blobs.occlusions = {{0, {}, {}, 2, 10}};
   const auto occluded = moving(0, given), seen = moving(0, options(0.05));
   Estimator estimator(0, rig::builtInRig().calibration);
   feedUntil(estimator, occluded, 200);
@@ -305,12 +283,7 @@ TEST(Estimator, GivesTheTwoPointObjectsDirection) {
 
 TEST(Estimator, KeepsTheMiddleWhileOneOfTwoMarkersIsHidden) {
   auto given = options(0.02);
-  sim::Occlusion hidden;
-  hidden.objectId = 2;
-  hidden.markerIndex = 1;
-  hidden.from = 3;
-  hidden.to = 3.5;
-  given.blobs.occlusions.push_back(hidden);
+  given.blobs.occlusions = {{2, 1, {}, 3, 3.5}};
   const auto simulator = moving(1, given);
   Estimator estimator(1, rig::builtInRig().calibration);
   feedUntil(estimator, simulator, 300);

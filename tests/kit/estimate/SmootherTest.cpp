@@ -56,11 +56,7 @@ TEST(Smoother, IsFarBetterThanTheEstimatorAndFindsTheNoise) {
 
 TEST(Smoother, FillsAGapFromBothSides) {
   auto given = options(0.05);
-  sim::Occlusion hidden;
-  hidden.objectId = 0;
-  hidden.from = 5;
-  hidden.to = 5.5;
-  given.blobs.occlusions.push_back(hidden);
+  given.blobs.occlusions = {{0, {}, {}, 5, 5.5}};
   const sim::Simulator simulator(rig::builtInRig(), sim::Scene::moving(0), given);
   Smoother smoother(0, rig::builtInRig().calibration);
   std::vector<Vector3d> truth;
