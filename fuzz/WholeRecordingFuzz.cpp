@@ -52,7 +52,7 @@ void use(const recording::RecordingReader& reader) {
 
 void use(const recording::RecordingReader& reader) {
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
-  const analysis::Report made = analysis::makeReport(reader, {}, {}, *library);
+  const analysis::Report made = analysis::makeReport(reader, {}, {}, {}, *library);
   if (text::ofJson(report::jsonOf(made.numbers)).empty()) fail("no numbers");
   if (text::ofJson(report::jsonOf(made.curves)).empty()) fail("no curves");
 }

@@ -24,12 +24,17 @@ struct ObjectCurves {
   Path path, truePath;
 };
 
+struct BodyCurves {
+  Envelope positionError, turnError, residual, visible;
+};
+
 /// Everything but the paths is by column: see Columns.
 struct ReportCurves {
   double columnS = 0;                        ///< what a column spans, seconds; 0 = one packet
   std::vector<double> times;                 ///< seconds
   std::vector<std::int64_t> packets, calls;  ///< of a column's first packet; -1 = none
   std::vector<ObjectCurves> objects;         ///< in the order of ReportNumbers::objects
+  std::vector<BodyCurves> bodies;            ///< in the order of ReportNumbers::bodies
 };
 
 }  // namespace analysis

@@ -2,11 +2,13 @@
 
 #include <alg_factory/api/Constants.h>
 #include <alg_kit/analysis/Answers.h>
+#include <alg_kit/analysis/BodyTally.h>
 #include <alg_kit/analysis/CheckByte.h>
 #include <alg_kit/analysis/EstimatedPlaces.h>
 #include <alg_kit/analysis/ObjectTally.h>
 #include <alg_kit/analysis/RecordingSurvey.h>
 #include <alg_kit/analysis/TruthTrack.h>
+#include <alg_kit/bodies/CallFrames.h>
 #include <alg_kit/calibration/CalibrationHealth.h>
 #include <alg_kit/calibration/CalibrationRecord.h>
 #include <alg_kit/calibration/RecordedPairs.h>
@@ -92,21 +94,27 @@ class MessageTally {
 class Gatherer {
  public:
   Gatherer(const recording::RecordingReader& reader, const ReportRules& rules,
-           const ReportRange& range, const std::vector<int>& objects, std::int64_t firstNs,
-           double frameRate)
+           const ReportRange& range, const std::vector<int>& objects,
+           const std::vector<bodies::Body>& bodies, std::int64_t firstNs, double frameRate)
       : range_(range),
         truth_(reader.hasTruth() ? std::optional(reader.truthRows()) : std::nullopt, firstNs),
         firstNs_(firstNs),
         live_(frameRate),
         smoothed_(reader, frameRate),
-        columns_(objects.size() * ObjectTally::kEnvelopes, objects.size() * ObjectTally::kCounts,
-                 kMostColumns),
+        bodyFrames_(frameRate),
+        columns_(objects.size() * ObjectTally::kEnvelopes + bodies.size() * BodyTally::kEnvelopes,
+                 objects.size() * ObjectTally::kCounts, kMostColumns),
         swapFinder_(objects.size(), reader.hasTruth()) {
     numbers_.rules = rules;
     numbers_.range = range;
     numbers_.recording.hasTruth = reader.hasTruth();
     for (const int object : objects)
       tallies_.emplace_back(object, tallies_.size(), rules, reader.hasTruth());
+    const double noise = bodies.empty() ? 0 : bodies::blobNoiseOf(reader);
+    for (const bodies::Body& body : bodies)
+      bodies_.emplace_back(
+          body, objects.size() * ObjectTally::kEnvelopes + bodies_.size() * BodyTally::kEnvelopes,
+          noise);
   }
 
   void add(const Entry& entry) {
@@ -115,6 +123,7 @@ class Gatherer {
     if (call.kind == CallKind::kInit) productType_ = call.type;
     if (call.kind == CallKind::kSetFilterMode && call.type == 0) filterMode_ = call.mode;
     live_.add(call);
+    followBodies(call);
     const trace::PacketTrace* const packet = trace_.feed(call);
     if (packet != nullptr) views_.add(*packet, seconds);
     const auto* const block = entry.blocks.empty() ? nullptr : &entry.blocks.back().block;
@@ -148,6 +157,10 @@ class Gatherer {
       numbers_.objects.push_back(tally.numbers());
       report.curves.objects.push_back(tally.curves(columns_));
     }
+    for (const BodyTally& body : bodies_) {
+      numbers_.bodies.push_back(body.numbers());
+      report.curves.bodies.push_back(body.curves(columns_));
+    }
     describeRecording(reader);
     numbers_.worst = worstApart();
     numbers_.corruptPackets = worst_.corrupt();
@@ -169,6 +182,13 @@ class Gatherer {
  private:
   double secondsOf(const Call& call) const {
     return (static_cast<double>(call.startNs) - static_cast<double>(firstNs_)) / 1e9;
+  }
+
+  void followBodies(const Call& call) {
+    if (bodies_.empty()) return;
+    sawBodies_ = bodyFrames_.take(call);
+    for (BodyTally& body : bodies_)
+      if (sawBodies_) body.feed(bodyFrames_.frame(), *bodyFrames_.cameras());
   }
 
   /// Whatever the range, the library and this class remember the latest packet.
@@ -200,6 +220,7 @@ class Gatherer {
       stampedReports_ += packet->status == hid::DecodeStatus::kBadCheck ? 1 : 0;
     const bool corrupt = packet != nullptr && deviceCheckByteRight(call, *packet) == false;
     worst_.add(at_, productType_, block, truth_.rows(), corrupt);
+    for (BodyTally& body : bodies_) body.add(sawBodies_, truth_.rows(), columns_);
     for (ObjectTally& tally : tallies_) {
       fillRow(tally, block);
       addEstimates(tally, call.index);
@@ -433,6 +454,9 @@ class Gatherer {
 
   ReportNumbers numbers_;
   std::vector<ObjectTally> tallies_;
+  bodies::CallFrames bodyFrames_;
+  bool sawBodies_ = false;  ///< the latest call was a packet that bodies can be looked for in
+  std::vector<BodyTally> bodies_;
   Columns columns_;
   SwapFinder swapFinder_;
   WorstMoments worst_{kWorstKept};
@@ -491,11 +515,12 @@ std::vector<int> objectsIn(const recording::RecordingReader& reader, const Repor
 }  // namespace
 
 Report makeReport(const recording::RecordingReader& reader, const ReportRules& rules,
-                  const ReportRange& range, algorithm::AlgBase& library, const Progress& progress) {
+                  const ReportRange& range, const std::vector<bodies::Body>& bodies,
+                  algorithm::AlgBase& library, const Progress& progress) {
   const std::vector<int> objects = objectsIn(reader, range);
   Entry entry;
   const std::int64_t firstNs = reader.entries().next(entry) ? entry.call.startNs : 0;
-  Gatherer gatherer(reader, rules, range, objects, firstNs, recording::frameRateOf(reader));
+  Gatherer gatherer(reader, rules, range, objects, bodies, firstNs, recording::frameRateOf(reader));
   {
     const std::int64_t total = reader.callCount();
     std::int64_t calls = 0;

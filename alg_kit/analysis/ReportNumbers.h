@@ -107,6 +107,18 @@ struct ObjectNumbers {
   AnswerNumbers answers;
 };
 
+/// Markers that belong together, followed live.
+struct BodyNumbers {
+  std::string name;
+  std::vector<int> ids;         ///< blob ids of its markers
+  std::int64_t packets = 0;     ///< in the range
+  std::int64_t poses = 0;       ///< packets with a pose
+  std::int64_t bridged = 0;     ///< ... that no marker was seen in
+  Distribution markersVisible;  ///< by one camera at least
+  Distribution residualPx;      ///< of a packet's used markers: root mean square per number
+  Distribution positionErrorMm, turnErrorDeg;  ///< against the truth of three of its markers
+};
+
 struct JumpEvent {
   int object = 0;
   Jump jump;
@@ -152,6 +164,7 @@ struct ReportNumbers {
   std::vector<std::string> notices;  ///< whole sentences
   std::vector<WorstMoment> worst;    ///< kind by kind, the worst first
   std::vector<ObjectNumbers> objects;
+  std::vector<BodyNumbers> bodies;  ///< those that were asked for
   Events<JumpEvent> jumps;
   Events<OutlierEvent> outliers;
   bool outliersKnownFromTruth = false;

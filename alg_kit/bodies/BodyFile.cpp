@@ -129,17 +129,20 @@ Body readBody(const std::string& path) {
   return bodyFromText(text::readTextFile(path, "a body", kLargest), path);
 }
 
+void requireOwnIds(const std::vector<Body>& bodies, const std::vector<std::string>& names) {
+  for (std::size_t i = 0; i < bodies.size(); ++i)
+    for (std::size_t other = 0; other < i; ++other)
+      for (const BodyMarker& marker : bodies[i].markers)
+        if (bodies[other].markerOf(marker.id) != nullptr)
+          throw text::FileError(names[i], 0,
+                                "expected ids of its own, found id " + std::to_string(marker.id) +
+                                    ", which " + names[other] + " has");
+}
+
 std::vector<Body> readBodies(const std::vector<std::string>& paths) {
   std::vector<Body> result;
-  for (const std::string& path : paths) {
-    const Body& body = result.emplace_back(readBody(path));
-    for (std::size_t other = 0; other + 1 < result.size(); ++other)
-      for (const BodyMarker& marker : body.markers)
-        if (result[other].markerOf(marker.id) != nullptr)
-          throw text::FileError(path, 0,
-                                "expected ids of its own, found id " + std::to_string(marker.id) +
-                                    ", which " + paths[other] + " has");
-  }
+  for (const std::string& path : paths) result.push_back(readBody(path));
+  requireOwnIds(result, paths);
   return result;
 }
 

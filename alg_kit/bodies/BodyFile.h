@@ -15,6 +15,11 @@ Body bodyFromText(const std::string& content, const std::string& path);
 /// @throws text::FileError in one line
 Body readBody(const std::string& path);
 
+/// Bodies that are tracked at once have no id in common.
+/// @param names  of them, for the message
+/// @throws text::FileError in one line
+void requireOwnIds(const std::vector<Body>& bodies, const std::vector<std::string>& names);
+
 /// Several that are tracked at once, in the order of their paths.
 /// @throws text::FileError in one line, also if two of them have an id in common
 std::vector<Body> readBodies(const std::vector<std::string>& paths);

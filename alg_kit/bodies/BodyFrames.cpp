@@ -1,16 +1,14 @@
 #include <alg_kit/bodies/BodyFrames.h>
 
-#include <alg_factory/api/Constants.h>
+#include <alg_kit/bodies/CallFrames.h>
 #include <alg_kit/estimate/BlobNoise.h>
 #include <alg_kit/estimate/Candidates.h>
-#include <alg_kit/estimate/FrameClock.h>
 #include <alg_kit/estimate/Information.h>
 #include <alg_kit/recording/FrameRate.h>
 #include <alg_kit/recording/Recording.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <optional>
 #include <stdexcept>
 
@@ -18,7 +16,6 @@ namespace bodies {
 namespace {
 
 constexpr double kRaysMissMost = 25;  // squared standard deviations of one number
-constexpr double kNanosecond = 1e-9;
 constexpr std::size_t kMostMisses = 200000;
 constexpr double kMedianOfChi2 = 0.4549;  // one degree of freedom
 
@@ -49,42 +46,12 @@ bool frameFrom(const std::uint8_t* packet, std::size_t length, int ids, BodyFram
 }
 
 void readFrames(const recording::RecordingReader& reader, const FrameTaker& take) {
-  const double frameRate = recording::frameRateOf(reader);
-  std::optional<estimate::PixelEquations> cameras;
-  estimate::FrameClock clock(frameRate);
-  std::optional<std::int64_t> firstNs;
-  int ids = 0, inits = 0;
+  CallFrames frames(recording::frameRateOf(reader));
   auto entries = reader.entries();
   session::Entry entry;
-  while (entries.next(entry)) {
-    const session::Call& call = entry.call;
-    if (!firstNs) firstNs = call.startNs;
-    if (call.kind == session::CallKind::kInit && !call.payload.empty()) {
-      algorithm::StereoCalibration calibration;
-      std::memcpy(&calibration, call.payload.data(), sizeof calibration);
-      cameras.emplace(calibration);
-      clock = estimate::FrameClock(frameRate);
-      ids = algorithm::objectCount(call.type);
-      ++inits;
-    }
-    if (!cameras || call.kind != session::CallKind::kInputStream ||
-        !algorithm::isPacketStream(call.type))
-      continue;
-    const std::size_t stamp = call.type == algorithm::kStampedPacket ? algorithm::kStampSize : 0;
-    BodyFrame frame;
-    if (call.payload.size() < stamp ||
-        !frameFrom(call.payload.data() + stamp, call.payload.size() - stamp, ids, frame))
-      continue;
-    frame.call = call.index;
-    frame.init = inits;
-    frame.time = static_cast<double>(call.startNs - *firstNs) * kNanosecond;
-    const estimate::FrameClock::Tick tick =
-        stamp > 0 ? clock.stamped(estimate::stampOf(call.payload.data())) : clock.plain(frame.time);
-    if (tick.step == estimate::FrameClock::Step::kLate) continue;
-    frame.elapsed = tick.elapsed;
-    take(frame, *cameras);
-  }
-  if (!cameras)
+  while (entries.next(entry))
+    if (frames.take(entry.call)) take(frames.frame(), *frames.cameras());
+  if (!frames.cameras())
     throw std::runtime_error(reader.path() + ": expected an Init with a calibration, found none");
 }
 

@@ -9,38 +9,43 @@ namespace {
 
 constexpr double kDegrees = 57.29577951308232;
 
-/// A packet's true places, while they are read.
-struct Places {
-  std::vector<Eigen::Vector3d> from, to;
-  std::vector<double> weights;
-
-  void addTo(std::map<std::int64_t, RigidMotion>& result, std::int64_t call) {
-    if (spanPlane(from, kLeastExtent))
-      result[call] = fitRigid(from.data(), to.data(), weights.data(), from.size());
-    *this = {};
-  }
-};
-
 }  // namespace
+
+std::optional<RigidMotion> trueMotionOf(const Body& body,
+                                        const std::vector<session::TruthRow>& rows) {
+  std::vector<Eigen::Vector3d> from, to;
+  for (const session::TruthRow& row : rows) {
+    const BodyMarker* const marker = body.markerOf(row.object);
+    if (marker == nullptr || row.marker != 0) continue;
+    from.push_back(marker->position);
+    to.push_back({row.position[0], -row.position[1], -row.position[2]});
+  }
+  if (!spanPlane(from, kLeastExtent)) return std::nullopt;
+  const std::vector<double> weights(from.size(), 1);
+  return fitRigid(from.data(), to.data(), weights.data(), from.size());
+}
 
 std::map<std::int64_t, RigidMotion> trueMotions(const recording::RecordingReader& reader,
                                                 const Body& body) {
   std::map<std::int64_t, RigidMotion> result;
-  Places places;
-  std::int64_t call = -1;
+  std::vector<session::TruthRow> packet;
+  const auto finishPacket = [&] {
+    if (const auto motion = trueMotionOf(body, packet)) result[*packet.front().call] = *motion;
+    packet.clear();
+  };
   auto rows = reader.truthRows();
   for (session::TruthRow row; rows.next(row);) {
     if (!row.call) continue;
-    if (*row.call != call) places.addTo(result, call);
-    call = *row.call;
-    const BodyMarker* const marker = body.markerOf(row.object);
-    if (marker == nullptr || row.marker != 0) continue;
-    places.from.push_back(marker->position);
-    places.to.push_back({row.position[0], -row.position[1], -row.position[2]});
-    places.weights.push_back(1);
+    if (!packet.empty() && packet.front().call != row.call) finishPacket();
+    packet.push_back(row);
   }
-  places.addTo(result, call);
+  finishPacket();
   return result;
+}
+
+BodyError errorOf(const RigidMotion& found, const RigidMotion& truth) {
+  const Eigen::Matrix<double, 6, 1> error = differenceOf(truth, found);
+  return {error.head<3>().norm(), kDegrees * error.tail<3>().norm()};
 }
 
 BodyErrors errorsOf(const std::vector<BodyRow>& rows,
@@ -49,15 +54,15 @@ BodyErrors errorsOf(const std::vector<BodyRow>& rows,
   for (const BodyRow& row : rows) {
     const auto found = truth.find(row.call);
     if (found == truth.end()) continue;
-    const auto error = differenceOf(found->second, row.pose.pose.motion);
-    errors.position += error.head<3>().squaredNorm();
-    errors.turn += error.tail<3>().squaredNorm();
+    const BodyError error = errorOf(row.pose.pose.motion, found->second);
+    errors.position += error.position * error.position;
+    errors.turn += error.turn * error.turn;
     ++errors.packets;
   }
   if (errors.packets == 0) return errors;
   const auto count = static_cast<double>(errors.packets);
   errors.position = std::sqrt(errors.position / count);
-  errors.turn = kDegrees * std::sqrt(errors.turn / count);
+  errors.turn = std::sqrt(errors.turn / count);
   return errors;
 }
 

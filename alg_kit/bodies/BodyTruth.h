@@ -2,20 +2,34 @@
 #pragma once
 
 #include <alg_kit/bodies/BodyTracks.h>
+#include <alg_kit/session/Session.h>
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace bodies {
 
-/// The true poses by the packet's call, axes as delivered: the body laid over its markers' true
-/// places, whatever its frame. Packets without three of its markers in the truth are left out, and
-/// empty where there is no truth. What truly moved is in the file's fact true_body.
+/// The true pose, axes as delivered: the body laid over its markers' true places, whatever its
+/// frame. What truly moved is in the file's fact true_body.
+/// @param rows  of one packet's frame
+/// @return nothing without three of its markers, which span a plane
+std::optional<RigidMotion> trueMotionOf(const Body& body,
+                                        const std::vector<session::TruthRow>& rows);
+
+/// The true poses by the packet's call, where there is one.
 /// @throws recording::RecordingError
 std::map<std::int64_t, RigidMotion> trueMotions(const recording::RecordingReader& reader,
                                                 const Body& body);
+
+struct BodyError {
+  double position = 0;  ///< mm, of the origin
+  double turn = 0;      ///< degrees
+};
+
+BodyError errorOf(const RigidMotion& found, const RigidMotion& truth);
 
 /// Root mean squares of what was answered against the truth.
 struct BodyErrors {

@@ -160,6 +160,22 @@ ordered_json jsonOf(const analysis::ObjectNumbers& object,
   return json;
 }
 
+ordered_json jsonOf(const analysis::BodyNumbers& body) {
+  ordered_json json;
+  json["name"] = body.name;
+  json["ids"] = body.ids;
+  json["packets"] = body.packets;
+  json["poses"] = body.poses;
+  json["bridged"] = body.bridged;
+  json["markers_visible"] = jsonOf(body.markersVisible);
+  json["residual_px"] = jsonOf(body.residualPx);
+  json["error"] = nullptr;
+  if (body.positionErrorMm.count > 0)
+    json["error"] = {{"position_mm", jsonOf(body.positionErrorMm)},
+                     {"orientation_deg", jsonOf(body.turnErrorDeg)}};
+  return json;
+}
+
 /// @param write  fills the JSON of an event beyond its moment
 template <typename Event, typename MomentOf, typename Write>
 ordered_json jsonOf(const analysis::Events<Event>& events, MomentOf momentOf, Write write) {
@@ -275,6 +291,9 @@ ordered_json jsonOf(const analysis::ReportNumbers& numbers) {
   for (const analysis::ObjectNumbers& object : numbers.objects)
     objects.push_back(jsonOf(object, numbers.recording));
   json["objects"] = std::move(objects);
+  auto bodies = ordered_json::array();
+  for (const analysis::BodyNumbers& body : numbers.bodies) bodies.push_back(jsonOf(body));
+  json["bodies"] = std::move(bodies);
   json["jumps"] = jumpsOf(numbers);
   json["outliers"] = outliersOf(numbers);
   json["swaps"] = swapsOf(numbers);
@@ -315,6 +334,13 @@ ordered_json jsonOf(const analysis::ReportCurves& curves) {
                        {"path", jsonOf(object.path)},
                        {"true_path", jsonOf(object.truePath)}});
   json["objects"] = std::move(objects);
+  auto bodies = ordered_json::array();
+  for (const analysis::BodyCurves& body : curves.bodies)
+    bodies.push_back({{"position_error", jsonOf(body.positionError, shared)},
+                      {"orientation_error", jsonOf(body.turnError, shared)},
+                      {"residual", jsonOf(body.residual, shared)},
+                      {"visible", jsonOf(body.visible, shared)}});
+  json["bodies"] = std::move(bodies);
   return json;
 }
 

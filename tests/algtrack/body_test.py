@@ -157,6 +157,48 @@ class BodyTest(AlgtrackCase):
         self.assertIn("--emission: expected --body with it, found none",
                       self.end_in_one_line(2, "simulate", "-o", "x", "--emission", 60))
 
+    def test_report_has_the_errors_of_the_live_poses_in_all_its_writers(self):
+        said = self.succeed("body", "pose", "r", "--body", "true.json", "--csv", "p.csv").splitlines()
+        name, poses, position, turned = said[-2].split()
+        found, = json.loads(self.succeed("report", "r", "--body", "true.json", "--json"))["bodies"]
+        self.assertEqual((found["name"], found["ids"]), (name, [0, 1, 2, 3]))
+        self.assertEqual((found["packets"], found["poses"], found["bridged"]), (540, int(poses), 0))
+        self.assertAlmostEqual(found["error"]["position_mm"]["rms"], float(position), places=3)
+        self.assertAlmostEqual(found["error"]["orientation_deg"]["rms"], float(turned), places=3)
+        self.assertEqual(found["markers_visible"]["mean"], 4)
+        self.assertAlmostEqual(found["residual_px"]["rms"], 0.05, delta=0.02)
+        result = self.run_algtrack("report", "r", "--body", "true.json", "-o", "r.html")
+        if "carries no report page" in result.stderr:
+            self.skipTest("this build carries no report page")
+        lines = result.stdout.splitlines()
+        cells = lines[lines.index("Bodies, live") + 2].split()
+        self.assertEqual(cells[:3], ["tool", "100.00", "4.00"])
+        self.assertEqual(cells[3:5], [position, turned])
+
+    def test_report_counts_the_markers_that_are_visible_and_bridges(self):
+        self.simulate_body("hidden", "true.json", "motion.tum", "--occlude", "1:2-4", "--occlude",
+                           "0:3-3.5", "--occlude", "2:3-3.5", "--occlude", "3:3-3.5")
+        found, = json.loads(self.succeed("report", "hidden", "--body", "true.json", "--json"))["bodies"]
+        self.assertEqual((found["poses"], found["bridged"]), (540, 45))
+        # 4 s with four, 1.5 s with three, 0.5 s with none.
+        self.assertAlmostEqual(found["markers_visible"]["mean"], (4 * 4 + 3 * 1.5) / 6, places=9)
+        self.assertEqual(found["residual_px"]["count"], 540 - 45)
+        inside, = json.loads(self.succeed("report", "hidden", "--body", "true.json", "--json",
+                                          "--from", 3, "--to", 3.5))["bodies"]
+        self.assertEqual((inside["packets"], inside["bridged"], inside["residual_px"]), (45, 45, None))
+        self.assertGreater(inside["error"]["position_mm"]["rms"],
+                           found["error"]["position_mm"]["rms"])
+
+    def test_report_of_a_body_without_truth_knows_no_errors(self):
+        self.change("r", "DELETE FROM truth")
+        found, = json.loads(self.succeed("report", "r", "--body", "true.json", "--json"))["bodies"]
+        self.assertIsNone(found["error"])
+        self.assertEqual(found["poses"], 540)
+        self.write_body("other.json", {2: (0, 0, 0), 4: (9, 0, 0), 5: (0, 9, 0)})
+        self.assertIn("other.json: expected ids of its own, found id 2, which true.json has",
+                      self.end_in_one_line(2, "report", "r", "--json", "--body", "true.json",
+                                           "--body", "other.json"))
+
     def test_prediction_is_of_the_moment_ahead(self):
         rows = self.poses("r", "--body", "true.json", "--ahead", 20)
         self.assertTrue(all(row["source"] == "predicted" for row in rows))

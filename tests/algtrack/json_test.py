@@ -82,6 +82,16 @@ class JsonTest(AlgtrackCase):
         for what, found in spoiled(self.valid(name, *arguments)):
             self.assertFalse(schema.is_valid(found), f"{name}: {what}")
 
+    def simulate_body(self):
+        places = [[40, 0, 0], [-30, 20, 5], [0, -35, 10], [10, 30, -20]]
+        with open(self.path("body.json"), "w") as file:
+            json.dump({"format": "alg_factory body", "version": 1, "name": "tool", "unit": "mm",
+                       "markers": [{"id": i, "position": p} for i, p in enumerate(places)]}, file)
+        with open(self.path("motion.tum"), "w") as file:
+            file.writelines(f"{n / 10} {n / 1000} 0 0 0 0 0 1\n" for n in range(11))
+        self.simulate("body", "--seconds", 1, "--product-type", 2, "--noise", 0.05, "--body",
+                      "body.json", "--trajectory", "motion.tum", "--marker-size", 10)
+
     def test_simulate(self):
         self.valid("simulate", "simulate", "-o", "a", "--seconds", 1, "--corrupt", 0.2)
 
@@ -122,6 +132,10 @@ class JsonTest(AlgtrackCase):
     def test_report(self):
         for name in ("one", "two"):
             self.valid("report", "report", name)
+        self.simulate_body()
+        self.firmly("report", "report", "body", "--body", "body.json")
+        self.change("body", "DELETE FROM truth")
+        self.valid("report", "report", "body", "--body", "body.json")
 
     def test_no_schema_takes_a_wrong_type_or_a_name_more_anywhere(self):
         for name, *arguments in (("report", "report", "one"), ("inspect", "inspect", "one"),

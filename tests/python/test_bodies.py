@@ -177,3 +177,49 @@ def test_what_cannot_be_done_is_refused_in_one_line(folder, make, error, text):
         make(folder)
     assert "\n" not in str(found.value)
     assert not (folder / "x").exists()
+
+
+def true_poses(r, markers):
+    """{call: (rotation, origin)}: the markers' shape laid over their true places (Kabsch)."""
+    shape = np.array(list(markers.values()), float)
+    truths = [r.truth(id) for id in markers]
+    poses = {}
+    for n, call in enumerate(truths[0].call):
+        places = np.array([truth.xyz[n] for truth in truths])
+        u, _, v = np.linalg.svd((shape - shape.mean(0)).T @ (places - places.mean(0)))
+        rotation = v.T @ np.diag([1, 1, np.linalg.det(v.T @ u.T)]) @ u.T
+        poses[call] = rotation, places.mean(0) - rotation @ shape.mean(0)
+    return poses
+
+
+def test_the_report_has_the_errors_of_the_live_poses(folder):
+    r, body = af.Recording(folder / "move.algrec"), af.Body.load(folder / "true.json")
+    found, = af.report(r, bodies=[body])["bodies"]
+    rows, truth = body.track(r), true_poses(r, MARKERS)
+    position, turn = [], []
+    for row in rows:
+        rotation, origin = truth[row["call"]]
+        position.append(math.dist([row[axis] for axis in "xyz"], origin))
+        turned = np.repeat(quaternions(row.reshape(1)), 3, axis=0)
+        columns = rotated(turned, np.eye(3)).T
+        sine = np.linalg.norm(columns - rotation) / (2 * math.sqrt(2))
+        turn.append(math.degrees(2 * math.asin(sine)))
+    rms = lambda values: math.sqrt(np.mean(np.square(values)))
+    assert (found["name"], found["ids"]) == ("tool", [0, 1, 2, 3])
+    assert (found["packets"], found["poses"], found["bridged"]) == (len(r.packets), 359, 0)
+    assert found["error"]["position_mm"]["count"] == len(rows) == 359
+    assert found["error"]["position_mm"]["rms"] == pytest.approx(rms(position), rel=1e-6)
+    assert found["error"]["orientation_deg"]["rms"] == pytest.approx(rms(turn), rel=1e-4)
+    assert found["residual_px"]["rms"] == pytest.approx(rms(rows["residual_px"]), rel=1e-9)
+    assert found["markers_visible"]["mean"] == 4
+    assert af.report(r)["bodies"] == []
+    part, = af.report(r[1:2], bodies=[folder / "true.json"])["bodies"]
+    inside = (rows["time_s"] >= 1) & (rows["time_s"] < 2)
+    assert part["error"]["position_mm"]["rms"] == pytest.approx(
+        rms(np.array(position)[inside]), rel=1e-6)
+
+
+def test_two_bodies_of_a_report_share_no_marker(folder):
+    other = af.Body({3: (0, 0, 0), 4: (9, 0, 0), 5: (0, 9, 0)}, name="other")
+    with pytest.raises(af.FileError, match="other: expected ids of its own, found id 3, which tool"):
+        af.report(folder / "move.algrec", bodies=[af.Body(MARKERS, name="tool"), other])

@@ -78,6 +78,29 @@ async function checkTexts(browser) {
   }
 }
 
+/** The cards of bodies show the numbers that the report printed. */
+async function checkBodies(browser) {
+  for (const [n, body] of numbers.bodies.entries()) {
+    const card = await browser.evaluate(`(() => {
+      const card = document.getElementById("body-${n}");
+      return {
+        name: card.querySelector("h3").innerText,
+        figures: [...card.querySelectorAll(".figure")].map((figure) =>
+          [figure.querySelector("span").innerText, parseFloat(figure.querySelector("b").innerText)]),
+      };
+    })()`);
+    assert.equal(card.name, body.name);
+    const shown = Object.fromEntries(card.figures);
+    const near = (label, value) => assert.ok(Math.abs(shown[label] - value) <= 0.006 * value + 0.0006,
+      `${label} of body ${n}: ${shown[label]}, not ${value}`);
+    near('with a pose', (100 * body.poses) / body.packets);
+    near('position error', body.error.position_mm.rms);
+    near('orientation error', body.error.orientation_deg.rms);
+    near('residual', body.residual_px.rms);
+    near('markers visible', body.markers_visible.mean);
+  }
+}
+
 async function checkObjectToggle(browser) {
   const before = await browser.evaluate(countObject(0));
   assert.ok(before.every((count) => count > 15), `object 0 in the paths: ${before}`);
@@ -213,6 +236,7 @@ try {
   await assertDrawn(browser, 'light');
   await assertFits(browser, 'wide');
   await checkTexts(browser);
+  await checkBodies(browser);
   await checkNames(browser);
   if (!few) {
     await checkObjectToggle(browser);

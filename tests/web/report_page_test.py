@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The page of algtrack report, in headless Chromium. Skipped where chromium or node is missing."""
 import json
+import math
 import os
 import shutil
 import subprocess
@@ -17,10 +18,14 @@ SKIPPED = 77
 
 
 class ReportPageTest(AlgtrackCase):
-    def check_page(self, name, **expected):
+    def write(self, name, text):
+        with open(self.path(name), "w", encoding="utf-8") as file:
+            file.write(text)
+
+    def check_page(self, name, *arguments, **expected):
         """Makes the page of a recording and lets the browser check it."""
-        self.succeed("report", name, "-o", f"{name}.html")
-        expected["numbers"] = json.loads(self.succeed("report", name, "--json"))
+        self.succeed("report", name, "-o", f"{name}.html", *arguments)
+        expected["numbers"] = json.loads(self.succeed("report", name, "--json", *arguments))
         health = expected["numbers"]["recording"]["calibration_health"]
         if health and len(health["trend"]) > 1:  # residuals
             expected["canvases"] += 1
@@ -61,6 +66,26 @@ class ReportPageTest(AlgtrackCase):
         # Nothing was seen: no chart has anything to draw.
         self.check_page("asked.algrec", canvases=3 * 3 + 5, few=True, least=0,
                         says=["no answer held an object"])
+
+    def test_bodies_have_a_card_with_charts_each(self):
+        hostile = "</script><script>document.title = 'taken'</script>"
+        places = {"tool.json": {0: (40, 0, 0), 1: (-30, 20, 5), 2: (0, -35, 10)},
+                  "six.json": {3: (10, 30, -20), 4: (-45, -20, -25), 5: (30, 30, 40)}}
+        places["all.json"] = {**places["tool.json"], **places["six.json"]}
+        for file, markers in places.items():
+            self.write(file, json.dumps({
+                "format": "alg_factory body", "version": 1, "unit": "mm",
+                "name": hostile if file == "six.json" else file[:-5],
+                "markers": [{"id": i, "position": p} for i, p in markers.items()]}))
+        self.write("motion.tum", "".join(
+            f"{n / 10} {0.02 * math.sin(n / 9)} {0.03 * math.cos(n / 7)} 0 0 "
+            f"{math.sin(n / 40)} 0 {math.cos(n / 40)}\n" for n in range(61)))
+        self.simulate("body.algrec", "--seconds", 6, "--product-type", 2, "--noise", 0.05, "--body",
+                      "all.json", "--trajectory", "motion.tum", "--marker-size", 10, "--occlude",
+                      "1:2-3", "--occlude", "4:4-5")
+        # Per body errors of position and orientation, residual, visible markers.
+        self.check_page("body.algrec", "--body", "tool.json", "--body", "six.json",
+                        canvases=6 * 6 + 5 + 2 * 4, says=["Bodies", "Orientation error", hostile])
 
     def test_text_from_the_recording_is_only_text(self):
         name = "<b>&amp; \u00fc.algrec"

@@ -409,11 +409,7 @@ void addBodyCommand(CLI::App& app) {
   CLI::App* const pose = body->add_subcommand(
       "pose", "Writes where bodies were, with standard deviations: live, by what came before.");
   addFile(*pose, *posing);
-  pose->add_option("--body", posing->bodies, "the body; may be given again")
-      ->required()
-      ->take_all()
-      ->expected(1, 16)
-      ->allow_extra_args(false);
+  addBodyFiles(*pose, posing->bodies)->required();
   CLI::Option* const smooth = pose->add_flag("--smooth", posing->smooth,
                                              "every moment by all that came before and after it");
   pose->add_flag("--single", posing->single, "every packet by itself")->excludes(smooth);

@@ -1,6 +1,7 @@
 #include <alg_factory/api/AlgFactory.h>
 #include <alg_kit/analysis/ExplainingCommand.h>
 #include <alg_kit/analysis/ReportMaker.h>
+#include <alg_kit/bodies/BodyFile.h>
 #include <alg_kit/report/ReportJson.h>
 #include <alg_kit/report/ReportPage.h>
 #include <tools/algtrack/Commands.h>
@@ -19,6 +20,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace algtrack {
 namespace {
@@ -28,6 +30,7 @@ struct ReportOptions {
   std::string output;
   analysis::ReportRules rules;
   analysis::ReportRange range;
+  std::vector<std::string> bodies;
   bool force = false;
   bool json = false;
 };
@@ -48,8 +51,10 @@ class Steps {
 analysis::Report reportOn(const recording::RecordingReader& reader, const ReportOptions& options) {
   // Kept: the library has no release operation.
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
+  const std::vector<bodies::Body> known = bodies::readBodies(options.bodies);
   Steps steps;
-  return analysis::makeReport(reader, options.rules, options.range, *library, std::ref(steps));
+  return analysis::makeReport(reader, options.rules, options.range, known, *library,
+                              std::ref(steps));
 }
 
 Cell cell(std::int64_t count, double number, int decimals) {
@@ -76,6 +81,22 @@ Table worstTable(const analysis::ReportNumbers& numbers) {
   return table;
 }
 
+Table bodyTable(const analysis::ReportNumbers& numbers) {
+  Table table({"body", "with a pose, %", "markers visible (mean)", "error, mm (rms)",
+               "error, degrees (rms)", "residual, px (rms)"});
+  const auto rms = [](const analysis::Distribution& values) {
+    return cell(values.count, values.rootMeanSquare, 3);
+  };
+  for (const analysis::BodyNumbers& body : numbers.bodies)
+    table.addRow(
+        {oneLine(body.name),
+         cell(body.packets,
+              100 * (static_cast<double>(body.poses) / static_cast<double>(body.packets)), 2),
+         cell(body.markersVisible.count, body.markersVisible.mean, 2), rms(body.positionErrorMm),
+         rms(body.turnErrorDeg), rms(body.residualPx)});
+  return table;
+}
+
 void printSummary(const analysis::ReportNumbers& numbers) {
   Table table({"object", "seen, %", "gaps", "longest gap, s", "error, mm (median)",
                "epipolar, px (median)", "ray gap, mm (median)", "jitter at rest, mm", "jumps",
@@ -93,6 +114,10 @@ void printSummary(const analysis::ReportNumbers& numbers) {
          object.outliers});
   }
   table.print(std::cout);
+  if (!numbers.bodies.empty()) {
+    std::cout << "\nBodies, live\n";
+    bodyTable(numbers).print(std::cout);
+  }
   if (!numbers.worst.empty()) {
     std::cout << "\nWorst moments\n";
     worstTable(numbers).print(std::cout);
@@ -108,7 +133,9 @@ void writeReport(const ReportOptions& options) {
       throw std::runtime_error(
           "this build carries no report page (npm could not provide it when the program was "
           "built); --json without -o prints the numbers");
-    checkOutputs({options.output, options.json ? "-" : ""}, {options.file}, options.force);
+    std::vector<std::string> inputs = options.bodies;
+    inputs.push_back(options.file);
+    checkOutputs({options.output, options.json ? "-" : ""}, inputs, options.force);
   }
   const recording::RecordingReader reader(options.file);
   const analysis::Report report = reportOn(reader, options);
@@ -138,6 +165,7 @@ void addReportCommand(CLI::App& app) {
       "  algtrack report walk.algrec -o walk.html\n"
       "  algtrack report walk.algrec -o walk.html --jump 40 --force\n"
       "  algtrack report walk.algrec -o walk.html --object 3 --from 12 --to 25\n"
+      "  algtrack report work.algrec -o work.html --body tool.json\n"
       "  algtrack report walk.algrec --json                the numbers only\n");
   command->add_option("file", options->file, "the recording")->required();
   command->add_option("-o,--output", options->output, "the page to write");
@@ -148,6 +176,7 @@ void addReportCommand(CLI::App& app) {
       ->capture_default_str();
   addObjectOption(*command, options->range.object, "report this object only");
   addTimeRangeOptions(*command, options->range.time);
+  addBodyFiles(*command, options->bodies);
   command->add_flag("--force", options->force, "replace an existing page");
   command->add_flag("--json", options->json, "print the numbers as JSON");
   command->callback([options] {

@@ -8,14 +8,17 @@ import { pathView, presenceView } from '../common/views.js';
 import { TimeZoom } from '../common/zoom.js';
 
 const { numbers, rows: packed } = JSON.parse(document.getElementById('report-data').textContent);
-const rows = { ...packed, objects: packed.objects.map(decodeRows) };
-const { recording, objects, rules } = numbers;
+const rows = {
+  ...packed, objects: packed.objects.map(decodeRows), bodies: packed.bodies.map(decodeRows),
+};
+const { recording, objects, bodies, rules } = numbers;
 const columns = {
   times: rows.times, packets: rows.packets, calls: rows.calls, shared: rows.column_s > 0,
 };
 const zoom = new TimeZoom(rows.times[0], rows.times[rows.times.length - 1]);
 const objectName = (n) => `Object ${n}`;
 const colorOf = (n) => `--object-${n}`;
+const bodyName = ({ name }) => name || 'Body without a name';
 const sections = []; // for the contents
 
 // Everything that is drawn on canvas, and so anew for another width or theme.
@@ -51,15 +54,17 @@ function header() {
     theme);
 }
 
+function figure(value, label, detail) {
+  return element('div', { class: 'figure' },
+    element('b', {}, value), element('span', {}, label), element('small', {}, detail));
+}
+
 function figures() {
   const all = (pick) => objects.map(pick).filter((value) => value != null);
   const worst = (pick) => (all(pick).length ? Math.max(...all(pick)) : null);
   const seen = all((o) => o.presence.seen).reduce((a, b) => a + b, 0);
   const packets = all((o) => o.presence.packets).reduce((a, b) => a + b, 0);
   const time = numbers.packet_time_us.distribution;
-  const figure = (value, label, detail) =>
-    element('div', { class: 'figure' },
-      element('b', {}, value), element('span', {}, label), element('small', {}, detail));
   return element('div', { class: 'figures' },
     figure(count(recording.packets), 'packets',
       `${seconds(recording.seconds)}, ${number(recording.packets_per_second)} a second`),
@@ -84,7 +89,8 @@ function notices() {
 function contents() {
   return element('nav', { class: 'contents', 'aria-label': 'Contents' },
     sections.map(({ id, title }) => element('a', { href: `#${id}` }, title)),
-    objects.map(({ object }) => element('a', { href: `#object-${object}` }, objectName(object))));
+    objects.map(({ object }) => element('a', { href: `#object-${object}` }, objectName(object))),
+    bodies.map((body, n) => element('a', { href: `#body-${n}` }, bodyName(body))));
 }
 
 // ---- where to look first
@@ -271,6 +277,45 @@ function overTime() {
     element('p', {},
       element('button', { type: 'button', onclick: () => zoom.whole() }, 'Show everything')),
     objects.map(objectCard));
+}
+
+// ---- markers that belong together
+
+function bodyCard(body, n) {
+  const { error, residual_px: residual, markers_visible: visible } = body;
+  const { position_error, orientation_error, residual: residuals, visible: seen } = rows.bodies[n];
+  const charts = [
+    { label: 'Position error', unit: 'mm', row: position_error },
+    { label: 'Orientation error', unit: '°', row: orientation_error },
+    { label: 'Residual', unit: 'px', row: residuals },
+    { label: 'Markers visible', unit: '', row: seen },
+  ].filter(({ row }) => hasValues(row));
+  return element('article', { id: `body-${n}` },
+    element('h3', {}, bodyName(body)),
+    element('div', { class: 'figures' },
+      figure(percent(body.poses, body.packets), 'with a pose',
+        `${count(body.packets)} packets, ${count(body.bridged)} bridged`),
+      error && figure(number(error.position_mm?.rms, 'mm'), 'position error',
+        `root mean square; 99 % within ${number(error.position_mm?.p99, 'mm')}`),
+      error && figure(number(error.orientation_deg?.rms, '°'), 'orientation error',
+        `root mean square; 99 % within ${number(error.orientation_deg?.p99, '°')}`),
+      figure(number(residual?.rms, 'px'), 'residual', 'root mean square, per pixel number'),
+      figure(number(visible?.mean), 'markers visible', `in the mean, of ${body.ids.length}`)),
+    charts.map(({ row, label, unit }, i) =>
+      drawn(timeChart(columns, [{ label: label.toLowerCase(), color: '--raw', row }], {
+        label, unit, of: bodyName(body), zoom, size: true, last: i === charts.length - 1,
+        get height() { return widthOfPrint ? 84 : 112; },
+      }))));
+}
+
+function bodiesOverTime() {
+  if (bodies.length === 0) return null;
+  return section('Bodies',
+    'Markers that belong together, followed live by all pixels of whichever cameras saw whichever ' +
+    'of them. Errors are of the body’s origin and of its orientation, against the body laid over ' +
+    `its markers’ true places${recording.has_truth ? '' : ' (not known, the recording holds no truth)'}; ` +
+    'the residual is that of the markers’ pixels; visible is a marker that a camera saw.',
+    bodies.map(bodyCard));
 }
 
 // ---- tables
@@ -513,7 +558,7 @@ function switchTheme() {
 
 document.title = `${recording.file} – tracking report`;
 const body = [
-  figures(), notices(), worstMoments(), paths(), visibility(), overTime(), betterPositions(), errors(), smoothing(),
+  figures(), notices(), worstMoments(), paths(), visibility(), overTime(), bodiesOverTime(), betterPositions(), errors(), smoothing(),
   geometry(), calibrationOverTime(), jitter(), jumpsAndSwaps(), packetTimes(), messages(), about(),
 ];
 document.getElementById('report').append(...[header(), contents(), ...body].filter(Boolean));

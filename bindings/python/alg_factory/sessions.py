@@ -202,20 +202,23 @@ def verify(recording):
     return True
 
 
-def report(recording, path=None, *, object=None, overwrite=False):
+def report(recording, path=None, *, object=None, bodies=(), overwrite=False):
     """Makes the report of a recording, or of a slice, and returns its numbers (docs/json.md
     describes them).
 
     path : of the page to write, one HTML file that needs no network; without it the numbers only.
         FileExistsError for a file that is there, unless `overwrite`.
     object : report this one only.
+    bodies : Body objects, or their files' names: how well each was followed live, against the truth
+        where there is one. They have no blob id in common.
 
-    Raises RecordingError, and RuntimeError if there is nothing to report: no packet, or none in the
+    Raises RecordingError, FileError for a body, and RuntimeError if there is nothing to report: no packet, or none in the
     slice.
     """
     source = as_recording(recording)
     first, last = source._range
+    shapes = [as_body(body)._shape for body in bodies]
     if path is None:
-        return json.loads(_core.report(source._file, None, object, first, last))
+        return json.loads(_core.report(source._file, None, shapes, object, first, last))
     with complete_file(path, overwrite) as partial:
-        return json.loads(_core.report(source._file, partial, object, first, last))
+        return json.loads(_core.report(source._file, partial, shapes, object, first, last))

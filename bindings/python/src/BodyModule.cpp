@@ -103,8 +103,7 @@ BodyPoseRow rowOf(const bodies::BodyRow& from) {
   row.qy = orientation.y();
   row.qz = orientation.z();
   row.qw = orientation.w();
-  std::tie(row.sdX, row.sdY, row.sdZ, row.sdRx, row.sdRy, row.sdRz) =
-      std::tuple_cat(deviations);
+  std::tie(row.sdX, row.sdY, row.sdZ, row.sdRx, row.sdRy, row.sdRz) = std::tuple_cat(deviations);
   row.markers = pose.markers;
   row.source = static_cast<std::int32_t>(from.pose.source);
   row.residual = pose.residual;

@@ -249,17 +249,20 @@ py::dict simulate(const std::string& path, const py::dict& given) {
 
 /// The report's numbers as JSON; with a path the page as well.
 std::string report(const RecordingFile& file, const std::optional<std::string>& page,
-                   const std::optional<int>& object, const std::optional<double>& from,
-                   const std::optional<double>& to) {
+                   const std::vector<bodies::Body>& bodies, const std::optional<int>& object,
+                   const std::optional<double>& from, const std::optional<double>& to) {
   if (page && !report::hasPage())
     throw std::runtime_error("this build carries no report page (npm could not provide it)");
+  std::vector<std::string> names;
+  for (const bodies::Body& body : bodies) names.push_back(body.name);
+  bodies::requireOwnIds(bodies, names);
   const std::lock_guard<std::mutex> lock(file.mutex());
   trace::FreshAlg library;
   analysis::ReportRange range;
   range.object = object;
   range.time = {from, to};
   std::int64_t steps = 0;
-  const analysis::Report made = analysis::makeReport(file.reader(), {}, range, library,
+  const analysis::Report made = analysis::makeReport(file.reader(), {}, range, bodies, library,
                                                      [&](const char*, std::int64_t, std::int64_t) {
                                                        if (++steps % kTickEvery == 0)
                                                          checkInterrupt();

@@ -64,7 +64,7 @@ class ReportMakerTest : public testing::Test {
         if (ask) ask(alg, frame);
       }
     }
-    return analysis::makeReport(recording::RecordingReader(path), {}, range_,
+    return analysis::makeReport(recording::RecordingReader(path), {}, range_, {},
                                 *algorithm::AlgFactory::CreateALG(0));
   }
 

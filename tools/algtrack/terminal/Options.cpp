@@ -125,4 +125,12 @@ void addRigOption(CLI::App& command, RigOption& rig, const std::string& descript
       ->needs(file);
 }
 
+CLI::Option* addBodyFiles(CLI::App& command, std::vector<std::string>& files) {
+  constexpr int kMostBodies = 16;
+  return command.add_option("--body", files, "the body; may be given again")
+      ->take_all()
+      ->expected(1, kMostBodies)
+      ->allow_extra_args(false);
+}
+
 }  // namespace algtrack

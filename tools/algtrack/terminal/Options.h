@@ -43,4 +43,7 @@ struct RigOption {
 /// Declares --calibration FILE and --unit.
 void addRigOption(CLI::App& command, RigOption& rig, const std::string& description);
 
+/// Declares --body FILE, which may be given again.
+CLI::Option* addBodyFiles(CLI::App& command, std::vector<std::string>& files);
+
 }  // namespace algtrack
