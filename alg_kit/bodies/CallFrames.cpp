@@ -35,9 +35,9 @@ bool CallFrames::take(const session::Call& call) {
   frame_.call = call.index;
   frame_.init = inits_;
   frame_.time = static_cast<double>(call.startNs - *firstNs_) * kNanosecond;
-  const estimate::FrameClock::Tick tick = stamp > 0
-                                              ? clock_.stamped(estimate::stampOf(call.payload.data()))
-                                              : clock_.plain(frame_.time);
+  const estimate::FrameClock::Tick tick =
+      stamp > 0 ? clock_.stamped(estimate::stampOf(call.payload.data()))
+                : clock_.plain(frame_.time);
   if (tick.step == estimate::FrameClock::Step::kLate) return false;
   frame_.elapsed = tick.elapsed;
   return true;

@@ -4,7 +4,6 @@
 #include <alg_kit/recording/Recording.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -14,17 +13,15 @@ namespace {
 
 constexpr double kNanosecond = 1e-9;
 constexpr double kUsualRate = 90;  // Hz
-constexpr std::size_t kMostDistances = 1u
-                                       << 16;  // of packets; a longer recording has enough in these
 
 }  // namespace
 
-double frameRateOf(const RecordingReader& reader) {
+double frameRateOf(const RecordingReader& reader, std::size_t most) {
   std::vector<std::int64_t> distances;
   std::optional<std::int64_t> last;
   auto entries = reader.entries();
   session::Entry entry;
-  while (distances.size() < kMostDistances && entries.next(entry)) {
+  while (distances.size() < most && entries.next(entry)) {
     if (entry.call.kind != session::CallKind::kInputStream ||
         !algorithm::isPacketStream(entry.call.type))
       continue;

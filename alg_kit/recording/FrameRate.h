@@ -1,13 +1,16 @@
 // How fast a recording's packets came.
 #pragma once
 
+#include <cstddef>
+
 namespace recording {
 
 class RecordingReader;
 
-/// By the median distance of the first 65,536 packets: lost ones and bursts do not move it.
+/// By the median distance of the first packets: lost ones and bursts do not move it.
+/// @param most  distances that are looked at; a longer recording has enough in these
 /// @return Hz; 90 where the recording does not say
 /// @throws RecordingError
-double frameRateOf(const RecordingReader& reader);
+double frameRateOf(const RecordingReader& reader, std::size_t most = 65536);
 
 }  // namespace recording
