@@ -87,6 +87,20 @@ Json metres(const Object& object, const LengthUnit& unit) {
                 object.position[2] * unit.metres);
 }
 
+std::string nameOf(const BodyPlace& body) {
+  return "body_" + body.name;
+}
+
+Json metres(const BodyPlace& body) {
+  constexpr double kMetre = 1000;  // mm
+  return vector(body.position[0] / kMetre, body.position[1] / kMetre, body.position[2] / kMetre);
+}
+
+Json orientationOf(const BodyPlace& body) {
+  const auto& q = body.orientation;
+  return quaternion(q[0], q[1], q[2], q[3]);
+}
+
 Json colourOf(const Object& object, double alpha) {
   const auto& rgb = kColours[static_cast<std::size_t>(object.id) % kColours.size()];
   return {{"r", rgb[0]}, {"g", rgb[1]}, {"b", rgb[2]}, {"a", alpha}};
@@ -161,12 +175,15 @@ Json transformsOf(const Frame& frame, const LengthUnit& unit) {
   const Context& context = frame.context;
   if (context.calibrated)
     add(kRightCamera, kLeftCamera,
-        vector(context.translation[0] * unit.metres, context.translation[1] * unit.metres,
-               context.translation[2] * unit.metres),
-        quaternion(context.rotation));
+        vector(context.calibration.translation[0] * unit.metres,
+               context.calibration.translation[1] * unit.metres,
+               context.calibration.translation[2] * unit.metres),
+        quaternion(context.calibration.rotation));
   for (const Object& object : frame.objects)
     if (object.seen)
       add(kDeliveredFrame, nameOf(object), metres(object, unit), quaternion(0, 0, 0, 1));
+  for (const BodyPlace& body : frame.bodies)
+    if (body.known) add(kDeliveredFrame, nameOf(body), metres(body), orientationOf(body));
   Json json = headOf(frame.place, "m", kDeliveredFrame);
   json["transforms"] = std::move(transforms);
   return json;
@@ -195,8 +212,31 @@ Json blockOf(const Frame& frame, const LengthUnit& unit) {
   return json;
 }
 
+/// `bodies` says of each pose whose it is.
+Json posesOf(const Frame& frame) {
+  Json poses = Json::array(), facts = Json::array();
+  for (const BodyPlace& body : frame.bodies) {
+    if (!body.known) continue;
+    const auto &p = body.positionDeviation, &r = body.rotationDeviation;
+    poses.push_back({{"position", metres(body)}, {"orientation", orientationOf(body)}});
+    facts.push_back({{"name", body.name},
+                     {"child_frame_id", nameOf(body)},
+                     {"seen", body.seen},
+                     {"age_s", body.age},
+                     {"markers", body.markers},
+                     {"residual_px", body.residual},
+                     {"position_sd_mm", vector(p[0], p[1], p[2])},
+                     {"rotation_sd_rad", vector(r[0], r[1], r[2])}});
+  }
+  Json json = headOf(frame.place, "m", kDeliveredFrame);
+  json["poses"] = std::move(poses);
+  json["bodies"] = std::move(facts);
+  return json;
+}
+
 constexpr std::array<const char*, kChannels> kTopics = {
-    "/alg/scene", "/alg/transforms", "/alg/log", "/alg/block", "/alg/blobs", "/alg/statistics"};
+    "/alg/scene", "/alg/transforms", "/alg/log",   "/alg/block",
+    "/alg/blobs", "/alg/statistics", "/alg/bodies"};
 
 }  // namespace
 
@@ -207,7 +247,8 @@ const ChannelFacts& factsOf(Channel channel) {
        {kTopics[2], "foxglove.Log", kLogSchema},
        {kTopics[3], "alg_factory.Block", kBlockSchema},
        {kTopics[4], "alg_factory.Blobs", kBlobsSchema},
-       {kTopics[5], "alg_factory.Statistics", kStatisticsSchema}}};
+       {kTopics[5], "alg_factory.Statistics", kStatisticsSchema},
+       {kTopics[6], "foxglove.PosesInFrame", kPosesInFrameSchema}}};
   return facts[static_cast<std::size_t>(channel)];
 }
 
@@ -216,6 +257,8 @@ void JsonMessages::onFrame(const Frame& frame) {
   if (wants(Channel::kBlock)) write(Channel::kBlock, time, textOf(blockOf(frame, unit_)));
   if (wants(Channel::kTransforms))
     write(Channel::kTransforms, time, textOf(transformsOf(frame, unit_)));
+  if (!frame.bodies.empty() && wants(Channel::kBodies))
+    write(Channel::kBodies, time, textOf(posesOf(frame)));
   if (wants(Channel::kScene)) write(Channel::kScene, time, textOf(sceneOf(frame, unit_)));
 }
 

@@ -10,8 +10,8 @@
 
 namespace stream {
 
-enum class Channel { kScene, kTransforms, kLog, kBlock, kBlobs, kStatistics };
-constexpr int kChannels = 6;
+enum class Channel { kScene, kTransforms, kLog, kBlock, kBlobs, kStatistics, kBodies };
+constexpr int kChannels = 7;
 
 constexpr Channel channelAt(int index) {
   return static_cast<Channel>(index);

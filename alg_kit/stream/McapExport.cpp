@@ -1,5 +1,6 @@
 #include <alg_kit/stream/McapExport.h>
 
+#include <alg_kit/recording/FrameRate.h>
 #include <alg_kit/recording/UnitCursor.h>
 #include <alg_kit/stream/JsonMessages.h>
 #include <alg_kit/stream/McapWriter.h>
@@ -40,9 +41,12 @@ class McapMessages final : public JsonMessages {
 }  // namespace
 
 McapExport exportMcap(const recording::RecordingReader& reader, std::ostream& out,
-                      const LengthUnit& unit, const std::function<void(std::int64_t)>& progress) {
-  McapMessages messages(out, unit);
-  Scene scene(messages);
+                      const SceneOptions& options,
+                      const std::function<void(std::int64_t)>& progress) {
+  McapMessages messages(out, options.unit);
+  SceneOptions paced = options;
+  if (!options.bodies.empty()) paced.frameRate = recording::frameRateOf(reader);
+  Scene scene(messages, paced);
   Context context;
   recording::UnitCursor cursor(reader.entries());
   for (session::Unit calls; cursor.next(calls);) {

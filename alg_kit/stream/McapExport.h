@@ -16,10 +16,11 @@ struct McapExport {
 
 /// Writes a recording as an MCAP file, with the channels and messages of the WebSocket server.
 /// @param out       whether it can be written is the caller's to check
+/// @param options   the frame rate is the recording's
 /// @param progress  called with the number of calls so far; may throw
-/// @throws recording::RecordingError for a damaged recording
+/// @throws recording::RecordingError for a damaged recording; as Scene
 McapExport exportMcap(const recording::RecordingReader& reader, std::ostream& out,
-                      const LengthUnit& unit = {},
+                      const SceneOptions& options = {},
                       const std::function<void(std::int64_t)>& progress = {});
 
 }  // namespace stream

@@ -34,6 +34,27 @@ void appendText(std::string& bytes, const Place& place, const char* device, std:
   append(bytes, place, device, message);
 }
 
+/// Row by row, of a unit quaternion x, y, z, w.
+void setRotation(const double (&q)[4], igtl::Matrix4x4& matrix) {
+  const double x = q[0], y = q[1], z = q[2], w = q[3];
+  const double rows[3][3] = {{1 - 2 * (y * y + z * z), 2 * (x * y - w * z), 2 * (x * z + w * y)},
+                             {2 * (x * y + w * z), 1 - 2 * (x * x + z * z), 2 * (y * z - w * x)},
+                             {2 * (x * z - w * y), 2 * (y * z + w * x), 1 - 2 * (x * x + y * y)}};
+  for (int row = 0; row < 3; ++row)
+    for (int column = 0; column < 3; ++column)
+      matrix[row][column] = static_cast<float>(rows[row][column]);
+}
+
+void appendBody(std::string& bytes, const Place& place, const BodyPlace& body) {
+  igtl::Matrix4x4 matrix;
+  igtl::IdentityMatrix(matrix);
+  setRotation(body.orientation, matrix);
+  for (int i = 0; i < 3; ++i) matrix[i][3] = static_cast<float>(body.position[i]);
+  const auto transform = igtl::TransformMessage::New();
+  transform->SetMatrix(matrix);
+  append(bytes, place, body.name, transform);
+}
+
 }  // namespace
 
 std::string openIgtLinkMessages(const Frame& frame, const LengthUnit& unit) {
@@ -64,6 +85,8 @@ std::string openIgtLinkMessages(const Frame& frame, const LengthUnit& unit) {
     position->SetQuaternion(0, 0, 0, 1);
     append(bytes, frame.place, name + "Position", position);
   }
+  for (const BodyPlace& body : frame.bodies)
+    if (body.known) appendBody(bytes, frame.place, body);
   return bytes;
 }
 

@@ -84,6 +84,7 @@ class OscSender::Sender final : public Output, private Listener {
           lo_message_add_float(head.get(), static_cast<float>(value));
       head.addTo(bundle, object.seen ? "/alg/object" : "/alg/missing");
     }
+    for (const BodyPlace& body : frame.bodies) addBody(frame.place, body, bundle);
     send(bundle);
   }
 
@@ -120,6 +121,19 @@ class OscSender::Sender final : public Output, private Listener {
     lo_message_add_double(head.get(), statistics.packetsPerSecond);
     head.addTo(bundle, "/alg/statistics");
     send(bundle);
+  }
+
+  void addBody(const Place& place, const BodyPlace& body, const Bundle& bundle) {
+    const Head head(place, options_.unit.name);
+    lo_message_add_string(head.get(), body.name.c_str());
+    if (!body.known) return head.addTo(bundle, "/alg/missing_body");
+    for (const double value : body.position)
+      lo_message_add_float(head.get(), static_cast<float>(value));
+    for (const double value : body.orientation)
+      lo_message_add_float(head.get(), static_cast<float>(value));
+    lo_message_add_int32(head.get(), body.markers);
+    lo_message_add_float(head.get(), static_cast<float>(body.age));
+    head.addTo(bundle, "/alg/body");
   }
 
   static Bundle newBundle() { return Bundle(lo_bundle_new(LO_TT_IMMEDIATE)); }

@@ -1,7 +1,7 @@
 #include <alg_kit/stream/Scene.h>
 
-#include <alg_factory/stereo3d/StereoCalibration.h>
 #include <alg_kit/estimate/PacketBlobs.h>
+#include <alg_kit/stream/SceneBodies.h>
 
 #include <algorithm>
 #include <cmath>
@@ -73,16 +73,16 @@ void Context::follow(const session::Entry& entry) noexcept {
   }
   if (call.kind != session::CallKind::kInit) return;
   productType = call.type;
-  calibrated = call.payload.size() == sizeof(algorithm::StereoCalibration);
+  ++inits;
+  calibrated = call.payload.size() == sizeof calibration;
   if (!calibrated) return;
-  constexpr std::size_t kRotation = offsetof(algorithm::StereoCalibration, rotation);
-  constexpr std::size_t kTranslation = offsetof(algorithm::StereoCalibration, translation);
-  std::memcpy(rotation, call.payload.data() + kRotation, sizeof rotation);
-  std::memcpy(translation, call.payload.data() + kTranslation, sizeof translation);
+  std::memcpy(&calibration, call.payload.data(), sizeof calibration);
   // A host may pass any bytes; viewers get numbers.
   const auto within = [](double limit) {
     return [limit](double value) { return std::abs(value) <= limit; };
   };
+  const auto& rotation = calibration.rotation;
+  const auto& translation = calibration.translation;
   calibrated = std::all_of(std::begin(rotation), std::end(rotation), within(2)) &&
                std::all_of(std::begin(translation), std::end(translation), within(1e9));
 }
@@ -91,11 +91,18 @@ void Context::follow(const session::Unit& unit) noexcept {
   for (const session::Entry& entry : unit) follow(entry);
 }
 
+Scene::Scene(Listener& listener, const SceneOptions& options) : listener_(listener) {
+  if (!options.bodies.empty()) bodies_ = std::make_unique<Bodies>(options);
+}
+
+Scene::~Scene() = default;
+
 void Scene::take(const session::Unit& unit, const Context& before) {
   Context context = before;
   for (const session::Entry& entry : unit) {
     context.follow(entry);
     const Place place{context.packets - 1, entry.call.index, entry.call.startNs};
+    if (bodies_) bodies_->take(entry.call, context, frame_.bodies);
     if (isPacket(entry.call)) {
       blobs_.place = place;
       fillBlobs(entry.call, context.productType, blobs_);

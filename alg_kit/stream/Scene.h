@@ -5,10 +5,12 @@
 
 #include <alg_factory/api/Constants.h>
 #include <alg_factory/service/ResultBlock.h>
+#include <alg_factory/stereo3d/StereoCalibration.h>
 #include <alg_kit/session/Session.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,6 +29,15 @@ struct LengthUnit {
   double metres = 0.001;
 };
 
+/// What a stream is told beside the units.
+struct SceneOptions {
+  LengthUnit unit;  ///< of the calibration's translation
+  /// Files of bodies (docs/bodies.md), whose poses go out with every block. Their names differ; the
+  /// unit is mm then.
+  std::vector<std::string> bodies;
+  double frameRate = 90;  ///< Hz, of packets without a stamp; bodies alone need it
+};
+
 /// What was before a unit: counts since the listening began, and what the latest Init said.
 struct Context {
   std::int64_t calls = 0;
@@ -37,9 +48,9 @@ struct Context {
   std::int64_t libraryNs = 0;      ///< spent in outermost calls, the host's callbacks included
   std::int64_t slowestCallNs = 0;  ///< the longest outermost call
   int productType = -1;            ///< -1 = not known
-  bool calibrated = false;         ///< what follows is known
-  double rotation[9] = {};         ///< X_right = R X_left + T, row by row
-  double translation[3] = {};
+  std::int64_t inits = 0;
+  bool calibrated = false;  ///< what follows is known; rotation and translation are such
+  algorithm::StereoCalibration calibration{};
 
   /// Goes on behind a call. Allocates nothing.
   void follow(const session::Entry& entry) noexcept;
@@ -62,11 +73,26 @@ struct Object {
   float hostOrientation[4] = {};  ///< the same
 };
 
+/// A body of SceneOptions after a packet, by what was seen of it up to then.
+struct BodyPlace {
+  std::string name;
+  bool known = false;                ///< the rest holds
+  bool seen = false;                 ///< in this packet; else it is moved on from earlier ones
+  double age = 0;                    ///< seconds since a marker was seen
+  int markers = 0;                   ///< used of this packet's
+  double residual = 0;               ///< px, root mean square of the used ones
+  double position[3] = {};           ///< of the body's origin, delivered axes, mm
+  double orientation[4] = {};        ///< quaternion x, y, z, w: turns the body's axes into these
+  double positionDeviation[3] = {};  ///< standard deviations, mm
+  double rotationDeviation[3] = {};  ///< about these axes, radians
+};
+
 /// A delivered block.
 struct Frame {
   Place place;
   std::uint64_t stampUs = 0;    ///< of the device; 0 = none
   std::vector<Object> objects;  ///< of the product type; those that were seen where it is not known
+  std::vector<BodyPlace> bodies;  ///< in the order of SceneOptions
   Context context;
 };
 
@@ -110,16 +136,20 @@ class Listener {
 class Scene {
  public:
   /// @param listener  not owned
-  explicit Scene(Listener& listener) : listener_(listener) {}
+  /// @throws std::runtime_error in one line, for bodies that cannot be followed
+  explicit Scene(Listener& listener, const SceneOptions& options = {});
+  ~Scene();
 
   /// @param before  of the unit
   void take(const session::Unit& unit, const Context& before);
 
  private:
+  class Bodies;
   void takeStatistics(const Place& place, const Context& context);
 
   Listener& listener_;
-  Frame frame_;  ///< storage, as the next two
+  std::unique_ptr<Bodies> bodies_;  ///< null = there are none
+  Frame frame_;                     ///< storage, as the next two
   Blobs blobs_;
   Message message_;
   bool begun_ = false;

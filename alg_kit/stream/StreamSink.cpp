@@ -82,7 +82,7 @@ bool hasNews(const session::Unit& unit) noexcept {
 
 struct StreamSink::State {
   State(std::shared_ptr<Output> given, const StreamOptions& options)
-      : output(std::move(given)), ring(options.queueCapacity), scene(output->listener()) {}
+      : output(std::move(given)), ring(options.queueCapacity), scene(output->listener(), options) {}
 
   bool inChild() const { return session::processGeneration() != bornIn; }
 

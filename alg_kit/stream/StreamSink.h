@@ -20,8 +20,7 @@ class StreamError : public std::runtime_error {
 
 class Output;
 
-struct StreamOptions {
-  LengthUnit unit;                  ///< of the calibration's translation
+struct StreamOptions : SceneOptions {
   std::size_t queueCapacity = 256;  ///< units that may wait for the stream's thread
 };
 
@@ -65,7 +64,7 @@ class StreamSink : public session::UnitSink {
 
  protected:
   /// @param tap  where it listens from here on, until its end; null = `take` is called by others
-  /// @throws StreamError where the output cannot begin
+  /// @throws StreamError where the output cannot begin, and as Scene
   StreamSink(std::shared_ptr<Output> output, const StreamOptions& options, session::TapAlg* tap);
 
  private:

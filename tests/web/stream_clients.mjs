@@ -92,7 +92,7 @@ async function mcap(file) {
 
 function schemas() {
   const all = require('@foxglove/schemas/jsonschema');
-  print(Object.fromEntries(['SceneUpdate', 'FrameTransforms', 'Log'].map(
+  print(Object.fromEntries(['SceneUpdate', 'FrameTransforms', 'PosesInFrame', 'Log'].map(
     (name) => [`foxglove.${name}`, JSON.stringify(all[name])])));
 }
 

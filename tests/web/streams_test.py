@@ -3,6 +3,7 @@
 their packages are missing."""
 import filecmp
 import json
+import math
 import os
 import shutil
 import signal
@@ -15,14 +16,15 @@ import unittest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "algtrack"))
-from algtrack_case import ALGTRACK, AlgtrackCase
+from algtrack_case import ALGTRACK
+from body_case import MARKERS, BodyCase, rotate
 
 NODE, NPM, OSCDUMP = (shutil.which(name) for name in ("node", "npm", "oscdump"))
 CLIENTS = os.environ["ALG_STREAM_CLIENTS"]  # a folder of the build's, for their packages
 RECORDING_HOST = os.environ["ALG_RECORDING_HOST"]
 SKIPPED = 77
 TOPICS = {"/alg/scene", "/alg/transforms", "/alg/log", "/alg/block", "/alg/blobs",
-          "/alg/statistics"}
+          "/alg/statistics", "/alg/bodies"}
 
 
 def fetch_clients():
@@ -54,7 +56,7 @@ def client(*arguments):
     return json.loads(result.stdout)
 
 
-class StreamsTest(AlgtrackCase):
+class StreamsTest(BodyCase):
     def stream(self, *arguments):
         """Starts `algtrack stream`; returns it and the first line that it prints."""
         process = subprocess.Popen([ALGTRACK, "stream", *map(str, arguments)], cwd=self.folder,
@@ -74,8 +76,7 @@ class StreamsTest(AlgtrackCase):
         self.assertEqual(set(validators), TOPICS)
         starts = dict(self.query(name, "SELECT id, start_ns FROM calls"))
         blocks = dict(self.query(name, "SELECT call, block FROM blocks"))
-        packets = [call for (call,) in self.query(
-            name, "SELECT id FROM calls WHERE kind = 'InputStream' AND type IN (0, 2) ORDER BY id")]
+        packets = self.packets(name)
         seen = 0
         for topic, time_ns, text in messages:
             message = json.loads(text)
@@ -104,7 +105,8 @@ class StreamsTest(AlgtrackCase):
 
     def test_a_viewer_reads_every_channel_in_both_sub_protocols(self):
         self.simulate("walk.algrec", "--seconds", 90, "--product-type", 1, "--corrupt", 0.05)
-        process, line = self.stream("walk.algrec", "--foxglove", 0)
+        self.write_body("tool.json", {0: (0, 0, 0), 1: (80, 0, 0), 2: (0, 90, 0)})
+        process, line = self.stream("walk.algrec", "--foxglove", 0, "--body", "tool.json")
         port = line.rsplit(":", 1)[1].strip()
         for sub_protocol in ("foxglove.websocket.v1", "foxglove.sdk.v1"):
             read = client("live", port, sub_protocol, 100)
@@ -150,10 +152,14 @@ class StreamsTest(AlgtrackCase):
         self.check_messages("live.algrec", read["channels"], read["messages"])
         self.assertEqual(process.wait(timeout=20), 0, "a recording that was closed has an end")
 
-    def test_osc_is_printed_by_oscdump(self):
+    def packets(self, name):
+        return [call for (call,) in self.query(
+            name, "SELECT id FROM calls WHERE kind = 'InputStream' AND type IN (0, 2) ORDER BY id")]
+
+    def osc_lines(self, name, *arguments):
+        """What oscdump prints of a stream, word by word."""
         if OSCDUMP is None:
             self.skipTest("oscdump is missing")
-        self.simulate("osc.algrec", "--seconds", 2)
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as free:
             free.bind(("127.0.0.1", 0))
             port = free.getsockname()[1]
@@ -162,16 +168,18 @@ class StreamsTest(AlgtrackCase):
         self.addCleanup(dump.wait)
         self.addCleanup(dump.kill)
         time.sleep(0.5)
-        self.succeed("stream", "osc.algrec", "--osc", f"127.0.0.1:{port}", "--speed", 2)
+        self.succeed("stream", name, "--osc", f"127.0.0.1:{port}", "--speed", 2, *arguments)
         time.sleep(0.5)
         dump.terminate()
         dump.wait()
         with open(self.path("dump")) as file:
-            lines = [line.split() for line in file]
+            return [line.split() for line in file]
+
+    def test_osc_is_printed_by_oscdump(self):
+        self.simulate("osc.algrec", "--seconds", 2)
+        lines = self.osc_lines("osc.algrec")
         blocks = dict(self.query("osc.algrec", "SELECT call, block FROM blocks"))
-        packets = [call for (call,) in self.query(
-            "osc.algrec",
-            "SELECT id FROM calls WHERE kind = 'InputStream' AND type IN (0, 2) ORDER BY id")]
+        packets = self.packets("osc.algrec")
         objects = [line for line in lines if line[1] == "/alg/object"]
         self.assertEqual(len(objects), 3 * 180)
         for line in objects:
@@ -191,7 +199,7 @@ class StreamsTest(AlgtrackCase):
         self.assertGreater(read["chunks"], 3)
         self.assertEqual(read["indexed"], read["streamed"])
         self.assertEqual(int(read["count"]), len(read["indexed"]))
-        self.assertEqual({message[0] for message in read["indexed"]}, TOPICS)
+        self.assertEqual({message[0] for message in read["indexed"]}, TOPICS - {"/alg/bodies"})
         self.check_messages("walk.algrec", read["channels"], read["indexed"])
         self.assertEqual(sum(message[0] == "/alg/block" for message in read["indexed"]),
                          self.query("walk.algrec", "SELECT count(*) FROM blocks")[0][0])
@@ -202,6 +210,56 @@ class StreamsTest(AlgtrackCase):
         self.succeed("export", "walk.algrec", "--mcap", "again.mcap")
         self.assertTrue(filecmp.cmp(self.path("walk.mcap"), self.path("again.mcap"), False))
 
+    def check_poses(self, name, poses):
+        """Poses by call, mm: they put the body's markers where these truly were."""
+        truth, calls = {}, dict(self.query(name, "SELECT id, start_ns FROM calls"))
+        for time_ns, thing, x, y, z in self.query(
+                name, "SELECT time_ns, object, x, y, z FROM truth"):
+            truth[(time_ns, thing)] = (x, -y, -z)  # as delivered
+        squares = []
+        for call, (position, quaternion) in poses.items():
+            for thing, place in MARKERS.items():
+                where = [a + b for a, b in zip(rotate(quaternion, place), position)]
+                squares.append(math.dist(where, truth[(calls[call], thing)])**2)
+        self.assertGreater(len(poses), 400)
+        # Its depth is known to about 2 mm; the axes or the quaternion the other way round, and it
+        # would be tens of mm.
+        self.assertLess(math.sqrt(sum(squares) / len(squares)), 4)
+
+    def test_poses_of_a_body_are_in_an_mcap_file(self):
+        self.write_body("tool.json", MARKERS)
+        self.write_motion("motion.tum")
+        self.simulate_body("r", "tool.json", "motion.tum")
+        self.succeed("export", "r", "--mcap", "r.mcap", "--body", "tool.json")
+        read = client("mcap", self.path("r.mcap"))
+        self.check_messages("r", read["channels"], read["indexed"])
+        poses, frames = {}, {}
+        for topic, _, text in read["indexed"]:
+            message = json.loads(text)
+            if topic == "/alg/bodies" and message["poses"]:
+                self.assertEqual(message["bodies"][0]["name"], "tool")
+                pose = message["poses"][0]
+                poses[message["call"]] = ([1000 * v for v in pose["position"].values()],
+                                          list(pose["orientation"].values()))
+            if topic == "/alg/transforms":
+                frames.update({message["call"]: transform for transform in message["transforms"]
+                               if transform["child_frame_id"] == "body_tool"})
+        self.check_poses("r", poses)
+        self.assertEqual(set(frames), set(poses))
+        for call, transform in frames.items():
+            self.assertEqual(list(transform["rotation"].values()), poses[call][1])
+
+    def test_poses_of_a_body_are_printed_by_oscdump(self):
+        self.write_body("tool.json", MARKERS)
+        self.write_motion("motion.tum")
+        self.simulate_body("r", "tool.json", "motion.tum")
+        lines = self.osc_lines("r", "--body", "tool.json")
+        packets = self.packets("r")
+        poses = {packets[int(line[4])]: ([float(v) for v in line[9:12]],
+                                         [float(v) for v in line[12:16]])
+                 for line in lines if line[1] == "/alg/body"}
+        self.check_poses("r", poses)
+
     def test_a_recording_of_nothing_is_exported_too(self):
         self.simulate("walk.algrec", "--seconds", 1)
         self.change("walk.algrec", "DELETE FROM blocks")
@@ -210,7 +268,7 @@ class StreamsTest(AlgtrackCase):
         self.change("walk.algrec", "DELETE FROM calls")
         self.succeed("export", "walk.algrec", "--mcap", "none.mcap")
         read = client("mcap", self.path("none.mcap"))
-        self.assertEqual((read["indexed"], len(read["channels"])), ([], 6))
+        self.assertEqual((read["indexed"], len(read["channels"])), ([], 7))
 
     def test_a_cut_file_is_found_out_by_its_checksum(self):
         """The reader does check: a byte that is changed in a chunk is an error."""
@@ -232,6 +290,7 @@ class StreamsTest(AlgtrackCase):
 
     def test_what_cannot_be_streamed_is_one_line(self):
         self.simulate("walk.algrec", "--seconds", 1)
+        self.write_body("tool.json", MARKERS)
         with socket.socket() as taken:
             taken.bind(("127.0.0.1", 0))
             taken.listen()
@@ -245,7 +304,10 @@ class StreamsTest(AlgtrackCase):
                     (("walk.algrec", "--osc", "9000"), "expected HOST:PORT, found 9000"),
                     (("walk.algrec", "--osc", "127.0.0.1:0"), "expected a port from 1"),
                     (("walk.algrec", "--foxglove", 70000), "70000"),
-                    (("walk.algrec", "--foxglove", 0, "--speed", 0), "--speed")):
+                    (("walk.algrec", "--foxglove", 0, "--speed", 0), "--speed"),
+                    (("walk.algrec", "--foxglove", 0, "--body", "none.json"), "none.json"),
+                    (("walk.algrec", "--foxglove", 0, "--body", "tool.json", "--body",
+                      "tool.json"), "names differ")):
                 self.assertIn(words, self.fail_in_one_line("stream", *arguments))
 
 

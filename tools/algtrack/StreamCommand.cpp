@@ -1,10 +1,12 @@
 // Sends a recording to other programs at its pace, or what a host is recording.
 #include <alg_kit/recording/FollowingReader.h>
+#include <alg_kit/recording/FrameRate.h>
 #include <alg_kit/recording/UnitCursor.h>
 #include <alg_kit/stream/FoxgloveServer.h>
 #include <alg_kit/stream/OpenIgtLinkServer.h>
 #include <alg_kit/stream/OscSender.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/terminal/BodyFiles.h>
 #include <tools/algtrack/terminal/Interrupt.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/Pace.h>
@@ -25,11 +27,13 @@ namespace {
 
 constexpr std::chrono::milliseconds kLook(20);  // for what a host has written meanwhile
 constexpr double kFastest = 1000;
+constexpr std::size_t kPacketsForRate = 500;  // so that the first one goes out at once
 
 struct StreamCommandOptions {
   std::string file, osc;
   std::string listen = "127.0.0.1";
   std::vector<std::string> origins;
+  stream::SceneOptions scene;
   std::optional<int> foxglove, openIgtLink;
   bool follow = false;
   double speed = 1;
@@ -43,9 +47,17 @@ struct Sinks {
   }
 };
 
-void addOsc(const std::string& place, Sinks& sinks) {
+template <typename Options>
+Options optionsOf(const StreamCommandOptions& options) {
+  Options result;
+  static_cast<stream::SceneOptions&>(result) = options.scene;
+  return result;
+}
+
+void addOsc(const StreamCommandOptions& options, Sinks& sinks) {
+  const std::string& place = options.osc;
   const std::size_t colon = place.rfind(':');
-  stream::OscOptions osc;
+  stream::OscOptions osc = optionsOf<stream::OscOptions>(options);
   const std::string port = colon == std::string::npos ? "" : place.substr(colon + 1);
   osc.host = place.substr(0, colon);
   if (osc.host.empty() || port.empty() || port.size() > 5 ||
@@ -64,7 +76,7 @@ std::string hostOf(const std::string& address) {
 Sinks sinksOf(const StreamCommandOptions& options) {
   Sinks sinks;
   if (options.foxglove) {
-    stream::FoxgloveOptions foxglove;
+    stream::FoxgloveOptions foxglove = optionsOf<stream::FoxgloveOptions>(options);
     foxglove.address = options.listen;
     foxglove.port = *options.foxglove;
     foxglove.origins = options.origins;
@@ -73,14 +85,14 @@ Sinks sinksOf(const StreamCommandOptions& options) {
     sinks.all.push_back(std::move(server));
   }
   if (options.openIgtLink) {
-    stream::OpenIgtLinkOptions link;
+    stream::OpenIgtLinkOptions link = optionsOf<stream::OpenIgtLinkOptions>(options);
     link.address = options.listen;
     link.port = *options.openIgtLink;
     auto server = std::make_unique<stream::OpenIgtLinkServer>(link);
     std::cout << "OpenIGTLink: " << hostOf(options.listen) << ":" << server->port() << "\n";
     sinks.all.push_back(std::move(server));
   }
-  if (!options.osc.empty()) addOsc(options.osc, sinks);
+  if (!options.osc.empty()) addOsc(options, sinks);
   if (sinks.all.empty())
     throw std::runtime_error(
         "stream: expected where to send, --foxglove, --osc or --openigtlink, found none");
@@ -112,8 +124,12 @@ void follow(const StreamCommandOptions& options, Sinks& sinks) {
   }
 }
 
-void sendStream(const StreamCommandOptions& options) {
-  if (!options.follow) const recording::RecordingReader check(options.file);
+void sendStream(StreamCommandOptions& options) {
+  if (!options.follow) {
+    const recording::RecordingReader reader(options.file);
+    if (!options.scene.bodies.empty())
+      options.scene.frameRate = recording::frameRateOf(reader, kPacketsForRate);
+  }
   Sinks sinks = sinksOf(options);
   try {
     if (options.follow)
@@ -148,6 +164,7 @@ void addStreamCommand(CLI::App& app) {
       "\n"
       "  algtrack stream walk.algrec --foxglove 8765\n"
       "  algtrack stream walk.algrec --osc 127.0.0.1:9000 --speed 0.5\n"
+      "  algtrack stream work.algrec --openigtlink 18944 --body tool.json\n"
       "  algtrack stream --follow session.algrec --openigtlink 18944\n");
   command->add_option("file", options->file, "the recording")->required();
   command->add_flag("--follow", options->follow,
@@ -169,6 +186,7 @@ void addStreamCommand(CLI::App& app) {
   command->add_option("--origin", options->origins,
                       "a web page that may connect (https://app.example.org); more than one is "
                       "possible; without it, any page");
+  addBodyFiles(*command, options->scene.bodies);
   command->add_option("--speed", options->speed, "times as fast as it was recorded")
       ->check(numberFrom(0.01, kFastest))
       ->capture_default_str();

@@ -52,7 +52,7 @@ TEST(FoxgloveProtocol, AnswersWhatItDoesNotKnowWithAStatus) {
   for (const char* const text :
        {"", "{", "[]", "7", "\xff", R"({"op":7})", R"({"op":"subscribe"})",
         R"({"op":"subscribe","subscriptions":[{"id":0,"channelId":0}]})",
-        R"({"op":"subscribe","subscriptions":[{"id":0,"channelId":7}]})",
+        R"({"op":"subscribe","subscriptions":[{"id":0,"channelId":8}]})",
         R"({"op":"subscribe","subscriptions":[{"id":-1,"channelId":1}]})",
         R"({"op":"subscribe","subscriptions":[{"id":4294967296,"channelId":1}]})",
         R"({"op":"subscribe","subscriptions":[{"id":1.5,"channelId":1}]})",

@@ -1,5 +1,5 @@
 #include <alg_kit/stream/OpenIgtLinkServer.h>
-#include <tests/support/StreamedUnits.h>
+#include <tests/kit/stream/StreamedBody.h>
 #include <tests/support/WebSocketClient.h>
 
 #include <gtest/gtest.h>
@@ -119,6 +119,31 @@ TEST(OpenIgtLinkServer, PositionsAreInMillimetresWhateverTheCalibrationsUnit) {
   igtl::Matrix4x4 matrix;
   receiver.body<igtl::TransformMessage>(receiver.header())->GetMatrix(matrix);
   EXPECT_EQ(matrix[0][3], 10000);
+}
+
+TEST(OpenIgtLinkServer, ABodyIsATransformOfItsName) {
+  testing_support::StreamedBody tool;
+  stream::OpenIgtLinkOptions options = freePort();
+  options.bodies = {tool.file()};
+  OpenIgtLinkServer server(options);
+  Receiver receiver(server.port());
+  waitForClients(server, 1);
+  server.take(tool.init());
+  server.take(tool.packet());
+  receiver.body<igtl::StringMessage>(receiver.header());
+  const auto header = receiver.header();
+  EXPECT_STREQ(header->GetDeviceType(), "TRANSFORM");
+  EXPECT_STREQ(header->GetDeviceName(), "tool");
+  igtl::Matrix4x4 matrix;
+  receiver.body<igtl::TransformMessage>(header)->GetMatrix(matrix);
+  const Eigen::Matrix3d turned =
+      (Eigen::Quaterniond(0, 1, 0, 0) * testing_support::leaning().orientation).toRotationMatrix();
+  for (int row = 0; row < 3; ++row)
+    for (int column = 0; column < 3; ++column)
+      EXPECT_NEAR(matrix[row][column], turned(row, column), 0.002) << row << column;
+  EXPECT_NEAR(matrix[0][3], 100, 0.05);
+  EXPECT_NEAR(matrix[1][3], 50, 0.05);
+  EXPECT_NEAR(matrix[2][3], -1500, 0.1);
 }
 
 TEST(OpenIgtLinkServer, MessagesOfTheLibraryAreStrings) {

@@ -1,12 +1,14 @@
 #include <alg_kit/stream/OscSender.h>
-#include <tests/support/StreamedUnits.h>
+#include <tests/kit/stream/StreamedBody.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <lo/lo.h>
 
+#include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -74,6 +76,38 @@ TEST(OscSender, SendsEveryObjectOfABlockSeenOrNot) {
           "/alg/object ihdssifff 1 0 0.010000 mm delivered 2 20.000000 40.000000 "
           "-1002.000000",
           "/alg/log ihdssis 1 0 0.020000 mm delivered 3 alg: ?!"));
+}
+
+TEST(OscSender, SendsABodysPlaceAndQuaternionAndSaysWhenThereIsNone) {
+  Receiver receiver;
+  testing_support::StreamedBody tool;
+  stream::OscOptions options;
+  options.port = receiver.port();
+  options.bodies = {tool.file()};
+  stream::OscSender sender(options);
+  sender.take(tool.init());
+  sender.take(tool.darkPacket());
+  sender.take(tool.packet());
+  receiver.wait(6 + 6 + 1 + 12 + 1);  // objects that are missing, the body, blobs
+  std::string missing, there;
+  for (const std::string& message : receiver.messages) {
+    if (message.rfind("/alg/missing_body ", 0) == 0) missing = message;
+    if (message.rfind("/alg/body ", 0) == 0) there = message;
+  }
+  EXPECT_EQ(missing, "/alg/missing_body ihdsss 1 0 0.010000 mm delivered tool");
+  std::istringstream words(there);
+  std::string path, types, skipped, name;
+  words >> path >> types >> skipped >> skipped >> skipped >> skipped >> skipped >> name;
+  EXPECT_EQ(types, "ihdsssfffffffif");
+  EXPECT_EQ(name, "tool");
+  double value[9];
+  for (double& v : value) words >> v;
+  EXPECT_NEAR(value[0], 100, 0.05);
+  EXPECT_NEAR(value[1], 50, 0.05);
+  EXPECT_NEAR(value[2], -1500, 0.1);
+  EXPECT_NEAR(std::abs(value[4]), 0.7, 0.001) << "qy";
+  EXPECT_EQ(value[7], 6) << "markers";
+  EXPECT_EQ(value[8], 0) << "seconds since it was seen";
 }
 
 TEST(OscSender, NobodyNeedsToListen) {

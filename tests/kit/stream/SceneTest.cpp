@@ -71,7 +71,7 @@ TEST_F(SceneTest, TakesTheCamerasFromTheLatestInitUnlessTheyAreNoRotation) {
   calibration.translation[0] = -100;
   take(units_.init(0, calibration));
   EXPECT_TRUE(context_.calibrated);
-  EXPECT_EQ(context_.translation[0], -100);
+  EXPECT_EQ(context_.calibration.translation[0], -100);
   calibration.rotation[4] = std::numeric_limits<double>::infinity();
   take(units_.init(0, calibration));
   EXPECT_FALSE(context_.calibrated);
