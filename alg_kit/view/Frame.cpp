@@ -79,6 +79,7 @@ void go(Form& form, Given& frame) {
     form.text(object.key);
     form.text(object.reason);
   });
+  form.list(frame.bodies, [&](auto& body) { form.value(body); });
   form.list(frame.blobs, [&](auto& blob) {
     form.value(blob.camera);
     form.value(blob.id);

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <alg_kit/analysis/TrackStatistics.h>
+#include <alg_kit/bodies/BodyPose.h>
 #include <alg_kit/trace/PipelineTrace.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -46,6 +48,19 @@ struct FrameObject {
   std::string reason;           ///< the same with this packet's numbers
 };
 
+/// A body that is followed: BodyPose in few bytes. Delivered axes.
+struct FrameBody {
+  bool known = false;  ///< the rest holds
+  bool seen = false;   ///< in this packet; else it is moved on from earlier ones
+  analysis::Place origin = analysis::nowhere();
+  std::array<float, 4> orientation{};  ///< quaternion x, y, z, w: turns the body's axes into these
+  std::array<float, 3> deviation{};    ///< of the origin, mm
+  std::array<float, 3> turnDeviation{};                        ///< about these axes, degrees
+  float age = 0;                                               ///< seconds since a marker was seen
+  float residual = kNone;                                      ///< px
+  std::array<bodies::MarkerEnd, bodies::kMostMarkers> ends{};  ///< by place in the body
+};
+
 struct FrameBlob {
   int camera = 0;  ///< 0 left, 1 right
   int id = 0;
@@ -75,6 +90,7 @@ struct Frame {
   std::string decoder;  ///< what the decoder reports; empty = nothing
   float durationUs = kNone;
   std::vector<FrameObject> objects;    ///< by id
+  std::vector<FrameBody> bodies;       ///< in the order in which they were given
   std::vector<FrameBlob> blobs;        ///< in packet order
   std::vector<FrameMessage> messages;  ///< the first few, shortened
   int messagesLeftOut = 0;

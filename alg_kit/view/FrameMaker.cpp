@@ -16,6 +16,8 @@ namespace {
 using session::Call;
 using session::CallKind;
 
+constexpr double kDegrees = 57.29577951308232;
+
 std::string shortened(std::string text) {
   while (!text.empty() && text.back() == '\n') text.pop_back();
   if (text.size() > Frame::kLongestText) text = text.substr(0, Frame::kLongestText) + "...";
@@ -38,6 +40,9 @@ bool looksAhead(const Call& call, int productType, int filterMode) {
 
 }  // namespace
 
+FrameMaker::FrameMaker(FrameLog& log, const std::vector<bodies::Body>& bodies, double frameRate)
+    : log_(log), bodies_(bodies, frameRate) {}
+
 void FrameMaker::add(const session::Unit& unit, const TruthOf& truthOf) {
   for (const session::Entry& entry : unit) addEntry(entry, truthOf);
 }
@@ -52,6 +57,7 @@ void FrameMaker::addEntry(const session::Entry& entry, const TruthOf& truthOf) {
   if (call.kind == CallKind::kInit) productType_ = call.type;
   if (call.kind == CallKind::kSetFilterMode && call.type == 0) filterMode_ = call.mode;
   const trace::PacketTrace* const packet = trace_.feed(call);
+  looked_ = bodies_.count() > 0 && bodies_.take(call);
   if (at) beginFrame(entry, packet, *at, truthOf(call.index, at->seconds));
   addMessages(entry);
   if (begun_ && call.kind == CallKind::kHandleEvent) addAnswer(call);
@@ -68,6 +74,7 @@ void FrameMaker::beginFrame(const session::Entry& entry, const trace::PacketTrac
   frame_.productType = productType_;
   if (entry.call.durationNs) frame_.durationUs = static_cast<float>(*entry.call.durationNs) / 1e3f;
   fillObjects(packet, entry.blocks.empty() ? nullptr : &entry.blocks.back().block, truth);
+  fillBodies();
   if (packet != nullptr) {
     const char* const message = hid::messageOf(packet->status);
     frame_.decoder = message != nullptr ? shortened(message) : "";
@@ -108,6 +115,32 @@ void FrameMaker::fillObjects(const trace::PacketTrace* packet, const algorithm::
     FrameObject& object = frame_.objects[id];
     object.epipolar = std::fmax(object.epipolar, static_cast<float>(point.epipolarDistance));
     object.rayGap = std::fmax(object.rayGap, static_cast<float>(point.rayGap));
+  }
+}
+
+void FrameMaker::fillBodies() {
+  frame_.bodies.resize(bodies_.count());
+  for (std::size_t i = 0; looked_ && i < bodies_.count(); ++i) {
+    const bodies::TrackedPose tracked = bodies_.at(i);
+    const bodies::BodyPose& pose = tracked.pose;
+    FrameBody& body = frame_.bodies[i];
+    body.known = tracked.source != estimate::Source::kNone;
+    if (!body.known) continue;
+    body.seen = tracked.source == estimate::Source::kMeasured;
+    const Eigen::Vector3f origin = pose.motion.position.cast<float>();
+    body.origin = {origin.x(), origin.y(), origin.z()};
+    for (int k = 0; k < 4; ++k)
+      body.orientation[static_cast<std::size_t>(k)] =
+          static_cast<float>(pose.motion.orientation.coeffs()[k]);
+    for (int k = 0; k < 3; ++k) {
+      const auto at = static_cast<std::size_t>(k);
+      body.deviation[at] = static_cast<float>(std::sqrt(pose.covariance(k, k)));
+      body.turnDeviation[at] =
+          static_cast<float>(kDegrees * std::sqrt(pose.covariance(3 + k, 3 + k)));
+    }
+    body.age = static_cast<float>(tracked.age);
+    body.residual = static_cast<float>(pose.residual);
+    body.ends = pose.ends;
   }
 }
 

@@ -3,6 +3,7 @@
 #include <alg_kit/analysis/Moment.h>
 #include <alg_kit/analysis/TrackStatistics.h>
 #include <alg_kit/analysis/TruthTrack.h>
+#include <alg_kit/bodies/LiveBodies.h>
 #include <alg_kit/session/Session.h>
 #include <alg_kit/trace/PipelineTrace.h>
 #include <alg_kit/view/FrameLog.h>
@@ -24,7 +25,9 @@ class FrameMaker {
   /// Where the objects really were in the packet of a call; none = not known.
   using TruthOf = std::function<std::optional<Truth>(std::int64_t call, double seconds)>;
 
-  explicit FrameMaker(FrameLog& log) : log_(log) {}
+  /// @param bodies     that are followed beside the objects
+  /// @param frameRate  Hz, of packets without a stamp
+  FrameMaker(FrameLog& log, const std::vector<bodies::Body>& bodies, double frameRate);
 
   void add(const session::Unit& unit, const TruthOf& truthOf);
 
@@ -37,6 +40,7 @@ class FrameMaker {
                   const analysis::Moment& at, const std::optional<Truth>& truth);
   void fillObjects(const trace::PacketTrace* packet, const algorithm::ResultBlock* block,
                    const std::optional<Truth>& truth);
+  void fillBodies();
   void findEvents(const session::Call& call, const trace::PacketTrace* packet,
                   const analysis::Moment& at);
   void addMessages(const session::Entry& entry);
@@ -49,6 +53,8 @@ class FrameMaker {
   };
 
   FrameLog& log_;
+  bodies::LiveBodies bodies_;
+  bool looked_ = false;  ///< for the bodies, in the packet's light
   trace::PipelineTrace trace_;
   analysis::MomentCounter moments_;
   std::array<Track, kObjects> tracks_;

@@ -2,6 +2,7 @@
 
 #include <alg_kit/analysis/TruthTrack.h>
 #include <alg_kit/recording/FollowingReader.h>
+#include <alg_kit/recording/FrameRate.h>
 #include <alg_kit/recording/UnitCursor.h>
 #include <alg_kit/view/FrameMaker.h>
 
@@ -25,6 +26,8 @@ constexpr auto kLookAnyway = std::chrono::milliseconds(250);  // whatever it say
 constexpr auto kLookAgain = std::chrono::milliseconds(40);  // after a change: it may be half of one
 constexpr auto kPatience = std::chrono::seconds(3);         // with a file that cannot be read now
 constexpr std::int64_t kReportEvery = 500;                  // units
+constexpr std::size_t kPacketsForRate = 500;                // that say how fast they come
+constexpr double kUsualRate = 90;  // Hz, of a recording that may have no packet yet
 
 std::int64_t nowNs() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch())
@@ -50,7 +53,7 @@ std::pair<std::uintmax_t, std::uint64_t> lookOf(const std::string& path) {
 /// What the thread does, with everything that only it uses.
 class Watcher::Work {
  public:
-  explicit Work(Watcher& watcher) : watcher_(watcher), maker_(watcher.log_) {}
+  explicit Work(Watcher& watcher) : watcher_(watcher) {}
 
   void run() {
     std::error_code error;
@@ -65,6 +68,8 @@ class Watcher::Work {
  private:
   void readAll(const recording::RecordingReader& reader) {
     begin(reader.metadata(), State::kReading);
+    maker_.emplace(watcher_.log_, watcher_.bodies_,
+                   recording::frameRateOf(reader, kPacketsForRate));
     const bool hasTruth = reader.hasTruth();
     if (hasTruth) noteTruth();
     const std::int64_t total = reader.callCount();
@@ -91,12 +96,13 @@ class Watcher::Work {
       if (n % kReportEvery == 0)
         progress(total > 0 ? static_cast<double>(done) / static_cast<double>(total) : 1);
     }
-    maker_.publish();
+    maker_->publish();
     if (!watcher_.stop_) begin(reader.metadata(), State::kEnded);
   }
 
   void follow() {
     FollowingReader follower(watcher_.path_);
+    maker_.emplace(watcher_.log_, watcher_.bodies_, kUsualRate);
     auto seen = lookOf("");
     auto now = Clock::now(), changed = now, looked = now, failedFirst = now;
     bool fails = false;
@@ -133,7 +139,7 @@ class Watcher::Work {
       if (watcher_.status().state == State::kAbsent) begin(follower.metadata(), State::kReading);
       take(unit, [&](std::int64_t call, double) { return truthOf(follower.path(), truths, call); });
     }
-    maker_.publish();
+    maker_->publish();
     if (follower.state() == FollowingReader::State::kUnderWay)
       begin(follower.metadata(), State::kLive);
     if (follower.state() == FollowingReader::State::kEnded)
@@ -164,7 +170,7 @@ class Watcher::Work {
   void take(const session::Unit& unit, const FrameMaker::TruthOf& truthOf) {
     for (const session::Entry& entry : unit)
       if (entry.call.kind == session::CallKind::kInit) noteInit(entry.call);
-    maker_.add(unit, truthOf);
+    maker_->add(unit, truthOf);
     const std::lock_guard<std::mutex> guard(watcher_.mutex_);
     watcher_.newsNs_ = nowNs();
   }
@@ -192,11 +198,12 @@ class Watcher::Work {
   }
 
   Watcher& watcher_;
-  FrameMaker maker_;
+  std::optional<FrameMaker> maker_;
   int packetsWithoutTruth_ = 0;
 };
 
-Watcher::Watcher(std::string path) : path_(std::move(path)), newsNs_(nowNs()) {
+Watcher::Watcher(std::string path, std::vector<bodies::Body> bodies)
+    : path_(std::move(path)), bodies_(std::move(bodies)), newsNs_(nowNs()) {
   status_.path = path_;
   thread_ = std::thread([this] { run(); });
 }

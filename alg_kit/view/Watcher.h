@@ -1,6 +1,7 @@
 #pragma once
 
 #include <alg_factory/stereo3d/StereoCalibration.h>
+#include <alg_kit/bodies/Body.h>
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/view/FrameLog.h>
 
@@ -11,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace view {
 
@@ -39,7 +41,8 @@ class Watcher {
     double secondsSinceNews = 0;
   };
 
-  explicit Watcher(std::string path);
+  /// @param bodies  that are followed in it
+  explicit Watcher(std::string path, std::vector<bodies::Body> bodies = {});
   ~Watcher();
   Watcher(const Watcher&) = delete;
   Watcher& operator=(const Watcher&) = delete;
@@ -51,6 +54,7 @@ class Watcher {
   void setListener(std::function<void()> listener);
 
   const std::string& path() const { return path_; }
+  const std::vector<bodies::Body>& bodies() const { return bodies_; }
   Status status() const;
 
  private:
@@ -59,6 +63,7 @@ class Watcher {
   void tell();
 
   const std::string path_;
+  const std::vector<bodies::Body> bodies_;
   FrameLog log_;
   mutable std::mutex mutex_;
   Status status_;

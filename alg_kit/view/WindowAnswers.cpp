@@ -107,6 +107,24 @@ Json jsonOf(const FrameObject& object) {
   return json;
 }
 
+/// @param marked  the body whose place it is
+Json jsonOf(const FrameBody& body, const bodies::Body& marked) {
+  if (!body.known) return {};
+  const auto list = [](const auto& values, double scale) {
+    return listOf(values, [scale](float value) { return rounded(value, scale); });
+  };
+  Json json = {{"p", jsonOf(body.origin)},
+               {"q", list(body.orientation, 1e6)},
+               {"sd", list(body.deviation, 1e4)},
+               {"turn_sd", list(body.turnDeviation, 1e5)},
+               {"residual", pixels(body.residual)}};
+  if (!body.seen) json["age"] = pixels(body.age);
+  json["ends"] = Json::array();
+  for (std::size_t i = 0; i < marked.markers.size(); ++i)
+    json["ends"].push_back(bodies::nameOf(body.ends[i]));
+  return json;
+}
+
 Json jsonOf(const FrameBlob& blob) {
   return {{"camera", blob.camera}, {"id", blob.id},      {"x", pixels(blob.x)},
           {"y", pixels(blob.y)},   {"d", blob.diameter}, {"end", trace::keyOf(blob.fate)},
@@ -124,7 +142,7 @@ Json jsonOf(EventSet events) {
   return list;
 }
 
-Json jsonOf(const Frame& frame) {
+Json jsonOf(const Frame& frame, const std::vector<bodies::Body>& marked) {
   Json json = {{"frame", frame.packet},
                {"t", seconds(frame.seconds)},
                {"call", frame.call},
@@ -133,6 +151,8 @@ Json jsonOf(const Frame& frame) {
                {"us", rounded(frame.durationUs, 1e3)},
                {"objects", listOf(frame.objects, [](const auto& o) { return jsonOf(o); })},
                {"blobs", listOf(frame.blobs, [](const auto& b) { return jsonOf(b); })}};
+  for (std::size_t i = 0; i < frame.bodies.size(); ++i)
+    json["bodies"].push_back(jsonOf(frame.bodies[i], marked[i]));
   if (!frame.decoder.empty()) json["decoder"] = frame.decoder;
   if (!frame.messages.empty())
     json["messages"] = listOf(frame.messages, [](const auto& m) { return jsonOf(m); });
@@ -140,10 +160,20 @@ Json jsonOf(const Frame& frame) {
   return json;
 }
 
-Json framesOf(const FrameLog& log, std::int64_t from, std::int64_t to) {
+Json framesOf(const Watcher& watcher, std::int64_t from, std::int64_t to) {
   Json frames = Json::array();
-  for (std::int64_t i = from; i <= to; ++i) frames.push_back(jsonOf(log.frame(i)));
+  for (std::int64_t i = from; i <= to; ++i)
+    frames.push_back(jsonOf(watcher.log().frame(i), watcher.bodies()));
   return frames;
+}
+
+Json aboutBody(const bodies::Body& body) {
+  Json json = {{"name", body.name},
+               {"markers", listOf(body.markers, [](const auto& marker) {
+                  return Json{{"id", marker.id}, {"p", jsonOf(marker.position)}};
+                })}};
+  if (body.pivot) json["pivot"] = jsonOf(*body.pivot);
+  return json;
 }
 
 Json rigOf(const algorithm::StereoCalibration& calibration) {
@@ -187,6 +217,7 @@ Json aboutFile(const Watcher& watcher) {
     json["objects"] = algorithm::objectCount(status.productType);
     json["depth_limit"] = product->maxDepth;
   }
+  json["bodies"] = listOf(watcher.bodies(), aboutBody);
   if (status.calibration) json["rig"] = rigOf(*status.calibration);
   return json;
 }
@@ -374,14 +405,14 @@ std::string WindowAnswers::answer(std::string_view said) const {
           log.at(question.number("t", -kLatestS, kLatestS) + 0.5 / kToldPerSecond);
       reply["frame"] = at;
       if (at >= 0) reply["t"] = seconds(log.secondsOf(at));
-      if (at >= 0) reply["frames"] = framesOf(log, at, at);
+      if (at >= 0) reply["frames"] = framesOf(watcher, at, at);
     } else if (op == "frames") {
       const std::int64_t last = log.size() - 1;
       const std::int64_t from = question.whole("from", 0, std::int64_t{1} << 52);
       const std::int64_t to =
           std::min({last, from + kMostFrames - 1, question.whole("to", -1, std::int64_t{1} << 52)});
       reply["from"] = from;
-      reply["frames"] = framesOf(log, from, to);
+      reply["frames"] = framesOf(watcher, from, to);
     } else if (op == "series") {
       reply["series"] = seriesOf(log, question);
     } else if (op == "next") {
@@ -415,7 +446,7 @@ std::string WindowAnswers::news(std::size_t file, std::int64_t from) const {
       {{"news", true},
        {"file", file},
        {"from", std::max<std::int64_t>(first, 0)},
-       {"frames", framesOf(log, std::max<std::int64_t>(first, 0), last)},
+       {"frames", framesOf(*watchers_[file], std::max<std::int64_t>(first, 0), last)},
        {"files", listOf(watchers_, [](const auto& w) { return stateOf(*w, w->status()); })}});
 }
 

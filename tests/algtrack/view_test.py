@@ -57,7 +57,8 @@ class ViewTest(AlgtrackCase):
         self.simulate("a.algrec", "--seconds", 0.1)
         with open(self.path("text"), "w", encoding="utf-8") as file:
             file.write("no recording")
-        for arguments, said in ((["nothing.algrec"], "no such file"), (["text"], "expected a recording"),
+        for arguments, said in ((["a.algrec", "--body", "text"], "text: expected a body"),
+                                (["nothing.algrec"], "no such file"), (["text"], "expected a recording"),
                                 (["a.algrec"] * 3, "one recording, or two"),
                                 (["a.algrec", "--listen", "example.org"], "in digits"),
                                 (["a.algrec", "--listen", "203.0.113.7"], "cannot listen"),

@@ -45,6 +45,39 @@ const checks = {
     assert.deepEqual([...drawnBy].sort(), ['2d', 'webgl']);
   },
 
+  /** Where a body's origin and markers are, its trail, and that its name is only a text. */
+  async body(viewer) {
+    await viewer.untilPacket(`packet === ${facts.packet}`);
+    for (const key of ['r', 'v', 't']) await viewer.press(key);
+    await viewer.press('c');
+    const { x, y, width, height } = await viewer.box('.scene canvas');
+    const fov = Number(await viewer.evaluate('document.querySelector(".scene canvas").dataset.fov'));
+    const focal = height / 2 / Math.tan((fov * Math.PI) / 360);
+    const pixelOf = ([a, b, c]) => [x + width / 2 + (focal * a) / -c, y + height / 2 - (focal * b) / -c];
+    const colour = await viewer.colour('--body-0');
+    const shows = async (place, radius) =>
+      (await viewer.coloursAt(...pixelOf(place), radius)).some((found) => isNear(found, colour, 40));
+    // A thin line is half paper: but what has more red than blue is of the body.
+    const trail = async () => (await viewer.coloursAt(...pixelOf(facts.earlier), 2)).some(([r, , b]) => r - b > 50);
+    const drawnBy = new Set();
+    for (let way = 0; way < 2; ++way) {
+      await viewer.press('g');
+      drawnBy.add(await viewer.evaluate('document.querySelector(".scene").dataset.renderer'));
+      assert.ok(await shows(facts.origin, 0), 'the origin');
+      for (const [i, place] of facts.markers.entries()) assert.ok(await shows(place, 1), `marker ${i}`);
+      // The frames behind this one may be on their way.
+      for (let patience = 50; patience > 0 && !(await trail()); --patience) await later(100);
+      assert.ok(await trail(), 'where its origin was half a second ago');
+      await viewer.press('m');
+      assert.ok(!(await shows(facts.origin, 3)), 'no body where it is switched off');
+      assert.ok(!(await trail()), 'nor its trail');
+      await viewer.press('m');
+    }
+    assert.deepEqual([...drawnBy].sort(), ['2d', 'webgl']);
+    assert.match(await viewer.text('.body'), /^<b>tool<\/b> -?\d.*4 of 4 markers/);
+    assert.equal(await viewer.evaluate('document.querySelectorAll(".body b b").length'), 0);
+  },
+
   /** A browser without WebGL shows the scene as well. */
   async plain(viewer) {
     await viewer.browser.send('Page.addScriptToEvaluateOnNewDocument', { source: `{
@@ -161,7 +194,7 @@ const checks = {
     assert.equal(await viewer.evaluate('document.querySelector("dialog").open'), true);
     assert.ok(await viewer.evaluate('document.querySelectorAll("dialog kbd").length') > 30);
     await viewer.evaluate('document.querySelector("dialog").close()');
-    for (const [key, label] of [['r', 'raw'], ['v', 'filtered'], ['t', 'truth'], ['h', 'heat map'], ['o', 'Loop']]) {
+    for (const [key, label] of [['r', 'raw'], ['v', 'filtered'], ['t', 'truth'], ['m', 'bodies'], ['h', 'heat map'], ['o', 'Loop']]) {
       const pressed = `[...document.querySelectorAll('.toggle')].find((b) => b.textContent === '${label}').getAttribute('aria-pressed')`;
       const before = await viewer.evaluate(pressed);
       await viewer.press(key);

@@ -15,7 +15,8 @@ import unittest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "algtrack"))
-from algtrack_case import ALGTRACK, AlgtrackCase
+from algtrack_case import ALGTRACK
+from body_case import BodyCase
 
 NODE = shutil.which("node")
 CHROMIUM = shutil.which("chromium") or shutil.which("chromium-browser")
@@ -34,7 +35,7 @@ class Quiet(http.server.SimpleHTTPRequestHandler):
         pass
 
 
-class ViewerPageTest(AlgtrackCase):
+class ViewerPageTest(BodyCase):
     def serve(self, *arguments):
         """Starts a server; returns its address."""
         server = subprocess.Popen([ALGTRACK, "view", "--no-browser", *map(str, arguments)],
@@ -98,6 +99,28 @@ class ViewerPageTest(AlgtrackCase):
                    for a, b, c in shown.values()):
                 shown[i] = (x, y, z)
         self.check("marker", address=address + "#t=3.334", packet=300, positions=shown)
+
+    def test_a_bodys_pixels_are_where_the_truth_of_its_markers_says(self):
+        # Its origin is the middle of markers 0 and 1.
+        self.write_body("tool.json", {0: (70, 0, 0), 1: (-70, 0, 0), 2: (0, 90, 0), 3: (0, 20, 60)},
+                        title="<b>tool</b>")
+        self.write_motion("motion.tum")
+        self.simulate_body("r.algrec", "tool.json", "motion.tum")
+        truth = {}
+        for time_ns, thing, x, y, z in self.query(
+                "r.algrec", "SELECT time_ns, object, x, y, z FROM truth"):
+            truth[(time_ns, thing)] = (x, -y, -z)  # as delivered
+
+        def places(packet):
+            calls = self.query("r.algrec",
+                               "SELECT start_ns FROM calls WHERE kind = 'InputStream' ORDER BY id")
+            markers = [truth[(calls[packet][0], i)] for i in range(4)]
+            return markers, [(a + b) / 2 for a, b in zip(*markers[:2])]
+
+        markers, origin = places(400)
+        address = self.serve("r.algrec", "--body", "tool.json")
+        self.check("body", address=address + "#t=4.4501", packet=400, markers=markers,
+                   origin=origin, earlier=places(355)[1])
 
     def test_a_browser_without_webgl_shows_the_scene(self):
         self.simulate("walk.algrec", "--seconds", 6, "--product-type", 2)

@@ -1,6 +1,8 @@
+#include <alg_kit/bodies/BodyFile.h>
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/view/Server.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/terminal/BodyFiles.h>
 #include <tools/algtrack/terminal/Interrupt.h>
 #include <tools/algtrack/terminal/Options.h>
 
@@ -21,7 +23,7 @@ namespace algtrack {
 namespace {
 
 struct ViewOptions {
-  std::vector<std::string> files;
+  std::vector<std::string> files, bodies;
   view::ServerOptions server;
   bool follow = false;
   bool noBrowser = false;
@@ -56,11 +58,13 @@ void viewFiles(const ViewOptions& options) {
   if (view::viewerPage().empty())
     throw std::runtime_error(
         "this build carries no viewer page (npm could not provide it when the program was built)");
+  std::vector<bodies::Body> bodies;
+  for (const std::string& file : options.bodies) bodies.push_back(bodies::readBody(file));
   view::Watchers watchers;
   for (const std::string& file : options.files) {
     // What cannot be read is said here, and not in a page.
     if (!options.follow || access(file.c_str(), F_OK) == 0) recording::RecordingReader reader(file);
-    watchers.push_back(std::make_unique<view::Watcher>(file));
+    watchers.push_back(std::make_unique<view::Watcher>(file, bodies));
   }
   view::Server server(watchers, options.server);
   std::cout << server.address() << std::endl;
@@ -81,10 +85,13 @@ void addViewCommand(CLI::App& app) {
       "  algtrack view walk.algrec                           prints the address, opens the "
       "browser\n"
       "  algtrack view --follow session.algrec --no-browser --port 8700\n"
+      "  algtrack view work.algrec --body tool.json          where markers that belong together "
+      "are\n"
       "  algtrack view before.algrec after.algrec            one laid over the other\n");
   command->add_option("file", options->files, "the recording; a second one is laid over it")
       ->required()
       ->expected(1, 100);
+  addBodyFiles(*command, options->bodies);
   command->add_flag("--follow", options->follow, "wait for a recording that is not there yet");
   command->add_option("--port", options->server.port, "to serve the page on (any free one)")
       ->check(wholeNumberTo(65535));

@@ -21,7 +21,7 @@ const kMostAhead = 2048; // packets that are fetched before they are played
 const source = new Source();
 const state = {
   files: [], t: 0, playing: false, speed: 1, live: false, loop: null, selected: null, pointed: null,
-  raw: true, filtered: true, truth: true, trail: 3, heat: false, hidden: new Set(), log: [],
+  raw: true, filtered: true, truth: true, bodies: true, trail: 3, heat: false, hidden: new Set(), log: [],
 };
 let frames = [];
 let series = [];
@@ -53,10 +53,11 @@ const liveButton = button('Live', 'Stay at the live edge (l)', () => setLive(!st
 const loopButton = button('Loop', 'Loop the window, or end the loop (o)', toggleLoop, { class: 'toggle' });
 const speedChoice = choice('Speed', kSpeeds, (v) => `${v} ×`, 1, (v) => { state.speed = v; });
 const trailChoice = choice('Trails', kTrails, (v) => (v ? `trail ${v} s` : 'no trail'), 3, (v) => { state.trail = v; for (const f of frames) f.prepare(f.index, 64, trailFrames()); show(); });
-const toggles = Object.fromEntries(['raw', 'filtered', 'truth', 'heat'].map((key) => [key,
-  button(key === 'heat' ? 'heat map' : key, { raw: 'Positions as delivered (r)', filtered: 'Filtered positions (v)',
-    truth: 'Where there is truth (t)', heat: 'Where blobs were in this window of time (h)' }[key],
-  () => toggle(key), { class: 'toggle' })]));
+const kToggles = { raw: 'Positions as delivered (r)', filtered: 'Filtered positions (v)',
+  truth: 'Where there is truth (t)', bodies: 'Bodies of markers (m)',
+  heat: 'Where blobs were in this window of time (h)' };
+const toggles = Object.fromEntries(Object.entries(kToggles).map(([key, title]) => [key,
+  button(key === 'heat' ? 'heat map' : key, title, () => toggle(key), { class: 'toggle' })]));
 const objectButtons = element('span', { class: 'group', role: 'group', 'aria-label': 'Objects' });
 const kEventChoices = [['', 'any event'], ['gap', 'gap'], ['jump', 'jump'], ['outlier', 'outlier'], ['corrupt', 'corrupt packet'], ['message', 'message'], ['query', 'query']];
 const eventChoice = element('select', { 'aria-label': 'Which events' },
@@ -67,7 +68,7 @@ const save = element('select', { 'aria-label': 'Save', onchange: () => { saveAs(
 
 document.getElementById('viewer').append(
   element('header', {}, element('div', { class: 'title' }, names, status),
-    element('div', { class: 'group' }, toggles.raw, toggles.filtered, toggles.truth, toggles.heat, trailChoice, objectButtons),
+    element('div', { class: 'group' }, Object.values(toggles), trailChoice, objectButtons),
     element('div', { class: 'group' }, save, button('Keys', 'Which keys do what (?)', () => help.showModal()),
       button('◐', 'Light or dark', switchTheme, { class: 'theme' }))),
   element('div', { class: 'top' }, scene.host, images.host),
@@ -111,6 +112,7 @@ const actions = [
   { keys: ['r'], text: 'positions as delivered', run: () => toggle('raw') },
   { keys: ['v'], text: 'filtered positions', run: () => toggle('filtered') },
   { keys: ['t'], text: 'truth', run: () => toggle('truth') },
+  { keys: ['m'], text: 'bodies of markers', run: () => toggle('bodies') },
   { keys: ['h'], text: 'heat map of blobs', run: () => toggle('heat') },
   { keys: ['f'], text: 'fit the scene', run: fit },
   { keys: ['g'], text: 'draw the scene by WebGL or without', run: () => say(scene.switchRenderer() === 'webgl' ? 'WebGL draws the scene' : 'the scene is drawn without WebGL') },
@@ -150,6 +152,8 @@ async function meetServer() {
   names.replaceChildren(...files.flatMap((file, i) => [i ? element('small', {}, ' with ') : null, file.name]).filter(Boolean));
   document.title = `${files.map((file) => file.name).join(' and ')} · viewer`;
   note.hidden = true;
+  scene.setBodies(main().bodies);
+  toggles.bodies.hidden = main().bodies.length === 0;
   takeState(files);
   if (main().rig) applyRig();
   if (restored === null) restored = readAddress();
@@ -472,7 +476,7 @@ function showSlow(now) {
   moment.textContent = frame ? `${state.t.toFixed(3)} s · packet ${count(frame.frame)} · call ${count(frame.call)}` : '';
   timeline.draw();
   plots.setTime(state.t);
-  ends.show(frame, frames[1]?.current, state);
+  ends.show(frame, frames[1]?.current, state, main().bodies);
   showStatus();
   showMessages();
 }

@@ -8,6 +8,7 @@ import {
 } from 'three';
 import { OrbitControls } from 'three/examples/jsm/controls/OrbitControls.js';
 import { element, styleOf } from '../common/dom.js';
+import { BodyShape } from './bodies.js';
 import { FlatRenderer } from './flat.js';
 
 const kObjects = 6;
@@ -60,6 +61,7 @@ export class SceneView {
     this.floor = new Group();
     this.ray = new Group();
     this.scene.add(this.cameras, this.floor, this.ray);
+    this.bodies = [];
     this.depth = 4000;
     this.onObject = onObject;
     this.#makeObjects();
@@ -149,6 +151,17 @@ export class SceneView {
     });
   }
 
+  /** Bodies of markers, as the server tells of them; their poses are in the frames. */
+  setBodies(bodies) {
+    for (const body of this.bodies) this.scene.remove(...body.parts);
+    this.bodies = bodies.map((body, i) => new BodyShape(body, i, segments(new LineBasicMaterial(), 2 * kMostTrail)));
+    for (const body of this.bodies) {
+      body.paint();
+      this.scene.add(...body.parts);
+    }
+    this.touch();
+  }
+
   /** Colours, which follow the page's. */
   paint() {
     this.scene.background = new Color(styleOf('--scene'));
@@ -160,6 +173,7 @@ export class SceneView {
       object.ring.material.needsUpdate = true;
       object.truthLine.color = new Color(styleOf('--truth'));
     });
+    for (const body of this.bodies) body.paint();
     this.#drawFloor();
     if (this.rig) this.setRig(this.rig, this.depth);
     this.#change();
@@ -298,7 +312,7 @@ export class SceneView {
 
   /**
    * @param frames  Frames of the first file, maybe of the second
-   * @param shown   {raw, filtered, truth, trail: seconds, hidden: Set of objects, selected}
+   * @param shown   {raw, filtered, truth, bodies, trail: seconds, hidden: Set of objects, selected}
    */
   show([first, second], shown) {
     const frame = first.current;
@@ -310,11 +324,16 @@ export class SceneView {
       this.#place(object.filtered, shown.filtered && now?.filtered);
       this.#place(object.ring, shown.selected === i && now?.raw);
       this.#place(object.second, visible && other?.objects[i]?.raw);
-      const trail = (lines, frames, key, on) => this.#trail(lines, frames, i, key, visible && on ? shown.trail : 0);
+      const trail = (lines, frames, key, on) =>
+        this.#trail(lines, frames, (frame) => frame.objects[i]?.[key], visible && on ? shown.trail : 0);
       trail(object.trail, first, 'raw', shown.raw);
       trail(object.filteredTrail, first, 'filtered', shown.filtered);
       if (trail(object.truth, first, 'truth', shown.truth) && this.renderer !== this.flat) object.truth.computeLineDistances();
       if (second) trail(object.secondTrail, second, 'raw', true);
+    });
+    this.bodies.forEach((body, i) => {
+      body.place(shown.bodies ? frame?.bodies?.[i] : null);
+      this.#trail(body.trail, first, ({ bodies }) => bodies?.[i]?.p, shown.bodies ? shown.trail : 0);
     });
     this.touch();
   }
@@ -324,7 +343,8 @@ export class SceneView {
     if (position) mesh.position.set(...position);
   }
 
-  #trail(lines, frames, object, key, seconds) {
+  /** @param place  of a frame: [x, y, z], or nothing */
+  #trail(lines, frames, place, seconds) {
     const positions = lines.geometry.attributes.position;
     const end = frames.peek(frames.index);
     let points = 0;
@@ -333,8 +353,8 @@ export class SceneView {
         const a = frames.peek(i - 1);
         const b = frames.peek(i);
         if (!a || !b || end.t - a.t > seconds) break;
-        const from = a.objects[object]?.[key];
-        const to = b.objects[object]?.[key];
+        const from = place(a);
+        const to = place(b);
         if (!from || !to) continue; // a gap
         positions.setXYZ(2 * points, ...from);
         positions.setXYZ(2 * points + 1, ...to);

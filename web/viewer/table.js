@@ -1,6 +1,7 @@
 // The frame in words: where every object is or why it is missing, and where every blob ended.
 import { element, table } from '../common/dom.js';
 import { count, number } from '../common/format.js';
+import { colourOfBody } from './bodies.js';
 import { endOf, kEnds } from './ends.js';
 
 const place = (p) => p.map((v) => v.toFixed(1)).join(', ');
@@ -20,6 +21,22 @@ function described(object, i) {
   const text = !object.seen ? `missing: ${object.reason || 'not in the block'}`
     : `${place(object.raw)} mm${object.held ? `, held: ${object.reason}` : ''}${error}`;
   return [element('i', { class: 'dot', style: `--swatch: var(--object-${i})` }), element('b', {}, `Object ${i}`), ` ${text}`];
+}
+
+const kUsed = new Set(['used', 'one camera']); // ends of markers that count
+
+/** Where a body is, and which of its markers say so. */
+function aboutBody({ name, markers }, pose, i) {
+  const head = [element('i', { class: 'dot', style: `--swatch: var(${colourOfBody(i)})` }), element('b', {}, name)];
+  if (!pose) return element('p', { class: 'body missing' }, ...head, ' not known');
+  const used = pose.ends.filter((end) => kUsed.has(end)).length;
+  const missed = pose.ends.map((end, k) => (kUsed.has(end) ? null : `${markers[k].id} ${end}`)).filter(Boolean);
+  return element('p', { class: 'body' }, ...head,
+    ` ${place(pose.p)} mm, turned ${pose.q.map((v) => v.toFixed(3)).join(', ')} (x, y, z, w)` +
+    ` · ± ${pose.sd.map((v) => v.toFixed(2)).join(', ')} mm, ${pose.turn_sd.map((v) => v.toFixed(2)).join(', ')}°` +
+    (pose.age == null ? ` · ${used} of ${markers.length} markers` : ` · out of sight for ${pose.age.toFixed(2)} s`) +
+    (missed.length > 0 && pose.age == null ? ` (${missed.join(', ')})` : '') +
+    (used > 0 ? `, ${pose.residual.toFixed(2)} px` : ''));
 }
 
 function funnel({ blobs }) {
@@ -43,7 +60,8 @@ export class FrameTable {
     this.host = element('section', { class: 'ends', 'aria-label': 'The packet' });
   }
 
-  show(frame, other, state) {
+  /** @param bodies  as the server tells of the first file's */
+  show(frame, other, state, bodies = []) {
     if (!frame) {
       this.host.replaceChildren(element('p', { class: 'note' }, 'No packet is here yet.'));
       return;
@@ -54,6 +72,7 @@ export class FrameTable {
       about(frame),
       element('div', { class: 'objects' },
         frame.objects.map((object, i) => this.#object(object, other?.objects[i], i, state))),
+      ...bodies.map((body, i) => aboutBody(body, frame.bodies?.[i], i)),
       funnel(frame),
       this.#pointable(ends(frame), state));
     if (other) this.host.append(

@@ -1,0 +1,86 @@
+#include <alg_kit/view/FrameMaker.h>
+
+#include <tests/kit/bodies/BodyPackets.h>
+
+#include <gtest/gtest.h>
+#include <tests/support/StreamedUnits.h>
+
+namespace view {
+namespace {
+
+using testing_support::leaning;
+using testing_support::packetOf;
+using testing_support::seen;
+using testing_support::sixMarkers;
+
+class FrameBodiesTest : public testing::Test {
+ protected:
+  void take(const session::Unit& unit) {
+    maker_.add(unit, [](std::int64_t, double) { return std::nullopt; });
+  }
+  session::Unit packet() {
+    return units_.block({}, packetOf(seen(sixMarkers(), leaning(), 0, random_)));
+  }
+  void follow(int packets) {
+    take(units_.init(2, rig::builtInRig().calibration));
+    for (int i = 0; i < packets; ++i) take(packet());
+  }
+  FrameBody latest() {
+    maker_.publish();
+    return log_.frame(log_.size() - 1).bodies.at(0);
+  }
+
+  FrameLog log_;
+  FrameMaker maker_{log_, {sixMarkers()}, 100};
+  testing_support::UnitMaker units_;
+  sim::Random random_{3};
+};
+
+TEST_F(FrameBodiesTest, EveryFrameHasThePoseInDeliveredAxesAndWhatBecameOfTheMarkers) {
+  follow(60);
+  const FrameBody body = latest();
+  ASSERT_TRUE(body.known);
+  EXPECT_TRUE(body.seen);
+  EXPECT_NEAR(body.origin.x, 100, 0.05);
+  EXPECT_NEAR(body.origin.y, 50, 0.05);
+  EXPECT_NEAR(body.origin.z, -1500, 0.1);
+  // Half a turn about x before the body's own turn.
+  const Eigen::Quaterniond expected = Eigen::Quaterniond(0, 1, 0, 0) * leaning().orientation;
+  const Eigen::Quaterniond found(body.orientation[3], body.orientation[0], body.orientation[1],
+                                 body.orientation[2]);
+  EXPECT_LT(found.angularDistance(expected), 0.001);
+  for (int i = 0; i < 6; ++i)
+    EXPECT_EQ(body.ends[static_cast<std::size_t>(i)], bodies::MarkerEnd::kUsed) << i;
+  EXPECT_GT(body.deviation[2], body.deviation[0]) << "depth is known least";
+}
+
+TEST_F(FrameBodiesTest, FramesThatWereWrittenAwayKeepIt) {
+  follow(60);
+  const FrameBody earlier = log_.frame(40).bodies.at(0);
+  EXPECT_TRUE(earlier.known);
+  EXPECT_NEAR(earlier.origin.z, -1500, 0.5);
+}
+
+TEST_F(FrameBodiesTest, OutOfSightItIsMovedOnAndACorruptPacketSaysNothing) {
+  follow(20);
+  for (int i = 0; i < 10; ++i) take(units_.block({}, sim::devicePacket({})));
+  EXPECT_TRUE(latest().known);
+  EXPECT_FALSE(latest().seen);
+  EXPECT_NEAR(latest().age, 0.1, 1e-6);
+  session::Unit bad = packet();
+  bad[0].call.payload.back() ^= 1;
+  take(bad);
+  EXPECT_FALSE(latest().known);
+}
+
+TEST_F(FrameBodiesTest, WithoutBodiesFramesHaveNone) {
+  FrameLog log;
+  FrameMaker maker(log, {}, 100);
+  maker.add(units_.init(2, rig::builtInRig().calibration),
+            [](std::int64_t, double) { return std::nullopt; });
+  maker.add(packet(), [](std::int64_t, double) { return std::nullopt; });
+  EXPECT_TRUE(log.frame(0).bodies.empty());
+}
+
+}  // namespace
+}  // namespace view
