@@ -1,39 +1,12 @@
 #include <alg_kit/recording/Checksum.h>
 
+#include <alg_kit/recording/Crc32.h>
+
 #include <array>
 #include <cstring>
 
 namespace recording {
 namespace {
-
-constexpr std::size_t kMostAtOnce = 16;
-
-/// table[0] takes one byte on; table[k] takes it k bytes further, so that many go at once.
-constexpr std::array<std::array<std::uint32_t, 256>, kMostAtOnce> makeTables() {
-  std::array<std::array<std::uint32_t, 256>, kMostAtOnce> tables{};
-  for (std::uint32_t i = 0; i < 256; ++i) {
-    std::uint32_t c = i;
-    for (int bit = 0; bit < 8; ++bit) c = (c & 1) != 0 ? 0xEDB88320U ^ (c >> 1) : c >> 1;
-    tables[0][i] = c;
-  }
-  for (std::size_t k = 1; k < kMostAtOnce; ++k)
-    for (std::size_t i = 0; i < 256; ++i)
-      tables[k][i] = tables[0][tables[k - 1][i] & 0xFF] ^ (tables[k - 1][i] >> 8);
-  return tables;
-}
-
-constexpr auto kTables = makeTables();
-
-/// The next `count` bytes at once, backwards: the first four need what came before them.
-template <std::size_t count>
-std::uint32_t advanced(std::uint32_t state, const std::uint8_t* bytes) {
-  std::uint32_t next = count < 4 ? state >> 8 * count % 32 : 0;
-  for (std::size_t i = count; i-- > 0;) {
-    const std::uint32_t before = i < 4 ? state >> 8 * i : 0;
-    next ^= kTables[count - 1 - i][(bytes[i] ^ before) & 0xFF];
-  }
-  return next;
-}
 
 void addCallback(Checksum& sum, const session::LogLine& log) {
   sum.add(std::int64_t{log.step});
@@ -57,18 +30,31 @@ std::uint32_t Checksum::ofRaw(std::string_view bytes) {
   return sum.value();
 }
 
+std::uint32_t Checksum::value() const {
+  return ~crc32After(state_, gathered_.data(), used_);
+}
+
+void Checksum::flush() {
+  state_ = crc32After(state_, gathered_.data(), used_);
+  used_ = 0;
+}
+
 void Checksum::feed(const void* bytes, std::size_t size) {
-  const auto* at = static_cast<const std::uint8_t*>(bytes);
-  for (; size >= kMostAtOnce; size -= kMostAtOnce, at += kMostAtOnce)
-    state_ = advanced<kMostAtOnce>(state_, at);
-  for (; size > 0; --size, ++at) state_ = advanced<1>(state_, at);
+  if (size > gathered_.size() - used_) flush();
+  if (size > gathered_.size()) {
+    state_ = crc32After(state_, static_cast<const std::uint8_t*>(bytes), size);
+    return;
+  }
+  std::memcpy(gathered_.data() + used_, bytes, size);
+  used_ += size;
 }
 
 void Checksum::feed(std::uint8_t type, std::uint64_t value) {
-  std::array<std::uint8_t, 9> bytes{};
-  bytes[0] = type;
-  for (std::size_t i = 0; i < 8; ++i) bytes[1 + i] = static_cast<std::uint8_t>(value >> 8 * i);
-  state_ = advanced<9>(state_, bytes.data());
+  constexpr std::size_t kSize = 1 + sizeof value;
+  if (kSize > gathered_.size() - used_) flush();
+  gathered_[used_] = type;
+  std::memcpy(gathered_.data() + used_ + 1, &value, sizeof value);  // little-endian, as every host
+  used_ += kSize;
 }
 
 void Checksum::add(std::int64_t value) {

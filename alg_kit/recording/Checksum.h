@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -21,7 +22,7 @@ class Checksum {
   void addBytes(const void* bytes, std::size_t size);
   void addNothing();
 
-  std::uint32_t value() const { return ~state_; }
+  std::uint32_t value() const;
 
   /// Of bytes by themselves, as zlib's crc32.
   static std::uint32_t ofRaw(std::string_view bytes);
@@ -29,8 +30,11 @@ class Checksum {
  private:
   void feed(const void* bytes, std::size_t size);
   void feed(std::uint8_t type, std::uint64_t value);
+  void flush();
 
   std::uint32_t state_ = 0xFFFFFFFF;
+  std::array<std::uint8_t, 1024> gathered_;  ///< long runs of bytes go faster than single values
+  std::size_t used_ = 0;
 };
 
 /// Of a call with its messages and blocks, of a truth row, and of a fact.

@@ -4,9 +4,14 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <limits>
+#include <new>
+#include <utility>
+#include <vector>
 
 namespace recording {
 
@@ -15,13 +20,69 @@ namespace {
 constexpr int kLargestValue = 16 * 1024 * 1024;  // bytes; a recorder keeps none above it
 constexpr int kWorkStep = 100000;  // of SQLite's machine, between two looks at the work
 
-std::string_view bytesOf(sqlite3_value* value) {
-  const auto* const bytes = static_cast<const char*>(sqlite3_value_blob(value));
-  const auto size = static_cast<std::size_t>(sqlite3_value_bytes(value));
-  return {bytes, bytes == nullptr ? 0 : size};
+constexpr const char* kRowType = "row";  // of the pointer that tells where a row goes
+
+template <typename Value>
+void read(sqlite3_value* from, Value& to) {
+  to.type = sqlite3_value_type(from);
+  switch (to.type) {
+    case SQLITE_INTEGER:
+      to.integer = sqlite3_value_int64(from);
+      break;
+    case SQLITE_FLOAT:
+      to.real = sqlite3_value_double(from);
+      break;
+    case SQLITE_TEXT:
+    case SQLITE_BLOB: {
+      const void* const bytes =
+          to.type == SQLITE_TEXT ? sqlite3_value_text(from) : sqlite3_value_blob(from);
+      const auto size = static_cast<std::size_t>(sqlite3_value_bytes(from));
+      to.bytes = {static_cast<const char*>(bytes), bytes == nullptr ? 0 : size};
+      break;
+    }
+    default:
+      break;
+  }
 }
 
 }  // namespace
+
+/// A row as SQLite's function `take_row` gets it.
+struct Statement::WholeRow {
+  std::string columns;  ///< their names, "a, b, c"
+  std::vector<Value> values;
+  std::string bytes;  ///< of the texts and blobs, which SQLite keeps for the function alone
+  int taken = 0;      ///< rows since the latest step
+
+  void take(sqlite3_value** from) {
+    ++taken;
+    std::size_t size = 0;
+    for (Value& value : values) {
+      value.bytes = {};
+      read(*from++, value);
+      size += value.bytes.size();
+    }
+    if (bytes.size() < size) bytes.resize(size);
+    std::size_t used = 0;
+    for (Value& value : values) {
+      if (value.bytes.empty()) continue;
+      std::memcpy(bytes.data() + used, value.bytes.data(), value.bytes.size());
+      value.bytes = {bytes.data() + used, value.bytes.size()};
+      used += value.bytes.size();
+    }
+  }
+
+  static void takeRow(sqlite3_context* context, int count, sqlite3_value** values) {
+    auto* const row = static_cast<WholeRow*>(sqlite3_value_pointer(values[0], kRowType));
+    if (row == nullptr || static_cast<std::size_t>(count) != row->values.size() + 1)
+      return sqlite3_result_error(context, "expected a whole row", -1);
+    try {
+      row->take(values + 1);
+    } catch (const std::bad_alloc&) {
+      sqlite3_result_error_nomem(context);
+    }
+  }
+};
 
 Database::Database(const std::string& path, Mode mode) : path_(path) {
   if (mode == Mode::kReadWrite || mode == Mode::kCreate) {
@@ -75,6 +136,8 @@ void Database::distrust(Mode mode) {
   execute("PRAGMA temp_store = MEMORY");
   execute("PRAGMA mmap_size = 0");
   execute("PRAGMA cell_size_check = ON");
+  sqlite3_create_function(handle_, "take_row", -1, SQLITE_UTF8 | SQLITE_DIRECTONLY, nullptr,
+                          Statement::WholeRow::takeRow, nullptr, nullptr);
   // SQLite opens a file that was cut only for those who could mend it.
   if (mode == Mode::kDamaged) execute("PRAGMA writable_schema = ON");
 }
@@ -132,6 +195,23 @@ Statement::Statement(Database& database, const char* sql) : database_(database) 
     database.fail();
 }
 
+Statement Statement::ofWholeRows(Database& database, const std::string& columns,
+                                 const std::string& rest) {
+  Statement statement(database, ("SELECT take_row(?2, " + columns + ") " + rest).c_str());
+  statement.row_ = std::make_unique<WholeRow>();
+  WholeRow& row = *statement.row_;
+  row.columns = columns;
+  row.values.resize(1 + static_cast<std::size_t>(std::count(columns.begin(), columns.end(), ',')));
+  if (sqlite3_bind_pointer(statement.statement_, 2, &row, kRowType, nullptr) != SQLITE_OK)
+    database.fail();
+  return statement;
+}
+
+Statement::Statement(Statement&& other) noexcept
+    : database_(other.database_),
+      statement_(std::exchange(other.statement_, nullptr)),
+      row_(std::move(other.row_)) {}
+
 Statement::~Statement() {
   sqlite3_finalize(statement_);
 }
@@ -162,8 +242,12 @@ void Statement::bindBlob(int parameter, const void* bytes, std::size_t size) {
 
 bool Statement::step() {
   database_.allowWork();
+  if (row_) row_->taken = 0;
   const int result = sqlite3_step(statement_);
   if (result != SQLITE_ROW && result != SQLITE_DONE) database_.fail();
+  if (row_ && result == SQLITE_ROW && row_->taken != 1)
+    throw RecordingError(database_.path(), "expected a table's rows one by one, found " +
+                                               std::to_string(row_->taken) + " at once");
   return result == SQLITE_ROW;
 }
 
@@ -177,84 +261,93 @@ void Statement::reset() {
   sqlite3_reset(statement_);
 }
 
+inline const Statement::Value& Statement::at(int column) const {
+  if (row_) return row_->values[static_cast<std::size_t>(column)];
+  read(sqlite3_column_value(statement_, column), value_);
+  return value_;
+}
+
 bool Statement::isNull(int column) const {
-  return sqlite3_column_type(statement_, column) == SQLITE_NULL;
+  return at(column).type == SQLITE_NULL;
+}
+
+std::string Statement::nameOf(int column) const {
+  if (!row_) return sqlite3_column_name(statement_, column);
+  std::size_t from = 0;
+  for (; column > 0; --column) from = row_->columns.find(',', from) + 2;
+  return row_->columns.substr(from, row_->columns.find(',', from) - from);
 }
 
 void Statement::refuse(int column, int type, const char* expectation) const {
   static constexpr const char* kTypes[] = {"?",      "an integer", "a real number",
                                            "a text", "a blob",     "nothing"};
-  throw RecordingError(database_.path(), std::string(sqlite3_column_name(statement_, column)) +
-                                             ": expected " + expectation + ", found " +
+  throw RecordingError(database_.path(), nameOf(column) + ": expected " + expectation + ", found " +
                                              kTypes[type <= SQLITE_NULL ? type : 0]);
 }
 
-inline sqlite3_value* Statement::valueOrNull(int column, int type, const char* expectation) const {
-  sqlite3_value* const value = sqlite3_column_value(statement_, column);
-  const int found = sqlite3_value_type(value);
-  if (found == type) return value;
-  if (found == SQLITE_NULL) return nullptr;
-  refuse(column, found, expectation);
+inline const Statement::Value* Statement::valueOrNull(int column, int type,
+                                                      const char* expectation) const {
+  const Value& value = at(column);
+  if (value.type == type) return &value;
+  if (value.type == SQLITE_NULL) return nullptr;
+  refuse(column, value.type, expectation);
 }
 
-inline sqlite3_value* Statement::value(int column, int type, const char* expectation) const {
-  sqlite3_value* const value = valueOrNull(column, type, expectation);
+inline const Statement::Value& Statement::value(int column, int type,
+                                                const char* expectation) const {
+  const Value* const value = valueOrNull(column, type, expectation);
   if (value == nullptr) refuse(column, SQLITE_NULL, expectation);
-  return value;
+  return *value;
 }
 
 std::int64_t Statement::integer(int column) const {
-  return sqlite3_value_int64(value(column, SQLITE_INTEGER, "an integer"));
+  return value(column, SQLITE_INTEGER, "an integer").integer;
 }
 
 std::optional<std::int64_t> Statement::integerOrNull(int column) const {
-  sqlite3_value* const value = valueOrNull(column, SQLITE_INTEGER, "an integer");
+  const Value* const value = valueOrNull(column, SQLITE_INTEGER, "an integer");
   if (value == nullptr) return std::nullopt;
-  return sqlite3_value_int64(value);
+  return value->integer;
 }
 
 int Statement::number(int column) const {
   const std::int64_t value = integer(column);
   if (value < std::numeric_limits<int>::min() || value > std::numeric_limits<int>::max())
-    throw RecordingError(database_.path(), std::string(sqlite3_column_name(statement_, column)) +
-                                               ": expected a number of 32 bits, found " +
-                                               std::to_string(value));
+    throw RecordingError(
+        database_.path(),
+        nameOf(column) + ": expected a number of 32 bits, found " + std::to_string(value));
   return static_cast<int>(value);
 }
 
 bool Statement::truthValue(int column) const {
   const std::int64_t value = integer(column);
   if (value != 0 && value != 1)
-    throw RecordingError(database_.path(), std::string(sqlite3_column_name(statement_, column)) +
-                                               ": expected 0 or 1, found " + std::to_string(value));
+    throw RecordingError(database_.path(),
+                         nameOf(column) + ": expected 0 or 1, found " + std::to_string(value));
   return value == 1;
 }
 
 double Statement::real(int column) const {
-  const double value = sqlite3_value_double(this->value(column, SQLITE_FLOAT, "a number"));
+  const double value = this->value(column, SQLITE_FLOAT, "a number").real;
   if (!std::isfinite(value))
-    throw RecordingError(database_.path(), std::string(sqlite3_column_name(statement_, column)) +
-                                               ": expected a finite number, found none");
+    throw RecordingError(database_.path(),
+                         nameOf(column) + ": expected a finite number, found none");
   return value;
 }
 
 std::string_view Statement::text(int column) const {
-  sqlite3_value* const value = this->value(column, SQLITE_TEXT, "a text");
-  const auto* const text = sqlite3_value_text(value);
-  const auto size = static_cast<std::size_t>(sqlite3_value_bytes(value));
-  return {reinterpret_cast<const char*>(text), text == nullptr ? 0 : size};
+  return value(column, SQLITE_TEXT, "a text").bytes;
 }
 
 std::string_view Statement::bytes(int column) const {
-  return bytesOf(value(column, SQLITE_BLOB, "bytes"));
+  return value(column, SQLITE_BLOB, "bytes").bytes;
 }
 
 void Statement::blob(int column, session::Bytes& bytes) const {
-  sqlite3_value* const value = valueOrNull(column, SQLITE_BLOB, "bytes");
+  const Value* const value = valueOrNull(column, SQLITE_BLOB, "bytes");
   if (value == nullptr) return bytes.clear();
-  const std::string_view found = bytesOf(value);
-  const auto* const first = reinterpret_cast<const std::uint8_t*>(found.data());
-  bytes.assign(first, first + found.size());
+  const auto* const first = reinterpret_cast<const std::uint8_t*>(value->bytes.data());
+  bytes.assign(first, first + value->bytes.size());
 }
 
 }  // namespace recording

@@ -12,7 +12,6 @@
 
 struct sqlite3;
 struct sqlite3_stmt;
-struct sqlite3_value;
 
 namespace recording {
 
@@ -78,7 +77,17 @@ class Database {
 class Statement {
  public:
   Statement(Database& database, const char* sql);
+
+  /// For many rows: SQLite hands over each row whole, since looking its values up one by one takes
+  /// it longer than all else that is done with them.
+  /// @param columns  "a, b, c", as after SELECT
+  /// @param rest     "FROM ..." with the parameter ?1 at most, in the order that the table has: no
+  ///                 row is sorted
+  static Statement ofWholeRows(Database& database, const std::string& columns,
+                               const std::string& rest);
+
   ~Statement();
+  Statement(Statement&&) noexcept;
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
 
@@ -107,14 +116,26 @@ class Statement {
   std::string_view bytes(int column) const;  ///< a blob's, until the next step
 
  private:
-  /// The row's value, which SQLite looks up once for its type and its content.
-  sqlite3_value* value(int column, int type, const char* expectation) const;
+  struct Value {
+    int type = 0;  ///< SQLite's
+    std::int64_t integer = 0;
+    double real = 0;
+    std::string_view bytes;  ///< of a text or a blob
+  };
+  struct WholeRow;
+
+  const Value& at(int column) const;
+  const Value& value(int column, int type, const char* expectation) const;
   /// Null for SQL's NULL.
-  sqlite3_value* valueOrNull(int column, int type, const char* expectation) const;
+  const Value* valueOrNull(int column, int type, const char* expectation) const;
+  std::string nameOf(int column) const;
   [[noreturn]] void refuse(int column, int type, const char* expectation) const;
 
   Database& database_;
   sqlite3_stmt* statement_ = nullptr;
+  std::unique_ptr<WholeRow> row_;  ///< null: values are looked up one by one
+  mutable Value value_;            ///< the latest of those
+  friend class Database;
 };
 
 }  // namespace recording

@@ -162,10 +162,12 @@ struct EntryCursor::State {
         path(database.path()),
         version(formatVersion),
         fromTheStart(firstIndex <= 0),
-        calls(database, (callColumns(version) + "WHERE id >= ? ORDER BY id").c_str()),
-        logs(database, (std::string(kLogColumns) + "WHERE call >= ? ORDER BY call, step").c_str()),
-        blocks(database,
-               (std::string(kBlockColumns) + "WHERE call >= ? ORDER BY call, step").c_str()) {
+        calls(Statement::ofWholeRows(database, callColumns(version),
+                                     "FROM calls WHERE id >= ?1 ORDER BY id")),
+        logs(Statement::ofWholeRows(database, kLogColumns,
+                                    "FROM logs WHERE call >= ?1 ORDER BY call, step")),
+        blocks(Statement::ofWholeRows(database, kBlockColumns,
+                                      "FROM blocks WHERE call >= ?1 ORDER BY call, step")) {
     // From the start means all rows, those that should not be there too.
     const std::int64_t first = fromTheStart ? std::numeric_limits<std::int64_t>::min() : firstIndex;
     for (Statement* const rows : {&calls, &logs, &blocks}) rows->bind(1, first);
@@ -299,13 +301,20 @@ bool EntryCursor::next(session::Entry& entry) {
 }
 
 struct TruthCursor::State {
-  State(Database& given, int formatVersion, bool isComplete, const std::string& condition)
+  /// @param call  whose truth it is; none = all
+  State(Database& given, int formatVersion, bool isComplete,
+        const std::optional<std::int64_t>& call)
       : database(given),
         version(formatVersion),
         complete(isComplete),
-        all(condition.empty()),
-        rows(database,
-             (truthColumns(version) + condition + "ORDER BY frame, object, marker").c_str()) {}
+        all(!call),
+        rows(all ? Statement::ofWholeRows(database, truthColumns(version),
+                                          "FROM truth ORDER BY frame, object, marker")
+                 : Statement(database, ("SELECT " + truthColumns(version) +
+                                        " FROM truth WHERE call = ? ORDER BY frame, object, marker")
+                                           .c_str())) {
+    if (call) rows.bind(1, *call);
+  }
 
   Database& database;
   int version;
@@ -317,12 +326,10 @@ struct TruthCursor::State {
 };
 
 TruthCursor::TruthCursor(Database& database, const Metadata& metadata)
-    : state_(std::make_unique<State>(database, metadata.formatVersion, metadata.complete, "")) {}
-TruthCursor::TruthCursor(Database& database, const Metadata& metadata, std::int64_t call)
     : state_(std::make_unique<State>(database, metadata.formatVersion, metadata.complete,
-                                     "WHERE call = ? ")) {
-  state_->rows.bind(1, call);
-}
+                                     std::nullopt)) {}
+TruthCursor::TruthCursor(Database& database, const Metadata& metadata, std::int64_t call)
+    : state_(std::make_unique<State>(database, metadata.formatVersion, metadata.complete, call)) {}
 TruthCursor::~TruthCursor() = default;
 TruthCursor::TruthCursor(TruthCursor&&) noexcept = default;
 

@@ -52,13 +52,16 @@ class Source {
                                      std::to_string(kFormatVersion) + ", found format " +
                                      std::to_string(version_));
     checkSchema(database_, version_);
-    call_.emplace(database_, (callColumns(version_) + "WHERE id >= ? ORDER BY id LIMIT 1").c_str());
-    logs_.emplace(database_, (std::string(kLogColumns) + "WHERE call = ? ORDER BY step").c_str());
-    blocks_.emplace(database_,
-                    (std::string(kBlockColumns) + "WHERE call = ? ORDER BY step").c_str());
-    truth_.emplace(database_, (truthColumns(version_) + "WHERE (frame, object, marker) > (?, ?, ?) "
-                                                        "ORDER BY frame, object, marker LIMIT 1")
-                                  .c_str());
+    const auto select = [this](std::optional<Statement>& statement, const std::string& columns,
+                               const char* rest) {
+      statement.emplace(database_, ("SELECT " + columns + rest).c_str());
+    };
+    select(call_, callColumns(version_), " FROM calls WHERE id >= ? ORDER BY id LIMIT 1");
+    select(logs_, kLogColumns, " FROM logs WHERE call = ? ORDER BY step");
+    select(blocks_, kBlockColumns, " FROM blocks WHERE call = ? ORDER BY step");
+    select(truth_, truthColumns(version_),
+           " FROM truth WHERE (frame, object, marker) > (?, ?, ?) "
+           "ORDER BY frame, object, marker LIMIT 1");
   }
 
   std::map<std::string, std::string> facts() {

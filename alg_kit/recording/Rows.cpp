@@ -38,14 +38,14 @@ void checkTime(const std::string& path, Title title, const char* field, std::int
 
 std::string callColumns(int version) {
   return std::string(
-             "SELECT id, parent, parent_step, kind, type, mode, offset, length, pointer_given, "
+             "id, parent, parent_step, kind, type, mode, offset, length, pointer_given, "
              "output_given, payload, returned, output, start_ns, duration_ns, ") +
-         (version >= 2 ? "checksum" : "0") + " FROM calls ";
+         (version >= 2 ? "checksum" : "0");
 }
 
 std::string truthColumns(int version) {
-  return std::string("SELECT frame, call, time_ns, object, marker, x, y, z, in_left, in_right, ") +
-         (version >= 2 ? "checksum" : "0") + " FROM truth ";
+  return std::string("frame, call, time_ns, object, marker, x, y, z, in_left, in_right, ") +
+         (version >= 2 ? "checksum" : "0");
 }
 
 [[noreturn]] void refuseDamaged(const std::string& path, const std::string& what) {

@@ -9,11 +9,11 @@
 
 namespace recording {
 
-/// "SELECT ... FROM calls " in the order that `readCall` expects, the checksum last.
+/// In the order that `readCall` and `readTruthRow` expect, the checksum last.
 std::string callColumns(int version);
 std::string truthColumns(int version);
-constexpr const char* kLogColumns = "SELECT call, step, level, text, threw FROM logs ";
-constexpr const char* kBlockColumns = "SELECT call, step, block, threw FROM blocks ";
+constexpr const char* kLogColumns = "call, step, level, text, threw";
+constexpr const char* kBlockColumns = "call, step, block, threw";
 constexpr int kCallChecksum = 15;  ///< its column
 
 /// Each throws a RecordingError for a value of a wrong type, size or range. The checksum of a call

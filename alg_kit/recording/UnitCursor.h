@@ -16,7 +16,7 @@ class UnitCursor {
 
  private:
   EntryCursor entries_;
-  session::Entry ahead_;
+  session::Unit ahead_;  ///< begins with the call after the unit
   bool begun_ = false, hasAhead_ = false;
 };
 

@@ -8,18 +8,26 @@ namespace session {
 class TimedAlg::Crossing {
  public:
   explicit Crossing(TimedAlg& timed, bool intoLibrary) : timed_(timed), before_(timed.inLibrary_) {
+    if (timed_.depth_++ == 0) timed_.times_ = timed_.calls_++ % timed_.every_ == 0;
     cross(intoLibrary);
   }
-  ~Crossing() { cross(before_); }
+  ~Crossing() {
+    cross(before_);
+    --timed_.depth_;
+  }
   Crossing(const Crossing&) = delete;
   Crossing& operator=(const Crossing&) = delete;
 
  private:
   void cross(bool intoLibrary) {
+    if (!timed_.times_) {
+      timed_.inLibrary_ = intoLibrary;
+      return;
+    }
     const std::int64_t now = std::chrono::duration_cast<std::chrono::nanoseconds>(
                                  std::chrono::steady_clock::now().time_since_epoch())
                                  .count();
-    if (timed_.inLibrary_) timed_.libraryNs_ += now - timed_.sinceNs_;
+    if (timed_.inLibrary_) timed_.libraryNs_ += timed_.every_ * (now - timed_.sinceNs_);
     timed_.inLibrary_ = intoLibrary;
     timed_.sinceNs_ = now;
   }

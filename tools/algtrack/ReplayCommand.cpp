@@ -46,6 +46,9 @@ using session::CallKind;
 using session::Entry;
 using Clock = std::chrono::steady_clock;
 
+/// Of so many calls one is timed. Prime, since calls come in turns.
+constexpr int kTimedCalls = 7;
+
 struct ReplayOptions {
   std::string file;
   bool verify = false;
@@ -331,7 +334,7 @@ class Replay {
     // Kept: the library has no release operation.
     static algorithm::AlgBase* const library =
         options_.library.empty() ? algorithm::AlgFactory::CreateALG(0) : loadAlg(options_.library);
-    static session::TimedAlg alg(library);
+    static session::TimedAlg alg(library, kTimedCalls);
     const session::WhatIf whatIf = whatIfFrom(options_);
     const bool addFilterMode = whatIf.filterMode && !hasCall(reader_, CallKind::kSetFilterMode);
     session::Player player(&alg, whatIf, addFilterMode);

@@ -1,5 +1,6 @@
 // Files from strangers: reading changes nothing on disk, and every answer is right or refused.
 #include <alg_kit/recording/Checksum.h>
+#include <alg_kit/recording/Crc32.h>
 #include <alg_kit/recording/Database.h>
 #include <alg_kit/recording/Recorder.h>
 #include <alg_kit/recording/Recording.h>
@@ -295,6 +296,25 @@ TEST_F(HostileFileTest, ChecksumsAreThoseOfZlib) {
   sum.addText("123456789");
   // zlib.crc32(b"\x03" + struct.pack("<q", 9) + b"123456789")
   EXPECT_EQ(sum.value(), 0xc1d6bb7au);
+}
+
+TEST(Crc32Test, FoldedBlocksGiveWhatTheTablesGive) {
+  std::vector<std::uint8_t> bytes;
+  for (std::uint32_t i = 0, x = 1; i < 1100; ++i, x = 1664525 * x + 1013904223)
+    bytes.push_back(static_cast<std::uint8_t>(x >> 24));
+  for (std::size_t size = 0; size < 1000; ++size)
+    for (const std::size_t from : {0, 1, 7})
+      ASSERT_EQ(recording::crc32After(0xFFFFFFFF, bytes.data() + from, size),
+                recording::crc32ByTables(0xFFFFFFFF, bytes.data() + from, size))
+          << size << " bytes";
+}
+
+TEST_F(HostileFileTest, ChecksumsDoNotDependOnHowBytesAreCut) {
+  const std::string text(5000, 'x');
+  recording::Checksum whole;
+  whole.addText(text);
+  std::string fed("\x03\x88\x13\0\0\0\0\0\0", 9);  // a text of 5000 bytes
+  EXPECT_EQ(whole.value(), recording::Checksum::ofRaw(fed + text));
 }
 
 TEST_F(HostileFileTest, RefusesMoreCallsInOneThanAHostCanMake) {

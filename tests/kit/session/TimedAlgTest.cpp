@@ -82,6 +82,20 @@ TEST(TimedAlgTest, CountsCallsFromInsideACallback) {
   EXPECT_LE(timed.libraryNs(), whole.count() - 20 * kMs);
 }
 
+TEST(TimedAlgTest, LetsOneCallStandForMany) {
+  SlowLibrary library;
+  Host host;
+  session::TimedAlg timed(&library, 3);
+  timed.SetDataCallback(&host);  // the first call: timed, takes nothing
+  host.asks = &timed;
+  timed.InputStream(0, nullptr, 0, 0);
+  timed.HandleEvent(0, nullptr, nullptr);
+  EXPECT_LT(timed.libraryNs(), 1 * kMs);
+  timed.InputStream(0, nullptr, 0, 0);  // 3 ms, and 1 ms asked for from the host's callback
+  EXPECT_GE(timed.libraryNs(), 3 * (3 + 1) * kMs);
+  EXPECT_LT(timed.libraryNs(), 3 * 20 * kMs);
+}
+
 TEST(TimedAlgTest, GoesOnCountingAfterAHostThrew) {
   SlowLibrary library;
   session::TimedAlg timed(&library);
