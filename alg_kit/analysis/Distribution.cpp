@@ -41,9 +41,7 @@ void RunningDistribution::addToBins(double value) {
                          : static_cast<int>(std::floor(std::log2(value) * kBinsPerOctave))];
 }
 
-double RunningDistribution::nearestRank(double share) const {
-  std::int64_t rank = rankOf(share, count_);
-  if (bins_.empty()) return values_[static_cast<std::size_t>(rank)];
+double RunningDistribution::fromBins(std::int64_t rank) const {
   for (const auto& [bin, count] : bins_) {
     rank -= count;
     if (rank >= 0) continue;
@@ -56,7 +54,16 @@ double RunningDistribution::nearestRank(double share) const {
 Distribution RunningDistribution::get() const {
   Distribution d{0, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN, kNaN};
   if (count_ == 0) return d;
-  std::sort(values_.begin(), values_.end());
+  auto from = values_.begin();
+  /// @param share  not below that of the question before: what is smaller lies before `from`
+  const auto nearestRank = [&](double share) {
+    const std::int64_t rank = rankOf(share, count_);
+    if (!bins_.empty()) return fromBins(rank);
+    const auto place = values_.begin() + rank;
+    std::nth_element(from, place, values_.end());
+    from = place;
+    return *place;
+  };
   d.count = count_;
   d.mean = sum_ / static_cast<double>(count_);
   d.rootMeanSquare = std::sqrt(squares_ / static_cast<double>(count_));

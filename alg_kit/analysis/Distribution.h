@@ -32,15 +32,16 @@ class RunningDistribution {
   /// Values that are not finite are left out.
   void add(double value);
 
+  std::int64_t count() const { return count_; }
   Distribution get() const;
 
  private:
-  double nearestRank(double share) const;
+  double fromBins(std::int64_t rank) const;
   void addToBins(double value);
 
   std::int64_t count_ = 0;
   double sum_ = 0, squares_ = 0, largest_ = 0;
-  mutable std::vector<double> values_;  ///< up to kExact; sorted when asked
+  mutable std::vector<double> values_;  ///< up to kExact; put in order as asked
   std::map<int, std::int64_t> bins_;    ///< of more; by the bin's number, 256 to the octave
 };
 

@@ -62,14 +62,29 @@ Place LivePlaces::at(int object) const {
 }
 
 SmoothedPlaces::SmoothedPlaces(const recording::RecordingReader& reader, double frameRate)
-    : entries_(reader.entries()), calls_(reader.callCount()) {
+    : reader_(reader), calls_(reader.callCount()) {
   options_.frameRate = frameRate;
 }
 
-Place SmoothedPlaces::at(std::int64_t call, int object) {
-  while ((smoothed_.empty() || smoothed_.back().call < call) &&
-         !(atEnd_ && !later_ && done_ >= window_.size()))
-    next(call);
+void SmoothedPlaces::add(const Call& call) {
+  if (call.kind == CallKind::kInit) {
+    init_ = call;
+    latest_.clear();
+  } else if (isPacket(call) && init_) {
+    latest_.push_back(call.index);
+    if (latest_.size() > kMargin + 1) latest_.pop_front();
+  }
+}
+
+Place SmoothedPlaces::at(int object) {
+  if (latest_.empty()) return nowhere();
+  const std::int64_t call = latest_.back();
+  if (smoothed_.empty() || smoothed_.back().call < call) {
+    // Not more than their share of the recording up to here.
+    const auto share = static_cast<double>(call) / static_cast<double>(calls_);
+    if (static_cast<double>(packets_) > kMostPackets * share) return nowhere();
+    smooth();
+  }
   const auto found =
       std::lower_bound(smoothed_.begin(), smoothed_.end(), call,
                        [](const Smoothed& packet, std::int64_t i) { return packet.call < i; });
@@ -79,57 +94,34 @@ Place SmoothedPlaces::at(std::int64_t call, int object) {
   return found->places[at];
 }
 
-/// @return false where the packets of this Init end
-bool SmoothedPlaces::read() {
-  session::Entry entry;
-  while (!atEnd_ && !later_) {
-    if (!entries_.next(entry)) {
-      atEnd_ = true;
-    } else if (entry.call.kind == CallKind::kInit) {
-      later_ = std::move(entry.call);
-    } else if (isPacket(entry.call) && init_) {
-      window_.push_back(std::move(entry.call));
-      return true;
-    }
+/// The packets from the margin before the latest one to that behind its piece, of one Init.
+std::vector<Call> SmoothedPlaces::readAhead() const {
+  std::vector<Call> packets;
+  auto entries = reader_.entries(latest_.front());
+  for (session::Entry entry;
+       packets.size() < latest_.size() - 1 + kAtATime + kMargin && entries.next(entry);) {
+    if (entry.call.kind == CallKind::kInit) break;
+    if (isPacket(entry.call)) packets.push_back(std::move(entry.call));
   }
-  return false;
+  return packets;
 }
 
-/// Goes on by one piece, which is smoothed if `call` may be in it.
-void SmoothedPlaces::next(std::int64_t call) {
-  while (window_.size() < done_ + kAtATime + kMargin && read()) {
-  }
-  if (done_ == window_.size()) {
-    window_.clear();
-    done_ = 0;
-    init_ = std::move(later_);
-    later_.reset();
-    return;
-  }
-  const bool ends = window_.size() < done_ + kAtATime + kMargin;
-  const std::size_t end = ends ? window_.size() : done_ + kAtATime;
-  // Not more than their share of the recording up to here.
-  const auto share = static_cast<double>(window_[done_].index) / static_cast<double>(calls_);
-  if (window_[end - 1].index >= call && static_cast<double>(packets_) <= kMostPackets * share)
-    smooth(done_, end);
-  else
-    smoothed_.assign(1, {window_[end - 1].index, {}});
-  const std::size_t passed = end > kMargin ? end - kMargin : 0;
-  window_.erase(window_.begin(), window_.begin() + static_cast<std::ptrdiff_t>(passed));
-  done_ = end - passed;
-}
-
-void SmoothedPlaces::smooth(std::size_t first, std::size_t end) {
+/// The piece that begins with the latest packet.
+void SmoothedPlaces::smooth() {
+  const std::vector<Call> window = readAhead();
+  const std::size_t first = latest_.size() - 1;
+  const bool ends = window.size() < first + kAtATime + kMargin;
+  const std::size_t end = ends ? window.size() : first + kAtATime;
   packets_ += static_cast<std::int64_t>(end - first);
   smoothed_.clear();
-  for (std::size_t i = first; i < end; ++i) smoothed_.push_back({window_[i].index, {}});
+  for (std::size_t i = first; i < end; ++i) smoothed_.push_back({window[i].index, {}});
   auto smoother = madeFrom(*init_, [this](int type, const algorithm::StereoCalibration& c) {
     return std::make_unique<estimate::Smoother>(type, c, options_);
   });
   if (!smoother) return;
   std::vector<std::size_t> packetOf;  // by frame
-  for (std::size_t i = 0; i < window_.size(); ++i) {
-    const Call& call = window_[i];
+  for (std::size_t i = 0; i < window.size(); ++i) {
+    const Call& call = window[i];
     if (smoother->add(call.type, call.payload.data(), static_cast<int>(call.payload.size()),
                       arrivalOf(call)))
       packetOf.push_back(i);

@@ -31,35 +31,35 @@ class LivePlaces {
   std::unique_ptr<estimate::Estimator> estimator_;
 };
 
-/// By what came before and after. It reads ahead in the recording, and smooths half a minute at a
-/// time with two more seconds on either side, so that memory does not grow with the recording; nor
-/// does time: of more than two minutes, four such pieces are smoothed, evenly spread.
+/// By what came before and after. Where asked, it reads ahead in the recording, and smooths half a
+/// minute at a time with two more seconds on either side, so that memory does not grow with the
+/// recording; nor does time: of more than two minutes, four such pieces are smoothed, evenly
+/// spread, and the rest is not read.
 class SmoothedPlaces {
  public:
+  /// @param reader  outlives this
   SmoothedPlaces(const recording::RecordingReader& reader, double frameRate);
 
-  /// @param call    of a packet; not before that of the question before
-  Place at(std::int64_t call, int object);
+  /// Every call, in order.
+  void add(const session::Call& call);
+  /// In the latest packet.
+  Place at(int object);
 
  private:
   struct Smoothed {
     std::int64_t call = 0;
     ObjectPlaces places;
   };
-  void next(std::int64_t call);
-  bool read();
-  void smooth(std::size_t first, std::size_t end);
+  std::vector<session::Call> readAhead() const;
+  void smooth();
 
-  recording::EntryCursor entries_;
+  const recording::RecordingReader& reader_;
   estimate::EstimatorOptions options_;
-  std::optional<session::Call> init_;   ///< of the packets in the window
-  std::optional<session::Call> later_;  ///< the Init that follows them
-  bool atEnd_ = false;
-  std::deque<session::Call> window_;
-  std::int64_t calls_;              ///< of the recording
-  std::int64_t packets_ = 0;        ///< smoothed so far
-  std::size_t done_ = 0;            ///< packets at the window's beginning that were there before
-  std::vector<Smoothed> smoothed_;  ///< in order of calls
+  std::int64_t calls_;                 ///< of the recording
+  std::optional<session::Call> init_;  ///< of the latest packets
+  std::deque<std::int64_t> latest_;    ///< their calls, the last kMargin + 1
+  std::int64_t packets_ = 0;           ///< smoothed so far
+  std::vector<Smoothed> smoothed_;     ///< in order of calls
 };
 
 }  // namespace analysis

@@ -34,7 +34,8 @@ using session::CallKind;
 using session::Entry;
 
 constexpr std::size_t kMostColumns = 8192;
-constexpr std::size_t kWorstKept = 200;  // of every kind, of which few are shown:
+constexpr std::int64_t kMostMeasured = 10800;  // packets: two minutes at the usual rate
+constexpr std::size_t kWorstKept = 200;        // of every kind, of which few are shown:
 constexpr std::ptrdiff_t kMostWorst = 5;
 constexpr double kApartS = 1;
 constexpr auto kMostObjects = static_cast<std::size_t>(algorithm::kMaxObjects);
@@ -123,6 +124,7 @@ class Gatherer {
     if (call.kind == CallKind::kInit) productType_ = call.type;
     if (call.kind == CallKind::kSetFilterMode && call.type == 0) filterMode_ = call.mode;
     live_.add(call);
+    smoothed_.add(call);
     followBodies(call);
     const trace::PacketTrace* const packet = trace_.feed(call);
     if (packet != nullptr) views_.add(*packet, seconds);
@@ -223,7 +225,7 @@ class Gatherer {
     for (BodyTally& body : bodies_) body.add(sawBodies_, truth_.rows(), columns_);
     for (ObjectTally& tally : tallies_) {
       fillRow(tally, block);
-      addEstimates(tally, call.index);
+      addEstimates(tally);
     }
     if (packet != nullptr) addPairs(*packet);
   }
@@ -246,11 +248,11 @@ class Gatherer {
   }
 
   /// In the packets that delivered the object, so that all are compared over the same.
-  void addEstimates(ObjectTally& tally, std::int64_t call) {
+  void addEstimates(ObjectTally& tally) {
     TrackRow& row = tally.row;
     if (row.presence != Presence::kSeen) return;
     row.estimated = live_.at(tally.object());
-    row.smoothed = smoothed_.at(call, tally.object());
+    row.smoothed = smoothed_.at(tally.object());
     if (const TruePlace* const truth = truth_.at(static_cast<std::size_t>(tally.object()))) {
       row.estimatedError = errorOf(row.estimated, *truth);
       row.smoothedError = errorOf(row.smoothed, *truth);
@@ -467,7 +469,8 @@ class Gatherer {
   std::int64_t timesBackwards_ = 0, blocksDiffering_ = 0, stampedReports_ = 0;
 };
 
-/// The time of every packet in a replay through the public interface.
+/// The time of the packets in a replay through the public interface. Of many the first ones stand
+/// for all: what they took when it was recorded is not known anyway.
 void measureAnew(const recording::RecordingReader& reader, const TimeRange& range,
                  algorithm::AlgBase& library, const Progress& progress, PacketTimes& times) {
   session::Player player(&library);
@@ -477,7 +480,7 @@ void measureAnew(const recording::RecordingReader& reader, const TimeRange& rang
   session::Unit unit;
   const std::int64_t total = reader.callCount();
   std::int64_t calls = 0, firstNs = 0;
-  while (units.next(unit)) {
+  while (us.count() < kMostMeasured && units.next(unit)) {
     if (calls == 0) firstNs = unit[0].call.startNs;
     for (const Entry& entry : player.play(unit)) {
       if (!isPacket(entry.call)) continue;

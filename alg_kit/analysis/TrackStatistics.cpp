@@ -263,43 +263,45 @@ Jitter JitterMeter::Pool::get() const {
 }
 
 void LagMeter::add(const Place& raw, const Place& filtered) {
-  if (raw_.size() == kShifts) {
-    raw_.erase(raw_.begin());
-    filtered_.erase(filtered_.begin());
-  }
-  raw_.push_back(raw);
-  filtered_.push_back(filtered);
+  for (std::size_t axis = 0; axis < kAxes; ++axis)
+    raw_[axis][oldest_] = raw_[axis][oldest_ + kShifts] = axisOf(raw, axis);
+  oldest_ = (oldest_ + 1) % kShifts;
+  whole_ = isSomewhere(raw) ? whole_ + 1 : 0;
+  filtered_[packets_++ % filtered_.size()] = filtered;
   // The filtered position that all shifts have a raw one for.
-  const Place& late = filtered_[raw_.size() < kShifts ? 0 : kMostPackets];
-  if (raw_.size() < kShifts || !isSomewhere(late) || !isWhole(raw_)) return;
+  const Place& late = filtered_[packets_ % filtered_.size()];
+  if (whole_ < kShifts || !isSomewhere(late)) return;
   ++samples_;
-  for (std::size_t i = 0; i < kShifts; ++i) {
-    // Oldest first: the raw one of shift kFewestPackets + i.
-    const Place& place = raw_[kMostPackets - kFewestPackets - i];
-    for (std::size_t axis = 0; axis < kAxes; ++axis) {
-      const double d = axisOf(late, axis) - axisOf(place, axis);
+  for (std::size_t axis = 0; axis < kAxes; ++axis) {
+    const double place = axisOf(late, axis);
+    const double* const row = raw_[axis].data() + oldest_;
+    for (std::size_t i = 0; i < kShifts; ++i) {
+      const double d = place - row[i];
       squares_[i] += d * d;
     }
   }
 }
 
 std::optional<Lag> LagMeter::get() const {
-  const auto least = std::min_element(squares_.begin(), squares_.end());
-  const double worst = *std::max_element(squares_.begin(), squares_.end());
+  // By shift - kFewestPackets: the newest raw place has the least shift.
+  std::array<double, kShifts> squares;
+  std::reverse_copy(squares_.begin(), squares_.end(), squares.begin());
+  const auto least = std::min_element(squares.begin(), squares.end());
+  const double worst = *std::max_element(squares.begin(), squares.end());
   if (samples_ < kLeastSamples || !(worst > kLeastContrast * kLeastContrast * *least))
     return std::nullopt;
-  const auto at = static_cast<std::size_t>(least - squares_.begin());
+  const auto at = static_cast<std::size_t>(least - squares.begin());
   double shift = static_cast<double>(at);
   double sum = *least;
   if (at > 0 && at + 1 < kShifts) {
-    const double before = squares_[at - 1], after = squares_[at + 1];
+    const double before = squares[at - 1], after = squares[at + 1];
     const double curvature = before - 2 * *least + after;
     const double offset = curvature > 0 ? 0.5 * (before - after) / curvature : 0;
     shift += offset;
     sum = std::max(0.0, *least - 0.25 * (before - after) * offset);
   }
   const auto count = static_cast<double>(samples_);
-  return Lag{shift + kFewestPackets, std::sqrt(squares_[kNoShift] / count), std::sqrt(sum / count),
+  return Lag{shift + kFewestPackets, std::sqrt(squares[kNoShift] / count), std::sqrt(sum / count),
              samples_};
 }
 

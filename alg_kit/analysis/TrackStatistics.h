@@ -206,8 +206,14 @@ class LagMeter {
   static constexpr std::size_t kNoShift = -kFewestPackets;
   static constexpr std::int64_t kLeastSamples = 90;
 
-  std::vector<Place> raw_, filtered_;      ///< the last kShifts packets, oldest first
-  std::array<double, kShifts> squares_{};  ///< by shift - kFewestPackets
+  /// The raw row's last kShifts packets, each axis by itself, twice over: from `oldest_` on they
+  /// lie in one piece, so that all shifts are reckoned side by side.
+  std::array<std::array<double, 2 * kShifts>, kAxes> raw_{};
+  std::size_t oldest_ = 0;
+  std::size_t whole_ = 0;                       ///< packets with a raw place, up to the latest
+  std::array<Place, kNoShift + 1> filtered_{};  ///< the last ones, by packet modulo their number
+  std::size_t packets_ = 0;
+  std::array<double, kShifts> squares_{};  ///< by age of the raw place, oldest first
   std::int64_t samples_ = 0;
 };
 

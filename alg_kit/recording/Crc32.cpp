@@ -43,8 +43,8 @@ std::uint32_t advanced(std::uint32_t state, const std::uint8_t* bytes) {
 
 #define ALG_FOLDING __attribute__((target("pclmul,sse4.1")))
 
-constexpr std::size_t kBlock = 16;    // bytes
-constexpr std::size_t kStride = 64;   // bytes, four blocks side by side
+constexpr std::size_t kBlock = 16;   // bytes
+constexpr std::size_t kStride = 64;  // bytes, four blocks side by side
 
 ALG_FOLDING __m128i blockAt(const std::uint8_t* bytes) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));

@@ -6,12 +6,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
+#include <exception>
 #include <filesystem>
 #include <limits>
-#include <new>
 #include <utility>
-#include <vector>
 
 namespace recording {
 
@@ -20,67 +18,38 @@ namespace {
 constexpr int kLargestValue = 16 * 1024 * 1024;  // bytes; a recorder keeps none above it
 constexpr int kWorkStep = 100000;  // of SQLite's machine, between two looks at the work
 
-constexpr const char* kRowType = "row";  // of the pointer that tells where a row goes
-
-template <typename Value>
-void read(sqlite3_value* from, Value& to) {
-  to.type = sqlite3_value_type(from);
-  switch (to.type) {
-    case SQLITE_INTEGER:
-      to.integer = sqlite3_value_int64(from);
-      break;
-    case SQLITE_FLOAT:
-      to.real = sqlite3_value_double(from);
-      break;
-    case SQLITE_TEXT:
-    case SQLITE_BLOB: {
-      const void* const bytes =
-          to.type == SQLITE_TEXT ? sqlite3_value_text(from) : sqlite3_value_blob(from);
-      const auto size = static_cast<std::size_t>(sqlite3_value_bytes(from));
-      to.bytes = {static_cast<const char*>(bytes), bytes == nullptr ? 0 : size};
-      break;
-    }
-    default:
-      break;
-  }
+std::string_view bytesOf(sqlite3_value* value) {
+  const auto* const bytes = static_cast<const char*>(sqlite3_value_blob(value));
+  const auto size = static_cast<std::size_t>(sqlite3_value_bytes(value));
+  return {bytes, bytes == nullptr ? 0 : size};
 }
+
+constexpr const char* kRowType = "row";  // of the pointer that tells where a row goes
 
 }  // namespace
 
-/// A row as SQLite's function `take_row` gets it.
+/// A row while SQLite's function `take_row` has it.
 struct Statement::WholeRow {
   std::string columns;  ///< their names, "a, b, c"
-  std::vector<Value> values;
-  std::string bytes;  ///< of the texts and blobs, which SQLite keeps for the function alone
-  int taken = 0;      ///< rows since the latest step
+  int count = 0;        ///< of the columns
+  sqlite3_value** values = nullptr;
+  void (*read)(void*) = nullptr;
+  void* given = nullptr;
+  int taken = 0;              ///< rows since the latest step
+  std::exception_ptr thrown;  ///< by `read`: no exception goes through SQLite
 
-  void take(sqlite3_value** from) {
-    ++taken;
-    std::size_t size = 0;
-    for (Value& value : values) {
-      value.bytes = {};
-      read(*from++, value);
-      size += value.bytes.size();
-    }
-    if (bytes.size() < size) bytes.resize(size);
-    std::size_t used = 0;
-    for (Value& value : values) {
-      if (value.bytes.empty()) continue;
-      std::memcpy(bytes.data() + used, value.bytes.data(), value.bytes.size());
-      value.bytes = {bytes.data() + used, value.bytes.size()};
-      used += value.bytes.size();
-    }
-  }
-
-  static void takeRow(sqlite3_context* context, int count, sqlite3_value** values) {
+  static void take(sqlite3_context* context, int count, sqlite3_value** values) {
     auto* const row = static_cast<WholeRow*>(sqlite3_value_pointer(values[0], kRowType));
-    if (row == nullptr || static_cast<std::size_t>(count) != row->values.size() + 1)
+    if (row == nullptr || count != row->count + 1)
       return sqlite3_result_error(context, "expected a whole row", -1);
+    ++row->taken;
+    row->values = values + 1;
     try {
-      row->take(values + 1);
-    } catch (const std::bad_alloc&) {
-      sqlite3_result_error_nomem(context);
+      row->read(row->given);
+    } catch (...) {
+      row->thrown = std::current_exception();
     }
+    row->values = nullptr;
   }
 };
 
@@ -137,7 +106,7 @@ void Database::distrust(Mode mode) {
   execute("PRAGMA mmap_size = 0");
   execute("PRAGMA cell_size_check = ON");
   sqlite3_create_function(handle_, "take_row", -1, SQLITE_UTF8 | SQLITE_DIRECTONLY, nullptr,
-                          Statement::WholeRow::takeRow, nullptr, nullptr);
+                          Statement::WholeRow::take, nullptr, nullptr);
   // SQLite opens a file that was cut only for those who could mend it.
   if (mode == Mode::kDamaged) execute("PRAGMA writable_schema = ON");
 }
@@ -201,7 +170,7 @@ Statement Statement::ofWholeRows(Database& database, const std::string& columns,
   statement.row_ = std::make_unique<WholeRow>();
   WholeRow& row = *statement.row_;
   row.columns = columns;
-  row.values.resize(1 + static_cast<std::size_t>(std::count(columns.begin(), columns.end(), ',')));
+  row.count = 1 + static_cast<int>(std::count(columns.begin(), columns.end(), ','));
   if (sqlite3_bind_pointer(statement.statement_, 2, &row, kRowType, nullptr) != SQLITE_OK)
     database.fail();
   return statement;
@@ -242,13 +211,21 @@ void Statement::bindBlob(int parameter, const void* bytes, std::size_t size) {
 
 bool Statement::step() {
   database_.allowWork();
-  if (row_) row_->taken = 0;
   const int result = sqlite3_step(statement_);
   if (result != SQLITE_ROW && result != SQLITE_DONE) database_.fail();
-  if (row_ && result == SQLITE_ROW && row_->taken != 1)
+  return result == SQLITE_ROW;
+}
+
+bool Statement::stepWhole(void (*read)(void*), void* given) {
+  row_->read = read;
+  row_->given = given;
+  row_->taken = 0;
+  const bool found = step();
+  if (row_->thrown) std::rethrow_exception(std::exchange(row_->thrown, nullptr));
+  if (row_->taken != (found ? 1 : 0))
     throw RecordingError(database_.path(), "expected a table's rows one by one, found " +
                                                std::to_string(row_->taken) + " at once");
-  return result == SQLITE_ROW;
+  return found;
 }
 
 void Statement::run() {
@@ -261,14 +238,12 @@ void Statement::reset() {
   sqlite3_reset(statement_);
 }
 
-inline const Statement::Value& Statement::at(int column) const {
-  if (row_) return row_->values[static_cast<std::size_t>(column)];
-  read(sqlite3_column_value(statement_, column), value_);
-  return value_;
+inline sqlite3_value* Statement::at(int column) const {
+  return row_ ? row_->values[column] : sqlite3_column_value(statement_, column);
 }
 
 bool Statement::isNull(int column) const {
-  return at(column).type == SQLITE_NULL;
+  return sqlite3_value_type(at(column)) == SQLITE_NULL;
 }
 
 std::string Statement::nameOf(int column) const {
@@ -285,29 +260,28 @@ void Statement::refuse(int column, int type, const char* expectation) const {
                                              kTypes[type <= SQLITE_NULL ? type : 0]);
 }
 
-inline const Statement::Value* Statement::valueOrNull(int column, int type,
-                                                      const char* expectation) const {
-  const Value& value = at(column);
-  if (value.type == type) return &value;
-  if (value.type == SQLITE_NULL) return nullptr;
-  refuse(column, value.type, expectation);
+inline sqlite3_value* Statement::valueOrNull(int column, int type, const char* expectation) const {
+  sqlite3_value* const value = at(column);
+  const int found = sqlite3_value_type(value);
+  if (found == type) return value;
+  if (found == SQLITE_NULL) return nullptr;
+  refuse(column, found, expectation);
 }
 
-inline const Statement::Value& Statement::value(int column, int type,
-                                                const char* expectation) const {
-  const Value* const value = valueOrNull(column, type, expectation);
+inline sqlite3_value* Statement::value(int column, int type, const char* expectation) const {
+  sqlite3_value* const value = valueOrNull(column, type, expectation);
   if (value == nullptr) refuse(column, SQLITE_NULL, expectation);
-  return *value;
+  return value;
 }
 
 std::int64_t Statement::integer(int column) const {
-  return value(column, SQLITE_INTEGER, "an integer").integer;
+  return sqlite3_value_int64(value(column, SQLITE_INTEGER, "an integer"));
 }
 
 std::optional<std::int64_t> Statement::integerOrNull(int column) const {
-  const Value* const value = valueOrNull(column, SQLITE_INTEGER, "an integer");
+  sqlite3_value* const value = valueOrNull(column, SQLITE_INTEGER, "an integer");
   if (value == nullptr) return std::nullopt;
-  return value->integer;
+  return sqlite3_value_int64(value);
 }
 
 int Statement::number(int column) const {
@@ -328,7 +302,7 @@ bool Statement::truthValue(int column) const {
 }
 
 double Statement::real(int column) const {
-  const double value = this->value(column, SQLITE_FLOAT, "a number").real;
+  const double value = sqlite3_value_double(this->value(column, SQLITE_FLOAT, "a number"));
   if (!std::isfinite(value))
     throw RecordingError(database_.path(),
                          nameOf(column) + ": expected a finite number, found none");
@@ -336,18 +310,22 @@ double Statement::real(int column) const {
 }
 
 std::string_view Statement::text(int column) const {
-  return value(column, SQLITE_TEXT, "a text").bytes;
+  sqlite3_value* const value = this->value(column, SQLITE_TEXT, "a text");
+  const auto* const text = sqlite3_value_text(value);
+  const auto size = static_cast<std::size_t>(sqlite3_value_bytes(value));
+  return {reinterpret_cast<const char*>(text), text == nullptr ? 0 : size};
 }
 
 std::string_view Statement::bytes(int column) const {
-  return value(column, SQLITE_BLOB, "bytes").bytes;
+  return bytesOf(value(column, SQLITE_BLOB, "bytes"));
 }
 
 void Statement::blob(int column, session::Bytes& bytes) const {
-  const Value* const value = valueOrNull(column, SQLITE_BLOB, "bytes");
+  sqlite3_value* const value = valueOrNull(column, SQLITE_BLOB, "bytes");
   if (value == nullptr) return bytes.clear();
-  const auto* const first = reinterpret_cast<const std::uint8_t*>(value->bytes.data());
-  bytes.assign(first, first + value->bytes.size());
+  const std::string_view found = bytesOf(value);
+  const auto* const first = reinterpret_cast<const std::uint8_t*>(found.data());
+  bytes.assign(first, first + found.size());
 }
 
 }  // namespace recording

@@ -12,6 +12,7 @@
 
 struct sqlite3;
 struct sqlite3_stmt;
+struct sqlite3_value;
 
 namespace recording {
 
@@ -78,8 +79,8 @@ class Statement {
  public:
   Statement(Database& database, const char* sql);
 
-  /// For many rows: SQLite hands over each row whole, since looking its values up one by one takes
-  /// it longer than all else that is done with them.
+  /// For many rows: SQLite hands each row over whole, to the function that `step` is given. Looking
+  /// the values up one by one takes longer than all else that is done with them.
   /// @param columns  "a, b, c", as after SELECT
   /// @param rest     "FROM ..." with the parameter ?1 at most, in the order that the table has: no
   ///                 row is sorted
@@ -100,6 +101,14 @@ class Statement {
 
   /// True while there is a row.
   bool step();
+  /// The same; calls `read()` for the row. Of whole rows the values are there in `read` alone.
+  template <typename Read>
+  bool step(Read read) {
+    if (row_) return stepWhole([](void* given) { (*static_cast<Read*>(given))(); }, &read);
+    const bool found = step();
+    if (found) read();
+    return found;
+  }
   /// Runs to the end and makes the statement ready for the next use.
   void run();
   void reset();
@@ -116,25 +125,20 @@ class Statement {
   std::string_view bytes(int column) const;  ///< a blob's, until the next step
 
  private:
-  struct Value {
-    int type = 0;  ///< SQLite's
-    std::int64_t integer = 0;
-    double real = 0;
-    std::string_view bytes;  ///< of a text or a blob
-  };
   struct WholeRow;
 
-  const Value& at(int column) const;
-  const Value& value(int column, int type, const char* expectation) const;
+  bool stepWhole(void (*read)(void*), void* given);
+  sqlite3_value* at(int column) const;
+  /// The row's value, which SQLite looks up once for its type and its content.
+  sqlite3_value* value(int column, int type, const char* expectation) const;
   /// Null for SQL's NULL.
-  const Value* valueOrNull(int column, int type, const char* expectation) const;
+  sqlite3_value* valueOrNull(int column, int type, const char* expectation) const;
   std::string nameOf(int column) const;
   [[noreturn]] void refuse(int column, int type, const char* expectation) const;
 
   Database& database_;
   sqlite3_stmt* statement_ = nullptr;
   std::unique_ptr<WholeRow> row_;  ///< null: values are looked up one by one
-  mutable Value value_;            ///< the latest of those
   friend class Database;
 };
 

@@ -173,16 +173,26 @@ struct EntryCursor::State {
     for (Statement* const rows : {&calls, &logs, &blocks}) rows->bind(1, first);
   }
 
-  /// Steps to the next message or block; its place is behind the one before.
-  static bool advance(Statement& row, std::optional<std::pair<std::int64_t, int>>& place,
-                      const std::string& path, const char* table) {
-    if (!row.step()) return false;
-    const std::pair<std::int64_t, int> next(row.integer(0), row.number(1));
-    if (place && next <= *place)
-      throw RecordingError(path, std::string(table) + " of call " + std::to_string(next.first) +
-                                     ": expected rows in order: the file is damaged");
-    place = next;
-    return true;
+  /// Reads the next message or block; its place is behind the one before.
+  template <typename Read>
+  bool advance(Statement& row, std::optional<std::pair<std::int64_t, int>>& place,
+               const char* table, Read take) const {
+    return row.step([&] {
+      const std::pair<std::int64_t, int> next(row.integer(0), row.number(1));
+      if (place && next <= *place)
+        throw RecordingError(path, std::string(table) + " of call " + std::to_string(next.first) +
+                                       ": expected rows in order: the file is damaged");
+      place = next;
+      take();
+    });
+  }
+
+  void advanceLogs() {
+    hasLog = advance(logs, logPlace, "logs", [this] { log = readLog(logs); });
+  }
+
+  void advanceBlocks() {
+    hasBlock = advance(blocks, blockPlace, "blocks", [this] { block = readBlock(path, blocks); });
   }
 
   void refuseOrphan(const session::Entry& entry, std::int64_t call, const char* table) const {
@@ -200,22 +210,20 @@ struct EntryCursor::State {
   }
 
   void takeLogs(session::Entry& entry) {
-    for (; hasLog && logPlace->first <= entry.call.index;
-         hasLog = advance(logs, logPlace, path, "logs")) {
+    for (; hasLog && logPlace->first <= entry.call.index; advanceLogs()) {
       refuseOrphan(entry, logPlace->first, "logs");
       if (logPlace->first != entry.call.index) continue;
       refuseMore(entry);
-      entry.logs.push_back(readLog(logs));
+      entry.logs.push_back(std::move(log));
     }
   }
 
   void takeBlocks(session::Entry& entry) {
-    for (; hasBlock && blockPlace->first <= entry.call.index;
-         hasBlock = advance(blocks, blockPlace, path, "blocks")) {
+    for (; hasBlock && blockPlace->first <= entry.call.index; advanceBlocks()) {
       refuseOrphan(entry, blockPlace->first, "blocks");
       if (blockPlace->first != entry.call.index) continue;
       refuseMore(entry);
-      entry.blocks.push_back(readBlock(path, entry.call, blocks));
+      entry.blocks.push_back(block);
     }
   }
 
@@ -252,6 +260,8 @@ struct EntryCursor::State {
   bool fromTheStart;
   Statement calls, logs, blocks;
   bool begun = false, hasLog = false, hasBlock = false;
+  session::LogLine log;           ///< the next one, at `logPlace`
+  session::DeliveredBlock block;  ///< likewise
   std::optional<std::pair<std::int64_t, int>> logPlace, blockPlace;
   std::optional<std::int64_t> last;  // index of the latest call
   std::optional<int> productType;
@@ -274,18 +284,21 @@ bool EntryCursor::next(session::Entry& entry) {
   entry.blocks.clear();
   std::optional<OneMoment> moment;
   if (!state.begun) moment.emplace(state.database);
-  const bool found = state.calls.step();
+  std::int64_t checksum = 0;
+  const bool found = state.calls.step([&] {
+    readCall(state.path, state.calls, entry.call);
+    checksum = state.calls.integer(kCallChecksum);
+  });
   if (!state.begun) {
     state.begun = true;
-    state.hasLog = State::advance(state.logs, state.logPlace, state.path, "logs");
-    state.hasBlock = State::advance(state.blocks, state.blockPlace, state.path, "blocks");
+    state.advanceLogs();
+    state.advanceBlocks();
     if (found && state.version >= 2) state.expectedCalls = countNow(state.database, "calls");
   }
   if (!found) {
     state.finish();
     return false;
   }
-  readCall(state.path, state.calls, entry.call);
   // SQLite trusts the order in which a damaged file holds its rows.
   if (state.last && entry.call.index <= *state.last)
     throw RecordingError(state.path, callTitle(entry.call) + ": expected a call behind call " +
@@ -294,7 +307,7 @@ bool EntryCursor::next(session::Entry& entry) {
   ++state.read;
   state.takeLogs(entry);
   state.takeBlocks(entry);
-  if (state.version >= 2 && state.calls.integer(kCallChecksum) != checksumOf(entry))
+  if (state.version >= 2 && checksum != checksumOf(entry))
     refuseDamaged(state.path, callTitle(entry.call));
   state.checkAgainstProduct(entry.call);
   return true;
@@ -335,17 +348,16 @@ TruthCursor::TruthCursor(TruthCursor&&) noexcept = default;
 
 bool TruthCursor::next(session::TruthRow& row) {
   State& state = *state_;
-  const bool found = state.rows.step();
+  const std::string& path = state.database.path();
+  const bool found = state.rows.step([&] { row = readTruthRow(path, state.version, state.rows); });
   // Counted after the first step, which holds one moment of a growing file.
   if (state.all && state.version >= 2 && !state.expected && (found || state.complete))
     state.expected = countNow(state.database, "truth_rows");
-  const std::string& path = state.database.path();
   if (!found) {
     if (state.expected && state.read != *state.expected)
       refuseMissing(path, "rows of truth", *state.expected, state.read);
     return false;
   }
-  row = readTruthRow(path, state.version, state.rows);
   // SQLite trusts the order in which a damaged file holds its rows.
   const std::tuple<std::int64_t, int, int> place(row.frame, row.object, row.marker);
   if (state.last && place <= *state.last)

@@ -96,7 +96,7 @@ class Source {
         readCall(database_.path(), *call_, entry.call);
         rowsOf(*logs_, entry, [&](const Statement& row) { entry.logs.push_back(readLog(row)); });
         rowsOf(*blocks_, entry, [&](const Statement& row) {
-          entry.blocks.push_back(readBlock(database_.path(), entry.call, row));
+          entry.blocks.push_back(readBlock(database_.path(), row));
         });
         if (version_ < 2 || call_->integer(kCallChecksum) == checksumOf(entry)) return Found::kRow;
       } catch (const RecordingError&) {

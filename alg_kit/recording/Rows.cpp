@@ -93,13 +93,12 @@ session::LogLine readLog(const Statement& row) {
   return {row.number(1), row.number(2), std::string(row.text(3)), row.truthValue(4)};
 }
 
-session::DeliveredBlock readBlock(const std::string& path, const session::Call& call,
-                                  const Statement& row) {
+session::DeliveredBlock readBlock(const std::string& path, const Statement& row) {
   session::DeliveredBlock delivered;
   delivered.step = row.number(1);
   const std::string_view bytes = row.bytes(2);
   if (bytes.size() != sizeof delivered.block)
-    throw RecordingError(path, callTitle(call) + ": block: expected " +
+    throw RecordingError(path, "call " + std::to_string(row.integer(0)) + ": block: expected " +
                                    std::to_string(sizeof delivered.block) + " bytes, found " +
                                    std::to_string(bytes.size()));
   std::memcpy(static_cast<void*>(&delivered.block), bytes.data(), bytes.size());

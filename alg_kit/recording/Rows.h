@@ -20,8 +20,7 @@ constexpr int kCallChecksum = 15;  ///< its column
 /// is left to the caller, who has its messages and blocks.
 void readCall(const std::string& path, const Statement& row, session::Call& call);
 session::LogLine readLog(const Statement& row);
-session::DeliveredBlock readBlock(const std::string& path, const session::Call& call,
-                                  const Statement& row);
+session::DeliveredBlock readBlock(const std::string& path, const Statement& row);
 session::TruthRow readTruthRow(const std::string& path, int version, const Statement& row);
 
 /// "call 17 (InputStream)"
