@@ -62,14 +62,6 @@ void blendRest(const MotionStateOf<Lanes>& models, const Lanes& probability, Vec
   result.aa = blended(models.aa, a, probability);
 }
 
-MotionState mixtureOf(const MotionStateOf<Lanes>& models, const Lanes& probability) {
-  MotionState result;
-  VectorOf v, a;
-  blendRest(models, probability, v, a, result);
-  blendPosition(models, probability, v, a, result);
-  return result;
-}
-
 void setLane(MotionStateOf<Lanes>& models, int m, const MotionState& s) {
   for (int i = 0; i < 3; ++i) {
     models.p[i].set(m, s.p[i]);
@@ -101,11 +93,12 @@ void mix(BlockOf& block, const Matrix3d& other, Lanes own, Lanes drawn, const Ve
 
 }  // namespace
 
-MotionState mixtureOf(const std::array<MotionState, kModels>& models,
-                      const std::array<double, kModels>& probability) {
-  MotionStateOf<Lanes> lanes;
-  for (int m = 0; m < kModels; ++m) setLane(lanes, m, models[m]);
-  return mixtureOf(lanes, Lanes(probability));
+MotionState mixtureOf(const MotionStateOf<Lanes>& models, const Lanes& probability) {
+  MotionState result;
+  VectorOf v, a;
+  blendRest(models, probability, v, a, result);
+  blendPosition(models, probability, v, a, result);
+  return result;
 }
 
 InteractingModels::InteractingModels(const ModelSet& set) : set_(set) {
@@ -200,24 +193,6 @@ InteractingModels::Place InteractingModels::place() const {
 
 Vector3d InteractingModels::position() const {
   return corrected_ ? marker_.p : meanOf(models_.p, probability_);
-}
-
-MotionState InteractingModels::model(int m) const {
-  const auto vectorOf = [m](const VectorOf& x) { return Vector3d(x[0][m], x[1][m], x[2][m]); };
-  const auto blockOf = [m](const BlockOf& x) -> Matrix3d {
-    return Matrix3d::NullaryExpr([&](Eigen::Index i, Eigen::Index j) { return x(i, j)[m]; });
-  };
-  MotionState s;
-  s.p = vectorOf(models_.p);
-  s.v = vectorOf(models_.v);
-  s.a = vectorOf(models_.a);
-  s.pp = blockOf(models_.pp);
-  s.pv = blockOf(models_.pv);
-  s.pa = blockOf(models_.pa);
-  s.vv = blockOf(models_.vv);
-  s.va = blockOf(models_.va);
-  s.aa = blockOf(models_.aa);
-  return s;
 }
 
 }  // namespace estimate

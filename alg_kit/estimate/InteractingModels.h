@@ -9,8 +9,7 @@
 namespace estimate {
 
 /// The mean and the covariance of a mixture of Gaussians.
-MotionState mixtureOf(const std::array<MotionState, kModels>& models,
-                      const std::array<double, kModels>& probability);
+MotionState mixtureOf(const MotionStateOf<Lanes>& models, const Lanes& probability);
 
 /// Interacting multiple models (Blom and Bar-Shalom, IEEE Trans. Automatic Control 33, 1988). A
 /// model stays until, at the rate 1 / dwell, it is drawn anew from its share; so mixing needs the
@@ -48,9 +47,11 @@ class InteractingModels {
   /// The mixture's mean position.
   Eigen::Vector3d position() const;
 
-  MotionState model(int m) const;
+  const MotionStateOf<Lanes>& models() const { return models_; }
   std::array<double, kModels> probabilities() const { return probability_.all(); }
   const ModelSet& set() const { return set_; }
+  const Lanes& tremor2() const { return tremor2_; }  ///< of `set`, mm^2
+  const Lanes& shares() const { return share_; }     ///< of `set`
 
  private:
   ModelSet set_;

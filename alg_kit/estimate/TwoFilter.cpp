@@ -1,97 +1,161 @@
 #include <alg_kit/estimate/TwoFilter.h>
 
-#include <Eigen/Cholesky>
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace estimate {
 namespace {
 
-using Vector9d = Eigen::Matrix<double, 9, 1>;
-using Matrix9d = Eigen::Matrix<double, 9, 9>;
+using States = MotionStateOf<Lanes>;
+constexpr std::size_t kNumbers = 9;  // of a state: position, velocity, acceleration
+using Vector9 = std::array<Lanes, kNumbers>;
+using Matrix9 = std::array<Vector9, kNumbers>;
 
 constexpr double kGate2 = 36;
 constexpr double kLost = 500;  // mm; one camera's light does not lead back from worse than this
-constexpr int kPair = 4;       // numbers of a measurement by both cameras
+constexpr double kNothing = 1e-300;
+constexpr int kPair = 4;  // numbers of a measurement by both cameras
 
-/// @param direction  1, or -1 for a filter that runs backwards: its velocity points the other way
-void unpack(const MotionState& s, double direction, Vector9d& mean, Matrix9d& covariance) {
-  mean << s.p, direction * s.v, s.a;
-  covariance << s.pp, direction * s.pv, s.pa,                //
-      direction * s.pv.transpose(), s.vv, direction * s.va,  //
-      s.pa.transpose(), direction * s.va.transpose(), s.aa;
-}
-
-MotionState packed(const Vector9d& mean, const Matrix9d& covariance) {
-  MotionState s;
-  s.p = mean.head<3>();
-  s.v = mean.segment<3>(3);
-  s.a = mean.tail<3>();
-  s.pp = covariance.block<3, 3>(0, 0);
-  s.pv = covariance.block<3, 3>(0, 3);
-  s.pa = covariance.block<3, 3>(0, 6);
-  s.vv = covariance.block<3, 3>(3, 3);
-  s.va = covariance.block<3, 3>(3, 6);
-  s.aa = covariance.block<3, 3>(6, 6);
+/// Of a filter that runs backwards: its velocity points the other way.
+States turned(States s) {
+  s.v = -s.v;
+  s.pv = -s.pv;
+  s.va = -s.va;
   return s;
 }
 
-bool isLost(const Eigen::Matrix3d& covariance) {
-  return !(covariance.trace() < kLost * kLost);
+void unpack(const States& s, Vector9& mean, Matrix9& covariance) {
+  for (int i = 0; i < 3; ++i) {
+    const auto p = static_cast<std::size_t>(i), v = p + 3, a = p + 6;
+    mean[p] = s.p[i];
+    mean[v] = s.v[i];
+    mean[a] = s.a[i];
+    for (int j = 0; j < 3; ++j) {
+      const auto q = static_cast<std::size_t>(j), w = q + 3, b = q + 6;
+      covariance[p][q] = s.pp(i, j);
+      covariance[v][w] = s.vv(i, j);
+      covariance[a][b] = s.aa(i, j);
+      covariance[p][w] = covariance[w][p] = s.pv(i, j);
+      covariance[p][b] = covariance[b][p] = s.pa(i, j);
+      covariance[v][b] = covariance[b][v] = s.va(i, j);
+    }
+  }
+}
+
+States packed(const Vector9& mean, const Matrix9& covariance) {
+  States s;
+  for (int i = 0; i < 3; ++i) {
+    const auto p = static_cast<std::size_t>(i), v = p + 3, a = p + 6;
+    s.p[i] = mean[p];
+    s.v[i] = mean[v];
+    s.a[i] = mean[a];
+    for (int j = 0; j < 3; ++j) {
+      const auto q = static_cast<std::size_t>(j), w = q + 3, b = q + 6;
+      s.pp(i, j) = covariance[p][q];
+      s.pv(i, j) = covariance[p][w];
+      s.pa(i, j) = covariance[p][b];
+      s.vv(i, j) = covariance[v][w];
+      s.va(i, j) = covariance[v][b];
+      s.aa(i, j) = covariance[a][b];
+    }
+  }
+  return s;
+}
+
+bool isLost(double trace) {
+  return !(trace < kLost * kLost);
+}
+
+bool areLost(const States& states) {
+  const auto traces = Lanes(states.pp(0, 0) + states.pp(1, 1) + states.pp(2, 2)).all();
+  return std::all_of(traces.begin(), traces.end(), isLost);
+}
+
+/// Zero where there is nothing to divide by.
+Lanes inverseOf(const Lanes& x) {
+  std::array<double, kModels> result = x.all();
+  for (double& number : result) number = std::abs(number) > kNothing ? 1 / number : 0;
+  return Lanes(result);
 }
 
 struct Meeting {
-  MotionState state;
-  double logWeight = 0;
+  States states;
+  std::array<double, kModels> logWeights{};
 };
 
-/// Two independent Gaussians of one state.
-Meeting meet(const MotionState& past, const MotionState& future) {
-  Vector9d a, b;
-  Matrix9d A, B;
-  unpack(past, 1, a, A);
-  unpack(future, -1, b, B);
-  const Eigen::LDLT<Matrix9d> sum(A + B);
-  const Vector9d apart = b - a;
-  const Vector9d pulled = sum.solve(apart);
-  const Matrix9d gain = sum.solve(A).transpose();  // A (A + B)^-1
+/// Two independent Gaussians of one state, (a, A) and (b, B), for every model: with the sum of the
+/// covariances A + B = L D L^T, they meet at a + A (A + B)^-1 (b - a), with the covariance
+/// A - A (A + B)^-1 A = A - (L^-1 A)^T D^-1 (L^-1 A).
+Meeting meet(const States& past, const States& future) {
+  Vector9 a, b;
+  Matrix9 A, sum;
+  unpack(past, a, A);
+  unpack(turned(future), b, sum);
+  Vector9 apart;
+  for (std::size_t i = 0; i < kNumbers; ++i) {
+    apart[i] = b[i] - a[i];
+    for (std::size_t j = 0; j < kNumbers; ++j) sum[i][j] += A[i][j];
+  }
+  Matrix9 scaled = A;  // becomes L^-1 A, and `apart` L^-1 (b - a)
+  Vector9 inverses;
+  Lanes distance2 = 0;
+  std::array<double, kModels> logDeterminant{};
+  for (std::size_t k = 0; k < kNumbers; ++k) {
+    const auto pivots = sum[k][k].all();
+    for (std::size_t m = 0; m < kModels; ++m)
+      logDeterminant[m] += std::log(std::max(std::abs(pivots[m]), kNothing));
+    inverses[k] = inverseOf(sum[k][k]);
+    for (std::size_t i = k + 1; i < kNumbers; ++i) {
+      const Lanes share = sum[i][k] * inverses[k];
+      for (std::size_t j = k + 1; j <= i; ++j) sum[i][j] -= share * sum[j][k];
+      for (std::size_t j = 0; j < kNumbers; ++j) scaled[i][j] -= share * scaled[k][j];
+      apart[i] -= share * apart[k];
+    }
+    distance2 += apart[k] * apart[k] * inverses[k];
+  }
+  for (std::size_t k = 0; k < kNumbers; ++k)
+    for (std::size_t i = 0; i < kNumbers; ++i) {
+      const Lanes share = scaled[k][i] * inverses[k];
+      a[i] += share * apart[k];
+      for (std::size_t j = 0; j <= i; ++j) A[i][j] -= share * scaled[k][j];
+    }
+  for (std::size_t i = 0; i < kNumbers; ++i)
+    for (std::size_t j = 0; j < i; ++j) A[j][i] = A[i][j];
   Meeting result;
-  const Matrix9d covariance = A - gain * A;
-  result.state = packed(a + A * pulled, 0.5 * (covariance + covariance.transpose()));
-  result.logWeight =
-      -0.5 * (apart.dot(pulled) + sum.vectorD().array().abs().max(1e-300).log().sum());
+  result.states = packed(a, A);
+  for (std::size_t m = 0; m < kModels; ++m)
+    result.logWeights[m] = -0.5 * (distance2.all()[m] + logDeterminant[m]);
   return result;
 }
 
 /// The mixture of all models' states before the frame's sighting, with the sighting.
-bool takeIn(std::array<MotionState, kModels>& states, std::array<double, kModels>& logWeights,
-            const std::optional<PositionInformation>& seen, const ModelSet& set,
+bool takeIn(States& states, std::array<double, kModels>& logWeights,
+            const std::optional<PositionInformation>& seen, const Lanes& tremor2,
             MotionState& result) {
-  std::array<MotionState, kModels> markers = states;
-  std::array<Fit, kModels> fits{};
   bool used = false;
+  States markers = states;
+  for (int i = 0; i < 3; ++i) markers.pp(i, i) += tremor2;
   if (seen) {
-    double nearest = HUGE_VAL;
-    for (int m = 0; m < kModels; ++m) {
-      MotionState motion = states[m];
-      fits[m] = fitAndCorrect(motion, *seen, set.models[m].tremor, &markers[m]);
-      nearest = std::min(nearest, fits[m].distance2);
+    const Gain<Lanes> gain = gainOf(states, *seen, tremor2);
+    const auto distance2 = gain.fit.distance2.all();
+    used = *std::min_element(distance2.begin(), distance2.end()) <= kGate2;
+    if (used) {
+      correct(states, gain, tremor2, &markers);
+      markers.v = states.v;
+      markers.a = states.a;
+      markers.vv = states.vv;
+      markers.va = states.va;
+      markers.aa = states.aa;
+      const auto likelihood = gain.fit.logLikelihood.all();
+      for (std::size_t m = 0; m < kModels; ++m) logWeights[m] += likelihood[m];
     }
-    used = nearest <= kGate2;
   }
-  if (!used) {
-    markers = states;
-    for (int m = 0; m < kModels; ++m)
-      markers[m].pp.diagonal().array() += set.models[m].tremor * set.models[m].tremor;
-  }
-  std::array<double, kModels> weights = logWeights;
-  for (int m = 0; m < kModels; ++m)
-    if (used) weights[m] += fits[m].logLikelihood;
-  const double most = *std::max_element(weights.begin(), weights.end());
+  const double most = *std::max_element(logWeights.begin(), logWeights.end());
   double sum = 0;
-  for (double& weight : weights) sum += weight = std::exp(weight - most);
-  for (double& weight : weights) weight /= sum;
-  result = mixtureOf(markers, weights);
+  for (double& weight : logWeights) sum += weight = std::exp(weight - most);
+  for (double& weight : logWeights) weight /= sum;
+  result = mixtureOf(markers, Lanes(logWeights));
   return used;
 }
 
@@ -102,7 +166,7 @@ void smoothStretch(const Stretch& stretch, const ModelSet& set, const StretchTak
   if (frames == 0) return;
   const auto correct = [&](InteractingModels& filter, std::size_t k) {
     const auto seen = stretch.see(k);
-    if (seen && (seen->numbers >= kPair || !isLost(filter.place().pp)))
+    if (seen && (seen->numbers >= kPair || !isLost(filter.place().pp.trace())))
       filter.correct(*seen, kGate2);
   };
 
@@ -135,35 +199,32 @@ void smoothStretch(const Stretch& stretch, const ModelSet& set, const StretchTak
     const bool fromFuture = k < stretch.lastStart;
     if (fromFuture) future.predict(stretch.elapsed[k + 1]);
 
-    std::array<MotionState, kModels> states;
+    States states;
     std::array<double, kModels> logWeights{};
     bool frameIsIn = false;  // a filter that begins with this frame has its sighting already
-    for (int m = 0; m < kModels; ++m) {
-      if (k > 0 && fromFuture) {
-        const Meeting meeting = meet(before.model(m), future.model(m));
-        states[m] = meeting.state;
-        logWeights[m] = meeting.logWeight + std::log(before.probabilities()[m]) +
-                        std::log(future.probabilities()[m] / set.models[m].share);
-      } else if (fromFuture) {
-        Vector9d mean;
-        Matrix9d covariance;
-        unpack(future.model(m), -1, mean, covariance);
-        states[m] = packed(mean, covariance);
-        logWeights[m] = std::log(future.probabilities()[m]);
-      } else {
-        states[m] = before.model(m);
-        logWeights[m] = std::log(before.probabilities()[m]);
-        frameIsIn = k == 0;
-      }
+    const auto addLogs = [&](const Lanes& factors) {
+      const auto all = factors.all();
+      for (std::size_t m = 0; m < kModels; ++m) logWeights[m] += std::log(all[m]);
+    };
+    if (k > 0 && fromFuture) {
+      const Meeting meeting = meet(before.models(), future.models());
+      states = meeting.states;
+      logWeights = meeting.logWeights;
+      addLogs(Lanes(before.probabilities()));
+      addLogs(Lanes(future.probabilities()) / before.shares());
+    } else if (fromFuture) {
+      states = turned(future.models());
+      addLogs(Lanes(future.probabilities()));
+    } else {
+      states = before.models();
+      addLogs(Lanes(before.probabilities()));
+      frameIsIn = k == 0;
     }
     std::optional<PositionInformation> seen;
     if (!frameIsIn) seen = stretch.see(k);
-    if (seen && seen->numbers < kPair &&
-        std::all_of(states.begin(), states.end(),
-                    [](const MotionState& state) { return isLost(state.pp); }))
-      seen.reset();
+    if (seen && seen->numbers < kPair && areLost(states)) seen.reset();
     MotionState smoothed;
-    const bool used = takeIn(states, logWeights, seen, set, smoothed);
+    const bool used = takeIn(states, logWeights, seen, before.tremor2(), smoothed);
     take(k, smoothed, used || frameIsIn);
 
     if (k == stretch.lastStart)

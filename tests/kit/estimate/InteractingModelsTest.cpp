@@ -54,6 +54,25 @@ TEST(InteractingModels, ThatAreAllTheSameAreOneKalmanFilter) {
   EXPECT_LT((models.marker().aa - one.aa).norm(), 1e-6 * one.aa.norm());
 }
 
+MotionState modelOf(const InteractingModels& models, int m) {
+  const MotionStateOf<Lanes>& all = models.models();
+  const auto vectorOf = [m](const auto& x) { return Vector3d(x[0][m], x[1][m], x[2][m]); };
+  const auto blockOf = [m](const auto& x) -> Matrix3d {
+    return Matrix3d::NullaryExpr([&](Eigen::Index i, Eigen::Index j) { return x(i, j)[m]; });
+  };
+  MotionState s;
+  s.p = vectorOf(all.p);
+  s.v = vectorOf(all.v);
+  s.a = vectorOf(all.a);
+  s.pp = blockOf(all.pp);
+  s.pv = blockOf(all.pv);
+  s.pa = blockOf(all.pa);
+  s.vv = blockOf(all.vv);
+  s.va = blockOf(all.va);
+  s.aa = blockOf(all.aa);
+  return s;
+}
+
 // The textbook's mixing over all pairs of models, for the transition "stay, or be drawn anew".
 TEST(InteractingModels, MixAsTheFullTransitionMatrixSays) {
   const ModelSet set;  // with tremor: what is mixed is the motion, without the displacement
@@ -64,8 +83,7 @@ TEST(InteractingModels, MixAsTheFullTransitionMatrixSays) {
     calm.predict(kPeriod);
     calm.correct(measured(Vector3d(30 * std::sin(i * 0.1), random.normal(), 1500), 1), 1e9);
   }
-  std::array<MotionState, kModels> states;
-  for (int m = 0; m < kModels; ++m) states[m] = calm.model(m);
+  const MotionStateOf<Lanes> states = calm.models();
   const auto weights = calm.probabilities();
   calm.predict(kPeriod);
   const double stays = std::exp(-kPeriod / set.dwell);
@@ -77,13 +95,13 @@ TEST(InteractingModels, MixAsTheFullTransitionMatrixSays) {
       prior += mixing[i];
     }
     for (double& weight : mixing) weight /= prior;
-    MotionState expected = mixtureOf(states, mixing);
+    MotionState expected = mixtureOf(states, Lanes(mixing));
     predict(expected, Step(kPeriod, set.memory), set.models[j].jerk);
     EXPECT_NEAR(calm.probabilities()[j], prior, 1e-12);
-    EXPECT_LT((calm.model(j).p - expected.p).norm(), 1e-9);
-    EXPECT_LT((calm.model(j).pp - expected.pp).norm(), 1e-9 * expected.pp.norm());
-    EXPECT_LT((calm.model(j).va - expected.va).norm(), 1e-9 * expected.va.norm());
-    EXPECT_LT((calm.model(j).aa - expected.aa).norm(), 1e-9 * expected.aa.norm());
+    EXPECT_LT((modelOf(calm, j).p - expected.p).norm(), 1e-9);
+    EXPECT_LT((modelOf(calm, j).pp - expected.pp).norm(), 1e-9 * expected.pp.norm());
+    EXPECT_LT((modelOf(calm, j).va - expected.va).norm(), 1e-9 * expected.va.norm());
+    EXPECT_LT((modelOf(calm, j).aa - expected.aa).norm(), 1e-9 * expected.aa.norm());
   }
 }
 
