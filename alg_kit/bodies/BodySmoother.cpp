@@ -13,10 +13,6 @@ struct Kept {
   TrackedPose pose;
 };
 
-Matrix15d even(const Matrix15d& m) {
-  return 0.5 * (m + m.transpose());
-}
-
 /// @param later     the next frame's step
 /// @param smoothed  its state by all frames
 BodyState wentBack(const BodyState& after, const BodyFilter::Step& later,
@@ -25,8 +21,7 @@ BodyState wentBack(const BodyState& after, const BodyFilter::Step& later,
   const Matrix15d gain = later.before.covariance.ldlt().solve(forward).transpose();
   BodyState result = after;
   changeBy(result, gain * changeFrom(later.before, smoothed));
-  result.covariance = even(
-      after.covariance + gain * (smoothed.covariance - later.before.covariance) * gain.transpose());
+  result.covariance += gain * (smoothed.covariance - later.before.covariance) * gain.transpose();
   return result;
 }
 

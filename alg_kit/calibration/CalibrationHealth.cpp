@@ -9,7 +9,8 @@ namespace calibration {
 namespace {
 
 constexpr double kRadians = 3.141592653589793 / 180;
-constexpr int kStretches = 10;
+constexpr std::size_t kMostStretches = 10;
+constexpr std::size_t kUsualPairs = 150;   // of a stretch: with fewer in all, stretches are longer
 constexpr std::size_t kFewestPairs = 100;  // of a stretch
 constexpr std::size_t kMostPairs = 6000;   // leave its rotation open by far less than kLeastDrift
 constexpr double kBelieved = 0.5;          // degrees by which a stretch may differ from the given
@@ -70,20 +71,22 @@ Stretch stretchOf(const algorithm::StereoCalibration& given,
 }
 
 std::vector<Stretch> stretchesOf(const algorithm::StereoCalibration& given,
-                                 const Refinement& refinement,
+                                 const algorithm::StereoCalibration& refined,
                                  const std::vector<ObservedPair>& pairs) {
   std::vector<Stretch> stretches;
   const double begin = pairs.front().time, length = pairs.back().time - begin;
   if (!(length > 0) || !std::isfinite(length)) return stretches;
+  const auto count =
+      static_cast<int>(std::clamp<std::size_t>(pairs.size() / kUsualPairs, 1, kMostStretches));
   std::size_t next = 0;
-  for (int i = 0; i < kStretches; ++i) {
-    const double to = begin + length * (i + 1) / kStretches;
+  for (int i = 0; i < count; ++i) {
+    const double to = begin + length * (i + 1) / count;
     std::vector<ObservedPair> some;
-    for (; next < pairs.size() && (pairs[next].time < to || i == kStretches - 1); ++next)
+    for (; next < pairs.size() && (pairs[next].time < to || i == count - 1); ++next)
       some.push_back(pairs[next]);
     if (some.size() < kFewestPairs) continue;
-    stretches.push_back(stretchOf(given, refinement.calibration, some));
-    stretches.back().point.from = begin + length * i / kStretches;
+    stretches.push_back(stretchOf(given, refined, some));
+    stretches.back().point.from = begin + length * i / count;
     stretches.back().point.to = to;
   }
   return stretches;
@@ -164,15 +167,15 @@ CalibrationHealth healthOf(const LoadedCalibration& loaded,
   CalibrationHealth health;
   health.refinement = refine(loaded, pairs);
   const Refinement& r = health.refinement;
+  const bool refused = !r.refusal.empty();
   health.unseen.push_back("the length of the baseline, which scales every position alike");
   for (const std::string& text : r.undetermined) health.unseen.push_back(text);
-  if (!r.refusal.empty()) {
-    health.text = "the recording does not tell whether the calibration still holds: " + r.refusal;
-    return health;
-  }
   algorithm::StereoCalibration given = loaded.calibration;
   recomputeFundamental(given);
-  const std::vector<Stretch> stretches = stretchesOf(given, r, pairs);
+  // Cameras that move far fit no one calibration: their stretches still tell that they moved, and
+  // too roughly how far.
+  std::vector<Stretch> stretches;
+  if (!pairs.empty()) stretches = stretchesOf(given, refused ? given : r.calibration, pairs);
   for (const Stretch& stretch : stretches) health.trend.push_back(stretch.point);
 
   const auto residuals = [&] {
@@ -183,17 +186,19 @@ CalibrationHealth healthOf(const LoadedCalibration& loaded,
   for (const ExpectedError& e : r.expected)
     if (atTwo == nullptr || e.depth <= 2000) atTwo = &e;
   const double drift = driftOf(stretches);
-  if (drift > 0) {
+  if (drift > 0 && !refused) {
     health.verdict = HealthVerdict::kDrifts;
     health.text = "the cameras moved against each other by about " + number(drift, "%.1g") +
                   " degrees while the recording went on: find what is loose, then calibrate";
-  } else if (residualsRamp(stretches)) {
+  } else if (drift > 0 || residualsRamp(stretches)) {
     health.verdict = HealthVerdict::kDrifts;
     health.text =
         "the cameras moved against each other while the recording went on: the residual "
         "goes from " +
         number(health.trend.front().residual, "%.2g") + " to " +
         number(health.trend.back().residual, "%.2g") + " px; find what is loose, then calibrate";
+  } else if (refused) {
+    health.text = "the recording does not tell whether the calibration still holds: " + r.refusal;
   } else if (r.changed && atTwo != nullptr &&
              atTwo->before > std::max(atTwo->fromNoise, kLeastError)) {
     health.verdict = HealthVerdict::kStale;

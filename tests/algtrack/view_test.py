@@ -117,6 +117,19 @@ class ViewTest(AlgtrackCase):
                 self.assertEqual(self.talk(address, data)[9:12], status)
         self.assertEqual(self.get(address, f"/?{address.query}")[0], 200)
 
+    def test_a_client_that_is_refused_early_may_finish_what_it_sends(self):
+        self.simulate("a.algrec", "--seconds", 0.1)
+        address = self.serve("a.algrec")
+        with socket.create_connection((address.hostname, address.port), timeout=30) as client:
+            client.sendall(b"GET / HTTP/1.1\r\nX: " + b"a" * 20000)
+            answer = b""
+            while part := client.recv(65536):
+                answer += part
+            self.assertEqual(answer[9:12], b"431")
+            for _ in range(900):  # to a socket that is closed it would fail
+                client.sendall(b"a" * 1000)
+            client.shutdown(socket.SHUT_WR)
+
     def test_many_connections_are_closed_and_the_next_client_is_served(self):
         self.simulate("a.algrec", "--seconds", 0.1)
         address = self.serve("a.algrec")

@@ -2,9 +2,11 @@
 #include <alg_kit/rig/RigError.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sim/Simulator.h>
 #include <tests/support/SeenPairs.h>
 
 #include <Eigen/Dense>
+#include <map>
 
 namespace calibration {
 namespace {
@@ -21,18 +23,20 @@ LoadedCalibration given() {
   return loaded;
 }
 
-/// Twenty seconds; the rig bends from `first` to `last` in ten steps.
+/// Twenty seconds; the rig bends from `first` to `last` in so many steps.
 std::vector<ObservedPair> session(const rig::RigError& first, const rig::RigError& last,
-                                  double noise = 0.05) {
+                                  double noise = 0.05, int steps = 10, int count = 3000) {
   std::vector<ObservedPair> pairs;
-  for (int step = 0; step < 10; ++step) {
+  for (int step = 0; step < steps; ++step) {
     auto rig = rig::builtInRig();
-    const double share = (step + 0.5) / 10;
+    const double share = (step + 0.5) / steps;
     rig.calibration = rig::withError(rig.calibration, (1 - share) * first + share * last);
-    const auto some = support::pairsAllOver(rig, 300, noise, 50 + static_cast<unsigned>(step));
+    const auto some = support::pairsAllOver(rig, static_cast<std::size_t>(count / steps), noise,
+                                            50 + static_cast<unsigned>(step));
     for (std::size_t i = 0; i < some.size(); ++i) {
       pairs.push_back(some[i]);
-      pairs.back().time = 2 * step + 2.0 * static_cast<double>(i) / 300;
+      pairs.back().time =
+          20.0 / steps * (step + static_cast<double>(i) / static_cast<double>(some.size()));
     }
   }
   return pairs;
@@ -80,6 +84,47 @@ TEST(CalibrationHealth, ADriftIsACurve) {
   for (std::size_t i = 0; i < 10; ++i)
     EXPECT_NEAR(health.trend[i].rotation, 0.5 * (static_cast<double>(i) + 0.5) / 10, 0.03) << i;
   EXPECT_GT(health.trend[9].residual, 4 * health.trend[0].residual);
+}
+
+// No one pair of cameras explains such a recording; that it drifts is still the first thing to say.
+TEST(CalibrationHealth, ADriftThatNoCalibrationExplainsIsADriftToo) {
+  const auto health = healthOf(given(), session({}, bend(3), 0.05, 100));
+  EXPECT_FALSE(health.refinement.refusal.empty());
+  EXPECT_EQ(health.verdict, HealthVerdict::kDrifts);
+  EXPECT_THAT(health.text, HasSubstr("the residual goes from 0.4"));
+}
+
+// Two seconds of three objects' paths show a tilt in the residual, and fit it with turns anyhow.
+TEST(CalibrationHealth, ADriftIsToldByItsResidualsWhereTheTurnsAreUncertain) {
+  sim::SimulatorOptions options;
+  options.blobs.pixelNoise = 0.05;
+  options.drift.rotation = {0.5, 0, 0};
+  options.driftSeconds = 20;
+  const sim::Simulator simulator(rig::builtInRig(), sim::Scene::moving(0), options);
+  std::vector<ObservedPair> pairs;
+  for (std::int64_t frame = 0; frame < 1800; ++frame) {
+    std::map<int, ObservedPair> seen;  // every id is one marker's
+    for (const sim::BlobRecord& blob : simulator.frame(frame).blobs) {
+      ObservedPair& pair = seen[blob.id];
+      auto& point = blob.camera == rig::Camera::kLeft ? pair.left : pair.right;
+      point = {static_cast<double>(blob.sumX) / blob.weight,
+               static_cast<double>(blob.sumY) / blob.weight};
+      pair.leftDiameter = pair.rightDiameter = 8;
+      pair.id = blob.id;
+      pair.time = static_cast<double>(frame) / 90;
+    }
+    for (const auto& [id, pair] : seen) pairs.push_back(pair);
+  }
+  const auto health = healthOf(given(), pairs);
+  EXPECT_EQ(health.verdict, HealthVerdict::kDrifts);
+  EXPECT_THAT(health.text, HasSubstr("the residual goes from 0.1"));
+}
+
+// A tenth of few pairs would tell nothing.
+TEST(CalibrationHealth, FewPairsAreTakenInFewerStretches) {
+  const auto health = healthOf(given(), session({}, bend(1), 0.05, 100, 900));
+  EXPECT_EQ(health.trend.size(), 6u);
+  EXPECT_EQ(health.verdict, HealthVerdict::kDrifts);
 }
 
 TEST(CalibrationHealth, SaysWhatARecordingCannotTell) {
