@@ -9,6 +9,7 @@
 #include <alg_kit/analysis/RecordingSurvey.h>
 #include <alg_kit/analysis/TruthTrack.h>
 #include <alg_kit/bodies/CallFrames.h>
+#include <alg_kit/calibration/CalibrationCheck.h>
 #include <alg_kit/calibration/CalibrationHealth.h>
 #include <alg_kit/calibration/CalibrationRecord.h>
 #include <alg_kit/calibration/RecordedPairs.h>
@@ -390,6 +391,8 @@ class Gatherer {
       calibration::LoadedCalibration loaded;
       loaded.calibration = *it->calibration;
       loaded.unit = "mm";
+      if (const auto finding = calibration::judgeUnit(loaded))
+        numbers_.notices.push_back(finding->text);
       const auto health = calibration::healthOf(loaded, views_.pairs);
       numbers_.recording.health =
           HealthFacts{calibration::nameOf(health.verdict), health.text, health.trend};

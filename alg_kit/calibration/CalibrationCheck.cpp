@@ -81,35 +81,6 @@ void judgeSides(const LoadedCalibration& loaded, const Geometry& geometry,
   }
 }
 
-void judgeUnit(const LoadedCalibration& loaded, const Geometry& geometry,
-               std::vector<Finding>& findings) {
-  if (geometry.baseline > kLargestBaselineInMillimetres) {
-    std::string text = "The unit of the translation seems to be too large: the baseline is " +
-                       number(geometry.baseline, "%.6g") + " mm (" +
-                       number(geometry.baseline / 1000) +
-                       " m), wider than any pair that the library is made for. ";
-    text +=
-        loaded.appliedFactor > 1
-            ? "The file's numbers were read as " + unitOfFile(loaded) +
-                  "; they seem to be of a smaller unit: import it with --unit " +
-                  (geometry.baseline / loaded.appliedFactor > kLargestBaselineInCentimetres ? "mm."
-                                                                                            : "cm.")
-            : "Import it with the unit that it really has (--unit).";
-    findings.push_back({"unit-too-large", text});
-    return;
-  }
-  const std::string why = "the baseline is " + number(geometry.baseline) +
-                          ", and the library's limits (depth 10 to 4500, jumps 150) are made for "
-                          "millimetres. Import it with --unit ";
-  if (geometry.baseline < kLargestBaselineInMetres)
-    findings.push_back(
-        {"unit-metres", "The unit of the translation seems to be metres: " + why + "m."});
-  else if (geometry.baseline < kLargestBaselineInCentimetres)
-    findings.push_back(
-        {"unit-centimetres",
-         "The unit of the translation seems to be centimetres: " + why + "cm if so."});
-}
-
 void judgeLens(const Lens& lens, const double (&distortion)[8], const rig::FieldOfView& view,
                const std::string& name, std::vector<Finding>& findings) {
   const std::string remedy =
@@ -228,11 +199,36 @@ Geometry measure(const LoadedCalibration& loaded) {
   return geometry;
 }
 
+std::optional<Finding> judgeUnit(const LoadedCalibration& loaded) {
+  const double baseline = baselineOf(loaded.calibration);
+  if (baseline > kLargestBaselineInMillimetres) {
+    std::string text = "The unit of the translation seems to be too large: the baseline is " +
+                       number(baseline, "%.6g") + " mm (" + number(baseline / 1000) +
+                       " m), wider than any pair that the library is made for. ";
+    text +=
+        loaded.appliedFactor > 1
+            ? "The file's numbers were read as " + unitOfFile(loaded) +
+                  "; they seem to be of a smaller unit: import it with --unit " +
+                  (baseline / loaded.appliedFactor > kLargestBaselineInCentimetres ? "mm." : "cm.")
+            : "Import it with the unit that it really has (--unit).";
+    return Finding{"unit-too-large", text};
+  }
+  const std::string why = "the baseline is " + number(baseline) +
+                          ", and the library's limits (depth 10 to 4500, jumps 150) are made for "
+                          "millimetres. Import it with --unit ";
+  if (baseline < kLargestBaselineInMetres)
+    return Finding{"unit-metres", "The unit of the translation seems to be metres: " + why + "m."};
+  if (baseline < kLargestBaselineInCentimetres)
+    return Finding{"unit-centimetres",
+                   "The unit of the translation seems to be centimetres: " + why + "cm if so."};
+  return std::nullopt;
+}
+
 std::vector<Finding> judge(const LoadedCalibration& loaded, const Geometry& geometry) {
   const auto& c = loaded.calibration;
   std::vector<Finding> findings;
   judgeSides(loaded, geometry, findings);
-  judgeUnit(loaded, geometry, findings);
+  if (auto finding = judgeUnit(loaded)) findings.push_back(std::move(*finding));
   judgeLens(loaded.left, c.leftDistortion, geometry.left, "left", findings);
   judgeLens(loaded.right, c.rightDistortion, geometry.right, "right", findings);
   if (geometry.rotationDeviation > kRotationTolerance || geometry.rotationDeterminant < 0)

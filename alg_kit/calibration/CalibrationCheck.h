@@ -5,6 +5,7 @@
 #include <alg_kit/calibration/StereoFit.h>
 #include <alg_kit/rig/LensGeometry.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,9 @@ struct Finding {
 };
 
 Geometry measure(const LoadedCalibration& loaded);
+
+/// Whether the length of the baseline is none that a pair in millimetres has; none = it may be one.
+std::optional<Finding> judgeUnit(const LoadedCalibration& loaded);
 
 /// What the figures alone say.
 std::vector<Finding> judge(const LoadedCalibration& loaded, const Geometry& geometry);

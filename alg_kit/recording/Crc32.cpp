@@ -1,6 +1,7 @@
 #include <alg_kit/recording/Crc32.h>
 
 #include <array>
+#include <cstring>
 
 #if defined(__x86_64__) && defined(__GNUC__)
 #define ALG_CRC32_FOLDS 1
@@ -57,32 +58,31 @@ ALG_FOLDING __m128i folded(__m128i remainder, __m128i powers, __m128i block) {
   return _mm_xor_si128(_mm_xor_si128(low, high), block);
 }
 
-/// Whole blocks, at least one: carry-less products instead of tables. Gopal and others, Fast CRC
-/// Computation for Generic Polynomials Using PCLMULQDQ Instruction, Intel 2009, whose constants
-/// these are: powers of x modulo the polynomial, reflected.
-ALG_FOLDING std::uint32_t foldedBlocks(std::uint32_t state, const std::uint8_t* bytes,
-                                       std::size_t size) {
+/// The same over whole blocks.
+ALG_FOLDING __m128i foldedOver(__m128i sum, const std::uint8_t* bytes, std::size_t size) {
   const __m128i byStride = _mm_set_epi64x(0x1C6E41596, 0x154442BD4);
   const __m128i byBlock = _mm_set_epi64x(0x0CCAA009E, 0x1751997D0);
-  __m128i sum = _mm_xor_si128(blockAt(bytes), _mm_cvtsi32_si128(static_cast<int>(state)));
-  if (size >= kStride) {
-    __m128i second = blockAt(bytes + kBlock), third = blockAt(bytes + 2 * kBlock),
-            fourth = blockAt(bytes + 3 * kBlock);
-    for (bytes += kStride, size -= kStride; size >= kStride; bytes += kStride, size -= kStride) {
+  if (size >= kStride - kBlock) {
+    __m128i second = blockAt(bytes), third = blockAt(bytes + kBlock),
+            fourth = blockAt(bytes + 2 * kBlock);
+    bytes += kStride - kBlock;
+    size -= kStride - kBlock;
+    for (; size >= kStride; bytes += kStride, size -= kStride) {
       sum = folded(sum, byStride, blockAt(bytes));
       second = folded(second, byStride, blockAt(bytes + kBlock));
       third = folded(third, byStride, blockAt(bytes + 2 * kBlock));
       fourth = folded(fourth, byStride, blockAt(bytes + 3 * kBlock));
     }
     sum = folded(folded(folded(sum, byBlock, second), byBlock, third), byBlock, fourth);
-  } else {
-    bytes += kBlock;
-    size -= kBlock;
   }
   for (; size >= kBlock; bytes += kBlock, size -= kBlock)
     sum = folded(sum, byBlock, blockAt(bytes));
+  return sum;
+}
 
-  // 128 bits to 64, and by Barrett's reduction to 32.
+/// 128 bits to 64, and by Barrett's reduction to 32.
+ALG_FOLDING std::uint32_t reduced(__m128i sum) {
+  const __m128i byBlock = _mm_set_epi64x(0x0CCAA009E, 0x1751997D0);
   const __m128i low32 = _mm_set_epi32(0, 0, 0, -1);
   sum = _mm_xor_si128(_mm_clmulepi64_si128(sum, byBlock, 0x10), _mm_srli_si128(sum, 8));
   const __m128i by32 = _mm_set_epi64x(0, 0x163CD6124);
@@ -92,6 +92,24 @@ ALG_FOLDING std::uint32_t foldedBlocks(std::uint32_t state, const std::uint8_t* 
   __m128i quotient = _mm_clmulepi64_si128(_mm_and_si128(sum, low32), polynomial, 0x10);
   quotient = _mm_clmulepi64_si128(_mm_and_si128(quotient, low32), polynomial, 0x00);
   return static_cast<std::uint32_t>(_mm_extract_epi32(_mm_xor_si128(sum, quotient), 1));
+}
+
+/// At least a block: carry-less products instead of tables. Gopal and others, Fast CRC Computation
+/// for Generic Polynomials Using PCLMULQDQ Instruction, Intel 2009, whose constants these are:
+/// powers of x modulo the polynomial, reflected.
+ALG_FOLDING std::uint32_t crc32ByFolding(std::uint32_t state, const std::uint8_t* bytes,
+                                         std::size_t size) {
+  // Zeros before the first byte change nothing, once the state is in the first four bytes.
+  const std::size_t rest = size % kBlock;
+  std::array<std::uint8_t, 2 * kBlock> head{};
+  std::uint8_t* const first = head.data() + kBlock - rest;
+  std::memcpy(first, bytes, kBlock);
+  if (rest > 0) std::memcpy(head.data() + kBlock, bytes + rest, kBlock);
+  for (std::size_t i = 0; i < sizeof state; ++i)
+    first[i] = static_cast<std::uint8_t>(first[i] ^ state >> 8 * i);
+  if (rest == 0) return reduced(foldedOver(blockAt(first), bytes + kBlock, size - kBlock));
+  return reduced(foldedOver(foldedOver(blockAt(head.data()), head.data() + kBlock, kBlock),
+                            bytes + kBlock + rest, size - kBlock - rest));
 }
 
 bool canFold() {
@@ -106,23 +124,13 @@ bool canFold() {
 std::uint32_t crc32ByTables(std::uint32_t state, const std::uint8_t* bytes, std::size_t size) {
   for (; size >= kMostAtOnce; size -= kMostAtOnce, bytes += kMostAtOnce)
     state = advanced<kMostAtOnce>(state, bytes);
-  if (size >= kMostAtOnce / 2) {
-    state = advanced<kMostAtOnce / 2>(state, bytes);
-    bytes += kMostAtOnce / 2;
-    size -= kMostAtOnce / 2;
-  }
   for (; size > 0; --size, ++bytes) state = advanced<1>(state, bytes);
   return state;
 }
 
 std::uint32_t crc32After(std::uint32_t state, const std::uint8_t* bytes, std::size_t size) {
 #if defined(ALG_CRC32_FOLDS)
-  if (size >= kBlock && canFold()) {
-    const std::size_t whole = size / kBlock * kBlock;
-    state = foldedBlocks(state, bytes, whole);
-    bytes += whole;
-    size -= whole;
-  }
+  if (size >= kBlock && canFold()) return crc32ByFolding(state, bytes, size);
 #endif
   return crc32ByTables(state, bytes, size);
 }

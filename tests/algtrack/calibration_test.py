@@ -161,6 +161,27 @@ class CalibrationTest(AlgtrackCase):
         result = self.run_algtrack("calibration", "check", RADTAN, EXTRINSICS, "--unit", "m")
         self.assertIn("distortion model of the left camera is wrong", result.stdout)
 
+    def test_metres_taken_for_millimetres_are_said_wherever_a_calibration_is_used(self):
+        self.import_rig()
+        metres = self.doubles("rig.bin")
+        for i in range(TRANSLATION, TRANSLATION + 3):
+            metres[i] /= 1000
+        self.write_doubles("metres.bin", metres)
+        said = "The unit of the translation seems to be metres: the baseline is 0.1"
+        self.simulate("good", "--seconds", 1)
+        for arguments in (("simulate", "--calibration", "metres.bin", "-o", "m", "--seconds", 1),
+                          ("replay", "good", "--calibration", "metres.bin", "--csv", "m.csv"),
+                          ("tracks", "m", "--csv", "t.csv")):
+            result = self.run_algtrack(*arguments)
+            self.assertEqual(result.returncode, 0, arguments)
+            notes = [line for line in result.stderr.splitlines() if said in line]
+            self.assertEqual(len(notes), 1, arguments)
+            self.assertTrue(notes[0].startswith("Note: m"), arguments)
+        notices = json.loads(self.succeed("report", "m", "--json"))["notices"]
+        self.assertEqual(len([text for text in notices if said in text]), 1)
+        # And of the right one nothing is said.
+        self.assertEqual(self.run_algtrack("tracks", "good", "--csv", "g.csv").stderr, "")
+
     def test_a_recording_made_with_the_wrong_calibration_can_be_judged(self):
         # The device is the rig; the host configured the library with an inverted translation.
         d = self.import_rig()

@@ -126,6 +126,18 @@ void writeJsonLines(const TracksOptions& options, const std::string& origin,
   file.commit();
 }
 
+/// Of the latest calibration.
+void noteRecordedUnit(const recording::RecordingReader& reader) {
+  const auto configurations = reader.configurations();
+  const auto latest =
+      std::find_if(configurations.rbegin(), configurations.rend(),
+                   [](const recording::Configuration& c) { return c.calibration.has_value(); });
+  if (latest == configurations.rend()) return;
+  calibration::LoadedCalibration loaded;
+  loaded.calibration = *latest->calibration;
+  noteUnit(loaded, reader.path());
+}
+
 std::string tumPath(const TracksOptions& options, int object) {
   return options.tum + "-object" + std::to_string(object) + ".tum";
 }
@@ -171,6 +183,7 @@ void writeTracks(TracksOptions options) {
   std::stable_sort(lines.begin(), lines.end(), [](const Line& a, const Line& b) {
     return std::tie(a.time, a.object) < std::tie(b.time, b.object);
   });
+  noteRecordedUnit(reader);
   const std::string origin = originOf(options, noise);
   if (!options.csv.empty()) writeCsv(options, origin, lines);
   if (!options.jsonLines.empty()) writeJsonLines(options, origin, lines);

@@ -1,13 +1,15 @@
 #include <tools/algtrack/terminal/Options.h>
 
-#include <alg_kit/calibration/CalibrationFile.h>
+#include <alg_kit/calibration/CalibrationCheck.h>
 #include <alg_kit/text/TextFile.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <iostream>
 #include <limits>
 #include <optional>
 #include <stdexcept>
@@ -105,10 +107,16 @@ CLI::Validator oneOf(const std::vector<std::string>& words) {
       list);
 }
 
+void noteUnit(const calibration::LoadedCalibration& loaded, const std::string& file) {
+  if (const auto finding = calibration::judgeUnit(loaded))
+    std::cerr << "Note: " << oneLine(file) << ": " << finding->text << "\n";
+}
+
 rig::StereoRig RigOption::read() const {
   const auto loaded = calibration::readCalibration(
       {file}, unit.empty() ? std::nullopt : std::optional<std::string>(unit));
   calibration::requireUsable(loaded, file);
+  noteUnit(loaded, file);
   rig::StereoRig rig;
   rig.calibration = loaded.calibration;
   rig.width = loaded.width > 0 ? loaded.width : sizeAround(rig.calibration.leftIntrinsics[2]);

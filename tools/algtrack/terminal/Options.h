@@ -1,6 +1,7 @@
 // Options that several subcommands share.
 #pragma once
 
+#include <alg_kit/calibration/CalibrationFile.h>
 #include <alg_kit/rig/StereoRig.h>
 
 #include <CLI/CLI.hpp>
@@ -28,6 +29,11 @@ CLI::Validator wholeNumberTo(std::int64_t most);
 
 /// One of these words, as they stand.
 CLI::Validator oneOf(const std::vector<std::string>& words);
+
+/// Says in one line, beside the results, that a calibration's unit seems to be another one than
+/// millimetres: it is legal, and every number that comes of it is nonsense.
+/// @param file  where it was read
+void noteUnit(const calibration::LoadedCalibration& loaded, const std::string& file);
 
 /// A calibration given on the command line, in any format that `algtrack calibration` reads.
 struct RigOption {
