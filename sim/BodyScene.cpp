@@ -4,9 +4,31 @@
 #include <utility>
 
 namespace sim {
+namespace {
+
+constexpr int kTwoPointType = 1;  // the product type that has such an object
+
+Scene pairScene(const bodies::Body& pair, const std::string& name, int productType,
+                Trajectory trajectory) {
+  if (productType != kTwoPointType)
+    throw std::invalid_argument(name +
+                                ": expected product type 1 with two markers of one id, found " +
+                                std::to_string(productType));
+  SceneObject object;
+  object.id = bodies::kPairId;
+  object.mount = bodies::meanOf(pair);
+  for (const bodies::BodyMarker& marker : pair.markers) {
+    object.markers.push_back(marker.position - object.mount);
+    object.facings.push_back(marker.facing);
+  }
+  return Scene(productType, {object}, std::move(trajectory));
+}
+
+}  // namespace
 
 Scene sceneOf(const bodies::Body& body, const std::string& name, int productType,
               Trajectory trajectory) {
+  if (body.isPair()) return pairScene(body, name, productType, std::move(trajectory));
   std::vector<SceneObject> objects;
   const Eigen::Vector3d middle = bodies::meanOf(body);
   for (const bodies::BodyMarker& marker : body.markers) {

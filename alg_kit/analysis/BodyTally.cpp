@@ -31,15 +31,14 @@ void BodyTally::addErrors(const bodies::RigidMotion& motion,
                           const std::vector<session::TruthRow>& truth, Columns& columns) {
   const auto trueMotion = bodies::trueMotionOf(body_, truth);
   if (!trueMotion) return;
-  const bodies::BodyError error = bodies::errorOf(motion, *trueMotion);
+  const bodies::BodyError error = bodies::errorOf(body_, motion, *trueMotion);
   positionError_.add(error.position);
   turnError_.add(error.turn);
   columns.add(first_ + kPositionError, error.position);
   columns.add(first_ + kTurnError, error.turn);
 }
 
-void BodyTally::add(bool sawFrame, const std::vector<session::TruthRow>& truth,
-                    Columns& columns) {
+void BodyTally::add(bool sawFrame, const std::vector<session::TruthRow>& truth, Columns& columns) {
   ++numbers_.packets;
   if (!sawFrame) return;
   markers_.add(visible_);

@@ -11,6 +11,14 @@ const BodyMarker* Body::markerOf(int id) const {
   return nullptr;
 }
 
+bool Body::isPair() const {
+  return markers.size() == 2 && markers[0].id == kPairId && markers[1].id == kSecondOfPair;
+}
+
+Eigen::Vector3d axisOf(const Body& pair) {
+  return (pair.markers[1].position - pair.markers[0].position).normalized();
+}
+
 Eigen::Vector3d meanOf(const Body& body) {
   Eigen::Vector3d sum = Eigen::Vector3d::Zero();
   for (const BodyMarker& marker : body.markers) sum += marker.position;

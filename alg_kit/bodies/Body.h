@@ -8,7 +8,12 @@
 
 namespace bodies {
 
-constexpr std::size_t kMostMarkers = 16;  ///< blob ids are below it
+constexpr std::size_t kMostMarkers = 16;        ///< blob ids are below it
+constexpr double kDegrees = 57.29577951308232;  ///< in a radian
+
+/// Both markers of product type 1's two-point object have this blob id. In a Body the second one
+/// stands under another, which that product type does not have.
+constexpr int kPairId = 2, kSecondOfPair = 15;
 
 struct BodyMarker {
   int id = 0;                                           ///< blob id
@@ -26,7 +31,14 @@ struct Body {
 
   /// Null if the body has no such marker.
   const BodyMarker* markerOf(int id) const;
+
+  /// The two-point object. Its origin is on the line of both markers. A pose has its position and
+  /// its direction; how far it is turned about that line nobody can see.
+  bool isPair() const;
 };
+
+/// From a pair's first marker to its second, unit vector, body's frame.
+Eigen::Vector3d axisOf(const Body& pair);
 
 /// The mean of its markers, body's frame.
 Eigen::Vector3d meanOf(const Body& body);

@@ -2,6 +2,7 @@
 
 #include <alg_kit/text/TextFile.h>
 
+#include <Eigen/Geometry>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -16,6 +17,7 @@ constexpr std::size_t kDeepest = 16;         // a body has three
 constexpr std::size_t kLargest = 64 * 1024;  // bytes
 constexpr double kFarthest = 1e5;            // mm, of a marker or a pivot from the origin
 constexpr double kMarkersApart = 0.1;        // mm
+constexpr double kOnLine = 1e-3;             // mm
 
 Json listOf(const Eigen::Vector3d& v) {
   return {v.x(), v.y(), v.z()};
@@ -85,12 +87,35 @@ void checkMarkers(const Body& body, const Reader& reader) {
     }
 }
 
+void makePair(Body& body, const Reader& reader) {
+  for (const BodyMarker& marker : body.markers)
+    if (marker.id != kPairId)
+      reader.fail("expected two markers of id 2, or three markers or more, found two and id " +
+                  std::to_string(marker.id));
+  body.markers[1].id = kSecondOfPair;
+}
+
+/// In a line, nothing says how far they are turned about it.
+void checkPlane(const Body& body, const Reader& reader) {
+  std::vector<Eigen::Vector3d> places;
+  for (const BodyMarker& marker : body.markers) places.push_back(marker.position);
+  if (!spanPlane(places, kLeastExtent))
+    reader.fail("expected markers that span a plane, found them in a line or in one place");
+}
+
+/// Off the line, the origin's place would depend on a turn that nobody sees.
+void checkLine(const Body& pair, const Reader& reader) {
+  if (axisOf(pair).cross(pair.markers[0].position).norm() > kOnLine)
+    reader.fail("expected the origin on the line of the two markers, found it elsewhere");
+}
+
 }  // namespace
 
 std::string bodyText(const Body& body) {
   Json markers = Json::array();
   for (const BodyMarker& marker : body.markers) {
-    Json json = {{"id", marker.id}, {"position", listOf(marker.position)}};
+    const int id = body.isPair() ? kPairId : marker.id;
+    Json json = {{"id", id}, {"position", listOf(marker.position)}};
     if (!marker.deviation.isZero(0)) json["deviation"] = listOf(marker.deviation);
     if (!marker.facing.isZero(0)) json["facing"] = listOf(marker.facing);
     markers.push_back(json);
@@ -104,7 +129,7 @@ std::string bodyText(const Body& body) {
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-Body bodyFromText(const std::string& content, const std::string& path) {
+Body bodyFromText(const std::string& content, const std::string& path, Pairs pairs) {
   const Reader reader(path);
   if (text::nestingOf(content) > kDeepest) reader.fail("expected a body, found deeper nesting");
   const Json json = Json::parse(content, nullptr, false);
@@ -117,16 +142,22 @@ Body bodyFromText(const std::string& content, const std::string& path) {
   if (!name.is_string()) reader.fail("expected a text as name, found none");
   body.name = name.get<std::string>();
   const Json& markers = reader.member(json, "markers");
-  if (!markers.is_array() || markers.size() < 3 || markers.size() > kMostMarkers)
+  const bool mayBePair = pairs == Pairs::kTaken && markers.size() == 2;
+  if (!markers.is_array() || (markers.size() < 3 && !mayBePair) || markers.size() > kMostMarkers)
     reader.fail("expected 3 to 16 markers, found another number");
   for (const Json& marker : markers) body.markers.push_back(reader.marker(marker));
+  if (mayBePair) makePair(body, reader);
   checkMarkers(body, reader);
+  if (mayBePair)
+    checkLine(body, reader);
+  else
+    checkPlane(body, reader);
   if (json.contains("pivot")) body.pivot = reader.vector(json.at("pivot"), "pivot");
   return body;
 }
 
-Body readBody(const std::string& path) {
-  return bodyFromText(text::readTextFile(path, "a body", kLargest), path);
+Body readBody(const std::string& path, Pairs pairs) {
+  return bodyFromText(text::readTextFile(path, "a body", kLargest), path, pairs);
 }
 
 void requireOwnIds(const std::vector<Body>& bodies, const std::vector<std::string>& names) {
@@ -139,9 +170,9 @@ void requireOwnIds(const std::vector<Body>& bodies, const std::vector<std::strin
                                     ", which " + names[other] + " has");
 }
 
-std::vector<Body> readBodies(const std::vector<std::string>& paths) {
+std::vector<Body> readBodies(const std::vector<std::string>& paths, Pairs pairs) {
   std::vector<Body> result;
-  for (const std::string& path : paths) result.push_back(readBody(path));
+  for (const std::string& path : paths) result.push_back(readBody(path, pairs));
   requireOwnIds(result, paths);
   return result;
 }

@@ -1,4 +1,5 @@
 #include <alg_kit/bodies/BodyFilter.h>
+#include <alg_kit/bodies/PairSight.h>
 #include <alg_kit/bodies/SmallMatrix.h>
 
 #include <algorithm>
@@ -13,6 +14,7 @@ using Eigen::Vector3d;
 // A pose that a frame measures by itself is taken for the liveliness up to these variances.
 constexpr double kFarthestPlace = 100 * 100;  // mm^2
 constexpr double kFarthestTurn = 0.3 * 0.3;   // rad^2
+constexpr double kNoTurn = 1e20;              // rad^2: tells nothing
 // A change beyond which the equations are linearised again.
 constexpr double kFarChange = 0.005;  // of the distance
 constexpr double kFarTurn = 0.03;     // radians
@@ -89,6 +91,14 @@ void BodyFilter::feed(const BodyFrame& frame, const estimate::PixelEquations& ca
   step_.began = false;
   if (!step_.alive || !(frame.elapsed > 0)) return begin(sights);
   advance(frame.elapsed);
+  if (!body_.isPair()) return follow(sights);
+  RigidMotion expected = step_.before.motion;
+  expected.position -= expected.orientation * mean_;
+  const BodyFrame told = toldApart(frame, body_, expected, cameras);
+  follow({told, cameras, noise});
+}
+
+void BodyFilter::follow(const Sights& sights) {
   lookAt(sights, Vector6d::Zero());
   look_.taken = look_.seen;
   // What was off shape in the frame before is asked last.
@@ -136,6 +146,8 @@ void BodyFilter::takeIn() {
     look_.taken[i] = look_.taken[i] && look_.seen[i];
     if (look_.taken[i]) look_.information.add(look_.arms[i], look_.markers[i]);
   }
+  if (body_.isPair() && look_.information.numbers > 0)
+    look_.information.pinTurn(changedBy(step_.before.motion, look_.at).orientation * axisOf(body_));
   look_.information.moveBack(look_.at);
 }
 
@@ -143,12 +155,12 @@ void BodyFilter::takeIn() {
 void BodyFilter::guessDrive() {
   const PoseInformation& all = look_.information;
   drive_ = liveliness_.drive();
-  if (all.numbers <= 6) return;
+  if (all.freedom() <= 0) return;
   Matrix6d root;
   if (!rootOf(all.weight, root)) return;
   Eigen::Matrix<double, 1, 6> pulled = all.pull.transpose();
   divideByTransposed(pulled, root);
-  if (!(all.misfit - pulled.squaredNorm() <= mostMisfit(all.numbers - 6))) return;
+  if (!(all.misfit - pulled.squaredNorm() <= mostMisfit(all.freedom()))) return;
   Matrix6d inverse = Matrix6d::Identity();  // of the root, transposed
   divideByTransposed(inverse, root);
   Vector6d variance, change;
@@ -159,6 +171,8 @@ void BodyFilter::guessDrive() {
   if (!(variance.head<3>().maxCoeff() < kFarthestPlace) ||
       !(variance.tail<3>().maxCoeff() < kFarthestTurn))
     return;
+  // Of a pair's turns one is pinned, and would pass for stillness: they do not count.
+  if (body_.isPair()) variance.tail<3>().setConstant(kNoTurn);
   Vector6d place;
   place << step_.before.motion.position, turned_;
   liveliness_.correct(place + change, variance);
@@ -213,7 +227,7 @@ bool BodyFilter::settle(const Sights& sights, const Matrix6d& prior) {
     keep(sights);
     return true;
   }
-  if (const auto pose = poseOf(body_, sights.frame, sights.cameras, sights.noise)) {
+  if (const auto pose = pinnedPoseOf(body_, sights.frame, sights.cameras, sights.noise)) {
     lookAt(sights, Vector6d::Zero());
     for (std::size_t i = 0; i < count_; ++i)
       look_.taken[i] = pose->ends[i] == MarkerEnd::kUsed || pose->ends[i] == MarkerEnd::kOneCamera;
@@ -297,7 +311,12 @@ void BodyFilter::keepUnseen(const Matrix6d& prior) {
 
 void BodyFilter::begin(const Sights& sights) {
   step_.alive = false;
-  if (const auto pose = poseOf(body_, sights.frame, sights.cameras, sights.noise)) startAt(*pose);
+  const auto beginAt = [&](const BodyFrame& frame) {
+    if (const auto pose = pinnedPoseOf(body_, frame, sights.cameras, sights.noise)) startAt(*pose);
+  };
+  if (!body_.isPair()) return beginAt(sights.frame);
+  if (const auto told = toldApart(sights.frame, body_, sights.cameras, sights.noise))
+    beginAt(*told);
 }
 
 void BodyFilter::startAt(const BodyPose& pose) {
@@ -374,6 +393,9 @@ TrackedPose BodyFilter::answerOf(const BodyState& state, const RigidMotion& seen
   jacobian.block<3, 3>(3, 6).setIdentity();
   result.rateCovariance =
       jacobian * state.covariance.block<9, 9>(kTurn, kTurn) * jacobian.transpose();
+  unpin(body_, result.pose);
+  if (body_.isPair())
+    forgetTurn(result.rateCovariance.bottomRightCorner<3, 3>(), seen.orientation * axisOf(body_));
   return result;
 }
 

@@ -93,6 +93,7 @@ class BodyFilter {
     double noise;
   };
 
+  void follow(const Sights& sights);
   void advance(double elapsed);
   Matrix6d predict();
   void lookAt(const Sights& sights, const Vector6d& at);

@@ -26,6 +26,32 @@ std::optional<Eigen::Vector2d> placeIn(const estimate::CandidateList& list) {
   return std::nullopt;
 }
 
+PairBlobs pairIn(const estimate::CandidateList& list) {
+  PairBlobs blobs;
+  if (const auto one = placeIn(list)) {
+    blobs.pixel[0] = *one;
+    blobs.count = 1;
+  } else if (list.blobCount() == 2) {
+    blobs.pixel = {list[0].pixel, list[1].pixel};
+    blobs.count = 2;
+  }
+  return blobs;
+}
+
+/// A pair's markers, in order of x: the two cameras see them in different orders only where they
+/// look along its line.
+std::array<estimate::Sighting, 2> likelySightings(const BodyFrame& frame) {
+  std::array<estimate::Sighting, 2> result;
+  for (const int camera : {estimate::kLeft, estimate::kRight}) {
+    const PairBlobs& blobs = frame.pair[static_cast<std::size_t>(camera)];
+    if (blobs.count != 2) continue;
+    const std::size_t first = blobs.pixel[0].x() <= blobs.pixel[1].x() ? 0 : 1;
+    result[0].pixel[camera] = blobs.pixel[first];
+    result[1].pixel[camera] = blobs.pixel[1 - first];
+  }
+  return result;
+}
+
 }  // namespace
 
 bool frameFrom(const std::uint8_t* packet, std::size_t length, int ids, BodyFrame& frame) {
@@ -41,6 +67,7 @@ bool frameFrom(const std::uint8_t* packet, std::size_t length, int ids, BodyFram
       estimate::CandidateList& list = candidates[id][static_cast<std::size_t>(camera)];
       list.addMerged();
       frame.markers[id].pixel[camera] = placeIn(list);
+      if (id == kPairId) frame.pair[static_cast<std::size_t>(camera)] = pairIn(list);
     }
   return true;
 }
@@ -58,12 +85,14 @@ void readFrames(const recording::RecordingReader& reader, const FrameTaker& take
 double blobNoiseOf(const recording::RecordingReader& reader) {
   std::vector<double> misses;
   readFrames(reader, [&](const BodyFrame& frame, const estimate::PixelEquations& cameras) {
-    for (const estimate::Sighting& sighting : frame.markers) {
-      if (misses.size() == kMostMisses || !sighting.both()) continue;
+    const auto add = [&](const estimate::Sighting& sighting) {
+      if (misses.size() == kMostMisses || !sighting.both()) return;
       const auto point = cameras.triangulate(sighting);
       const auto fit = point ? cameras.information(sighting, *point, 1) : std::nullopt;
       if (fit) misses.push_back(estimate::raysMiss(*fit));
-    }
+    };
+    for (const estimate::Sighting& sighting : frame.markers) add(sighting);
+    for (const estimate::Sighting& sighting : likelySightings(frame)) add(sighting);
   });
   if (misses.empty()) return estimate::BlobNoise::kLeast;
   const auto middle = misses.begin() + static_cast<std::ptrdiff_t>(misses.size() / 2);

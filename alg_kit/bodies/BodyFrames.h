@@ -15,6 +15,13 @@ class RecordingReader;
 
 namespace bodies {
 
+/// The blobs of the two-point object's id in one camera: one, or two that do not overlap. Which
+/// marker a blob is, it does not say. Of more, nobody knows which are the markers': none.
+struct PairBlobs {
+  std::array<Eigen::Vector2d, 2> pixel;
+  int count = 0;
+};
+
 /// One frame: of every id what each camera saw for certain. Where a camera saw several blobs of an
 /// id that do not overlap, nobody knows which is the marker: it counts as not seen.
 struct BodyFrame {
@@ -25,6 +32,7 @@ struct BodyFrame {
   /// or the device or its cameras began anew.
   double elapsed = 0;
   std::array<estimate::Sighting, kMostMarkers> markers;  ///< by id
+  std::array<PairBlobs, 2> pair;                         ///< by camera
 };
 
 using FrameTaker = std::function<void(const BodyFrame&, const estimate::PixelEquations&)>;

@@ -13,8 +13,6 @@ namespace {
 using Eigen::Matrix3d;
 using Eigen::Vector3d;
 
-constexpr double kDegrees = 57.29577951308232;
-
 /// The 24 turns that take a cube to itself.
 std::vector<Matrix3d> cubeTurns() {
   std::vector<Matrix3d> turns;

@@ -1,5 +1,6 @@
 #include <alg_kit/bodies/BodyPose.h>
 
+#include <alg_kit/bodies/PairSight.h>
 #include <alg_kit/bodies/PoseInformation.h>
 
 #include <Eigen/Cholesky>
@@ -23,6 +24,7 @@ struct Taken {
 
 /// The second largest extent, as spanPlane, without storage.
 bool begins(const Body& body, const Taken& taken) {
+  if (body.isPair()) return taken.point[0] && taken.point[1];
   Vector3d mean = Vector3d::Zero();
   int count = 0;
   for (std::size_t i = 0; i < body.markers.size(); ++i)
@@ -41,6 +43,7 @@ bool begins(const Body& body, const Taken& taken) {
 }
 
 RigidMotion beginning(const Body& body, const Taken& taken) {
+  if (body.isPair()) return pairMotion(body, taken.point[0]->position, taken.point[1]->position);
   std::array<Vector3d, kMostMarkers> from, to;
   std::array<double, kMostMarkers> weights{};
   std::size_t count = 0;
@@ -76,6 +79,7 @@ Equations equationsAt(const Body& body, const BodyFrame& frame,
     result.all.add(arm, *fit);
     result.misfits[i] = fit->misfit;
   }
+  if (body.isPair()) result.all.pinTurn(motion.orientation * axisOf(body));
   return result;
 }
 
@@ -86,10 +90,10 @@ struct Fitted {
 
 /// Gauss-Newton.
 std::optional<Fitted> fit(const Body& body, const BodyFrame& frame,
-                          const estimate::PixelEquations& cameras, double noise,
-                          const Taken& taken) {
+                          const estimate::PixelEquations& cameras, double noise, const Taken& taken,
+                          const RigidMotion& from) {
   Fitted result;
-  result.motion = beginning(body, taken);
+  result.motion = from;
   for (int step = 0; step < kMostSteps; ++step) {
     result.equations = equationsAt(body, frame, cameras, noise, taken, result.motion);
     if (!result.equations.good) return std::nullopt;
@@ -102,7 +106,7 @@ std::optional<Fitted> fit(const Body& body, const BodyFrame& frame,
 }
 
 bool fits(const Equations& equations, std::size_t markers) {
-  if (equations.all.misfit > mostMisfit(equations.all.numbers - 6)) return false;
+  if (equations.all.misfit > mostMisfit(equations.all.freedom())) return false;
   for (std::size_t i = 0; i < markers; ++i)
     if (equations.misfits[i] > kMarkerMost) return false;
   return true;
@@ -121,7 +125,7 @@ struct Rest {
 void keepBetter(const Body& body, const BodyFrame& frame, const estimate::PixelEquations& cameras,
                 double noise, const Taken& without, Rest& best) {
   if (!begins(body, without)) return;
-  const auto attempt = fit(body, frame, cameras, noise, without);
+  const auto attempt = fit(body, frame, cameras, noise, without, beginning(body, without));
   if (!attempt ||
       (best.fitted && best.fitted->equations.all.misfit <= attempt->equations.all.misfit))
     return;
@@ -148,6 +152,22 @@ Rest leftOut(const Body& body, const BodyFrame& frame, const estimate::PixelEqua
     without.marker[i] = true;
   }
   return best;
+}
+
+/// A pair that leans back looks nearly as one that leans forth: the covariance takes the mirrored
+/// fit in, by how likely that is.
+void addMirrored(const Body& pair, const BodyFrame& frame, const estimate::PixelEquations& cameras,
+                 double noise, const Taken& taken, const Fitted& best, BodyPose& pose) {
+  const Vector3d middle = best.motion * meanOf(pair);
+  const Vector3d view = middle.normalized();
+  const Vector3d half = best.motion * pair.markers[1].position - middle;
+  const Vector3d mirrored = half - 2 * view.dot(half) * view;
+  const auto other = fit(pair, frame, cameras, noise, taken,
+                         pairMotion(pair, middle - mirrored, middle + mirrored));
+  if (!other) return;
+  const double less = other->equations.all.misfit - best.equations.all.misfit;
+  const Vector6d change = differenceOf(best.motion, other->motion);
+  pose.covariance += change * change.transpose() / (1 + std::exp(0.5 * less));
 }
 
 }  // namespace
@@ -180,8 +200,22 @@ BodyPose delivered(const BodyPose& pose) {
   return result;
 }
 
+void unpin(const Body& body, BodyPose& pose) {
+  if (!body.isPair()) return;
+  const Vector3d axis = pose.motion.orientation * axisOf(body);
+  pose.directionDeviation = directionDeviation(pose.covariance, axis);
+  forgetTurn(pose.covariance.bottomRightCorner<3, 3>(), axis);
+}
+
 std::optional<BodyPose> poseOf(const Body& body, const BodyFrame& frame,
                                const estimate::PixelEquations& cameras, double noise) {
+  auto pose = pinnedPoseOf(body, frame, cameras, noise);
+  if (pose) unpin(body, *pose);
+  return pose;
+}
+
+std::optional<BodyPose> pinnedPoseOf(const Body& body, const BodyFrame& frame,
+                                     const estimate::PixelEquations& cameras, double noise) {
   BodyPose pose;
   Taken taken;
   for (std::size_t i = 0; i < body.markers.size(); ++i) {
@@ -194,7 +228,7 @@ std::optional<BodyPose> poseOf(const Body& body, const BodyFrame& frame,
                                      : MarkerEnd::kOneCamera;
   }
   if (!begins(body, taken)) return std::nullopt;
-  Rest best{taken, fit(body, frame, cameras, noise, taken)};
+  Rest best{taken, fit(body, frame, cameras, noise, taken, beginning(body, taken))};
   const auto good = [&] {
     return best.fitted && fits(best.fitted->equations, body.markers.size());
   };
@@ -207,6 +241,7 @@ std::optional<BodyPose> poseOf(const Body& body, const BodyFrame& frame,
   const std::optional<Fitted>& fitted = best.fitted;
   pose.motion = fitted->motion;
   pose.covariance = fitted->equations.all.weight.inverse();
+  if (body.isPair()) addMirrored(body, frame, cameras, noise, taken, *fitted, pose);
   pose.markers = usedOf(best.taken);
   pose.residual =
       noise * std::sqrt(fitted->equations.all.misfit / std::max(1, fitted->equations.all.numbers));

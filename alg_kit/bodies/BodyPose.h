@@ -28,9 +28,11 @@ struct BodyPose {
   /// Of the position (mm) and of a rotation vector (radians) that turns the body a little, axes of
   /// the camera frame: position first. What the blobs' noise makes of them; the body counts as
   /// known.
+  /// A pair's turn about its axis is not known: infinite wherever the axis has a part.
   Eigen::Matrix<double, 6, 6> covariance = Eigen::Matrix<double, 6, 6>::Zero();
-  int markers = 0;      ///< used
-  double residual = 0;  ///< px, root mean square of a used pixel's distance, per number
+  double directionDeviation = 0;  ///< of a pair: radians, per axis across its direction
+  int markers = 0;                ///< used
+  double residual = 0;            ///< px, root mean square of a used pixel's distance, per number
   std::array<MarkerEnd, kMostMarkers> ends{};  ///< by place in the body
 };
 
@@ -41,9 +43,18 @@ BodyPose delivered(const BodyPose& pose);
 /// camera saw, begun with the closed form over those that both saw. One marker that does not fit,
 /// or two, are left out where the others say so.
 /// @param noise  px, standard deviation of a blob centre's x and of its y
-/// @return nothing if fewer than three markers, which span a plane, are seen by both cameras, or if
+/// @param frame  of a pair: told apart
+/// @return nothing if fewer than three markers, which span a plane, are seen by both cameras (of a
+///         pair both), or if
 ///         they do not fit the shape and nobody can tell which. Allocates nothing.
 std::optional<BodyPose> poseOf(const Body& body, const BodyFrame& frame,
                                const estimate::PixelEquations& cameras, double noise);
+
+/// The same, for a filter to go on with: a pair's turn about its axis counts as known there.
+std::optional<BodyPose> pinnedPoseOf(const Body& body, const BodyFrame& frame,
+                                     const estimate::PixelEquations& cameras, double noise);
+
+/// What a pinned pose tells: of a pair the turn about the axis is forgotten.
+void unpin(const Body& body, BodyPose& pose);
 
 }  // namespace bodies

@@ -1,6 +1,7 @@
 #include <alg_kit/bodies/BodyTracks.h>
 
 #include <alg_kit/bodies/BodySmoother.h>
+#include <alg_kit/bodies/PairSight.h>
 
 #include <algorithm>
 #include <cmath>
@@ -10,14 +11,28 @@
 namespace bodies {
 namespace {
 
-constexpr double kDegrees = 57.29577951308232;
+/// @param last  the latest pose: it tells a pair's ends apart, and nothing else
+std::optional<BodyPose> singlePoseOf(const Body& body, const BodyFrame& frame,
+                                     const estimate::PixelEquations& cameras, double noise,
+                                     const std::optional<RigidMotion>& last) {
+  if (!body.isPair()) return poseOf(body, frame, cameras, noise);
+  const auto told = toldApart(frame, body, cameras, noise);
+  auto pose = told ? poseOf(body, *told, cameras, noise) : std::nullopt;
+  if (!pose || !last) return pose;
+  const Eigen::Vector3d axis = axisOf(body);
+  if ((pose->motion.orientation * axis).dot(last->orientation * axis) < 0)
+    pose->motion = otherWayRound(body, pose->motion);
+  return pose;
+}
 
 void trackEach(const recording::RecordingReader& reader, const std::vector<Body>& bodies,
                double noise, const BodyRowTaker& take) {
+  std::vector<std::optional<RigidMotion>> last(bodies.size());
   readFrames(reader, [&](const BodyFrame& frame, const estimate::PixelEquations& cameras) {
     for (std::size_t b = 0; b < bodies.size(); ++b) {
-      const auto pose = poseOf(bodies[b], frame, cameras, noise);
+      const auto pose = singlePoseOf(bodies[b], frame, cameras, noise, last[b]);
       if (!pose) continue;
+      last[b] = pose->motion;
       TrackedPose tracked;
       tracked.source = estimate::Source::kMeasured;
       tracked.pose = *pose;

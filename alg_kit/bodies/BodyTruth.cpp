@@ -1,5 +1,6 @@
 #include <alg_kit/bodies/BodyTruth.h>
 
+#include <alg_kit/bodies/PairSight.h>
 #include <alg_kit/recording/Recording.h>
 
 #include <cmath>
@@ -7,18 +8,40 @@
 namespace bodies {
 namespace {
 
-constexpr double kDegrees = 57.29577951308232;
+Eigen::Vector3d deliveredPlaceOf(const session::TruthRow& row) {
+  return {row.position[0], -row.position[1], -row.position[2]};
+}
+
+std::optional<RigidMotion> truePairMotion(const Body& pair,
+                                          const std::vector<session::TruthRow>& rows) {
+  std::optional<Eigen::Vector3d> ends[2];
+  for (const session::TruthRow& row : rows)
+    if (row.object == kPairId && (row.marker == 0 || row.marker == 1))
+      ends[row.marker] = deliveredPlaceOf(row);
+  if (!ends[0] || !ends[1]) return std::nullopt;
+  return pairMotion(pair, *ends[0], *ends[1]);
+}
+
+BodyError pairErrorOf(const Body& pair, const RigidMotion& found, const RigidMotion& truth) {
+  const Eigen::Vector3d axis = axisOf(pair), seen = found.orientation * axis;
+  const bool turned = seen.dot(truth.orientation * axis) < 0;
+  const RigidMotion like = turned ? otherWayRound(pair, truth) : truth;
+  const Eigen::Vector3d along = like.orientation * axis;
+  return {(found.position - like.position).norm(),
+          kDegrees * std::atan2(seen.cross(along).norm(), seen.dot(along))};
+}
 
 }  // namespace
 
 std::optional<RigidMotion> trueMotionOf(const Body& body,
                                         const std::vector<session::TruthRow>& rows) {
+  if (body.isPair()) return truePairMotion(body, rows);
   std::vector<Eigen::Vector3d> from, to;
   for (const session::TruthRow& row : rows) {
     const BodyMarker* const marker = body.markerOf(row.object);
     if (marker == nullptr || row.marker != 0) continue;
     from.push_back(marker->position);
-    to.push_back({row.position[0], -row.position[1], -row.position[2]});
+    to.push_back(deliveredPlaceOf(row));
   }
   if (!spanPlane(from, kLeastExtent)) return std::nullopt;
   const std::vector<double> weights(from.size(), 1);
@@ -43,18 +66,19 @@ std::map<std::int64_t, RigidMotion> trueMotions(const recording::RecordingReader
   return result;
 }
 
-BodyError errorOf(const RigidMotion& found, const RigidMotion& truth) {
+BodyError errorOf(const Body& body, const RigidMotion& found, const RigidMotion& truth) {
+  if (body.isPair()) return pairErrorOf(body, found, truth);
   const Eigen::Matrix<double, 6, 1> error = differenceOf(truth, found);
   return {error.head<3>().norm(), kDegrees * error.tail<3>().norm()};
 }
 
-BodyErrors errorsOf(const std::vector<BodyRow>& rows,
+BodyErrors errorsOf(const Body& body, const std::vector<BodyRow>& rows,
                     const std::map<std::int64_t, RigidMotion>& truth) {
   BodyErrors errors;
   for (const BodyRow& row : rows) {
     const auto found = truth.find(row.call);
     if (found == truth.end()) continue;
-    const BodyError error = errorOf(row.pose.pose.motion, found->second);
+    const BodyError error = errorOf(body, row.pose.pose.motion, found->second);
     errors.position += error.position * error.position;
     errors.turn += error.turn * error.turn;
     ++errors.packets;

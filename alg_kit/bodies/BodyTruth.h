@@ -15,7 +15,7 @@ namespace bodies {
 /// The true pose, axes as delivered: the body laid over its markers' true places, whatever its
 /// frame. What truly moved is in the file's fact true_body.
 /// @param rows  of one packet's frame
-/// @return nothing without three of its markers, which span a plane
+/// @return nothing without three of its markers, which span a plane, or both of a pair
 std::optional<RigidMotion> trueMotionOf(const Body& body,
                                         const std::vector<session::TruthRow>& rows);
 
@@ -26,10 +26,11 @@ std::map<std::int64_t, RigidMotion> trueMotions(const recording::RecordingReader
 
 struct BodyError {
   double position = 0;  ///< mm, of the origin
-  double turn = 0;      ///< degrees
+  double turn = 0;      ///< degrees; of a pair its direction's
 };
 
-BodyError errorOf(const RigidMotion& found, const RigidMotion& truth);
+/// A pair's ends look alike: which is which does not count.
+BodyError errorOf(const Body& body, const RigidMotion& found, const RigidMotion& truth);
 
 /// Root mean squares of what was answered against the truth.
 struct BodyErrors {
@@ -38,8 +39,8 @@ struct BodyErrors {
   double turn = 0;           ///< degrees
 };
 
-/// @param rows  of one body, of the packets' own moments
-BodyErrors errorsOf(const std::vector<BodyRow>& rows,
+/// @param rows  of this body, of the packets' own moments
+BodyErrors errorsOf(const Body& body, const std::vector<BodyRow>& rows,
                     const std::map<std::int64_t, RigidMotion>& truth);
 
 }  // namespace bodies

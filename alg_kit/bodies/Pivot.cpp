@@ -17,7 +17,6 @@ using Vector6d = Eigen::Matrix<double, 6, 1>;
 constexpr std::size_t kFewestPoses = 10;
 constexpr double kLeastTurn = 10;  // degrees
 constexpr double kFarOff = 3;      // times the median
-constexpr double kDegrees = 57.29577951308232;
 
 struct Solution {
   Vector3d tip, spot;

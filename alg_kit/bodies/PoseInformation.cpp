@@ -23,6 +23,12 @@ void PoseInformation::add(const Vector3d& arm, const estimate::PositionInformati
   numbers += marker.numbers;
 }
 
+void PoseInformation::pinTurn(const Vector3d& axis) {
+  constexpr double kPinned = 1e6;  // 1/rad^2; any value does that the numbers can bear
+  weight.bottomRightCorner<3, 3>() += kPinned * axis * axis.transpose();
+  ++pins;
+}
+
 void PoseInformation::moveBack(const Vector6d& change) {
   const Vector6d shift = weight * change;
   misfit += 2 * pull.dot(change) + change.dot(shift);

@@ -18,6 +18,14 @@ struct PoseInformation {
   Vector6d pull = Vector6d::Zero();
   double misfit = 0;
   int numbers = 0;
+  int pins = 0;
+
+  /// How many numbers are left over when a pose is fitted; below 1 they do not tell a pose.
+  int freedom() const { return numbers + pins - 6; }
+
+  /// Says that there was no turn about an axis: of a turn that nobody can see.
+  /// @param axis  unit vector, outer frame
+  void pinTurn(const Eigen::Vector3d& axis);
 
   /// What is seen of a marker. A turn by a small rotation vector r moves it by r x arm.
   /// @param arm  from the position to the marker, outer frame

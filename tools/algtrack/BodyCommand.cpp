@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -169,8 +170,14 @@ std::string originOf(const BodyOptions& options, double noise) {
          manner + ", blob noise " + numberText(noise, "%.4g") + " px";
 }
 
+/// Empty for a body whose orientation is known in whole.
+std::string directionCell(const Body& body, const BodyPose& pose) {
+  return body.isPair() ? numberText(pose.directionDeviation * bodies::kDegrees) : "";
+}
+
 void writeCsv(const BodyOptions& options, const std::vector<Body>& known,
               const std::vector<BodyRow>& rows, const std::string& origin) {
+  const bool pairs = std::any_of(known.begin(), known.end(), std::mem_fn(&Body::isPair));
   OutputFile file(options.csv, options.force);
   std::ostream& out = file.stream();
   out << "# " << origin
@@ -181,9 +188,13 @@ void writeCsv(const BodyOptions& options, const std::vector<Body>& known,
          "\n# qx, qy, qz, qw: turns the body's axes into these; sd_*: standard deviations, mm, and "
          "degrees about these axes"
          "\n# markers: used of the packet's; residual_px: their root mean square per number"
-         "\n# age_s: since a marker was seen"
-         "\ntime_s,body,x,y,z,qx,qy,qz,qw,sd_x,sd_y,sd_z,sd_rx,sd_ry,sd_rz,markers,residual_px,"
-         "source,age_s\n";
+         "\n# age_s: since a marker was seen\n";
+  if (pairs)
+    out << "# of two markers: the turn about their line is not known, inf; sd_direction: standard "
+           "deviation of the line's direction, degrees per axis across it\n";
+  out << "time_s,body,x,y,z,qx,qy,qz,qw,sd_x,sd_y,sd_z,sd_rx,sd_ry,sd_rz,markers,residual_px,"
+         "source,age_s"
+      << (pairs ? ",sd_direction\n" : "\n");
   for (const BodyRow& row : rows) {
     const BodyPose& pose = row.pose.pose;
     const bodies::RigidMotion& m = pose.motion;
@@ -193,7 +204,9 @@ void writeCsv(const BodyOptions& options, const std::vector<Body>& known,
       out << "," << numberText(value);
     for (const double deviation : bodies::deviationsOf(pose)) out << "," << numberText(deviation);
     out << "," << pose.markers << "," << numberText(pose.residual) << "," << nameOf(row.pose.source)
-        << "," << numberText(row.pose.age) << "\n";
+        << "," << numberText(row.pose.age);
+    if (pairs) out << "," << directionCell(known[row.body], pose);
+    out << "\n";
   }
   file.commit();
 }
@@ -208,7 +221,9 @@ void writeTum(const BodyOptions& options, const std::vector<Body>& known,
     OutputFile file(tumPath(options, known[b]), options.force);
     file.stream() << "# " << origin
                   << "\n# t in seconds since the recording's first call; metres, delivered axes"
-                     "\n# t x y z qx qy qz qw\n";
+                  << (known[b].isPair() ? "\n# two markers: the turn about their line is not known"
+                                        : "")
+                  << "\n# t x y z qx qy qz qw\n";
     for (const BodyRow& row : rows) {
       if (row.body != b) continue;
       const bodies::RigidMotion& m = row.pose.pose.motion;
@@ -231,7 +246,7 @@ void printSummary(const BodyOptions& options, const RecordingReader& reader,
     for (const BodyRow& row : rows)
       if (row.body == b) own.push_back(row);
     const bodies::BodyErrors errors =
-        compared ? bodies::errorsOf(own, bodies::trueMotions(reader, known[b]))
+        compared ? bodies::errorsOf(known[b], own, bodies::trueMotions(reader, known[b]))
                  : bodies::BodyErrors();
     const auto cell = [&](double value) {
       return errors.packets > 0 ? Cell(value, 3) : Cell::none();
@@ -240,6 +255,8 @@ void printSummary(const BodyOptions& options, const RecordingReader& reader,
                   cell(errors.position), cell(errors.turn)});
   }
   table.print(std::cout);
+  if (std::any_of(known.begin(), known.end(), std::mem_fn(&Body::isPair)))
+    std::cout << "Two markers have a direction; how far they are turned about it is not known.\n";
   if (compared) std::cout << "Errors: root mean square against the recording's truth.\n";
 }
 
@@ -249,7 +266,7 @@ void poseBody(const BodyOptions& options) {
   if (options.aheadMs > 0 && (options.smooth || options.single))
     throw std::runtime_error(std::string("--ahead: expected a live pose, found ") +
                              (options.smooth ? "--smooth, which knows what came" : "--single"));
-  const std::vector<Body> known = bodies::readBodies(options.bodies);
+  const std::vector<Body> known = bodies::readBodies(options.bodies, bodies::Pairs::kTaken);
   std::vector<std::string> outputs = {options.csv}, inputs = options.bodies;
   for (std::size_t b = 0; b < known.size() && !options.tum.empty(); ++b) {
     const std::string& name = known[b].name;

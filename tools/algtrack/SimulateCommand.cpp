@@ -110,8 +110,8 @@ sim::Scene sceneFrom(SimulateOptions& options) {
                             secondsText(options.seconds) + " that were asked for");
   options.seconds = std::min(options.seconds, motion.duration());
   if (!options.body.empty())
-    return sim::sceneOf(bodies::readBody(options.body), options.body, options.productType,
-                        std::move(motion));
+    return sim::sceneOf(bodies::readBody(options.body, bodies::Pairs::kTaken), options.body,
+                        options.productType, std::move(motion));
   return sim::Scene::following(options.productType, std::move(motion));
 }
 
@@ -159,7 +159,7 @@ sim::SessionDescription descriptionFrom(const SimulateOptions& options) {
   description.motion = options.trajectory.empty() ? options.scene : nameOf(options.trajectory);
   if (!options.body.empty()) {
     description.body = nameOf(options.body);
-    description.bodyText = bodies::bodyText(bodies::readBody(options.body));
+    description.bodyText = bodies::bodyText(bodies::readBody(options.body, bodies::Pairs::kTaken));
   }
   description.occlusions = options.occlusions;
   for (const auto& [name, text] : {std::pair{"bend", &options.bend},

@@ -288,7 +288,7 @@ function bodyCard(body, n) {
     { label: 'Position error', unit: 'mm', row: position_error },
     { label: 'Orientation error', unit: '°', row: orientation_error },
     { label: 'Residual', unit: 'px', row: residuals },
-    { label: 'Markers visible', unit: '', row: seen },
+    { label: 'Markers visible', unit: `of ${body.ids.length}`, row: seen },
   ].filter(({ row }) => hasValues(row));
   return element('article', { id: `body-${n}` },
     element('h3', {}, bodyName(body)),

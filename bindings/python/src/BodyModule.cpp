@@ -168,8 +168,11 @@ py::tuple check(const RecordingFile& file, const Body& body, double tolerance, d
 
 void addBodies(py::module_& module) {
   py::class_<Body>(module, "BodyShape")
-      .def_static("from_text", bodies::bodyFromText)
-      .def_static("read", bodies::readBody)
+      .def_static("from_text",
+                  [](const std::string& content, const std::string& path) {
+                    return bodies::bodyFromText(content, path);
+                  })
+      .def_static("read", [](const std::string& path) { return bodies::readBody(path); })
       .def("text", bodies::bodyText)
       .def("markers", markersOf)
       .def_readonly("name", &Body::name)

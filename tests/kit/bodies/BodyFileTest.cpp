@@ -47,7 +47,22 @@ TEST(BodyFile, KeepsEveryBit) {
   EXPECT_FALSE(again.pivot);
 }
 
+const std::string kPair = R"({"format": "alg_factory body", "version": 1, "name": "stick",
+"unit": "mm", "markers": [{"id": 2, "position": [-34, 0, 0]}, {"id": 2, "position": [34, 0, 0]}]})";
+
+TEST(BodyFile, TwoMarkersOfTheTwoPointObjectAreAPairWhereOneIsTaken) {
+  const Body pair = bodies::bodyFromText(kPair, "stick.json", bodies::Pairs::kTaken);
+  EXPECT_TRUE(pair.isPair());
+  EXPECT_EQ(bodies::axisOf(pair), Eigen::Vector3d(1, 0, 0));
+  const Body again =
+      bodies::bodyFromText(bodies::bodyText(pair), "again.json", bodies::Pairs::kTaken);
+  EXPECT_TRUE(again.isPair());
+  EXPECT_EQ(again.markers[1].position, pair.markers[1].position);
+  EXPECT_THROW(bodies::bodyFromText(kPair, "stick.json"), text::FileError);
+}
+
 TEST(BodyFile, WhatIsNoBodyIsRefusedInOneLine) {
+  EXPECT_THAT(errorWith("[10, 0, 0]", "[0, 10, 0]"), HasSubstr("span a plane"));
   EXPECT_THAT(errorWith("alg_factory body", "another"),
               HasSubstr("tool.json: expected the format"));
   EXPECT_THAT(errorWith("\"version\": 1", "\"version\": 2"), HasSubstr("version 1"));
