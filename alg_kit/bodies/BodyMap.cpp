@@ -30,7 +30,7 @@ std::vector<Matrix3d> cubeTurns() {
   return turns;
 }
 
-/// The pose's covariance by all pixels.
+/// The pose's covariance by all pixels; nothing where they do not tell a pose.
 std::optional<Matrix6d> covarianceAt(const Body& body, const estimate::PixelEquations& cameras,
                                      double noise, const Matrix3d& turn, const Vector3d& place) {
   const Vector3d middle = meanOf(body);
@@ -45,7 +45,9 @@ std::optional<Matrix6d> covarianceAt(const Body& body, const estimate::PixelEqua
     }
     all.add(arm, *cameras.information(sighting, place + arm, noise));
   }
-  return all.weight.inverse();
+  const Matrix6d covariance = all.weight.inverse();
+  if (!covariance.allFinite() || covariance.diagonal().minCoeff() <= 0) return std::nullopt;
+  return covariance;
 }
 
 }  // namespace

@@ -18,7 +18,8 @@ struct ExpectedErrors {
 };
 
 /// @param noise  px, of blob centres
-/// A distance at which a camera does not see the body is left out.
+/// A distance at which a camera does not see the body, or at which what they see tells no pose, is
+/// left out.
 std::vector<ExpectedErrors> expectedErrors(const Body& body,
                                            const estimate::PixelEquations& cameras, double noise,
                                            const std::vector<double>& distances);

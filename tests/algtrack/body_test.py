@@ -3,6 +3,7 @@
 import csv
 import json
 import math
+import os
 import unittest
 
 from body_case import MARKERS, SIX, BodyCase, rotate
@@ -212,6 +213,66 @@ class BodyTest(BodyCase):
         # At 1500 mm single packets are as far off as it says, their mean distance being that.
         rms, _ = self.errors("--single")
         self.assertAlmostEqual(rms / rows[2]["depth_mm"], 1, delta=0.25)
+
+    def test_map_of_what_has_no_pose_is_refused_in_one_line(self):
+        for name, markers, text in (
+                ("line.json", {0: (0, 0, 0), 1: (50, 0, 0), 2: (100, 0.5, 0)}, "span a plane"),
+                ("tiny.json", {0: (0, 0, 0), 1: (0.3, 0, 0), 2: (0, 0.3, 0)}, "span a plane"),
+                ("wide.json", {0: (1e5, 0, 0), 1: (-1e5, 0, 0), 2: (0, 1e5, 0)},
+                 "expected a body whose pose both cameras tell"),
+                ("far.json", {0: (1e6, 0, 0), 1: (0, 9, 0), 2: (0, 0, 9)}, "at most 100 m")):
+            self.write_body(name, markers)
+            for more in ([], ["--json"]):
+                self.assertIn(f"{name}: ", self.end_in_one_line(2, "body", "map", "--body", name, *more))
+                self.assertIn(text, self.end_in_one_line(2, "body", "map", "--body", name, *more))
+        with open(self.path("true.json"), encoding="utf-8") as file:
+            good = file.read()
+        for text in ("", "[", "[" * 60000, "{}", good.replace("50", "NaN"), good.replace("50", "1e999"),
+                     good.replace("[50, 0, 0]", "null"), good.replace("50", '"50"'), good + "x",
+                     good[:-9], "\0" * 100, " " * 70000):
+            with open(self.path("bad.json"), "w", encoding="utf-8") as file:
+                file.write(text)
+            self.assertIn("bad.json: expected ",
+                          self.end_in_one_line(2, "body", "map", "--body", "bad.json"))
+        for name in ("none.json", self.folder, "/dev/zero"):
+            self.assertIn(f"{name}: expected a body",
+                          self.end_in_one_line(2, "body", "map", "--body", name))
+        for noise in ("-1", "0", "nan", "inf", "1e9", "1e-9", "x", "0.05px", "1,2", " "):
+            self.assertIn("--noise: expected a number from 0.001 to 100",
+                          self.end_in_one_line(2, "body", "map", "--body", "true.json", "--noise", noise))
+        for arguments in ([], ["--body"], ["--body", "true.json", "--noise"],
+                          ["--body", "true.json", "--noise", ""],
+                          ["--body", "true.json", "--body", "true.json"],
+                          ["--body", "true.json", "--unit", "mm"],
+                          ["--body", "true.json", "--calibration", "true.json"],
+                          ["--body", "true.json", "--calibration", "none.yaml"]):
+            self.end_in_one_line(2, "body", "map", *arguments)
+
+    def test_emission_that_is_no_angle_is_refused_and_leaves_no_file(self):
+        given = ["simulate", "-o", "x", "--product-type", 2, "--trajectory", "motion.tum", "--body"]
+        for angle in ("-1", "0", "0.99", "180.01", "nan", "-nan", "inf", "1e308", "1e999", "x", "60deg",
+                      "60,70", "0x3c"):
+            self.assertIn("--emission: expected a number from 1 to 180, found '" + angle,
+                          self.end_in_one_line(2, *given, "true.json", "--emission", angle))
+        self.end_in_one_line(2, *given, "true.json", "--emission")
+        self.end_in_one_line(2, *given, "true.json", "--emission", "")
+        self.end_in_one_line(2, *given, "true.json", "--emission", 60, "--emission", 70)
+        for name in ("motion.tum", "none.json", self.folder, "/dev/null"):
+            self.assertIn(f"{name}: expected a body",
+                          self.end_in_one_line(2, *given, name, "--emission", 60))
+        self.write_body("true.json", MARKERS)
+        for facing, text in (((0, 0, 0), "a direction in facing"), ((1e6, 0, 0), "at most 100 m"),
+                             ("up", "three numbers in facing"), ((1, 0), "three numbers in facing")):
+            with open(self.path("true.json"), encoding="utf-8") as file:
+                body = json.load(file)
+            body["markers"][1]["facing"] = facing
+            with open(self.path("facing.json"), "w", encoding="utf-8") as file:
+                json.dump(body, file)
+            self.assertIn(text, self.end_in_one_line(2, *given, "facing.json", "--emission", 60))
+        self.assertNotIn("x", os.listdir(self.folder))
+        # The ends of the range are angles: a needle's beam, and all around.
+        self.succeed(*given, "true.json", "--emission", 1, "--seconds", 0.1)
+        self.succeed(*given, "true.json", "--emission", 180, "--seconds", 0.1, "--force")
 
     def test_tip_of_a_pointer_is_found(self):
         tip = (20, -150, 10)

@@ -376,8 +376,12 @@ void mapBody(const BodyOptions& options) {
                {"depth mm", "depth_mm"},
                {"about the view degrees", "about_view_deg"},
                {"about x and y degrees", "about_across_deg"}});
-  for (const bodies::ExpectedErrors& row :
-       bodies::expectedErrors(body, cameras, options.noise, distances))
+  const auto rows = bodies::expectedErrors(body, cameras, options.noise, distances);
+  if (rows.empty())
+    throw std::runtime_error(options.bodies.front() +
+                             ": expected a body whose pose both cameras tell at one of 0.5 to 4 m, "
+                             "found none");
+  for (const bodies::ExpectedErrors& row : rows)
     table.addRow({Cell(row.distance, 0), Cell(row.across, 3), Cell(row.depth, 3),
                   Cell(row.aboutView, 3), Cell(row.aboutAcross, 3)});
   if (options.json) {
