@@ -297,6 +297,13 @@ class BodyTest(BodyCase):
         self.assertIn("moved: marker 3",
                       self.end_in_one_line(1, "body", "check", "r", "--body", "bent.json"))
 
+    def test_a_recording_may_stand_behind_the_body(self):
+        for arguments in (["check", "r", "--body", "true.json", "--json"],
+                          ["check", "--body", "true.json", "r", "--json"],
+                          ["check", "--json", "--body", "true.json", "r"]):
+            self.assertTrue(json.loads(self.succeed("body", *arguments))["same"], arguments)
+        self.end_in_one_line(2, "body", "check", "--body", "true.json", "true.json", "r")
+
     def test_what_cannot_be_learned_is_refused_in_one_line(self):
         self.assertIn("r: expected three markers that hold still",
                       self.end_in_one_line(2, "body", "learn", "r", "--ids", "3,4,5", "-o", "x.json"))

@@ -401,6 +401,14 @@ void addFile(CLI::App& command, BodyOptions& options) {
       ->check(numberFrom(0.001, 100));
 }
 
+/// One; what stands behind it is no second one.
+void addBodyFile(CLI::App& command, BodyOptions& options, const std::string& description) {
+  command.add_option("--body", options.bodies, description)
+      ->required()
+      ->expected(1)
+      ->allow_extra_args(false);
+}
+
 }  // namespace
 
 void addBodyCommand(CLI::App& app) {
@@ -448,7 +456,7 @@ void addBodyCommand(CLI::App& app) {
   CLI::App* const pivot = body->add_subcommand(
       "pivot", "Finds a pointer's tip from a recording in which it turns about its tip.");
   addFile(*pivot, *pivoting);
-  pivot->add_option("--body", pivoting->bodies, "the body")->required()->expected(1);
+  addBodyFile(*pivot, *pivoting, "the body");
   pivot->add_option("-o,--output", pivoting->output, "write the body with its tip");
   pivot->add_flag("--force", pivoting->force, "replace an existing file");
   pivot->add_flag("--json", pivoting->json, "print the result as JSON");
@@ -458,7 +466,7 @@ void addBodyCommand(CLI::App& app) {
   mapping->noise = kMapNoise;
   CLI::App* const map =
       body->add_subcommand("map", "How well a camera pair can know a body's pose, by distance.");
-  map->add_option("--body", mapping->bodies, "the body, built or planned")->required()->expected(1);
+  addBodyFile(*map, *mapping, "the body, built or planned");
   addRigOption(*map, mapping->rig,
                "the camera pair, in any format that `algtrack calibration` reads (built in)");
   map->add_option("--noise", mapping->noise, "px, standard deviation of a blob's centre")
@@ -472,7 +480,7 @@ void addBodyCommand(CLI::App& app) {
       "check",
       "Is a body still the same shape? Names the markers that moved; status 1 if one did.");
   addFile(*check, *checking);
-  check->add_option("--body", checking->bodies, "the body")->required()->expected(1);
+  addBodyFile(*check, *checking, "the body");
   check->add_option("--tolerance", checking->tolerance, "mm, shifts below it do not count")
       ->check(numberFrom(0.01, 1000))
       ->capture_default_str();
