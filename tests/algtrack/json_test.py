@@ -2,6 +2,7 @@
 """What --json prints is what docs/schemas says, command by command."""
 import copy
 import json
+import math
 import os
 import re
 import sys
@@ -88,7 +89,8 @@ class JsonTest(AlgtrackCase):
             json.dump({"format": "alg_factory body", "version": 1, "name": "tool", "unit": "mm",
                        "markers": [{"id": i, "position": p} for i, p in enumerate(places)]}, file)
         with open(self.path("motion.tum"), "w") as file:
-            file.writelines(f"{n / 10} {n / 1000} 0 0 0 0 0 1\n" for n in range(11))
+            file.writelines(f"{n / 10} {n / 1000} 0 0 0 0 {math.sin(n / 20)} {math.cos(n / 20)}\n"
+                            for n in range(11))
         self.simulate("body", "--seconds", 1, "--product-type", 2, "--noise", 0.05, "--body",
                       "body.json", "--trajectory", "motion.tum", "--marker-size", 10)
 
@@ -128,6 +130,13 @@ class JsonTest(AlgtrackCase):
                       "0.3,-0.4,0.25")
         self.firmly("calibration-refine", "calibration", "refine", "bent", "-o", "healed.json")
         self.firmly("rig-map", "rig", "map", "--calibration", "healed.json", "-o", "map.html")
+
+    def test_body(self):
+        self.simulate_body()
+        self.firmly("body-learn", "body", "learn", "body", "--ids", "0,1,2,3,4", "-o", "learned.json")
+        self.firmly("body-check", "body", "check", "body", "--body", "body.json")
+        self.firmly("body-pivot", "body", "pivot", "body", "--body", "body.json")
+        self.firmly("body-map", "body", "map", "--body", "body.json")
 
     def test_report(self):
         for name in ("one", "two"):
