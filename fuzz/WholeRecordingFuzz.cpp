@@ -50,9 +50,19 @@ void use(const recording::RecordingReader& reader) {
 
 #else
 
+bodies::Body threeMarkers() {
+  bodies::Body body;
+  for (int id = 0; id < 3; ++id) {
+    bodies::BodyMarker& marker = body.markers.emplace_back();
+    marker.id = id;
+    marker.position[id] = 40;
+  }
+  return body;
+}
+
 void use(const recording::RecordingReader& reader) {
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
-  const analysis::Report made = analysis::makeReport(reader, {}, {}, {}, *library);
+  const analysis::Report made = analysis::makeReport(reader, {}, {}, {threeMarkers()}, *library);
   if (text::ofJson(report::jsonOf(made.numbers)).empty()) fail("no numbers");
   if (text::ofJson(report::jsonOf(made.curves)).empty()) fail("no curves");
 }

@@ -44,9 +44,12 @@ void BodyTally::add(bool sawFrame, const std::vector<session::TruthRow>& truth, 
   markers_.add(visible_);
   columns.add(first_ + kVisible, visible_);
   const bodies::TrackedPose pose = bodies::delivered(filter_.now());
-  if (pose.source == estimate::Source::kNone) return;
+  const bodies::RigidMotion& motion = pose.pose.motion;
+  const bool somewhere =
+      motion.position.allFinite() && motion.orientation.coeffs().allFinite();  // else damaged
+  if (pose.source == estimate::Source::kNone || !somewhere) return;
   ++numbers_.poses;
-  addErrors(pose.pose.motion, truth, columns);
+  addErrors(motion, truth, columns);
   if (pose.source != estimate::Source::kMeasured) {
     ++numbers_.bridged;
     return;
