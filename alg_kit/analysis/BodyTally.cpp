@@ -2,7 +2,7 @@
 
 #include <alg_kit/bodies/BodyTruth.h>
 
-#include <cmath>
+#include <algorithm>
 
 namespace analysis {
 namespace {
@@ -15,16 +15,24 @@ constexpr std::size_t kPositionError = 0, kTurnError = 1, kResidual = 2, kVisibl
 BodyTally::BodyTally(const bodies::Body& body, std::size_t first, double noise)
     : body_(body), filter_(body), first_(first), noise_(noise) {
   numbers_.name = body.name;
-  for (const bodies::BodyMarker& marker : body.markers) numbers_.ids.push_back(marker.id);
+  for (const bodies::BodyMarker& marker : body.markers)
+    numbers_.ids.push_back(body.isPair() ? bodies::kPairId : marker.id);
 }
 
 void BodyTally::feed(const bodies::BodyFrame& frame, const estimate::PixelEquations& cameras) {
   filter_.feed(frame, cameras, noise_);
-  visible_ = 0;
+  visible_ = visibleIn(frame);
+}
+
+int BodyTally::visibleIn(const bodies::BodyFrame& frame) const {
+  if (body_.isPair())
+    return std::max(frame.pair[estimate::kLeft].count, frame.pair[estimate::kRight].count);
+  int visible = 0;
   for (const bodies::BodyMarker& marker : body_.markers) {
     const estimate::Sighting& sighting = frame.markers[static_cast<std::size_t>(marker.id)];
-    if (sighting.any()) ++visible_;
+    if (sighting.any()) ++visible;
   }
+  return visible;
 }
 
 void BodyTally::addErrors(const bodies::RigidMotion& motion,

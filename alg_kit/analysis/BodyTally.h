@@ -35,6 +35,7 @@ class BodyTally {
   BodyCurves curves(const Columns& columns) const;
 
  private:
+  int visibleIn(const bodies::BodyFrame& frame) const;
   void addErrors(const bodies::RigidMotion& motion, const std::vector<session::TruthRow>& truth,
                  Columns& columns);
 

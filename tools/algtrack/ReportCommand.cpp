@@ -51,7 +51,7 @@ class Steps {
 analysis::Report reportOn(const recording::RecordingReader& reader, const ReportOptions& options) {
   // Kept: the library has no release operation.
   static algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
-  const std::vector<bodies::Body> known = bodies::readBodies(options.bodies);
+  const std::vector<bodies::Body> known = bodies::readBodies(options.bodies, bodies::Pairs::kTaken);
   Steps steps;
   return analysis::makeReport(reader, options.rules, options.range, known, *library,
                               std::ref(steps));
