@@ -1,6 +1,7 @@
 #include <alg_kit/estimate/EstimateFrom.h>
 #include <alg_kit/estimate/Information.h>
 #include <alg_kit/estimate/Smoother.h>
+#include <alg_kit/estimate/Surprise.h>
 #include <alg_kit/estimate/Tracker.h>
 #include <alg_kit/estimate/TwoFilter.h>
 
@@ -36,6 +37,15 @@ struct Seen {
   Vector3d centre = Vector3d::Zero();  ///< as the track had it: near enough to linearise at
   Vector3d offset = Vector3d::Zero();
 };
+
+/// With variances as the sightings say they are.
+MotionState honest(const SmoothedFrame& frame, Surprise& surprise) {
+  surprise.add(frame.distance2, frame.numbers);
+  MotionState state = frame.marker;
+  for (auto* const block : {&state.pp, &state.pv, &state.pa, &state.vv, &state.va, &state.aa})
+    *block *= surprise.factor();
+  return state;
+}
 
 int camerasOf(const Sighting& sighting) {
   return (sighting.pixel[kLeft] ? 1 : 0) + (sighting.pixel[kRight] ? 1 : 0);
@@ -191,8 +201,10 @@ void Smoother::State::smoothBetween(int object, std::size_t from, std::size_t to
       const auto seen = pairOf(frameOf(k));
       return firstState(seen->offset.at, seen->offset.weight.inverse());
     };
-    smoothStretch(stretch, models,
-                  [&](std::size_t k, const MotionState& state, bool) { offsetStates[k] = state; });
+    Surprise surprise;
+    smoothStretch(stretch, models, [&](std::size_t k, const SmoothedFrame& frame) {
+      offsetStates[k] = honest(frame, surprise);
+    });
   }
   stretch.see = [&](std::size_t k) -> See {
     const Seen& f = frameOf(k);
@@ -216,16 +228,17 @@ void Smoother::State::smoothBetween(int object, std::size_t from, std::size_t to
     if (frameOf(k).used[0].any() || frameOf(k).used[1].any()) lastSeen = times[frames[k]];
     seenAt.push_back(lastSeen);
   }
-  smoothStretch(stretch, models, [&](std::size_t k, const MotionState& state, bool used) {
+  Surprise surprise;
+  smoothStretch(stretch, models, [&](std::size_t k, const SmoothedFrame& frame) {
     const Seen& f = frameOf(k);
     Estimate result;
-    const bool any = used && (f.used[0].any() || f.used[1].any());
+    const bool any = frame.used && (f.used[0].any() || f.used[1].any());
     result.source = any ? Source::kMeasured : Source::kBridged;
     result.time = times[frames[k]];
     result.age = result.time - seenAt[k];
     result.cameras = any ? std::max(camerasOf(f.used[0]), camerasOf(f.used[1])) : 0;
     result.noise = noise;
-    MotionState centre = state;
+    MotionState centre = honest(frame, surprise);
     if (two) {
       storeOffset(offsetStates[k], result);
       if (any && f.used[0].any() != f.used[1].any()) centre.pp += offsetStates[k].pp;

@@ -129,18 +129,28 @@ Meeting meet(const States& past, const States& future) {
   return result;
 }
 
+/// Weights of which the logarithms are given but for a common term; they sum up to 1.
+Lanes weightsFrom(const std::array<double, kModels>& logWeights) {
+  const double most = *std::max_element(logWeights.begin(), logWeights.end());
+  std::array<double, kModels> weights{};
+  double sum = 0;
+  for (std::size_t m = 0; m < kModels; ++m) sum += weights[m] = std::exp(logWeights[m] - most);
+  return Lanes(weights) / Lanes(sum);
+}
+
 /// The mixture of all models' states before the frame's sighting, with the sighting.
-bool takeIn(States& states, std::array<double, kModels>& logWeights,
-            const std::optional<PositionInformation>& seen, const Lanes& tremor2,
-            MotionState& result) {
-  bool used = false;
+SmoothedFrame takenIn(States& states, std::array<double, kModels>& logWeights,
+                      const std::optional<PositionInformation>& seen, const Lanes& tremor2) {
+  SmoothedFrame result;
   States markers = states;
   for (int i = 0; i < 3; ++i) markers.pp(i, i) += tremor2;
   if (seen) {
     const Gain<Lanes> gain = gainOf(states, *seen, tremor2);
     const auto distance2 = gain.fit.distance2.all();
-    used = *std::min_element(distance2.begin(), distance2.end()) <= kGate2;
-    if (used) {
+    result.used = *std::min_element(distance2.begin(), distance2.end()) <= kGate2;
+    if (result.used) {
+      result.distance2 = (weightsFrom(logWeights) * gain.fit.distance2).sum();
+      result.numbers = seen->numbers;
       correct(states, gain, tremor2, &markers);
       markers.v = states.v;
       markers.a = states.a;
@@ -151,12 +161,8 @@ bool takeIn(States& states, std::array<double, kModels>& logWeights,
       for (std::size_t m = 0; m < kModels; ++m) logWeights[m] += likelihood[m];
     }
   }
-  const double most = *std::max_element(logWeights.begin(), logWeights.end());
-  double sum = 0;
-  for (double& weight : logWeights) sum += weight = std::exp(weight - most);
-  for (double& weight : logWeights) weight /= sum;
-  result = mixtureOf(markers, Lanes(logWeights));
-  return used;
+  result.marker = mixtureOf(markers, weightsFrom(logWeights));
+  return result;
 }
 
 }  // namespace
@@ -223,9 +229,9 @@ void smoothStretch(const Stretch& stretch, const ModelSet& set, const StretchTak
     std::optional<PositionInformation> seen;
     if (!frameIsIn) seen = stretch.see(k);
     if (seen && seen->numbers < kPair && areLost(states)) seen.reset();
-    MotionState smoothed;
-    const bool used = takeIn(states, logWeights, seen, before.tremor2(), smoothed);
-    take(k, smoothed, used || frameIsIn);
+    SmoothedFrame frame = takenIn(states, logWeights, seen, before.tremor2());
+    frame.used = frame.used || frameIsIn;
+    take(k, frame);
 
     if (k == stretch.lastStart)
       future.start(stretch.start(k));

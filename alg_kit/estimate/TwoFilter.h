@@ -22,8 +22,16 @@ struct Stretch {
   std::function<MotionState(std::size_t k)> start;
 };
 
-/// Takes frame k's smoothed state; `used` = the frame's own sighting is in it.
-using StretchTaker = std::function<void(std::size_t k, const MotionState& marker, bool used)>;
+struct SmoothedFrame {
+  MotionState marker;
+  bool used = false;  ///< the frame's own sighting is in it
+  /// How far its sighting is from what its surroundings foretell: the squared distance in stated
+  /// variances, which is `numbers` on average where they are right. 0 and 0 = no such sighting.
+  double distance2 = 0;
+  int numbers = 0;
+};
+
+using StretchTaker = std::function<void(std::size_t k, const SmoothedFrame& frame)>;
 
 /// Frames come from the last to the first. Memory grows with the square root of the length.
 void smoothStretch(const Stretch& stretch, const ModelSet& models, const StretchTaker& take);

@@ -54,6 +54,26 @@ TEST(Smoother, IsFarBetterThanTheEstimatorAndFindsTheNoise) {
   }
 }
 
+TEST(Smoother, StatesLargerVariancesWhereSightingsMissMoreThanStated) {
+  const auto variance = [](double noise) {
+    const sim::Simulator simulator(rig::builtInRig(), sim::Scene::still(0), options(noise));
+    EstimatorOptions stated;
+    stated.noise = 0.05;
+    Smoother smoother(0, simulator.rig().calibration, stated);
+    for (int n = 0; n < 900; ++n) {
+      const auto frame = simulator.frame(n);
+      smoother.add(2, frame.payload.data(), static_cast<int>(frame.payload.size()));
+    }
+    double sum = 0;
+    smoother.run([&](int, std::size_t frame, const Estimate& estimate) {
+      if (frame < 400) sum += estimate.covariance[2][2];  // frames come from the last one
+    });
+    return sum;
+  };
+  // Twice the noise: sightings miss by four times what is stated.
+  EXPECT_GT(variance(0.1), 2.5 * variance(0.05));
+}
+
 TEST(Smoother, FillsAGapFromBothSides) {
   auto given = options(0.05);
   given.blobs.occlusions = {{0, {}, {}, 5, 5.5}};

@@ -48,9 +48,9 @@ TEST(TwoFilter, OfOneModelIsTheLeastSquaresOverAllFrames) {
     return state;
   };
   std::vector<MotionState> smoothed(kFrames);
-  smoothStretch(stretch, set, [&](std::size_t k, const MotionState& state, bool used) {
-    smoothed[k] = state;
-    EXPECT_EQ(used, !blind(k));
+  smoothStretch(stretch, set, [&](std::size_t k, const SmoothedFrame& frame) {
+    smoothed[k] = frame.marker;
+    EXPECT_EQ(frame.used, !blind(k));
   });
 
   // Axis by axis: unknowns (p, v, a) of every frame.
@@ -106,9 +106,9 @@ TEST(TwoFilter, LeavesOutASightingThatNothingAroundItBelieves) {
     state.aa = Matrix3d::Identity() * 1e8;
     return state;
   };
-  smoothStretch(stretch, set, [&](std::size_t k, const MotionState& state, bool used) {
-    EXPECT_EQ(used, k != 50);
-    EXPECT_LT(std::abs(state.p.x()), 0.1) << k;
+  smoothStretch(stretch, set, [&](std::size_t k, const SmoothedFrame& frame) {
+    EXPECT_EQ(frame.used, k != 50);
+    EXPECT_LT(std::abs(frame.marker.p.x()), 0.1) << k;
   });
 }
 
