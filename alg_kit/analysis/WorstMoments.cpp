@@ -39,6 +39,7 @@ std::optional<Place> truePlace(const std::vector<session::TruthRow>& truth, int 
 }
 
 void keepWorst(std::vector<WorstMoment>& list, const WorstMoment& moment, std::size_t most) {
+  if (!list.empty() && list.size() == most && !(list.back().value < moment.value)) return;
   const auto place = std::find_if(list.begin(), list.end(), [&](const WorstMoment& other) {
     return other.value < moment.value;
   });

@@ -13,6 +13,7 @@ constexpr std::size_t kMostStretches = 10;
 constexpr std::size_t kUsualPairs = 150;   // of a stretch: with fewer in all, stretches are longer
 constexpr std::size_t kFewestPairs = 100;  // of a stretch
 constexpr std::size_t kMostPairs = 6000;   // leave its rotation open by far less than kLeastDrift
+constexpr std::size_t kMostInAll = 20000;  // leave less open than the verdict's limits by far
 constexpr double kBelieved = 0.5;          // degrees by which a stretch may differ from the given
 constexpr double kDriftDeviations = 5;
 constexpr double kLeastDrift = 0.02;  // degrees
@@ -29,9 +30,9 @@ std::string number(double value, const char* format) {
 }
 
 /// An even part of many pairs, in runs, so that ids that take turns all have their say.
-std::vector<ObservedPair> thinned(const std::vector<ObservedPair>& pairs) {
+std::vector<ObservedPair> thinned(const std::vector<ObservedPair>& pairs, std::size_t most) {
   constexpr std::size_t kRun = 7;
-  const std::size_t step = pairs.size() / kMostPairs + 1;
+  const std::size_t step = pairs.size() / most + 1;
   std::vector<ObservedPair> some;
   for (std::size_t i = 0; i < pairs.size(); ++i)
     if (i / kRun % step == 0) some.push_back(pairs[i]);
@@ -50,7 +51,7 @@ Stretch stretchOf(const algorithm::StereoCalibration& given,
                   const std::vector<ObservedPair>& all) {
   Stretch stretch;
   stretch.point.pairs = all.size();
-  const std::vector<ObservedPair> pairs = thinned(all);
+  const std::vector<ObservedPair> pairs = thinned(all, kMostPairs);
   stretch.point.residual = fit(given, pairs).medianResidual;
   stretch.point.residualRefined = fit(refined, pairs).medianResidual;
   // Turning and shifting look alike in a stretch: what changes is told as a turn, from where the
@@ -165,7 +166,7 @@ const char* nameOf(HealthVerdict verdict) {
 CalibrationHealth healthOf(const LoadedCalibration& loaded,
                            const std::vector<ObservedPair>& pairs) {
   CalibrationHealth health;
-  health.refinement = refine(loaded, pairs);
+  health.refinement = refine(loaded, thinned(pairs, kMostInAll));
   const Refinement& r = health.refinement;
   const bool refused = !r.refusal.empty();
   health.unseen.push_back("the length of the baseline, which scales every position alike");

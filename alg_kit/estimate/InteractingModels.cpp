@@ -101,7 +101,7 @@ MotionState mixtureOf(const MotionStateOf<Lanes>& models, const Lanes& probabili
   return result;
 }
 
-InteractingModels::InteractingModels(const ModelSet& set) : set_(set) {
+InteractingModels::InteractingModels(const ModelSet& set) : set_(set), step_(0, set.memory) {
   for (int m = 0; m < kModels; ++m) {
     jerk_.set(m, set.models[m].jerk);
     tremor2_.set(m, set.models[m].tremor * set.models[m].tremor);
@@ -127,7 +127,11 @@ void InteractingModels::predict(double seconds) {
   }
   blendPosition(models_, probability_, toV, toA, mixture);
   corrected_ = false;
-  const Lanes stays = std::exp(-seconds / set_.dwell);
+  if (seconds != step_.t) {
+    step_ = Step(seconds, set_.memory);
+    stays_ = std::exp(-seconds / set_.dwell);
+  }
+  const Lanes stays = stays_;
   const Lanes prior = stays * probability_ + (Lanes(1) - stays) * share_;
   const Lanes own = stays * probability_ / prior, drawn = Lanes(1) - own;
   MotionStateOf<Lanes>& s = models_;
@@ -144,20 +148,24 @@ void InteractingModels::predict(double seconds) {
   s.v += drawn * v;
   s.a += drawn * a;
   probability_ = prior;
-  estimate::predict(s, Step(seconds, set_.memory), jerk_);
+  estimate::predict(s, step_, jerk_);
 }
 
 double InteractingModels::correct(const PositionInformation& information, double gate2) {
   const Gain<Lanes> gain = gainOf(models_, information, tremor2_);
-  const auto distance2 = gain.fit.distance2.all(), likelihood = gain.fit.logLikelihood.all();
+  const auto distance2 = gain.fit.distance2.all(), determinant = gain.fit.determinant.all();
   const double nearest = *std::min_element(distance2.begin(), distance2.end());
+  std::array<double, kModels> likelihood;  // but for a common factor
+  for (std::size_t m = 0; m < kModels; ++m)
+    likelihood[m] = std::exp(-0.5 * (distance2[m] - nearest)) / std::sqrt(determinant[m]);
   const double likeliest = *std::max_element(likelihood.begin(), likelihood.end());
-  if (!(nearest <= gate2) || !std::isfinite(likeliest)) return nearest;
+  if (!(nearest <= gate2) || !(likeliest > 0) || !std::isfinite(likeliest)) return nearest;
   MotionStateOf<Lanes> marker;
   estimate::correct(models_, gain, tremor2_, &marker);
   for (int m = 0; m < kModels; ++m)
     probability_.set(
-        m, std::max(kLeastProbability, probability_[m] * std::exp(likelihood[m] - likeliest)));
+        m, std::max(kLeastProbability,
+                    probability_[m] * likelihood[static_cast<std::size_t>(m)] / likeliest));
   probability_ /= probability_.sum();
   VectorOf v, a;
   blendRest(models_, probability_, v, a, marker_);

@@ -60,6 +60,8 @@ class InteractingModels {
   Lanes probability_ = 0;
   MotionState marker_;
   bool corrected_ = false;  ///< `marker_` is of this moment
+  Step step_;               ///< the latest, which is mostly the next one's too
+  double stays_ = 1;        ///< in it, the share of a model that is not drawn anew
 };
 
 }  // namespace estimate

@@ -6,24 +6,23 @@
 namespace estimate {
 namespace {
 
-/// Rounding makes the blocks on the diagonal a little uneven, and what the steps do to the uneven
-/// part grows without bound.
+// The blocks on the diagonal are even. Rounding would make them a little uneven, and what the steps
+// do to the uneven part grows without bound: one half is reckoned, and stands for both.
+
+/// @param value  of (i, j), for i <= j
+template <class Block, class Value>
+void setEven(Block& block, Value value) {
+  for (int j = 0; j < 3; ++j)
+    for (int i = 0; i <= j; ++i) block(j, i) = block(i, j) = value(i, j);
+}
+
+/// x^T y, where it is even.
 template <class Block>
-void makeEven(Block& block) {
-  const typename Block::Scalar half = 0.5;
-  block(1, 0) = block(0, 1) = half * (block(0, 1) + block(1, 0));
-  block(2, 0) = block(0, 2) = half * (block(0, 2) + block(2, 0));
-  block(2, 1) = block(1, 2) = half * (block(1, 2) + block(2, 1));
-}
-
-double logarithm(double value) {
-  return std::log(value);
-}
-
-Lanes logarithm(const Lanes& value) {
-  std::array<double, kModels> result = value.all();
-  for (double& number : result) number = std::log(number);
-  return Lanes(result);
+Block evenProduct(const Block& x, const Block& y) {
+  Block result;
+  setEven(result,
+          [&](int i, int j) { return x(0, i) * y(0, j) + x(1, i) * y(1, j) + x(2, i) * y(2, j); });
+  return result;
 }
 
 }  // namespace
@@ -43,19 +42,21 @@ void predict(MotionStateOf<Number>& s, const Step& step, Number jerk) {
   s.a *= fade;
 
   // Covariance of the new with the old, then of the new with the new.
-  const Block newP_p = s.pp + t * s.pv.transpose() + ap * s.pa.transpose();
   const Block newP_v = s.pv + t * s.vv + ap * s.va.transpose();
   const Block newP_a = s.pa + t * s.va + ap * s.aa;
-  const Block newV_v = s.vv + av * s.va.transpose();
   const Block newV_a = s.va + av * s.aa;
-  s.pp = newP_p + t * newP_v + ap * newP_a;
+  setEven(s.pp, [&](int i, int j) {
+    const Number newP_p = s.pp(i, j) + t * s.pv(j, i) + ap * s.pa(j, i);
+    return newP_p + t * newP_v(i, j) + ap * newP_a(i, j);
+  });
+  setEven(s.vv, [&](int i, int j) {
+    const Number newV_v = s.vv(i, j) + av * s.va(j, i);
+    return newV_v + av * newV_a(i, j);
+  });
   s.pv = newP_v + av * newP_a;
   s.pa = fade * newP_a;
-  s.vv = newV_v + av * newV_a;
   s.va = fade * newV_a;
   s.aa *= fade * fade;
-  makeEven(s.pp);
-  makeEven(s.vv);
 
   const double t1 = step.t, t2 = t1 * t1, t3 = t2 * t1;
   const auto drive = [jerk](Block& block, double share) {
@@ -92,8 +93,10 @@ Gain<Number> gainOf(const MotionStateOf<Number>& state, const PositionInformatio
   const Block shrink = adjugate * (Number(1) / determinant);
 
   Gain<Number> gain;
-  gain.inverse = shrink * weight;  // (pp + tremor^2 I + weight^-1)^-1
-  makeEven(gain.inverse);
+  // (pp + tremor^2 I + weight^-1)^-1
+  setEven(gain.inverse, [&](int i, int j) {
+    return shrink(i, 0) * weight(0, j) + shrink(i, 1) * weight(1, j) + shrink(i, 2) * weight(2, j);
+  });
   const Vector offset = state.p - information.at.template cast<Number>();
   const Vector shift = weight * offset;
   const Vector pull = given - shift;
@@ -102,7 +105,7 @@ Gain<Number> gainOf(const MotionStateOf<Number>& state, const PositionInformatio
       Number(information.misfit) - Number(2) * given.dot(offset) + offset.dot(shift);
   // (R + J pp J^T)^-1 by the matrix inversion lemma, and its determinant.
   gain.fit.distance2 = misfit - pull.dot(position * gain.drive);
-  gain.fit.logLikelihood = Number(-0.5) * (gain.fit.distance2 + logarithm(determinant));
+  gain.fit.determinant = determinant;
   return gain;
 }
 
@@ -114,15 +117,12 @@ void correct(MotionStateOf<Number>& s, const Gain<Number>& gain, Number tremor2,
   s.v += s.pv.transpose() * gain.drive;
   s.a += s.pa.transpose() * gain.drive;
   const Block p = gain.inverse * s.pp, v = gain.inverse * s.pv, a = gain.inverse * s.pa;
-  s.vv -= s.pv.transpose() * v;
+  s.vv -= evenProduct(s.pv, v);
   s.va -= s.pv.transpose() * a;
-  s.aa -= s.pa.transpose() * a;
+  s.aa -= evenProduct(s.pa, a);
   s.pv -= s.pp * v;
   s.pa -= s.pp * a;
-  s.pp -= s.pp * p;
-  makeEven(s.pp);
-  makeEven(s.vv);
-  makeEven(s.aa);
+  s.pp -= evenProduct(s.pp, p);
   if (marker == nullptr) return;
   // The displacement's own posterior: it takes its share of the residual.
   marker->p = s.p + tremor2 * gain.drive;

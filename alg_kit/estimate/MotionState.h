@@ -40,8 +40,10 @@ struct PositionInformation {
 /// How a measurement fits a state.
 template <class Number>
 struct FitOf {
-  Number distance2 = 0;      ///< squared Mahalanobis distance of the measurement's numbers
-  Number logLikelihood = 0;  ///< but for terms that are the same for every state
+  Number distance2 = 0;  ///< squared Mahalanobis distance of the measurement's numbers
+  /// Of their covariance, but for a factor that is the same for every state: the likelihood is
+  /// exp(-distance2 / 2) / sqrt(determinant).
+  Number determinant = 1;
 };
 using Fit = FitOf<double>;
 

@@ -68,12 +68,22 @@ std::optional<Projection> PixelEquations::project(int camera, const Vector3d& po
 std::optional<PositionInformation> PixelEquations::information(const Sighting& sighting,
                                                                const Vector3d& at,
                                                                double noise) const {
+  Projections seen;
+  for (const int camera : {kLeft, kRight})
+    if (sighting.pixel[camera]) seen[static_cast<std::size_t>(camera)] = project(camera, at);
+  return information(sighting, at, seen, noise);
+}
+
+std::optional<PositionInformation> PixelEquations::information(const Sighting& sighting,
+                                                               const Vector3d& at,
+                                                               const Projections& projections,
+                                                               double noise) {
   PositionInformation result;
   result.at = at;
   const double precision = 1 / (noise * noise);
   for (const int camera : {kLeft, kRight}) {
     if (!sighting.pixel[camera]) continue;
-    const auto seen = project(camera, at);
+    const std::optional<Projection>& seen = projections[static_cast<std::size_t>(camera)];
     if (!seen) return std::nullopt;
     const Vector2d residual = *sighting.pixel[camera] - seen->pixel;
     result.weight += precision * seen->jacobian.transpose() * seen->jacobian;

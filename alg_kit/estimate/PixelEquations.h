@@ -4,6 +4,7 @@
 #include <alg_factory/stereo3d/StereoCalibration.h>
 #include <alg_kit/estimate/MotionState.h>
 
+#include <array>
 #include <optional>
 
 namespace estimate {
@@ -42,6 +43,12 @@ class PixelEquations {
   /// @return nothing if a camera that saw the marker cannot see `at`
   std::optional<PositionInformation> information(const Sighting& sighting,
                                                  const Eigen::Vector3d& at, double noise) const;
+
+  /// The same where both cameras' projections of `at` are known.
+  using Projections = std::array<std::optional<Projection>, 2>;
+  static std::optional<PositionInformation> information(const Sighting& sighting,
+                                                        const Eigen::Vector3d& at,
+                                                        const Projections& seen, double noise);
 
   /// The point that both pixels fit best (least squares of the pixels). Nothing if the rays do not
   /// meet in front of the cameras.

@@ -9,7 +9,8 @@ namespace estimate {
 class Surprise {
  public:
   /// @param distance2  as SmoothedFrame
-  /// @param numbers    of the sighting: 2 per camera. Of a pair's four one says how far its rays miss
+  /// @param numbers    of the sighting: 2 per camera. Of a pair's four one says how far its rays
+  /// miss
   ///                   each other: that is noise, whatever the motion, and left out
   void add(double distance2, int numbers);
 

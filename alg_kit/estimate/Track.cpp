@@ -128,7 +128,12 @@ bool Track::isBlurred() const {
 /// At `at` or, where the pair meets far from there, where it meets: the equations are not straight.
 std::optional<PositionInformation> Track::informationAt(const Sighting& sighting,
                                                         const Vector3d& at) const {
-  const auto information = equations_.information(sighting, at, settings_.noise);
+  return informationAt(sighting, at, equations_.information(sighting, at, settings_.noise));
+}
+
+std::optional<PositionInformation> Track::informationAt(
+    const Sighting& sighting, const Vector3d& at,
+    const std::optional<PositionInformation>& information) const {
   if (!sighting.both()) return information;
   if (information) {
     const Vector3d change = information->weight.inverse() * information->pull;
@@ -210,9 +215,12 @@ Outcome Track::followTwo(const ObjectCandidates& candidates) {
   const Vector3d centre = state_.centre.position(), offset = state_.offset.position();
   const Vector3d at[2] = {centre - offset, centre + offset};
   Sighting sighting[2];
+  PixelEquations::Projections expectedAt[2];  // by marker and camera
   for (const int camera : {kLeft, kRight}) {
-    const auto first = equations_.project(camera, at[0]),
-               second = equations_.project(camera, at[1]);
+    const auto c = static_cast<std::size_t>(camera);
+    for (int marker = 0; marker < 2; ++marker)
+      expectedAt[marker][c] = equations_.project(camera, at[marker]);
+    const std::optional<Projection>&first = expectedAt[0][c], &second = expectedAt[1][c];
     if (!first || !second) continue;
     const CandidateList& list = candidates[camera];
     const Candidate* a = list.nearest(first->pixel);
@@ -244,7 +252,9 @@ Outcome Track::followTwo(const ObjectCandidates& candidates) {
         outcome = {Refusal::kOffTrack, distance2, kGate2, cameras};
       return distance2 <= kGate2;
     };
-    ofAll[marker] = informationAt(sighting[marker], at[marker]);
+    ofAll[marker] = informationAt(sighting[marker], at[marker],
+                                  PixelEquations::information(sighting[marker], at[marker],
+                                                              expectedAt[marker], settings_.noise));
     if (sighting[marker].both() && fits(ofAll[marker], 2)) {
       admitted[marker].camera[kLeft] = admitted[marker].camera[kRight] = true;
     } else if (blind_) {

@@ -75,6 +75,10 @@ class Track {
   Outcome begin(double now, const ObjectCandidates& candidates);
   std::optional<PositionInformation> informationAt(const Sighting& sighting,
                                                    const Eigen::Vector3d& at) const;
+  /// @param first  as the equations have it at `at`
+  std::optional<PositionInformation> informationAt(
+      const Sighting& sighting, const Eigen::Vector3d& at,
+      const std::optional<PositionInformation>& first) const;
 
   const PixelEquations& equations_;
   const TrackSettings& settings_;

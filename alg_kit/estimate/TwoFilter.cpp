@@ -157,8 +157,9 @@ SmoothedFrame takenIn(States& states, std::array<double, kModels>& logWeights,
       markers.vv = states.vv;
       markers.va = states.va;
       markers.aa = states.aa;
-      const auto likelihood = gain.fit.logLikelihood.all();
-      for (std::size_t m = 0; m < kModels; ++m) logWeights[m] += likelihood[m];
+      const auto determinant = gain.fit.determinant.all();
+      for (std::size_t m = 0; m < kModels; ++m)
+        logWeights[m] -= 0.5 * (distance2[m] + std::log(determinant[m]));
     }
   }
   result.marker = mixtureOf(markers, weightsFrom(logWeights));

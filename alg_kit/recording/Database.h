@@ -81,9 +81,9 @@ class Statement {
 
   /// For many rows: SQLite hands each row over whole, to the function that `step` is given. Looking
   /// the values up one by one takes longer than all else that is done with them.
-  /// @param columns  "a, b, c", as after SELECT
-  /// @param rest     "FROM ..." with the parameter ?1 at most, in the order that the table has: no
-  ///                 row is sorted
+  /// `columns` stand as after SELECT, "a, b, c"; `rest` is "FROM ..." with the parameter ?1 at
+  /// most, in the order that the table has: no row is sorted.
+  /// @throws RecordingError
   static Statement ofWholeRows(Database& database, const std::string& columns,
                                const std::string& rest);
 
