@@ -190,11 +190,18 @@
       : `${where}: not seen, or refused`;
   }
 
+  const deepest = depths[depths.length - 1];
+  const farthest = (slice) => slice.places.map((place, i) => (place
+    ? Math.hypot(slice.left + slice.step * (i % slice.columns),
+      slice.top + slice.step * Math.floor(i / slice.columns), slice.depth - deepest / 2) : 0));
+  /// Of all places from the middle that rooms turn about: within it they fit however they are turned.
+  const radius = maps.flatMap((map) => map.slices.flatMap(farthest)).reduce((a, b) => Math.max(a, b), 1);
+
   function drawRoom(view) {
     const [context, width, height] = prepared(view.room, 0.75);
     const limits = range(maps.flatMap((map) => map.slices));
-    const deepest = depths[depths.length - 1];
-    const scaleTo = height * 0.62 / deepest;
+    const scaleTo = height * 0.48 / radius;
+    const dot = Math.max(2, width / 300);
     const [cy, sy, cp, sp] = [Math.cos(view.yaw), Math.sin(view.yaw), Math.cos(view.pitch), Math.sin(view.pitch)];
     const project = (x, y, z) => {
       const depth = z - deepest / 2;
@@ -212,18 +219,23 @@
     points.sort((a, b) => b[2] - a[2]);
     for (const [x, y, , value] of points) {
       context.fillStyle = colour(shareOf(value, limits));
-      context.fillRect(x - 1.5, y - 1.5, 3, 3);
+      context.fillRect(x - dot / 2, y - dot / 2, dot, dot);
     }
-    const ink = getComputedStyle(document.body).color;
-    context.strokeStyle = context.fillStyle = ink;
+    // The cross stands before all dots, on a rim of paper.
+    const { color, backgroundColor } = getComputedStyle(document.body);
     const [ox, oy] = project(0, 0, 0);
-    for (const [x, y, z, name] of [[600, 0, 0, 'x'], [0, 600, 0, 'y'], [0, 0, 600, 'z']]) {
-      const [px, py] = project(x, y, z);
-      context.beginPath();
-      context.moveTo(ox, oy);
-      context.lineTo(px, py);
-      context.stroke();
-      context.fillText(name, px + 4, py + 4);
+    const ends = [[1, 0, 0, 'x'], [0, 1, 0, 'y'], [0, 0, 1, 'z']].map(([x, y, z, name]) =>
+      [...project(0.2 * radius * x, 0.2 * radius * y, 0.2 * radius * z), name]);
+    for (const [stroke, lineWidth] of [[backgroundColor, 5], [color, 2]]) {
+      Object.assign(context, { strokeStyle: stroke, lineWidth, fillStyle: color, lineJoin: 'round' });
+      for (const [px, py, , name] of ends) {
+        context.beginPath();
+        context.moveTo(ox, oy);
+        context.lineTo(px, py);
+        context.stroke();
+        if (stroke === backgroundColor) context.strokeText(name, px + 5, py + 4);
+        else context.fillText(name, px + 5, py + 4);
+      }
     }
   }
 
