@@ -58,7 +58,11 @@ void LivePlaces::add(const Call& call) {
 }
 
 Place LivePlaces::at(int object) const {
-  return estimator_ ? placeOf(estimator_->at(object)) : nowhere();
+  return placeOf(estimateOf(object));
+}
+
+estimate::Estimate LivePlaces::estimateOf(int object) const {
+  return estimator_ ? estimator_->at(object) : estimate::Estimate();
 }
 
 SmoothedPlaces::SmoothedPlaces(const recording::RecordingReader& reader, double frameRate)

@@ -25,6 +25,7 @@ class LivePlaces {
   void add(const session::Call& call);
   /// After the latest packet.
   Place at(int object) const;
+  estimate::Estimate estimateOf(int object) const;
 
  private:
   estimate::EstimatorOptions options_;

@@ -6,13 +6,13 @@
 #include <alg_kit/analysis/CheckByte.h>
 #include <alg_kit/analysis/EstimatedPlaces.h>
 #include <alg_kit/analysis/ObjectTally.h>
+#include <alg_kit/analysis/RecordedHealth.h>
 #include <alg_kit/analysis/RecordingSurvey.h>
 #include <alg_kit/analysis/TruthTrack.h>
 #include <alg_kit/bodies/CallFrames.h>
 #include <alg_kit/calibration/CalibrationCheck.h>
 #include <alg_kit/calibration/CalibrationHealth.h>
 #include <alg_kit/calibration/CalibrationRecord.h>
-#include <alg_kit/calibration/RecordedPairs.h>
 #include <alg_kit/recording/FrameRate.h>
 #include <alg_kit/recording/UnitCursor.h>
 #include <alg_kit/session/Player.h>
@@ -387,18 +387,15 @@ class Gatherer {
   void judgeCalibration(const recording::RecordingReader& reader) {
     const auto configurations = reader.configurations();
     for (auto it = configurations.rbegin(); it != configurations.rend(); ++it) {
-      if (!it->calibration || !calibration::problemOf(*it->calibration).empty()) continue;
-      calibration::LoadedCalibration loaded;
-      loaded.calibration = *it->calibration;
-      loaded.unit = "mm";
-      if (const auto finding = calibration::judgeUnit(loaded))
+      const auto loaded = it->calibration ? usableOf(*it->calibration) : std::nullopt;
+      if (!loaded) continue;
+      if (const auto finding = calibration::judgeUnit(*loaded))
         numbers_.notices.push_back(finding->text);
-      const auto health = calibration::healthOf(loaded, views_.pairs);
-      numbers_.recording.health =
-          HealthFacts{calibration::nameOf(health.verdict), health.text, health.trend};
-      if (health.verdict == calibration::HealthVerdict::kStale ||
-          health.verdict == calibration::HealthVerdict::kDrifts)
-        numbers_.notices.push_back("By what the cameras saw, " + health.text + ".");
+      const HealthFacts& facts =
+          numbers_.recording.health.emplace(healthFactsOf(*loaded, views_.pairs));
+      if (facts.verdict == calibration::nameOf(calibration::HealthVerdict::kStale) ||
+          facts.verdict == calibration::nameOf(calibration::HealthVerdict::kDrifts))
+        numbers_.notices.push_back("By what the cameras saw, " + facts.text + ".");
       return;
     }
   }

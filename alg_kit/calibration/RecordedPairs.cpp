@@ -6,8 +6,6 @@
 namespace calibration {
 namespace {
 
-constexpr std::size_t kMostPairs = 500000;
-
 bool stands(const trace::TracedBlob& blob) {
   return blob.fate != trace::BlobFate::kNoWeight && blob.fate != trace::BlobFate::kMerged;
 }
@@ -34,7 +32,7 @@ void RecordedViews::add(const trace::PacketTrace& packet, double time) {
     if (counts[0] == 2 && counts[1] == 2)
       twoPoints.push_back({{pixel(0, 0), pixel(0, 1)}, {pixel(1, 0), pixel(1, 1)}});
   }
-  if (pairs.size() > kMostPairs || twoPoints.size() > kMostPairs) thin();
+  if (pairs.size() > most_ || twoPoints.size() > most_) thin();
 }
 
 /// Keeps every second packet, of those that come too.

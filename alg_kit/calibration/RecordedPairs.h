@@ -20,8 +20,10 @@ struct TwoPointView {
 };
 
 /// Both, gathered packet by packet. Of long recordings some packets are left out, evenly, so that
-/// there are never more than half a million pairs.
+/// there are never more than `most` pairs.
 struct RecordedViews {
+  explicit RecordedViews(std::size_t most = 500000) : most_(most) {}
+
   std::vector<ObservedPair> pairs;      ///< in order of time
   std::vector<TwoPointView> twoPoints;  ///< likewise
 
@@ -31,6 +33,7 @@ struct RecordedViews {
  private:
   void thin();
 
+  std::size_t most_;
   std::size_t packets_ = 0;
   std::size_t stride_ = 1;  ///< packets of which one is taken
 };

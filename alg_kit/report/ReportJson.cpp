@@ -54,20 +54,6 @@ ordered_json jsonOf(const std::optional<analysis::CalibrationFacts>& facts) {
           {"right_focal_px", facts->rightFocalPx}};
 }
 
-ordered_json jsonOf(const std::optional<analysis::HealthFacts>& facts) {
-  if (!facts) return nullptr;
-  ordered_json trend = ordered_json::array();
-  for (const calibration::HealthPoint& point : facts->trend)
-    trend.push_back({{"from_s", point.from},
-                     {"to_s", point.to},
-                     {"pairs", point.pairs},
-                     {"residual_px", point.residual},
-                     {"residual_refined_px", point.residualRefined},
-                     {"rotation_deg", point.rotation},
-                     {"rotation_sd_deg", point.rotationDeviation}});
-  return {{"verdict", facts->verdict}, {"text", facts->text}, {"trend", trend}};
-}
-
 ordered_json jsonOf(const analysis::RecordingFacts& facts) {
   ordered_json json;
   json["file"] = facts.file;
@@ -87,7 +73,7 @@ ordered_json jsonOf(const analysis::RecordingFacts& facts) {
   json["has_truth"] = facts.hasTruth;
   json["frames_lost"] = facts.hasTruth ? ordered_json(facts.framesLost) : ordered_json(nullptr);
   json["calibration"] = jsonOf(facts.calibration);
-  json["calibration_health"] = jsonOf(facts.health);
+  json["calibration_health"] = report::jsonOf(facts.health);
   return json;
 }
 
@@ -277,6 +263,20 @@ ordered_json jsonOf(const analysis::Path& path) {
 }
 
 }  // namespace
+
+ordered_json jsonOf(const std::optional<analysis::HealthFacts>& facts) {
+  if (!facts) return nullptr;
+  ordered_json trend = ordered_json::array();
+  for (const calibration::HealthPoint& point : facts->trend)
+    trend.push_back({{"from_s", point.from},
+                     {"to_s", point.to},
+                     {"pairs", point.pairs},
+                     {"residual_px", point.residual},
+                     {"residual_refined_px", point.residualRefined},
+                     {"rotation_deg", point.rotation},
+                     {"rotation_sd_deg", point.rotationDeviation}});
+  return {{"verdict", facts->verdict}, {"text", facts->text}, {"trend", trend}};
+}
 
 ordered_json jsonOf(const analysis::ReportNumbers& numbers) {
   ordered_json json;

@@ -4,11 +4,15 @@
 #include <alg_kit/analysis/ReportNumbers.h>
 
 #include <nlohmann/json.hpp>
+#include <optional>
 
 namespace report {
 
 /// A number that is not known, or not finite, is null.
 nlohmann::ordered_json jsonOf(const analysis::ReportNumbers& numbers);
+
+/// Null where it is not known.
+nlohmann::ordered_json jsonOf(const std::optional<analysis::HealthFacts>& facts);
 
 /// The rows for the page. A row of numbers is a string: 32-bit floats, little-endian, in base64,
 /// NaN for none; null for a row without any number.

@@ -72,6 +72,9 @@ void go(Form& form, Given& frame) {
     form.value(object.held);
     form.value(object.raw);
     form.value(object.filtered);
+    form.value(object.estimated);
+    form.value(object.estimatedDeviation);
+    form.value(object.velocity);
     form.value(object.truth);
     form.value(object.filteredError);
     form.value(object.epipolar);

@@ -36,10 +36,13 @@ constexpr EventSet kAllEvents = (1u << kEvents) - 1;
 const char* keyOf(Event event);
 
 struct FrameObject {
-  bool seen = false;                               ///< it is in the block
-  bool held = false;                               ///< ... at an earlier place
-  analysis::Place raw = analysis::nowhere();       ///< as delivered
-  analysis::Place filtered = analysis::nowhere();  ///< the latest answer before the next packet
+  bool seen = false;                                ///< it is in the block
+  bool held = false;                                ///< ... at an earlier place
+  analysis::Place raw = analysis::nowhere();        ///< as delivered
+  analysis::Place filtered = analysis::nowhere();   ///< the latest answer before the next packet
+  analysis::Place estimated = analysis::nowhere();  ///< by the estimator, after this packet
+  float estimatedDeviation = kNone;                 ///< mm, root of the sum of the variances
+  analysis::Place velocity = analysis::nowhere();   ///< estimated, mm/s
   analysis::Place truth = analysis::nowhere();
   float filteredError = kNone;  ///< to the truth; none where the answer looks ahead
   float epipolar = kNone;       ///< px

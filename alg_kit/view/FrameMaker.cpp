@@ -41,7 +41,7 @@ bool looksAhead(const Call& call, int productType, int filterMode) {
 }  // namespace
 
 FrameMaker::FrameMaker(FrameLog& log, const std::vector<bodies::Body>& bodies, double frameRate)
-    : log_(log), bodies_(bodies, frameRate) {}
+    : log_(log), estimates_(frameRate), bodies_(bodies, frameRate) {}
 
 void FrameMaker::add(const session::Unit& unit, const TruthOf& truthOf) {
   for (const session::Entry& entry : unit) addEntry(entry, truthOf);
@@ -57,6 +57,7 @@ void FrameMaker::addEntry(const session::Entry& entry, const TruthOf& truthOf) {
   if (call.kind == CallKind::kInit) productType_ = call.type;
   if (call.kind == CallKind::kSetFilterMode && call.type == 0) filterMode_ = call.mode;
   const trace::PacketTrace* const packet = trace_.feed(call);
+  estimates_.add(call);
   looked_ = bodies_.count() > 0 && bodies_.take(call);
   if (at) beginFrame(entry, packet, *at, truthOf(call.index, at->seconds));
   addMessages(entry);
@@ -74,8 +75,10 @@ void FrameMaker::beginFrame(const session::Entry& entry, const trace::PacketTrac
   frame_.productType = productType_;
   if (entry.call.durationNs) frame_.durationUs = static_cast<float>(*entry.call.durationNs) / 1e3f;
   fillObjects(packet, entry.blocks.empty() ? nullptr : &entry.blocks.back().block, truth);
+  fillEstimates();
   fillBodies();
   if (packet != nullptr) {
+    views_.add(*packet, frame_.seconds);
     const char* const message = hid::messageOf(packet->status);
     frame_.decoder = message != nullptr ? shortened(message) : "";
     for (const trace::TracedBlob& blob : packet->blobs)
@@ -115,6 +118,23 @@ void FrameMaker::fillObjects(const trace::PacketTrace* packet, const algorithm::
     FrameObject& object = frame_.objects[id];
     object.epipolar = std::fmax(object.epipolar, static_cast<float>(point.epipolarDistance));
     object.rayGap = std::fmax(object.rayGap, static_cast<float>(point.rayGap));
+  }
+}
+
+void FrameMaker::fillEstimates() {
+  for (std::size_t i = 0; i < frame_.objects.size(); ++i) {
+    const estimate::Estimate estimate = estimates_.estimateOf(static_cast<int>(i));
+    if (estimate.source == estimate::Source::kNone) continue;
+    const auto place = [](const double(&v)[3]) {
+      return analysis::Place{static_cast<float>(v[0]), static_cast<float>(v[1]),
+                             static_cast<float>(v[2])};
+    };
+    const auto& covariance = estimate.covariance;
+    FrameObject& object = frame_.objects[i];
+    object.estimated = place(estimate.position);
+    object.estimatedDeviation =
+        static_cast<float>(std::sqrt(covariance[0][0] + covariance[1][1] + covariance[2][2]));
+    object.velocity = place(estimate.velocity);
   }
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <alg_kit/analysis/EstimatedPlaces.h>
 #include <alg_kit/analysis/Moment.h>
 #include <alg_kit/analysis/TrackStatistics.h>
 #include <alg_kit/analysis/TruthTrack.h>
 #include <alg_kit/bodies/LiveBodies.h>
+#include <alg_kit/calibration/RecordedPairs.h>
 #include <alg_kit/session/Session.h>
 #include <alg_kit/trace/PipelineTrace.h>
 #include <alg_kit/view/FrameLog.h>
@@ -31,6 +33,9 @@ class FrameMaker {
 
   void add(const session::Unit& unit, const TruthOf& truthOf);
 
+  /// What both cameras saw for certain, of an even part of all packets.
+  const std::vector<calibration::ObservedPair>& pairs() const { return views_.pairs; }
+
   /// Brings what came behind the latest packet into its frame. A next packet does it too.
   void publish();
 
@@ -40,6 +45,7 @@ class FrameMaker {
                   const analysis::Moment& at, const std::optional<Truth>& truth);
   void fillObjects(const trace::PacketTrace* packet, const algorithm::ResultBlock* block,
                    const std::optional<Truth>& truth);
+  void fillEstimates();
   void fillBodies();
   void findEvents(const session::Call& call, const trace::PacketTrace* packet,
                   const analysis::Moment& at);
@@ -52,7 +58,11 @@ class FrameMaker {
     bool seen = true;  ///< in the packet before; an object that never came begins with a gap
   };
 
+  static constexpr std::size_t kMostPairs = 30000;
+
   FrameLog& log_;
+  calibration::RecordedViews views_{kMostPairs};
+  analysis::LivePlaces estimates_;
   bodies::LiveBodies bodies_;
   bool looked_ = false;  ///< for the bodies, in the packet's light
   trace::PipelineTrace trace_;

@@ -6,9 +6,25 @@
 namespace view {
 
 const char* keyOf(ObjectRow row) {
-  constexpr const char* kKeys[kObjectRows] = {
-      "x",      "y",      "z",         "filtered_x",     "filtered_y", "filtered_z", "true_x",
-      "true_y", "true_z", "raw_error", "filtered_error", "epipolar",   "ray_gap"};
+  constexpr const char* kKeys[kObjectRows] = {"x",
+                                              "y",
+                                              "z",
+                                              "filtered_x",
+                                              "filtered_y",
+                                              "filtered_z",
+                                              "estimated_x",
+                                              "estimated_y",
+                                              "estimated_z",
+                                              "true_x",
+                                              "true_y",
+                                              "true_z",
+                                              "raw_error",
+                                              "filtered_error",
+                                              "estimated_error",
+                                              "estimated_sd",
+                                              "speed",
+                                              "epipolar",
+                                              "ray_gap"};
   return kKeys[static_cast<std::size_t>(row)];
 }
 
@@ -39,10 +55,15 @@ Summary::Summary(const Frame& frame, double before) : Summary() {
     absent[i] = object.seen ? 0 : 1;
     place(rowOf(i, ObjectRow::kX), object.raw);
     place(rowOf(i, ObjectRow::kFilteredX), object.filtered);
+    place(rowOf(i, ObjectRow::kEstimatedX), object.estimated);
     place(rowOf(i, ObjectRow::kTrueX), object.truth);
     set(rowOf(i, ObjectRow::kRawError),
         static_cast<float>(analysis::distance(object.raw, object.truth)));
     set(rowOf(i, ObjectRow::kFilteredError), object.filteredError);
+    set(rowOf(i, ObjectRow::kEstimatedError),
+        static_cast<float>(analysis::distance(object.estimated, object.truth)));
+    set(rowOf(i, ObjectRow::kEstimatedDeviation), object.estimatedDeviation);
+    set(rowOf(i, ObjectRow::kSpeed), static_cast<float>(analysis::distance(object.velocity, {})));
     set(rowOf(i, ObjectRow::kEpipolar), object.epipolar);
     set(rowOf(i, ObjectRow::kRayGap), object.rayGap);
   }

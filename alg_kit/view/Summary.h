@@ -13,7 +13,8 @@ namespace view {
 
 constexpr auto kObjects = static_cast<std::size_t>(algorithm::kMaxObjects);
 
-/// What is drawn over time. Of every object: positions in mm, errors in mm, residuals.
+/// What is drawn over time. Of every object: positions in mm, errors in mm, speed in mm/s,
+/// residuals.
 enum class ObjectRow {
   kX,
   kY,
@@ -21,15 +22,21 @@ enum class ObjectRow {
   kFilteredX,
   kFilteredY,
   kFilteredZ,
+  kEstimatedX,
+  kEstimatedY,
+  kEstimatedZ,
   kTrueX,
   kTrueY,
   kTrueZ,
   kRawError,
   kFilteredError,
+  kEstimatedError,
+  kEstimatedDeviation,
+  kSpeed,
   kEpipolar,
   kRayGap
 };
-constexpr std::size_t kObjectRows = 13;
+constexpr std::size_t kObjectRows = 19;
 /// Of the frame itself.
 enum class FrameRow { kBlobsLeft, kBlobsRight, kDuration, kInterval, kQueries };
 constexpr std::size_t kFrameRows = 5;

@@ -1,5 +1,6 @@
 #include <alg_kit/view/Watcher.h>
 
+#include <alg_kit/analysis/RecordedHealth.h>
 #include <alg_kit/analysis/TruthTrack.h>
 #include <alg_kit/recording/FollowingReader.h>
 #include <alg_kit/recording/FrameRate.h>
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <system_error>
 #include <utility>
@@ -25,6 +27,7 @@ constexpr auto kLook = std::chrono::milliseconds(8);          // at whether the 
 constexpr auto kLookAnyway = std::chrono::milliseconds(250);  // whatever it says of itself
 constexpr auto kLookAgain = std::chrono::milliseconds(40);  // after a change: it may be half of one
 constexpr auto kPatience = std::chrono::seconds(3);         // with a file that cannot be read now
+constexpr auto kJudgeEvery = std::chrono::seconds(20);      // the calibration
 constexpr std::int64_t kReportEvery = 500;                  // units
 constexpr std::size_t kPacketsForRate = 500;                // that say how fast they come
 constexpr double kUsualRate = 90;  // Hz, of a recording that may have no packet yet
@@ -97,14 +100,17 @@ class Watcher::Work {
         progress(total > 0 ? static_cast<double>(done) / static_cast<double>(total) : 1);
     }
     maker_->publish();
-    if (!watcher_.stop_) begin(reader.metadata(), State::kEnded);
+    if (watcher_.stop_) return;
+    begin(reader.metadata(), State::kEnded);
+    judge();
+    finishJudging(true);
   }
 
   void follow() {
     FollowingReader follower(watcher_.path_);
     maker_.emplace(watcher_.log_, watcher_.bodies_, kUsualRate);
     auto seen = lookOf("");
-    auto now = Clock::now(), changed = now, looked = now, failedFirst = now;
+    auto now = Clock::now(), changed = now, looked = now, failedFirst = now, judged = now;
     bool fails = false;
     while (!watcher_.stop_ && follower.state() != FollowingReader::State::kEnded) {
       const auto look = lookOf(follower.path());
@@ -126,8 +132,44 @@ class Watcher::Work {
         fails = true;
         if (now - failedFirst > kPatience) throw;
       }
+      if (now - judged > kJudgeEvery) {
+        judge();
+        judged = now;
+      }
+      finishJudging(false);
       std::this_thread::sleep_for(kLook);
     }
+    if (watcher_.stop_) return;
+    finishJudging(true);
+    judge();
+    finishJudging(true);
+  }
+
+  /// Begins to look at what the blobs say of the calibration, on a thread of its own: a live
+  /// picture does not wait for it. Not while the look before goes on.
+  void judge() {
+    const auto status = watcher_.status();
+    if (judging_.valid() || !status.calibration) return;
+    judging_ = std::async(
+        std::launch::async,
+        [calibration = *status.calibration, pairs = maker_->pairs()]() -> analysis::HealthFacts {
+          if (const auto usable = analysis::usableOf(calibration))
+            return analysis::healthFactsOf(*usable, pairs);
+          return {"unknown", "this calibration cannot be worked with", {}};
+        });
+  }
+
+  void finishJudging(bool wait) {
+    if (!judging_.valid()) return;
+    if (!wait && judging_.wait_for(std::chrono::seconds(0)) != std::future_status::ready) return;
+    analysis::HealthFacts health;
+    try {
+      health = judging_.get();
+    } catch (const std::exception& problem) {
+      health = {"unknown", problem.what(), {}};  // the frames stand
+    }
+    const std::lock_guard<std::mutex> guard(watcher_.mutex_);
+    watcher_.status_.health = std::move(health);
   }
 
   /// What was committed since the last time.
@@ -195,11 +237,13 @@ class Watcher::Work {
     watcher_.status_.metadata = metadata;
     watcher_.status_.state = state;
     if (state != State::kReading) watcher_.status_.share = 1;
+    if (state == State::kEnded) watcher_.status_.health.reset();  // all of it is judged now
   }
 
   Watcher& watcher_;
   std::optional<FrameMaker> maker_;
   int packetsWithoutTruth_ = 0;
+  std::future<analysis::HealthFacts> judging_;
 };
 
 Watcher::Watcher(std::string path, std::vector<bodies::Body> bodies)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <alg_factory/stereo3d/StereoCalibration.h>
+#include <alg_kit/analysis/ReportNumbers.h>
 #include <alg_kit/bodies/Body.h>
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/view/FrameLog.h>
@@ -37,6 +38,8 @@ class Watcher {
     int productType = -1;  ///< of the latest Init; -1 = none yet
     std::optional<algorithm::StereoCalibration> calibration;
     bool hasTruth = false;
+    /// Of the latest calibration, by what was read; none = not judged yet.
+    std::optional<analysis::HealthFacts> health;
     /// Seconds since something new was read, by this machine's clock.
     double secondsSinceNews = 0;
   };

@@ -3,10 +3,12 @@
 
 #include <alg_factory/service/ProductTable.h>
 #include <alg_kit/report/Base64.h>
+#include <alg_kit/report/ReportJson.h>
 #include <alg_kit/text/JsonText.h>
 #include <alg_kit/view/SceneGeometry.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <map>
@@ -95,6 +97,12 @@ Json jsonOf(const FrameObject& object) {
   // What is not there is left out: most frames are short.
   if (object.held) json["held"] = true;
   if (analysis::isSomewhere(object.filtered)) json["filtered"] = jsonOf(object.filtered);
+  if (analysis::isSomewhere(object.estimated)) {
+    json["estimated"] = jsonOf(object.estimated);
+    json["sd"] = millimetres(object.estimatedDeviation);
+    json["velocity"] = listOf(std::array{object.velocity.x, object.velocity.y, object.velocity.z},
+                              [](float value) { return rounded(value, 10); });
+  }
   if (analysis::isSomewhere(object.truth)) json["truth"] = jsonOf(object.truth);
   if (std::isfinite(object.filteredError))
     json["filtered_error"] = millimetres(object.filteredError);
@@ -203,9 +211,16 @@ Json stateOf(const Watcher& watcher, const Watcher::Status& status) {
           {"product_type", status.productType}};
 }
 
+/// For who asks; news, which come with every packet, go without the health of the calibration.
+Json wholeStateOf(const Watcher& watcher, const Watcher::Status& status) {
+  Json json = stateOf(watcher, status);
+  json["calibration_health"] = report::jsonOf(status.health);
+  return json;
+}
+
 Json aboutFile(const Watcher& watcher) {
   const Watcher::Status status = watcher.status();
-  Json json = stateOf(watcher, status);
+  Json json = wholeStateOf(watcher, status);
   json["name"] = std::filesystem::path(watcher.path()).filename().string();
   json["library_version"] = status.metadata.libraryVersion;
   json["platform"] = status.metadata.platform;
@@ -398,7 +413,8 @@ std::string WindowAnswers::answer(std::string_view said) const {
     if (op == "about") {
       reply["files"] = listOf(watchers_, [](const auto& w) { return aboutFile(*w); });
     } else if (op == "state") {
-      reply["files"] = listOf(watchers_, [](const auto& w) { return stateOf(*w, w->status()); });
+      reply["files"] =
+          listOf(watchers_, [](const auto& w) { return wholeStateOf(*w, w->status()); });
     } else if (op == "at") {
       // Who asks for the time of a packet as it was told, rounded, means that packet.
       const std::int64_t at =

@@ -15,7 +15,7 @@ const checks = {
    */
   async marker(viewer) {
     await viewer.untilPacket(`packet === ${facts.packet}`);
-    for (const key of ['v', 't']) await viewer.press(key);
+    for (const key of ['v', 't', 'u']) await viewer.press(key);
     await viewer.evaluate('(() => { const s = document.querySelector("select[aria-label=Trails]"); s.value = 0; s.dispatchEvent(new Event("change")); })()');
     await viewer.press('c');
     const { x, y, width, height } = await viewer.box('.scene canvas');
@@ -48,7 +48,7 @@ const checks = {
   /** Where a body's origin and markers are, its trail, and that its name is only a text. */
   async body(viewer) {
     await viewer.untilPacket(`packet === ${facts.packet}`);
-    for (const key of ['r', 'v', 't']) await viewer.press(key);
+    for (const key of ['r', 'v', 't', 'u']) await viewer.press(key);
     await viewer.press('c');
     const { x, y, width, height } = await viewer.box('.scene canvas');
     const fov = Number(await viewer.evaluate('document.querySelector(".scene canvas").dataset.fov'));
@@ -76,6 +76,60 @@ const checks = {
     assert.deepEqual([...drawnBy].sort(), ['2d', 'webgl']);
     assert.match(await viewer.text('.body'), /^<b>tool<\/b> -?\d.*4 of 4 markers/);
     assert.equal(await viewer.evaluate('document.querySelectorAll(".body b b").length'), 0);
+  },
+
+  /** Where the estimator has the objects, and what the packet and the plots say of it. */
+  async estimated(viewer) {
+    await viewer.untilPacket(`packet === ${facts.packet}`);
+    const told = await viewer.evaluate('[...document.querySelectorAll(".object")].map((o) => o.textContent)');
+    for (const [object, { sd, speed }] of Object.entries(facts.objects)) {
+      const [, shownSd, shownSpeed] = /estimated .* ± ([\d.]+).mm, ([\d.,]+).mm\/s/.exec(told[object]) ?? assert.fail(told[object]);
+      assert.ok(Math.abs(shownSd - sd) < 0.02 + 0.02 * sd, `${shownSd}, not ${sd}`);
+      assert.ok(Math.abs(shownSpeed.replace(',', '') - speed) < 2 + 0.02 * speed, `${shownSpeed}, not ${speed}`);
+    }
+    for (const key of ['estimated_sd', 'speed', 'estimated_error'])
+      await viewer.evaluate(`document.querySelector('.choices [data-key=${key}]').click()`);
+    await viewer.until('document.querySelectorAll(".u-wrap canvas").length === 6', 'three more plots');
+    for (const key of ['r', 'v', 't']) await viewer.press(key);
+    await viewer.evaluate('(() => { const s = document.querySelector("select[aria-label=Trails]"); s.value = 0; s.dispatchEvent(new Event("change")); })()');
+    await viewer.press('c');
+    const { x, y, width, height } = await viewer.box('.scene canvas');
+    const fov = Number(await viewer.evaluate('document.querySelector(".scene canvas").dataset.fov'));
+    const focal = height / 2 / Math.tan((fov * Math.PI) / 360);
+    const colour = await viewer.colour('--estimated');
+    const shows = async ([a, b, c]) => isNear(
+      (await viewer.coloursAt(x + width / 2 + (focal * a) / -c, y + height / 2 - (focal * b) / -c))[0], colour, 12);
+    for (let way = 0; way < 2; ++way) {
+      await viewer.press('g');
+      for (const { position } of Object.values(facts.objects)) assert.ok(await shows(position), `${position}`);
+      await viewer.press('u');
+      for (const { position } of Object.values(facts.objects)) assert.ok(!(await shows(position)), 'switched off');
+      await viewer.press('u');
+    }
+  },
+
+  /** What the blobs say of each file's calibration comes when it is known. */
+  async health(viewer) {
+    await viewer.untilPacket('packet >= 0');
+    await viewer.until(`document.querySelectorAll('.health p').length === ${facts.told.length}`, 'the calibrations are judged');
+    const lines = await viewer.evaluate(`[...document.querySelectorAll('.health p')].map((line) => ({
+      verdict: line.className, badge: line.querySelector('.badge').textContent, text: line.textContent,
+      given: line.querySelector('.given').getAttribute('points').split(' ').map((point) => point.split(',').map(Number)),
+      words: line.querySelector('svg').getAttribute('aria-label') }))`);
+    facts.told.forEach(({ verdict, text, trend }, i) => {
+      assert.equal(lines[i].verdict, verdict);
+      assert.ok(lines[i].text.includes(text), `${lines[i].text}, not ${text}`);
+      assert.equal(lines[i].given.length, 2 * trend.length, 'a step for each tenth');
+      assert.ok(lines[i].words.includes(`as given from ${trend[0].residual_px.toPrecision(2)} px`), lines[i].words);
+    });
+    // The rig that moves: its steps rise from the bottom to the top, whose y is 1.
+    const { given } = lines[1];
+    assert.ok(given[0][1] > 15 && Math.abs(given.at(-1)[1] - 1) < 0.1, `${given}`);
+    for (const width of [1300, 390]) {
+      await viewer.browser.show({ width, height: 900 });
+      await viewer.settle();
+      await viewer.assertFits(`${width} px`);
+    }
   },
 
   /** A browser without WebGL shows the scene as well. */
@@ -194,7 +248,7 @@ const checks = {
     assert.equal(await viewer.evaluate('document.querySelector("dialog").open'), true);
     assert.ok(await viewer.evaluate('document.querySelectorAll("dialog kbd").length') > 30);
     await viewer.evaluate('document.querySelector("dialog").close()');
-    for (const [key, label] of [['r', 'raw'], ['v', 'filtered'], ['t', 'truth'], ['m', 'bodies'], ['h', 'heat map'], ['o', 'Loop']]) {
+    for (const [key, label] of [['r', 'raw'], ['v', 'filtered'], ['t', 'truth'], ['u', 'estimated'], ['m', 'bodies'], ['h', 'heat map'], ['o', 'Loop']]) {
       const pressed = `[...document.querySelectorAll('.toggle')].find((b) => b.textContent === '${label}').getAttribute('aria-pressed')`;
       const before = await viewer.evaluate(pressed);
       await viewer.press(key);

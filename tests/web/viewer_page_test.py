@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """The page of algtrack view, in headless Chromium. Skipped where chromium or node is missing."""
+import csv
 import http.server
 import json
+import math
 import os
 import re
 import shutil
@@ -121,6 +123,32 @@ class ViewerPageTest(BodyCase):
         address = self.serve("r.algrec", "--body", "tool.json")
         self.check("body", address=address + "#t=4.4501", packet=400, markers=markers,
                    origin=origin, earlier=places(355)[1])
+
+    def test_estimated_positions_are_those_of_the_tracks_command(self):
+        self.simulate("walk.algrec", "--seconds", 6, "--product-type", 0, "--noise", 0.05)
+        text = self.succeed("tracks", "walk.algrec", "--csv", "-")
+        rows = list(csv.DictReader(line for line in text.splitlines() if line[0] != "#"))
+        times = sorted({float(row["time_s"]) for row in rows})
+        time = min(times, key=lambda t: abs(t - 3.3333))
+        found = {}
+        for row in rows:
+            if float(row["time_s"]) == time:
+                found[row["object"]] = {
+                    "position": [float(row[axis]) for axis in "xyz"],
+                    "sd": math.hypot(*(float(row["sd_" + axis]) for axis in "xyz")),
+                    "speed": math.hypot(*(float(row["rate_" + axis]) for axis in "xyz"))}
+        self.assertEqual(len(found), 3)
+        self.check("estimated", address=self.serve("walk.algrec") + "#t=3.334", packet=300,
+                   objects=found)
+
+    def test_a_line_says_what_the_cameras_saw_of_the_calibration(self):
+        told = []
+        for name, more in (("bent", ["--bend", "0.3,-0.4,0.25"]), ("loose", ["--drift", "0.5,0,0"])):
+            self.simulate(name, "--seconds", 20, "--product-type", 2, "--noise", 0.05, *more)
+            numbers = json.loads(self.succeed("report", name, "--json"))
+            told.append(numbers["recording"]["calibration_health"])
+        self.assertEqual([health["verdict"] for health in told], ["stale", "drifts"])
+        self.check("health", address=self.serve("bent", "loose"), told=told)
 
     def test_a_browser_without_webgl_shows_the_scene(self):
         self.simulate("walk.algrec", "--seconds", 6, "--product-type", 2)

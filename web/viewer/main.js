@@ -5,6 +5,7 @@ import { element } from '../common/dom.js';
 import { count, plural, seconds } from '../common/format.js';
 import { Frames } from './frames.js';
 import { ImagesView } from './images.js';
+import { HealthLine } from './health.js';
 import { helpDialog, listen } from './keys.js';
 import { Plots } from './plots.js';
 import { kMostTrail, SceneView } from './scene.js';
@@ -21,7 +22,7 @@ const kMostAhead = 2048; // packets that are fetched before they are played
 const source = new Source();
 const state = {
   files: [], t: 0, playing: false, speed: 1, live: false, loop: null, selected: null, pointed: null,
-  raw: true, filtered: true, truth: true, bodies: true, trail: 3, heat: false, hidden: new Set(), log: [],
+  raw: true, filtered: true, estimated: true, truth: true, bodies: true, trail: 3, heat: false, hidden: new Set(), log: [],
 };
 let frames = [];
 let series = [];
@@ -34,6 +35,7 @@ const images = new ImagesView({ onPoint: point });
 const timeline = new Timeline({ onTime: scrub, onWindow: windowChanged, onLoop: loopChanged, onHover: hover });
 const plots = new Plots({ onZoom: (from, to) => timeline.setWindow(from, to), onChoice: drawPlots });
 const ends = new FrameTable({ onPoint: point, onObject: select });
+const health = new HealthLine();
 const messages = element('section', { class: 'messages', 'aria-label': 'Messages' });
 const names = element('h1', {});
 const status = element('span', { class: 'status', role: 'status' });
@@ -54,7 +56,7 @@ const loopButton = button('Loop', 'Loop the window, or end the loop (o)', toggle
 const speedChoice = choice('Speed', kSpeeds, (v) => `${v} ×`, 1, (v) => { state.speed = v; });
 const trailChoice = choice('Trails', kTrails, (v) => (v ? `trail ${v} s` : 'no trail'), 3, (v) => { state.trail = v; for (const f of frames) f.prepare(f.index, 64, trailFrames()); show(); });
 const kToggles = { raw: 'Positions as delivered (r)', filtered: 'Filtered positions (v)',
-  truth: 'Where there is truth (t)', bodies: 'Bodies of markers (m)',
+  estimated: 'By the estimator, as it would have been live (u)', truth: 'Where there is truth (t)', bodies: 'Bodies of markers (m)',
   heat: 'Where blobs were in this window of time (h)' };
 const toggles = Object.fromEntries(Object.entries(kToggles).map(([key, title]) => [key,
   button(key === 'heat' ? 'heat map' : key, title, () => toggle(key), { class: 'toggle' })]));
@@ -71,6 +73,7 @@ document.getElementById('viewer').append(
     element('div', { class: 'group' }, Object.values(toggles), trailChoice, objectButtons),
     element('div', { class: 'group' }, save, button('Keys', 'Which keys do what (?)', () => help.showModal()),
       button('◐', 'Light or dark', switchTheme, { class: 'theme' }))),
+  health.host,
   element('div', { class: 'top' }, scene.host, images.host),
   element('div', { class: 'time' },
     element('div', { class: 'transport' },
@@ -111,6 +114,7 @@ const actions = [
   { keys: ['b'], text: 'point at the next blob', run: nextBlob },
   { keys: ['r'], text: 'positions as delivered', run: () => toggle('raw') },
   { keys: ['v'], text: 'filtered positions', run: () => toggle('filtered') },
+  { keys: ['u'], text: 'estimated positions', run: () => toggle('estimated') },
   { keys: ['t'], text: 'truth', run: () => toggle('truth') },
   { keys: ['m'], text: 'bodies of markers', run: () => toggle('bodies') },
   { keys: ['h'], text: 'heat map of blobs', run: () => toggle('heat') },
@@ -203,6 +207,7 @@ function takeState(files) {
 }
 
 function showStatus() {
+  health.show(state.files);
   const file = main();
   let text = '';
   let kind = '';
@@ -222,7 +227,9 @@ let polling = null;
 async function poll() {
   clearTimeout(polling);
   try {
-    const busy = state.files.some((file) => ['absent', 'reading', 'live'].includes(file.state));
+    // Of a calibration that cannot be judged nothing comes.
+    const judging = (file) => file.state === 'ended' && file.rig && !file.calibration_health;
+    const busy = state.files.some((file) => ['absent', 'reading', 'live'].includes(file.state) || judging(file));
     const hadRig = Boolean(main().rig);
     const { files } = await source.ask(hadRig ? 'state' : 'about');
     const before = state.files.map((file) => file.frames);

@@ -5,13 +5,16 @@ import { timeChart } from '../common/charts.js';
 
 const axis = (name) => ({
   key: name, label: `${name}, as delivered`, unit: 'mm',
-  rows: [[name, 'raw', null], [`filtered_${name}`, 'filtered', null], [`true_${name}`, 'truth', [4, 3]]],
+  rows: [[name, 'raw', null], [`filtered_${name}`, 'filtered', null], [`estimated_${name}`, 'estimated', [7, 2]], [`true_${name}`, 'truth', [4, 3]]],
 });
 
 export const kQuantities = [
   axis('x'), axis('y'), axis('z'),
   { key: 'raw_error', label: 'distance from the truth', unit: 'mm', size: true, rows: [['raw_error', 'raw', null]] },
   { key: 'filtered_error', label: 'distance of the filtered position from the truth', unit: 'mm', size: true, rows: [['filtered_error', 'filtered', null]] },
+  { key: 'estimated_error', label: 'distance of the estimated position from the truth', unit: 'mm', size: true, rows: [['estimated_error', 'estimated', null]] },
+  { key: 'estimated_sd', label: "standard deviation of the estimated position", unit: 'mm', size: true, rows: [['estimated_sd', 'estimated', null]] },
+  { key: 'speed', label: 'estimated speed', unit: 'mm/s', size: true, rows: [['speed', 'estimated', null]] },
   { key: 'epipolar', label: 'epipolar residual', unit: 'px', size: true, rows: [['epipolar', '', null]] },
   { key: 'ray_gap', label: 'gap between the rays', unit: 'mm', size: true, rows: [['ray_gap', '', null]] },
   { key: 'blobs', label: 'blobs', unit: 'per packet', size: true, frame: [['blobs_left', 'left', '--accent'], ['blobs_right', 'right', '--raw']] },
@@ -47,8 +50,8 @@ export class Plots {
       element('h2', {}, 'Over time'), this.choices, element('div', { class: 'stack' }, this.list, this.line));
   }
 
-  /** @param series  of every file, as the server answers; shown: {hidden, truth, filtered} */
-  show(all, window, { hidden, truth, filtered, raw, objects }) {
+  /** @param series  of every file, as the server answers; shown: {hidden, and what is toggled} */
+  show(all, window, { hidden, objects, ...toggled }) {
     this.#ready = false;
     for (const chart of this.#charts) chart.destroy();
     this.#charts = [];
@@ -64,7 +67,7 @@ export class Plots {
       const lines = quantity.frame
         ? quantity.frame.map(([key, label, color]) => ({ label, color, row: rowOf(series.rows[key]) }))
         : series.objects.slice(0, objects).flatMap((object, i) => hidden.has(i) ? [] : quantity.rows
-          .filter(([, kind]) => (kind === 'raw' ? raw : kind === 'filtered' ? filtered : kind === 'truth' ? truth : true))
+          .filter(([, kind]) => !kind || toggled[kind])
           .map(([key, kind, dash]) => ({
             label: `${i}${kind ? ` ${kind}` : ''}`, color: kind === 'truth' ? '--truth' : `--object-${i}`,
             dash: dash ?? (kind === 'filtered' && quantity.rows.length > 1 ? [2, 2] : undefined), row: rowOf(object.rows[key]),

@@ -133,17 +133,20 @@ export class SceneView {
         truthLine: new LineDashedMaterial({ dashSize: 14, gapSize: 10 }),
         thin: new MeshBasicMaterial({ wireframe: true }),
         other: new MeshBasicMaterial({ wireframe: true }),
+        estimate: new MeshBasicMaterial(), estimateLine: new LineBasicMaterial(),
       };
       object.marker = new Mesh(ball, object.solid);
       object.filtered = new Mesh(small, object.thin);
       object.second = new Mesh(diamond, object.other);
+      object.estimated = new Mesh(small, object.estimate);
       object.ring = new Sprite(new SpriteMaterial({ depthTest: false, transparent: true, sizeAttenuation: false }));
       object.ring.scale.set(kRing, kRing, 1);
       object.trail = segments(object.line, 2 * kMostTrail);
       object.filteredTrail = segments(object.faint, 2 * kMostTrail);
       object.truth = segments(object.truthLine, 2 * kMostTrail);
       object.secondTrail = segments(object.faint, 2 * kMostTrail);
-      object.parts = [object.marker, object.filtered, object.second, object.ring, object.trail,
+      object.estimatedTrail = segments(object.estimateLine, 2 * kMostTrail);
+      object.parts = [object.marker, object.filtered, object.second, object.estimated, object.estimatedTrail, object.ring, object.trail,
         object.filteredTrail, object.truth, object.secondTrail];
       for (const part of object.parts) part.visible = false;
       this.scene.add(...object.parts);
@@ -171,6 +174,7 @@ export class SceneView {
       object.ring.material.map?.dispose();
       object.ring.material.map = this.#circle();
       object.ring.material.needsUpdate = true;
+      object.estimate.color = object.estimateLine.color = new Color(styleOf('--estimated'));
       object.truthLine.color = new Color(styleOf('--truth'));
     });
     for (const body of this.bodies) body.paint();
@@ -312,7 +316,7 @@ export class SceneView {
 
   /**
    * @param frames  Frames of the first file, maybe of the second
-   * @param shown   {raw, filtered, truth, bodies, trail: seconds, hidden: Set of objects, selected}
+   * @param shown   {raw, filtered, estimated, truth, bodies, trail: seconds, hidden: Set of objects, selected}
    */
   show([first, second], shown) {
     const frame = first.current;
@@ -322,12 +326,14 @@ export class SceneView {
       const now = visible ? frame?.objects[i] : null;
       this.#place(object.marker, shown.raw && now?.raw);
       this.#place(object.filtered, shown.filtered && now?.filtered);
+      this.#place(object.estimated, shown.estimated && now?.estimated);
       this.#place(object.ring, shown.selected === i && now?.raw);
       this.#place(object.second, visible && other?.objects[i]?.raw);
       const trail = (lines, frames, key, on) =>
         this.#trail(lines, frames, (frame) => frame.objects[i]?.[key], visible && on ? shown.trail : 0);
       trail(object.trail, first, 'raw', shown.raw);
       trail(object.filteredTrail, first, 'filtered', shown.filtered);
+      trail(object.estimatedTrail, first, 'estimated', shown.estimated);
       if (trail(object.truth, first, 'truth', shown.truth) && this.renderer !== this.flat) object.truth.computeLineDistances();
       if (second) trail(object.secondTrail, second, 'raw', true);
     });

@@ -15,12 +15,18 @@ function about(frame) {
     (frame.events.includes('corrupt') ? ' · its check byte is wrong' : ''));
 }
 
+/** What the estimator makes of an object. */
+function estimatedText({ estimated, sd, velocity }) {
+  return estimated ? ` · estimated ${place(estimated)} ± ${number(sd, 'mm')}, ${number(Math.hypot(...velocity), 'mm/s')}` : '';
+}
+
 /** Where an object is, or why it is missing. */
 function described(object, i) {
   const error = object.raw && object.truth ? ` · ${number(apart(object.raw, object.truth), 'mm')} off the truth` : '';
   const text = !object.seen ? `missing: ${object.reason || 'not in the block'}`
     : `${place(object.raw)} mm${object.held ? `, held: ${object.reason}` : ''}${error}`;
-  return [element('i', { class: 'dot', style: `--swatch: var(--object-${i})` }), element('b', {}, `Object ${i}`), ` ${text}`];
+  return [element('i', { class: 'dot', style: `--swatch: var(--object-${i})` }), element('b', {}, `Object ${i}`),
+    ` ${text}${estimatedText(object)}`];
 }
 
 const kUsed = new Set(['used', 'one camera']); // ends of markers that count

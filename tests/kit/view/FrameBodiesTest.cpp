@@ -73,6 +73,29 @@ TEST_F(FrameBodiesTest, OutOfSightItIsMovedOnAndACorruptPacketSaysNothing) {
   EXPECT_FALSE(latest().known);
 }
 
+TEST_F(FrameBodiesTest, EveryObjectHasTheEstimatorsPlaceWithItsUncertaintyAndSpeed) {
+  follow(60);
+  maker_.publish();
+  const Frame frame = log_.frame(log_.size() - 1);
+  const FrameLog::Series series = log_.series(0, log_.size() - 1, 1000);
+  const Summary& last = series.columns.back();
+  for (std::size_t id = 0; id < 6; ++id) {
+    // Mirrored, as delivered.
+    const Eigen::Vector3d truth = leaning() * sixMarkers().markers[id].position;
+    const FrameObject& object = frame.objects[id];
+    EXPECT_NEAR(object.estimated.x, truth.x(), 0.5) << id;
+    EXPECT_NEAR(object.estimated.y, -truth.y(), 0.5) << id;
+    EXPECT_NEAR(object.estimated.z, -truth.z(), 2) << id;
+    EXPECT_GT(object.estimatedDeviation, 0) << id;
+    EXPECT_LT(object.estimatedDeviation, 10) << id;
+    EXPECT_LT(analysis::distance(object.velocity, {}), 30) << id << ", at rest, mm/s";
+    EXPECT_EQ(last.low[rowOf(id, ObjectRow::kEstimatedZ)], object.estimated.z) << id;
+    EXPECT_EQ(last.high[rowOf(id, ObjectRow::kEstimatedDeviation)], object.estimatedDeviation);
+    EXPECT_FLOAT_EQ(last.low[rowOf(id, ObjectRow::kSpeed)],
+                    static_cast<float>(analysis::distance(object.velocity, {})));
+  }
+}
+
 TEST_F(FrameBodiesTest, WithoutBodiesFramesHaveNone) {
   FrameLog log;
   FrameMaker maker(log, {}, 100);

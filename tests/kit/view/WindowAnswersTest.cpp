@@ -127,13 +127,20 @@ TEST_F(WindowAnswersTest, AFileThatIsFollowedAndTheSameFileReadLaterGiveTheSameF
   host.feed(kPackets);
   host.close();
   waitFor(Watcher::State::kEnded, kPackets);
-  const json question = {{"op", "frames"}, {"from", 0}, {"to", kPackets}};
-  const json followed = ask(question)["frames"];
+  // Estimates apart: what is under way does not know yet how fast its packets come.
+  const auto frames = [&] {
+    json list = ask({{"op", "frames"}, {"from", 0}, {"to", kPackets}})["frames"];
+    for (json& frame : list)
+      for (json& object : frame["objects"])
+        for (const char* key : {"estimated", "sd", "velocity"}) object.erase(key);
+    return list;
+  };
+  const json followed = frames();
   watchers_.clear();
   watch(path);
   waitFor(Watcher::State::kEnded, kPackets);
   EXPECT_EQ(followed.size(), static_cast<std::size_t>(kPackets));
-  EXPECT_EQ(followed, ask(question)["frames"]);
+  EXPECT_EQ(followed, frames());
 }
 
 TEST_F(WindowAnswersTest, WhatIsNoQuestionIsRefusedInOneLine) {

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <alg_kit/analysis/ReportNumbers.h>
+#include <alg_kit/calibration/RecordedPairs.h>
+
+#include <optional>
+#include <vector>
+
+namespace analysis {
+
+/// A calibration that a recording's Init was given, in mm; none if it cannot be worked with.
+std::optional<calibration::LoadedCalibration> usableOf(
+    const algorithm::StereoCalibration& calibration);
+
+/// What pairs of blobs, in order of time, say of it.
+HealthFacts healthFactsOf(const calibration::LoadedCalibration& given,
+                          const std::vector<calibration::ObservedPair>& pairs);
+
+}  // namespace analysis
