@@ -275,6 +275,21 @@ class Fitter {
     }
   }
 
+  /// Whether the distances are smaller at `p` than at `other`; those of wrong partners do not
+  /// count.
+  bool explainsBetter(const std::vector<ObservedPair>& pairs, const VectorXd& p,
+                      const VectorXd& other) const {
+    const Distances distances = distancesOf(pairs);
+    const std::vector<double> ours = absolute(distances, p), theirs = absolute(distances, other);
+    const double most = kTukey * std::min(noiseOf(ours, 0), noiseOf(theirs, 0));
+    const auto sum = [most](const std::vector<double>& sizes) {
+      double squares = 0;
+      for (const double size : sizes) squares += std::min(size * size, most * most);
+      return squares;
+    };
+    return sum(ours) < sum(theirs);
+  }
+
   /// The robust fit from near by.
   /// @param pairs  those that were set aside are taken out
   PairFit settle(std::vector<ObservedPair>& pairs, VectorXd p) const {
@@ -439,6 +454,11 @@ PairFit fitFrom(const StereoCalibration& given, const std::vector<ObservedPair>&
   const std::vector<ObservedPair> some = thinned(usable, kCoarsePairs);
   poseFitter.guess(some, poseStart);
   poseFitter.approach(some, poseStart);
+  // Where markers stay near one another, another pose of the cameras explains them nearly as well,
+  // and a few noisy pairs lead there as easily. Then the given one's own neighbourhood decides.
+  VectorXd near = VectorXd::Zero(kPoseParameters);
+  poseFitter.approach(some, near);
+  if (poseFitter.explainsBetter(some, near, poseStart)) poseStart = near;
   VectorXd start = VectorXd::Zero(parameters);
   start.head(kPoseParameters) = poseStart;
   fit = Fitter(pose, parameters, believed).settle(usable, start);
