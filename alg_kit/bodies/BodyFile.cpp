@@ -23,6 +23,10 @@ Json listOf(const Eigen::Vector3d& v) {
   return {v.x(), v.y(), v.z()};
 }
 
+int idInFile(const Body& body, const BodyMarker& marker) {
+  return body.isPair() ? kPairId : marker.id;
+}
+
 class Reader {
  public:
   explicit Reader(const std::string& path) : path_(path) {}
@@ -82,8 +86,8 @@ void checkMarkers(const Body& body, const Reader& reader) {
         reader.fail("expected markers in order of their ids, each once, found id " +
                     std::to_string(b.id) + " behind " + std::to_string(a.id));
       if ((a.position - b.position).norm() < kMarkersApart)
-        reader.fail("expected markers apart, found ids " + std::to_string(a.id) + " and " +
-                    std::to_string(b.id) + " in one place");
+        reader.fail("expected markers apart, found ids " + std::to_string(idInFile(body, a)) +
+                    " and " + std::to_string(idInFile(body, b)) + " in one place");
     }
 }
 
@@ -114,8 +118,7 @@ void checkLine(const Body& pair, const Reader& reader) {
 std::string bodyText(const Body& body) {
   Json markers = Json::array();
   for (const BodyMarker& marker : body.markers) {
-    const int id = body.isPair() ? kPairId : marker.id;
-    Json json = {{"id", id}, {"position", listOf(marker.position)}};
+    Json json = {{"id", idInFile(body, marker)}, {"position", listOf(marker.position)}};
     if (!marker.deviation.isZero(0)) json["deviation"] = listOf(marker.deviation);
     if (!marker.facing.isZero(0)) json["facing"] = listOf(marker.facing);
     markers.push_back(json);
@@ -144,7 +147,8 @@ Body bodyFromText(const std::string& content, const std::string& path, Pairs pai
   const Json& markers = reader.member(json, "markers");
   const bool mayBePair = pairs == Pairs::kTaken && markers.size() == 2;
   if (!markers.is_array() || (markers.size() < 3 && !mayBePair) || markers.size() > kMostMarkers)
-    reader.fail("expected 3 to 16 markers, found another number");
+    reader.fail("expected 3 to 16 markers, found " +
+                (markers.is_array() ? std::to_string(markers.size()) : "no list"));
   for (const Json& marker : markers) body.markers.push_back(reader.marker(marker));
   if (mayBePair) makePair(body, reader);
   checkMarkers(body, reader);

@@ -201,6 +201,21 @@ class BodyTest(BodyCase):
             scale = 1000 if name in "xyz" else 1
             self.assertAlmostEqual(value * scale, float(row[name]), places=5)
 
+    def test_a_name_stays_one_field_of_the_table(self):
+        self.write_body("odd.json", MARKERS, 'a,b"c\nd')
+        self.succeed("body", "pose", "r", "--body", "odd.json", "--csv", "p.csv", "--force")
+        with open(self.path("p.csv"), encoding="utf-8") as file:
+            row = next(csv.DictReader(x for x in file if x[0] != "#"))
+        self.assertEqual(row["body"], 'a,b"c\\nd')
+        self.assertEqual(row["source"], "measured")
+
+    def test_a_name_that_is_no_part_of_a_files_is_refused(self):
+        for name in ("", "a/b", "a\nb", "a\x1b[31m", "a\0b"):
+            self.write_body("odd.json", MARKERS, name)
+            self.assertIn("--tum: expected a body's name that can be part of a file's",
+                          self.end_in_one_line(2, "body", "pose", "r", "--body", "odd.json",
+                                               "--tum", "t"))
+
     def test_two_bodies_share_no_marker(self):
         self.write_body("other.json", {2: (0, 0, 0), 4: (9, 0, 0), 5: (0, 9, 0)})
         self.assertIn("other.json: expected ids of its own, found id 2, which true.json has",
@@ -284,6 +299,12 @@ class BodyTest(BodyCase):
             self.assertLess(abs(value - truth), max(4 * deviation, 0.05))
             self.assertLess(deviation, 0.5)
         with open(self.path("pointer.json"), encoding="utf-8") as file:
+            self.assertEqual(json.load(file)["pivot"], found["tip_mm"])
+        self.assertIn("true.json: expected no file of this name",
+                      self.end_in_one_line(2, "body", "pivot", "s", "--body", "true.json", "-o",
+                                           "true.json"))
+        self.succeed("body", "pivot", "s", "--body", "true.json", "-o", "true.json", "--force")
+        with open(self.path("true.json"), encoding="utf-8") as file:
             self.assertEqual(json.load(file)["pivot"], found["tip_mm"])
         # A body that wanders has no tip that stands still.
         moving = json.loads(self.succeed("body", "pivot", "r", "--body", "true.json", "--json"))

@@ -58,6 +58,15 @@ std::string numberText(double value, const char* format = "%.9g") {
   return text;
 }
 
+/// A text as one field of a table.
+std::string csvField(const std::string& text) {
+  std::string field = oneLine(text);
+  if (field.find_first_of(",\"") == std::string::npos) return field;
+  for (std::size_t i = 0; (i = field.find('"', i)) != std::string::npos; i += 2)
+    field.insert(i, 1, '"');
+  return '"' + field + '"';
+}
+
 std::vector<int> idsFrom(const std::string& text) {
   std::vector<std::size_t> counts;
   for (std::size_t n = 3; n <= algorithm::kMaxObjects; ++n) counts.push_back(n);
@@ -166,8 +175,9 @@ void learnBody(const BodyOptions& options) {
 std::string originOf(const BodyOptions& options, double noise) {
   std::string manner = options.smooth ? "smoothed" : options.single ? "frame by frame" : "live";
   if (options.aheadMs > 0) manner += ", " + numberText(options.aheadMs) + " ms ahead";
-  return "algtrack body pose of " + std::filesystem::path(options.file).filename().string() + ", " +
-         manner + ", blob noise " + numberText(noise, "%.4g") + " px";
+  return "algtrack body pose of " +
+         oneLine(std::filesystem::path(options.file).filename().string()) + ", " + manner +
+         ", blob noise " + numberText(noise, "%.4g") + " px";
 }
 
 /// Empty for a body whose orientation is known in whole.
@@ -198,7 +208,7 @@ void writeCsv(const BodyOptions& options, const std::vector<Body>& known,
   for (const BodyRow& row : rows) {
     const BodyPose& pose = row.pose.pose;
     const bodies::RigidMotion& m = pose.motion;
-    out << numberText(row.time, "%.9f") << "," << oneLine(known[row.body].name);
+    out << numberText(row.time, "%.9f") << "," << csvField(known[row.body].name);
     for (const double value : {m.position.x(), m.position.y(), m.position.z(), m.orientation.x(),
                                m.orientation.y(), m.orientation.z(), m.orientation.w()})
       out << "," << numberText(value);
@@ -270,7 +280,7 @@ void poseBody(const BodyOptions& options) {
   std::vector<std::string> outputs = {options.csv}, inputs = options.bodies;
   for (std::size_t b = 0; b < known.size() && !options.tum.empty(); ++b) {
     const std::string& name = known[b].name;
-    if (name.empty() || name.find('/') != std::string::npos)
+    if (name.empty() || name.find('/') != std::string::npos || oneLine(name) != name)
       throw std::runtime_error(
           "--tum: expected a body's name that can be part of a file's, found '" + oneLine(name) +
           "'");
@@ -300,8 +310,8 @@ void poseBody(const BodyOptions& options) {
 }
 
 void pivotBody(const BodyOptions& options) {
-  checkOutputs({options.output, options.json ? "-" : ""}, {options.file, options.bodies.front()},
-               options.force);
+  // The body may get its tip where it is: it is read before.
+  checkOutputs({options.output, options.json ? "-" : ""}, {options.file}, options.force);
   Body body = bodies::readBody(options.bodies.front());
   const RecordingReader reader(options.file);
   const std::vector<BodyPose> poses = bodies::posesOf(reader, body, noiseFor(options, reader));

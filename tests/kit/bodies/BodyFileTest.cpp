@@ -61,6 +61,24 @@ TEST(BodyFile, TwoMarkersOfTheTwoPointObjectAreAPairWhereOneIsTaken) {
   EXPECT_THROW(bodies::bodyFromText(kPair, "stick.json"), text::FileError);
 }
 
+TEST(BodyFile, NamesTheIdsOfAPairAsTheFileHasThem) {
+  std::string text = kPair;
+  text.replace(text.find("[34"), 3, "[-34");
+  try {
+    bodies::bodyFromText(text, "stick.json", bodies::Pairs::kTaken);
+    FAIL();
+  } catch (const text::FileError& error) {
+    EXPECT_THAT(error.what(), HasSubstr("found ids 2 and 2 in one place"));
+  }
+}
+
+TEST(BodyFile, SaysHowManyMarkersThereAre) {
+  EXPECT_THAT(errorWith("\"markers\": [", "\"markers\": [], \"other\": ["),
+              HasSubstr("expected 3 to 16 markers, found 0"));
+  EXPECT_THAT(errorWith("\"markers\": [", "\"markers\": 3, \"other\": ["),
+              HasSubstr("found no list"));
+}
+
 TEST(BodyFile, WhatIsNoBodyIsRefusedInOneLine) {
   EXPECT_THAT(errorWith("[10, 0, 0]", "[0, 10, 0]"), HasSubstr("span a plane"));
   EXPECT_THAT(errorWith("alg_factory body", "another"),
