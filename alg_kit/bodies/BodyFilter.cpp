@@ -19,6 +19,7 @@ constexpr double kNoTurn = 1e20;              // rad^2: tells nothing
 constexpr double kFarChange = 0.005;  // of the distance
 constexpr double kFarTurn = 0.03;     // radians
 constexpr int kMostLooks = 4;
+constexpr double kLongestLoose = 0.5;  // s
 
 using Flags = std::array<bool, kMostMarkers>;
 
@@ -79,6 +80,7 @@ void BodyFilter::advance(double elapsed) {
   step_.before = step_.after;
   step_.by = moveOn(step_.before, estimate::Step(elapsed, options_.models.memory));
   age_ += elapsed;
+  loose_ += elapsed;
   liveliness_.predict(step_.by.step);
   turned_ += elapsed * step_.before.turnRate;
 }
@@ -108,9 +110,24 @@ void BodyFilter::follow(const Sights& sights) {
   takeIn();
   guessDrive();
   const Matrix6d prior = predict();
-  if (look_.information.numbers > 0 && settle(sights, prior)) return;
+  if (look_.information.numbers > 0 && tell(look_.seen) && settle(sights, prior)) return;
+  // Where the prediction is so far off that no marker has an image near it, they still have a pose.
+  if (look_.information.numbers == 0)
+    if (const auto pose = pinnedPoseOf(body_, sights.frame, sights.cameras, sights.noise))
+      return startAt(*pose);
   keepUnseen(prior);
   if (age_ > options_.bridge) begin(sights);
+}
+
+/// Whether so many markers tell a pose.
+bool BodyFilter::enough(const Flags& markers) const {
+  return countOf(markers) >= (body_.isPair() ? 2 : 3);
+}
+
+/// Whether the state may be corrected by them. One or two markers leave a turn open, or more:
+/// linearised about a turn that is long another one, they would seem to tell it.
+bool BodyFilter::tell(const Flags& markers) const {
+  return enough(markers) || loose_ < kLongestLoose;
 }
 
 /// @return the covariance of what is seen: of the pose, with tremor
@@ -265,7 +282,7 @@ bool BodyFilter::leaveOut(const Sights& sights, const Matrix6d& prior) {
     look_.taken[out] = false;
     takeIn();
     update(sights, prior);
-    if (fits()) return true;
+    if (fits()) return tell(look_.taken);
     lookAt(sights, Vector6d::Zero());
   }
   return false;
@@ -292,6 +309,7 @@ void BodyFilter::keep(const Sights& sights) {
   markers_ = countOf(look_.taken);
   residual_ = sights.noise * std::sqrt(misfit / look_.information.numbers);
   age_ = 0;
+  if (enough(look_.taken)) loose_ = 0;
 }
 
 /// The state as predicted.
@@ -347,7 +365,7 @@ void BodyFilter::startAt(const BodyPose& pose) {
   for (std::size_t i = 0; i < count_; ++i) suspect_[i] = ends_[i] == MarkerEnd::kOffShape;
   markers_ = pose.markers;
   residual_ = pose.residual;
-  age_ = 0;
+  age_ = loose_ = 0;
 }
 
 TrackedPose BodyFilter::now() const {

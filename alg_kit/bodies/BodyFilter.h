@@ -95,6 +95,8 @@ class BodyFilter {
 
   void follow(const Sights& sights);
   void advance(double elapsed);
+  bool enough(const Flags& markers) const;
+  bool tell(const Flags& markers) const;
   Matrix6d predict();
   void lookAt(const Sights& sights, const Vector6d& at);
   void takeIn();
@@ -117,6 +119,7 @@ class BodyFilter {
   std::array<Eigen::Vector3d, kMostMarkers> places_;  ///< from the mean, body's frame
 
   double age_ = 0;
+  double loose_ = 0;  ///< s since as many markers were taken as tell a pose
   Step step_;
   Liveliness liveliness_;
   BodyDrive drive_;

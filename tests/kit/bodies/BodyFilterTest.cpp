@@ -139,7 +139,7 @@ TEST(BodyFilter, OneMarkerSeenByOneCameraHelps) {
   double errors[2] = {};
   for (const int markers : {0, 1}) {
     Following(sixMarkers())
-        .run(sixMarkers(), 245, hideMost(markers),
+        .run(sixMarkers(), 244, hideMost(markers),
              [&](int i, const RigidMotion& truth, const TrackedPose& now) {
                if (i < 200) return;
                EXPECT_EQ(now.source, markers > 0 ? Source::kMeasured : Source::kBridged);
@@ -252,6 +252,52 @@ TEST(BodyFilter, GapIsBridgedWithAGrowingCovarianceAndThenForgotten) {
             }
             last = now.pose.covariance.trace();
           });
+}
+
+// Linearised about a turn that is long another, one marker would seem to tell all turns.
+TEST(BodyFilter, OneMarkerTellsNothingOnceNoneHadThePoseForHalfASecond) {
+  Following(sixMarkers())
+      .run(
+          sixMarkers(), 400,
+          [](int i, BodyFrame& frame) {
+            if (i >= 100 && i < 300)
+              for (int id = 1; id < 6; ++id) hide(frame, id);
+          },
+          [](int i, const RigidMotion& truth, const TrackedPose& now) {
+            if (i >= 100 && i < 144) {
+              EXPECT_EQ(now.source, Source::kMeasured) << i;
+            }
+            if (i > 146 && i < 233) {
+              EXPECT_EQ(now.source, Source::kBridged) << i;
+            }
+            if (i > 236 && i < 300) {
+              EXPECT_EQ(now.source, Source::kNone) << i;
+            }
+            if (i >= 300) {
+              EXPECT_EQ(now.source, Source::kMeasured) << i;
+            }
+            if (now.source != Source::kNone) {
+              EXPECT_LT(distance2(now, truth), 45) << i;
+            }
+          });
+}
+
+TEST(BodyFilter, BodyInSightIsFoundThoughItWasExpectedBehindTheCameras) {
+  BodyFilter filter(sixMarkers());
+  sim::Random random(6);
+  RigidMotion place = handAt(0);
+  for (int i = 0; i < 56; ++i) {
+    if (i < 31) place.position.z() = 1500 - 3000 * i * kPeriod;  // 3 m/s, and it stops unseen
+    BodyFrame frame = seen(sixMarkers(), place, kNoise, random);
+    frame.elapsed = kPeriod;
+    if (i > 30 && i < 55) frame.markers = {};
+    filter.feed(frame, builtInCameras(), kNoise);
+    if (i == 54) {
+      ASSERT_LT(filter.now().pose.motion.position.z(), 0);
+    }
+  }
+  EXPECT_EQ(filter.now().source, Source::kMeasured);
+  EXPECT_LT(positionError(filter.now(), place), 5);
 }
 
 TEST(BodyFilter, BodyThatIsElsewhereAfterAGapIsFollowedThere) {
