@@ -100,19 +100,10 @@ class Distances {
     double left[kLensParameters], right[kLensParameters];
   };
 
+  /// Without derivatives.
   At at(const double* p) const {
-    Jet jets[kPoseParameters];
-    for (int i = 0; i < kPoseParameters; ++i) jets[i] = Jet(p[i], i);
-    const Eigen::Matrix<Jet, 3, 1> t = pose_.t.cast<Jet>() +
-                                       pose_.tangents.col(0).cast<Jet>() * jets[3] +
-                                       pose_.tangents.col(1).cast<Jet>() * jets[4];
-    const Eigen::Matrix<Jet, 3, 3> essential =
-        crossMatrix(t) * (rotationFrom(jets) * pose_.R.cast<Jet>());
     At at;
-    for (Eigen::Index i = 0; i < 9; ++i) {
-      at.essential(i) = essential(i).a;
-      at.perPose.col(i) = essential(i).v.head<kPoseParameters>();
-    }
+    at.essential = essentialAt(p);
     for (int i = 0; i < kLensParameters; ++i) {
       at.left[i] = pose_.left[i];
       at.right[i] = pose_.right[i];
@@ -121,6 +112,16 @@ class Distances {
       at.right[i] += p[kPoseParameters + kLensParameters + i];
     }
     return at;
+  }
+
+  At withDerivatives(const double* p) const {
+    Jet jets[kPoseParameters];
+    for (int i = 0; i < kPoseParameters; ++i) jets[i] = Jet(p[i], i);
+    const auto essential = essentialAt(jets);
+    At result = at(p);
+    for (Eigen::Index i = 0; i < 9; ++i)
+      result.perPose.col(i) = essential(i).v.head<kPoseParameters>();
+    return result;
   }
 
   double distance(std::size_t i, const At& at) const {
@@ -150,6 +151,14 @@ class Distances {
 
  private:
   bool lensesMove() const { return parameters_ == kAllParameters; }
+
+  template <typename T>
+  Eigen::Matrix<T, 3, 3> essentialAt(const T* p) const {
+    const Eigen::Matrix<T, 3, 1> t = pose_.t.template cast<T>() +
+                                     pose_.tangents.col(0).template cast<T>() * p[3] +
+                                     pose_.tangents.col(1).template cast<T>() * p[4];
+    return crossMatrix(t) * (rotationFrom(p) * pose_.R.template cast<T>());
+  }
 
   static std::array<Jet, kLensParameters> moving(const double (&lens)[kLensParameters]) {
     std::array<Jet, kLensParameters> jets;
@@ -191,8 +200,8 @@ struct Weighted {
     const auto count = static_cast<Eigen::Index>(distances.size());
     const Eigen::Index n = distances.parameters(), rows = count + n;
     Eigen::Map<VectorXd> r(residuals, rows);
-    const Distances::At at = distances.at(p);
     if (jacobian != nullptr) {
+      const Distances::At at = distances.withDerivatives(p);
       Eigen::Map<Eigen::MatrixXd> J(jacobian, rows, n);
       VectorXd slope(n);
       for (Eigen::Index i = 0; i < count; ++i) {
@@ -201,6 +210,7 @@ struct Weighted {
       }
       J.bottomRows(n) = beliefs.asDiagonal();
     } else {
+      const Distances::At at = distances.at(p);
       for (Eigen::Index i = 0; i < count; ++i)
         r[i] = weights[i] * distances.distance(static_cast<std::size_t>(i), at);
     }
@@ -366,7 +376,7 @@ class Fitter {
   /// Fills covariance and counts; returns the pairs on which a direction hangs alone.
   std::vector<std::size_t> judge(const Distances& distances, const VectorXd& p,
                                  PairFit& fit) const {
-    const Distances::At at = distances.at(p.data());
+    const Distances::At at = distances.withDerivatives(p.data());
     const auto count = static_cast<Eigen::Index>(distances.size());
     const Eigen::Index n = parameters_;
     MatrixXd curvature = MatrixXd::Zero(n, n), scatter = MatrixXd::Zero(n, n);
@@ -452,7 +462,8 @@ PairFit fitFrom(const StereoCalibration& given, const std::vector<ObservedPair>&
       believed.size() > 0 ? VectorXd(believed.head(kPoseParameters)) : VectorXd();
   const Fitter poseFitter(pose, kPoseParameters, poseBelief);
   const std::vector<ObservedPair> some = thinned(usable, kCoarsePairs);
-  poseFitter.guess(some, poseStart);
+  // Where the pose is believed, the start is near.
+  if (poseBelief.size() == 0 || !(poseBelief.minCoeff() > 0)) poseFitter.guess(some, poseStart);
   poseFitter.approach(some, poseStart);
   // Where markers stay near one another, another pose of the cameras explains them nearly as well,
   // and a few noisy pairs lead there as easily. Then the given one's own neighbourhood decides.
@@ -526,7 +537,7 @@ VectorXd sampsonGradient(const StereoCalibration& calibration, const ObservedPai
   const VectorXd zero = VectorXd::Zero(parameters);
   const Distances distances(pose, pairs, parameters);
   VectorXd gradient(parameters);
-  distances.distance(0, distances.at(zero.data()), gradient);
+  distances.distance(0, distances.withDerivatives(zero.data()), gradient);
   return gradient;
 }
 
