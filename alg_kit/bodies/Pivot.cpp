@@ -17,6 +17,7 @@ using Vector6d = Eigen::Matrix<double, 6, 1>;
 constexpr std::size_t kFewestPoses = 10;
 constexpr double kLeastTurn = 10;  // degrees
 constexpr double kFarOff = 3;      // times the median
+constexpr double kStrays = 10;     // times what the poses' own errors explain
 
 struct Solution {
   Vector3d tip, spot;
@@ -91,12 +92,16 @@ PivotFit pivotOf(const std::vector<BodyPose>& poses) {
     expected += off.dot(tipWeight(*pose, solution.tip) * off);
   }
   const auto count = static_cast<double>(taken.size());
+  const double excess = expected / (3 * count - 6);
+  result.residual = std::sqrt(squares / count);
+  if (!(excess <= kStrays * kStrays))
+    throw std::runtime_error("expected a body that turns about its tip, found one that wanders: "
+                             "no point of it stays within " +
+                             std::to_string(std::lround(result.residual)) + " mm of a spot");
   result.tip = solution.tip;
   result.spot = solution.spot;
   result.poses = taken.size();
-  result.residual = std::sqrt(squares / count);
-  result.covariance =
-      solution.covariance.topLeftCorner<3, 3>() * std::max(1.0, expected / (3 * count - 6));
+  result.covariance = solution.covariance.topLeftCorner<3, 3>() * std::max(1.0, excess);
   return result;
 }
 

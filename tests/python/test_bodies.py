@@ -156,7 +156,6 @@ def test_a_bent_body_is_found_and_its_marker_named(folder):
 @pytest.mark.parametrize("make, error, text", [
     (lambda f: af.Body({0: (0, 0, 0), 1: (9, 0, 0)}), af.FileError, "3 to 16 markers"),
     (lambda f: af.Body({0: (0, 0, 0), 1: (9, 0, 0), 2: (9, 0, 0)}), af.FileError, "in one place"),
-    (lambda f: af.Body({0: (0, 0, 0), 1: (9, 0, 0), 2: (math.nan, 0, 0)}), ValueError, "JSON"),
     (lambda f: af.Body.load(f / "move.tum"), af.FileError, "expected a body as JSON"),
     (lambda f: af.Body.load(f / "none.json"), af.FileError, "found no such file"),
     (lambda f: af.Body.learn(f / "move.algrec", ids=[3, 4, 5]), af.RecordingError,
@@ -167,6 +166,14 @@ def test_a_bent_body_is_found_and_its_marker_named(folder):
      "ahead: expected 0 to 0.1 s of a live estimate, found 0.02 with smooth"),
     (lambda f: af.Body(MARKERS).track(f / "move.algrec", noise=math.nan), ValueError, "noise"),
     (lambda f: af.Body(MARKERS).check(f / "move.algrec", tolerance=-1), ValueError, "tolerance"),
+    (lambda f: af.Body({0.5: (0, 0, 0), 1: (9, 0, 0), 2: (0, 9, 0)}), ValueError, "whole numbers, found 0.5"),
+    (lambda f: af.Body({**MARKERS, 1: (0, math.nan, 0)}), ValueError, "markers: expected finite"),
+    (lambda f: af.Body(MARKERS, tip=(0, 0, math.inf)), ValueError, "tip: expected finite"),
+    (lambda f: af.Body(MARKERS, name=5), ValueError, "name: expected a text, found 5"),
+    (lambda f: af.Body.learn(f / "move.algrec", ids=[0, 1, 2.5]), ValueError, "found 2.5"),
+    (lambda f: af.Body.learn(f / "move.algrec", ids="012"), ValueError, "found '0'"),
+    (lambda f: af.Body.learn(f / "move.algrec", name=5), ValueError, "name: expected a text"),
+    (lambda f: af.Body(MARKERS).save(f / "none" / "x"), FileNotFoundError, "no such folder: .*none"),
     (lambda f: af.simulate(f / "x", body=af.Body(MARKERS)), ValueError, "expected a trajectory"),
     (lambda f: af.simulate(f / "x", emission=60), ValueError, "emission: expected a body"),
     (lambda f: af.simulate(f / "x", product_type=0, trajectory=f / "move.tum",
@@ -177,6 +184,21 @@ def test_what_cannot_be_done_is_refused_in_one_line(folder, make, error, text):
         make(folder)
     assert "\n" not in str(found.value)
     assert not (folder / "x").exists()
+
+
+@pytest.mark.parametrize("name, make", [
+    ("move.algrec", lambda f: af.report(f / "move.algrec", f / "move.algrec", overwrite=True)),
+    ("true.json", lambda f: af.report(f / "move.algrec", f / "true.json", bodies=f / "true.json",
+                                      overwrite=True)),
+    ("true.json", lambda f: af.simulate(f / "true.json", body=f / "true.json", overwrite=True,
+                                        trajectory=f / "move.tum", product_type=2)),
+    ("move.tum", lambda f: af.simulate(f / "move.tum", trajectory=f / "move.tum", overwrite=True)),
+])
+def test_what_is_read_is_not_overwritten(folder, name, make):
+    before = (folder / name).read_bytes()
+    with pytest.raises(FileExistsError, match="a file that is read"):
+        make(folder)
+    assert (folder / name).read_bytes() == before
 
 
 def true_poses(r, markers):

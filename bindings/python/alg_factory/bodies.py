@@ -1,5 +1,7 @@
 """Markers that belong together: their shape, and where they are and how they are turned."""
 import json
+import math
+import operator
 import os
 from dataclasses import dataclass
 
@@ -66,17 +68,19 @@ class Body:
     facings : {blob id: (x, y, z)}, the directions along which they radiate; ids may be missing.
     tip : (x, y, z), mm, of a pointer.
 
-    Raises FileError for what is no body: two markers in one place, numbers beyond 100 m.
+    Raises FileError for what is no body: two markers in one place, numbers beyond 100 m; ValueError
+    for ids that are no whole numbers and for numbers that are not finite.
     docs/bodies.md has frames and conventions.
     """
 
     def __init__(self, markers, name="body", tip=None, facings=None):
         facings = facings or {}
-        rows = [{"id": int(id), "position": _three(markers[id])} for id in sorted(markers)]
+        rows = [{"id": _index(id), "position": _three("markers", markers[id])}
+                for id in sorted(markers)]
         for row in rows:
             if row["id"] in facings:
-                row["facing"] = _three(facings[row["id"]])
-        self._set(_shape_of({"name": name, "markers": rows}, tip))
+                row["facing"] = _three("facings", facings[row["id"]])
+        self._set(_shape_of({"name": _text(name), "markers": rows}, tip))
 
     def _set(self, shape, learning=None):
         self._shape, self._learning = shape, learning
@@ -104,10 +108,10 @@ class Body:
         y and z = 0. `learning` says how good it is, `findings` what seems wrong. Raises
         RecordingError where fewer than three markers hold still together.
         """
-        ids = sorted(int(id) for id in ids)
+        ids = sorted(_index(id) for id in ids)
         if len(set(ids)) != len(ids) or len(ids) < 3 or not all(id in range(6) for id in ids):
             raise ValueError(f"ids: expected three or more of 0 to 5, each once, found {ids}")
-        found = _core.body_learn(_file_of(recording, "learn", noise), ids, name, float(noise))
+        found = _core.body_learn(_file_of(recording, "learn", noise), ids, _text(name), float(noise))
         return cls._of(found.pop("body"), Learning(**found))
 
     @property
@@ -212,9 +216,24 @@ class Body:
         return f"<alg_factory.Body {self.name!r}: markers {', '.join(map(str, self.ids))}>"
 
 
-def _three(values):
-    x, y, z = values
-    return [float(x), float(y), float(z)]
+def _index(id):
+    try:
+        return operator.index(id)
+    except TypeError:
+        raise ValueError(f"ids: expected whole numbers, found {id!r}") from None
+
+
+def _text(name):
+    if not isinstance(name, str):
+        raise ValueError(f"name: expected a text, found {name!r}")
+    return name
+
+
+def _three(name, values):
+    x, y, z = (float(value) for value in values)
+    if not all(map(math.isfinite, (x, y, z))):
+        raise ValueError(f"{name}: expected finite numbers, found {x:g}, {y:g}, {z:g}")
+    return [x, y, z]
 
 
 def _shape_of(content, tip):
@@ -222,7 +241,7 @@ def _shape_of(content, tip):
     content = {**content, "format": "alg_factory body", "version": 1, "unit": "mm"}
     content.pop("pivot", None)
     if tip is not None:
-        content["pivot"] = _three(tip)
+        content["pivot"] = _three("tip", tip)
     return _core.BodyShape.from_text(json.dumps(content, allow_nan=False), "body")
 
 

@@ -7,7 +7,7 @@ import tempfile
 
 from . import _core
 from .analysis import Difference
-from .bodies import as_body
+from .bodies import Body, as_body
 from .calibration import as_calibration
 from .files import complete_file
 from .recording import Recording, as_recording
@@ -139,7 +139,7 @@ def simulate(path, *, product_type=1, seconds=20, seed=1, calibration=None, scen
         options.update(trajectory=os.fspath(trajectory), motion_name=os.path.basename(trajectory))
     if body is not None:
         options.update(body=as_body(body)._shape, body_name=_name_of(body))
-    with complete_file(path, overwrite) as partial:
+    with complete_file(path, overwrite, (calibration, trajectory, body)) as partial:
         return _core.simulate(partial, options)
 
 
@@ -209,16 +209,17 @@ def report(recording, path=None, *, object=None, bodies=(), overwrite=False):
     path : of the page to write, one HTML file that needs no network; without it the numbers only.
         FileExistsError for a file that is there, unless `overwrite`.
     object : report this one only.
-    bodies : Body objects, or their files' names: how well each was followed live, against the truth
-        where there is one. They have no blob id in common.
+    bodies : a Body, or its file's name, or several: how well each was followed live, against the
+        truth where there is one. They have no blob id in common.
 
-    Raises RecordingError, FileError for a body, and RuntimeError if there is nothing to report: no packet, or none in the
-    slice.
+    Raises RecordingError, FileError for a body, and RuntimeError if there is nothing to report: no
+    packet, or none in the slice.
     """
     source = as_recording(recording)
     first, last = source._range
+    bodies = [bodies] if isinstance(bodies, (str, os.PathLike, Body)) else list(bodies)
     shapes = [as_body(body)._shape for body in bodies]
     if path is None:
         return json.loads(_core.report(source._file, None, shapes, object, first, last))
-    with complete_file(path, overwrite) as partial:
+    with complete_file(path, overwrite, [source.path, *bodies]) as partial:
         return json.loads(_core.report(source._file, partial, shapes, object, first, last))

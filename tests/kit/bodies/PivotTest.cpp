@@ -68,4 +68,17 @@ TEST(Pivot, BodyThatHardlyTurnsIsRefused) {
   EXPECT_THROW(bodies::pivotOf(turning(9, 30, 5)), std::runtime_error);
 }
 
+// A tip that slips by a few millimetres is still a tip; a body in a hand has none.
+TEST(Pivot, BodyThatWandersIsRefused) {
+  std::vector<BodyPose> slipping = turning(300, 30, 6), wandering = turning(300, 30, 6);
+  for (std::size_t i = 0; i < wandering.size(); ++i) {
+    const double angle = 0.1 * static_cast<double>(i);
+    const Eigen::Vector3d way(std::cos(angle), std::sin(angle), 0);
+    slipping[i].motion.position += 1.5 * way;
+    wandering[i].motion.position += 50 * way;
+  }
+  EXPECT_LT((bodies::pivotOf(slipping).tip - kTip).norm(), 3);
+  EXPECT_THROW(bodies::pivotOf(wandering), std::runtime_error);
+}
+
 }  // namespace
