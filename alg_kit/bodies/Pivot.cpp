@@ -95,9 +95,10 @@ PivotFit pivotOf(const std::vector<BodyPose>& poses) {
   const double excess = expected / (3 * count - 6);
   result.residual = std::sqrt(squares / count);
   if (!(excess <= kStrays * kStrays))
-    throw std::runtime_error("expected a body that turns about its tip, found one that wanders: "
-                             "no point of it stays within " +
-                             std::to_string(std::lround(result.residual)) + " mm of a spot");
+    throw std::runtime_error(
+        "expected a body that turns about its tip, found one that wanders: "
+        "no point of it stays within " +
+        std::to_string(std::lround(result.residual)) + " mm of a spot");
   result.tip = solution.tip;
   result.spot = solution.spot;
   result.poses = taken.size();
