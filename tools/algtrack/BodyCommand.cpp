@@ -6,7 +6,6 @@
 #include <alg_kit/bodies/Pivot.h>
 #include <alg_kit/recording/Recording.h>
 #include <tools/algtrack/Commands.h>
-#include <tools/algtrack/terminal/BodyFiles.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>

@@ -2,7 +2,7 @@
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/stream/McapExport.h>
 #include <tools/algtrack/Commands.h>
-#include <tools/algtrack/terminal/BodyFiles.h>
+#include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 #include <tools/algtrack/terminal/Progress.h>
 

@@ -6,7 +6,6 @@
 #include <alg_kit/stream/OpenIgtLinkServer.h>
 #include <alg_kit/stream/OscSender.h>
 #include <tools/algtrack/Commands.h>
-#include <tools/algtrack/terminal/BodyFiles.h>
 #include <tools/algtrack/terminal/Interrupt.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/Pace.h>

@@ -2,7 +2,6 @@
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/view/Server.h>
 #include <tools/algtrack/Commands.h>
-#include <tools/algtrack/terminal/BodyFiles.h>
 #include <tools/algtrack/terminal/Interrupt.h>
 #include <tools/algtrack/terminal/Options.h>
 
