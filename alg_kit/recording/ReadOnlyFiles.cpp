@@ -32,6 +32,8 @@ constexpr std::array<unsigned char, 8> kJournalMagic = {0xd9, 0xd5, 0x05, 0xf9,
                                                         0x20, 0xa1, 0x63, 0xd7};
 constexpr std::size_t kMostOverlay = 256 * 1024 * 1024;
 
+constexpr sqlite3_int64 kJournalHeader = 32;  // bytes, of a write-ahead journal
+
 /// An open file: the real one, opened to read, and what was "written" to it since, in memory.
 struct File {
   sqlite3_file base;  // first: SQLite's view
@@ -68,7 +70,12 @@ int fileSize(sqlite3_file* file, sqlite3_int64* size) {
     return SQLITE_OK;
   }
   *size = 0;
-  return f.real == nullptr ? SQLITE_OK : f.real->pMethods->xFileSize(f.real, size);
+  if (f.real == nullptr) return SQLITE_OK;
+  const int result = f.real->pMethods->xFileSize(f.real, size);
+  // A recorder that is killed before its first frame leaves a journal of a header alone. It holds
+  // nothing, but SQLite, without an index to write, reads it again and again and gives up.
+  if (f.kind == SQLITE_OPEN_WAL && *size <= kJournalHeader) *size = 0;
+  return result;
 }
 
 int readFile(sqlite3_file* file, void* to, int count, sqlite3_int64 from) {

@@ -126,8 +126,14 @@ TEST_F(HostileFileTest, ReadingAKilledRecordingChangesNothingOnDisk) {
     copyTo("all", {"", "-wal", "-shm"});
     copyTo("no_index", {"", "-wal"});
     copyTo("alone", {""});
+    // Killed when the journal had its header and no frame.
+    copyTo("header", {"", "-wal", "-shm"});
+    std::filesystem::resize_file(folder_.path("header-wal"), 32);
   }
   const auto before = folderNow();
+  EXPECT_EQ(problemOf(folder_.path("header")), "no problem");
+  EXPECT_LT(calls_, 50);
+  EXPECT_FALSE(RecordingReader(folder_.path("header")).metadata().journalMissing);
   EXPECT_EQ(problemOf(folder_.path("all")), "no problem");
   EXPECT_EQ(calls_, 50);
   EXPECT_EQ(problemOf(folder_.path("no_index")), "no problem");
