@@ -1,6 +1,7 @@
 #include <alg_kit/report/ReportJson.h>
 
 #include <alg_kit/analysis/ExplainingCommand.h>
+#include <alg_kit/calibration/HealthJson.h>
 #include <alg_kit/report/Base64.h>
 
 #include <algorithm>
@@ -266,16 +267,9 @@ ordered_json jsonOf(const analysis::Path& path) {
 
 ordered_json jsonOf(const std::optional<analysis::HealthFacts>& facts) {
   if (!facts) return nullptr;
-  ordered_json trend = ordered_json::array();
-  for (const calibration::HealthPoint& point : facts->trend)
-    trend.push_back({{"from_s", point.from},
-                     {"to_s", point.to},
-                     {"pairs", point.pairs},
-                     {"residual_px", point.residual},
-                     {"residual_refined_px", point.residualRefined},
-                     {"rotation_deg", point.rotation},
-                     {"rotation_sd_deg", point.rotationDeviation}});
-  return {{"verdict", facts->verdict}, {"text", facts->text}, {"trend", trend}};
+  return {{"verdict", facts->verdict},
+          {"text", facts->text},
+          {"trend", calibration::toJson(facts->trend)}};
 }
 
 ordered_json jsonOf(const analysis::ReportNumbers& numbers) {

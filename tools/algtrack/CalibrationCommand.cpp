@@ -3,6 +3,7 @@
 #include <alg_kit/calibration/CalibrationHealth.h>
 #include <alg_kit/calibration/CalibrationJson.h>
 #include <alg_kit/calibration/CalibrationRecord.h>
+#include <alg_kit/calibration/HealthJson.h>
 #include <alg_kit/calibration/RecordedPairs.h>
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/rig/StereoRig.h>
@@ -258,21 +259,12 @@ void printHealth(const CalibrationHealth& health) {
 }
 
 Json healthJson(const CalibrationHealth& health) {
-  Json trend = Json::array();
-  for (const calibration::HealthPoint& point : health.trend)
-    trend.push_back({{"from_s", point.from},
-                     {"to_s", point.to},
-                     {"pairs", point.pairs},
-                     {"residual_px", point.residual},
-                     {"residual_refined_px", point.residualRefined},
-                     {"rotation_deg", point.rotation},
-                     {"rotation_sd_deg", point.rotationDeviation}});
   return {{"verdict", calibration::nameOf(health.verdict)},
           {"text", health.text},
           {"rotation_deg", health.refinement.rotation},
           {"direction_deg", health.refinement.direction},
           {"unseen", health.unseen},
-          {"trend", trend}};
+          {"trend", calibration::toJson(health.trend)}};
 }
 
 /// The mistakes with a name come first: only what they leave is a matter of health.
