@@ -38,6 +38,7 @@ constexpr sqlite3_int64 kJournalHeader = 32;  // bytes, of a write-ahead journal
 struct File {
   sqlite3_file base;  // first: SQLite's view
   System* system;
+  const char* path;    ///< SQLite's, until it closes the file
   sqlite3_file* real;  ///< null: a file that is not there reads as empty
   int kind;            ///< SQLITE_OPEN_MAIN_DB and the like
   std::map<sqlite3_int64, std::vector<unsigned char>>* overlay;
@@ -63,8 +64,29 @@ int closeFile(sqlite3_file* file) {
   return SQLITE_OK;
 }
 
+/// A file that is there now, to read; otherwise it stays empty.
+int openReal(File& f) {
+  sqlite3_vfs& real = *f.system->real;
+  f.real = static_cast<sqlite3_file*>(sqlite3_malloc(real.szOsFile));
+  if (f.real == nullptr) return SQLITE_NOMEM;
+  std::memset(f.real, 0, static_cast<std::size_t>(real.szOsFile));
+  int ignored = 0;
+  return real.xOpen(&real, f.path, f.real, f.kind | SQLITE_OPEN_READONLY, &ignored);
+}
+
+/// A recorder that begins gives its file the name first and makes the journal a moment later.
+void lookForJournal(File& f) {
+  if (f.real != nullptr || f.kind != SQLITE_OPEN_WAL) return;
+  int there = 0;
+  f.system->real->xAccess(f.system->real, f.path, SQLITE_ACCESS_EXISTS, &there);
+  if (there == 0 || openReal(f) == SQLITE_OK) return;
+  sqlite3_free(f.real);
+  f.real = nullptr;
+}
+
 int fileSize(sqlite3_file* file, sqlite3_int64* size) {
-  const File& f = *of(file);
+  File& f = *of(file);
+  lookForJournal(f);
   if (f.size >= 0) {
     *size = f.size;
     return SQLITE_OK;
@@ -80,6 +102,7 @@ int fileSize(sqlite3_file* file, sqlite3_int64* size) {
 
 int readFile(sqlite3_file* file, void* to, int count, sqlite3_int64 from) {
   File& f = *of(file);
+  lookForJournal(f);
   if (f.real != nullptr && f.size < 0 && f.overlay->empty())
     return f.real->pMethods->xRead(f.real, to, count, from);
   sqlite3_int64 size = 0;
@@ -165,18 +188,23 @@ int deviceCharacteristics(sqlite3_file*) {
   return 0;
 }
 
-/// With a writer that lives, its index of the journal, which is never written. Without one SQLite
-/// makes an index of its own in memory.
+/// With a writer that lives, its index of the journal, which is never written: also not where the
+/// writer is of this process and SQLite would. Without one SQLite makes an index of its own in
+/// memory, and looks at each reading whether there is a writer now.
 int shmMap(sqlite3_file* file, int region, int size, int, void volatile** to) {
   File& f = *of(file);
   *to = nullptr;
   const int result = f.real->pMethods->xShmMap(f.real, region, size, 0, to);
-  return result == SQLITE_CANTOPEN || (result & 0xFF) == SQLITE_CANTOPEN ? SQLITE_READONLY_CANTINIT
-                                                                         : result;
+  if ((result & 0xFF) == SQLITE_CANTOPEN) return SQLITE_READONLY_CANTINIT;
+  return result == SQLITE_OK ? SQLITE_READONLY : result;
 }
 
 int shmLock(sqlite3_file* file, int offset, int count, int flags) {
   File& f = *of(file);
+  // SQLite asks for a share of the writer's lock only where an index has no words yet, to learn
+  // whether anybody is about to write them. Somebody is: without a writer there is no index.
+  constexpr int kWriterLock = 0, kShared = SQLITE_SHM_LOCK | SQLITE_SHM_SHARED;
+  if (offset == kWriterLock && flags == kShared) return SQLITE_BUSY;
   // A lock on an index that nobody has needs nobody's leave.
   const int result = f.real->pMethods->xShmLock(f.real, offset, count, flags);
   return result == SQLITE_IOERR_SHMLOCK ? SQLITE_OK : result;
@@ -225,6 +253,7 @@ int openFile(sqlite3_vfs* vfs, const char* path, sqlite3_file* file, int flags, 
   if (path == nullptr || (flags & kKinds) == 0) return SQLITE_CANTOPEN;
   File& f = *of(file);
   f.system = &system;
+  f.path = path;
   f.real = nullptr;
   f.kind = flags & kKinds;
   f.size = -1;
@@ -237,14 +266,7 @@ int openFile(sqlite3_vfs* vfs, const char* path, sqlite3_file* file, int flags, 
   if (!database) system.real->xAccess(system.real, path, SQLITE_ACCESS_EXISTS, &there);
   if (f.kind == SQLITE_OPEN_MAIN_JOURNAL && system.journalGone) there = 0;
   if (there != 0) {
-    f.real = static_cast<sqlite3_file*>(sqlite3_malloc(system.real->szOsFile));
-    int result = SQLITE_NOMEM;
-    if (f.real != nullptr) {
-      std::memset(f.real, 0, static_cast<std::size_t>(system.real->szOsFile));
-      int ignored = 0;
-      result =
-          system.real->xOpen(system.real, path, f.real, f.kind | SQLITE_OPEN_READONLY, &ignored);
-    }
+    int result = openReal(f);
     if (result == SQLITE_OK && f.kind == SQLITE_OPEN_MAIN_JOURNAL && namesSuperJournal(*f.real)) {
       system.refusal = "expected a journal of this recording, found one that names another file";
       result = SQLITE_CANTOPEN;

@@ -1,6 +1,7 @@
 // A recorder's life with files, processes, disks and memory.
 #include <alg_kit/recording/Database.h>
 #include <alg_kit/recording/Recorder.h>
+#include <alg_kit/recording/RecordingWriter.h>
 #include <tests/support/ScratchFolder.h>
 
 #include <gmock/gmock.h>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #if defined(__unix__)
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -412,6 +414,35 @@ TEST_F(RecorderLifeTest, AChildThatLivesOnDoesNotKeepTheLock) {
   close(ends[1]);
   close(ends[0]);
   waitpid(child, nullptr, 0);
+}
+
+// Between the making of the journal's index and its first words lies a moment.
+TEST_F(RecorderLifeTest, WhoComesWhileARecorderMakesItsIndexWaitsForIt) {
+  recording::createTables(file_, {});
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    const int index = open((file_ + "-shm").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    struct flock living {};
+    living.l_type = F_RDLCK;
+    living.l_whence = SEEK_SET;
+    living.l_start = 128;  // SQLite's byte of those who have the index open
+    living.l_len = 1;
+    if (ftruncate(index, 32768) != 0 || fcntl(index, F_SETLK, &living) != 0) _exit(1);
+    static_cast<void>(!write(ends[1], "x", 1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    recording::RecordingWriter writer(file_);
+    pause();
+    _exit(0);
+  }
+  char byte;
+  ASSERT_EQ(read(ends[0], &byte, 1), 1);
+  EXPECT_NO_THROW(EXPECT_EQ(RecordingReader(file_).callCount(), 0));
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  close(ends[0]);
+  close(ends[1]);
 }
 
 TEST_F(RecorderLifeTest, AProcessThatExitsWithoutClosingLeavesAReadableFile) {
