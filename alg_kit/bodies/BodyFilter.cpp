@@ -165,7 +165,8 @@ void BodyFilter::takeIn() {
   }
   if (body_.isPair() && look_.information.numbers > 0)
     look_.information.pinTurn(changedBy(step_.before.motion, look_.at).orientation * axisOf(body_));
-  look_.information.moveBack(look_.at);
+  if (look_.at != Vector6d::Zero()) look_.information.moveBack(look_.at);
+  look_.rooted = rooted(look_.information);
 }
 
 /// How lively the body is, from where this frame alone has it.
@@ -173,18 +174,12 @@ void BodyFilter::guessDrive() {
   const PoseInformation& all = look_.information;
   drive_ = liveliness_.drive();
   if (all.freedom() <= 0) return;
-  Matrix6d root;
-  if (!rootOf(all.weight, root)) return;
-  Eigen::Matrix<double, 1, 6> pulled = all.pull.transpose();
-  divideByTransposed(pulled, root);
-  if (!(all.misfit - pulled.squaredNorm() <= mostMisfit(all.freedom()))) return;
+  const RootedInformation& told = look_.rooted;
+  if (!told.whole || !(told.rest <= mostMisfit(all.freedom()))) return;
   Matrix6d inverse = Matrix6d::Identity();  // of the root, transposed
-  divideByTransposed(inverse, root);
-  Vector6d variance, change;
-  for (int i = 0; i < 6; ++i) {
-    variance[i] = inverse.row(i).squaredNorm();
-    change[i] = inverse.row(i).dot(pulled);
-  }
+  divideByTransposed(inverse, told.root);
+  const Vector6d change = inverse * told.pulled;
+  Vector6d variance = inverse.rowwise().squaredNorm();
   if (!(variance.head<3>().maxCoeff() < kFarthestPlace) ||
       !(variance.tail<3>().maxCoeff() < kFarthestTurn))
     return;
@@ -199,13 +194,13 @@ void BodyFilter::guessDrive() {
 /// The update by the markers that are taken; far from the prediction linearised again, there (the
 /// iterated filter: Gauss-Newton over prediction and pixels).
 void BodyFilter::update(const Sights& sights, const Matrix6d& prior) {
-  look_.update = updateOf(prior, look_.information);
+  look_.update = updateOf(prior, look_.rooted);
   for (int look = 1;
        look < kMostLooks && isFar(look_.update.change - look_.at, step_.before.motion); ++look) {
     if (!look_.update.change.allFinite()) return;
     lookAt(sights, look_.update.change);
     takeIn();
-    look_.update = updateOf(prior, look_.information);
+    look_.update = updateOf(prior, look_.rooted);
   }
 }
 
@@ -275,7 +270,7 @@ bool BodyFilter::leaveOut(const Sights& sights, const Matrix6d& prior) {
       if (!all[i]) continue;
       look_.taken[i] = false;
       takeIn();
-      const double distance2 = updateOf(prior, look_.information).distance2;
+      const double distance2 = updateOf(prior, look_.rooted).distance2;
       if (distance2 < least) least = distance2, out = i;
       look_.taken[i] = true;
     }
@@ -302,8 +297,8 @@ void BodyFilter::keep(const Sights& sights) {
       ends_[i] = MarkerEnd::kOffShape;
   }
   turned_ += look_.update.change.tail<3>();
-  step_.reach = correct(step_.after, look_.update);
-  step_.half = look_.update.half;
+  step_.taken = correct(step_.after, look_.rooted, look_.update);
+  step_.seenTaken = look_.update.taken;
   step_.seen = changedBy(step_.before.motion, look_.update.change);
   step_.seenCovariance = look_.update.covariance;
   markers_ = countOf(look_.taken);
@@ -321,8 +316,8 @@ void BodyFilter::keepUnseen(const Matrix6d& prior) {
     }
   step_.seen = step_.after.motion;
   step_.seenCovariance = prior;
-  step_.reach = step_.after.covariance.leftCols<6>();
-  step_.half.setIdentity();
+  step_.taken.setZero();
+  step_.seenTaken.setZero();
   markers_ = 0;
   residual_ = 0;
 }
@@ -354,7 +349,6 @@ void BodyFilter::startAt(const BodyPose& pose) {
   step_.before = state;
   step_.seen = state.motion;
   step_.seenCovariance = state.covariance.topLeftCorner<6, 6>();
-  step_.reach = state.covariance.leftCols<6>();
   turned_.setZero();
   Vector6d place;
   place << state.motion.position, turned_;

@@ -66,9 +66,10 @@ class BodyFilter {
     BodyState after;     ///< them
     RigidMotion seen;    ///< the markers' mean, tremor included
     Matrix6d seenCovariance = Matrix6d::Zero();
-    // The covariance of `after` with `seen` is reach half.
-    StateByPose reach = StateByPose::Zero();
-    Matrix6d half = Matrix6d::Identity();
+    // The covariance of `after` with `seen` is that of `before` with its pose, less
+    // taken seenTaken^T.
+    StateByPose taken = StateByPose::Zero();
+    Matrix6d seenTaken = Matrix6d::Zero();
   };
   const Step& step() const { return step_; }
 
@@ -85,6 +86,7 @@ class BodyFilter {
     std::array<estimate::PositionInformation, kMostMarkers> markers;
     Flags seen{}, taken{};
     PoseInformation information;  ///< of the taken ones, as if linearised at the prediction
+    RootedInformation rooted;     ///< the same
     PoseUpdate update;
   };
   struct Sights {

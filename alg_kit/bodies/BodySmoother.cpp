@@ -33,7 +33,8 @@ struct Sight {
 
 Sight sightOf(const BodyFilter::Step& step, const BodyState& smoothed) {
   const Matrix15d& before = step.after.covariance;
-  const StateByPose cross = step.reach * step.half;
+  const StateByPose cross =
+      step.before.covariance.leftCols<6>() - step.taken * step.seenTaken.transpose();
   const Eigen::Matrix<double, 6, kStateSize> follow = before.ldlt().solve(cross).transpose();
   const Matrix6d covariance =
       step.seenCovariance + follow * (smoothed.covariance - before) * follow.transpose();

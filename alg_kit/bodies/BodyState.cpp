@@ -11,15 +11,42 @@ using Eigen::Vector3d;
 
 /// P F^T, in place.
 void moveColumns(Matrix15d& p, const ErrorStep& by) {
+  using Whole = Column<kStateSize>;
+  const auto at = [&p](int column) { return p.col(column).data(); };
   const auto& s = by.step;
-  p.middleCols<3>(kPosition) += s.t * p.middleCols<3>(kVelocity);
-  p.middleCols<3>(kPosition) += s.ap * p.middleCols<3>(kAcceleration);
-  const Eigen::Matrix<double, kStateSize, 3> turn = p.middleCols<3>(kTurn);
-  for (int i = 0; i < 3; ++i)
-    p.col(kTurn + i) = by.turned(i, 0) * turn.col(0) + by.turned(i, 1) * turn.col(1) +
-                       by.turned(i, 2) * turn.col(2) + s.t * p.col(kTurnRate + i);
-  p.middleCols<3>(kVelocity) += s.av * p.middleCols<3>(kAcceleration);
-  p.middleCols<3>(kAcceleration) *= s.fade;
+  const Whole turn[3] = {Whole(at(kTurn)), Whole(at(kTurn + 1)), Whole(at(kTurn + 2))};
+  for (int i = 0; i < 3; ++i) {
+    Whole position(at(kPosition + i)), velocity(at(kVelocity + i));
+    Whole acceleration(at(kAcceleration + i)), turned;
+    position.add(s.t, velocity);
+    position.add(s.ap, acceleration);
+    velocity.add(s.av, acceleration);
+    acceleration.scale(s.fade);
+    for (int k = 0; k < 3; ++k) turned.add(by.turned(i, k), turn[k]);
+    turned.add(s.t, Whole(at(kTurnRate + i)));
+    position.store(at(kPosition + i));
+    turned.store(at(kTurn + i));
+    velocity.store(at(kVelocity + i));
+    acceleration.store(at(kAcceleration + i));
+  }
+}
+
+/// F P, in place: no row but those that reach below the diagonal.
+void moveRows(Matrix15d& p, const ErrorStep& by) {
+  const auto& s = by.step;
+  for (int j = 0; j < kStateSize; ++j) {
+    double* const x = p.col(j).data();
+    for (int i = 0; i < 3; ++i) {
+      if (j < kTurn) x[kPosition + i] += s.t * x[kVelocity + i] + s.ap * x[kAcceleration + i];
+      if (j < kTurnRate) x[kVelocity + i] += s.av * x[kAcceleration + i];
+      x[kAcceleration + i] *= s.fade;
+    }
+    if (j >= kVelocity) continue;
+    const double turn[3] = {x[kTurn], x[kTurn + 1], x[kTurn + 2]};
+    for (int i = 0; i < 3; ++i)
+      x[kTurn + i] = by.turned(i, 0) * turn[0] + by.turned(i, 1) * turn[1] +
+                     by.turned(i, 2) * turn[2] + s.t * x[kTurnRate + i];
+  }
 }
 
 /// The part below the diagonal counts: rounding makes the two uneven, and what the steps do to the
@@ -29,18 +56,15 @@ void makeEven(Matrix15d& p) {
     for (int row = 0; row < column; ++row) p(row, column) = p(column, row);
 }
 
-/// p += reach reach^T - follow follow^T in five columns, from the row of the first on. Bands of
-/// fixed size are quicker than the exact triangle.
+/// p -= taken taken^T in five columns, from the row of the first on. Bands of fixed size are
+/// quicker than the exact triangle.
 template <int kFrom>
-void addToBand(Matrix15d& p, const StateByPose& reach, const StateByPose& follow) {
+void takeOffBand(Matrix15d& p, const StateByPose& taken) {
+  using Below = Column<kStateSize - kFrom>;
   for (int j = kFrom; j < kFrom + 5; ++j) {
-    double column[kStateSize - kFrom] = {};
-    for (int k = 0; k < 6; ++k) {
-      const double r = reach(j, k), f = follow(j, k);
-      for (int i = kFrom; i < kStateSize; ++i)
-        column[i - kFrom] += reach(i, k) * r - follow(i, k) * f;
-    }
-    for (int i = kFrom; i < kStateSize; ++i) p(i, j) += column[i - kFrom];
+    Below column(&p(kFrom, j));
+    for (int k = 0; k < 6; ++k) column.add(-taken(j, k), Below(&taken(kFrom, k)));
+    column.store(&p(kFrom, j));
   }
 }
 
@@ -57,8 +81,7 @@ ErrorStep moveOn(BodyState& s, const estimate::Step& step) {
 
 void spread(Matrix15d& p, const ErrorStep& by, const BodyDrive& drive) {
   moveColumns(p, by);
-  p.transposeInPlace();
-  moveColumns(p, by);
+  moveRows(p, by);
   const double t = by.step.t, t2 = t * t, t3 = t2 * t;
   const auto add = [&p](int row, int column, double value) {
     for (int i = 0; i < 3; ++i) p(row + i, column + i) += value;
@@ -84,45 +107,51 @@ Matrix15d matrixOf(const ErrorStep& by) {
   return transposed.transpose();
 }
 
-PoseUpdate updateOf(const Matrix6d& prior, const PoseInformation& information) {
-  // The covariance after is L (I + L^T W L)^-1 L^T, for a W of any rank.
+PoseUpdate updateOf(const Matrix6d& prior, const RootedInformation& information) {
+  // A measurement of R^T pose with noises of 1: R^T P R + I is the covariance of what it shows.
   PoseUpdate update;
-  update.good = rootOf(prior, update.before);
-  const Matrix6d upper = update.before.transpose();
-  Matrix6d spread = times(upper, times(information.weight, update.before));
-  for (int i = 0; i < 6; ++i) spread(i, i) += 1;
-  update.good = update.good && rootOf(spread, update.inner);
+  const Matrix6d& root = information.root;
+  update.taken = timesLower(prior, root);
+  Matrix6d shown;
+  for (int j = 0; j < 6; ++j)
+    for (int i = j; i < 6; ++i) {
+      double sum = i == j ? 1 : 0;
+      for (int k = i; k < 6; ++k) sum += root(k, i) * update.taken(k, j);
+      shown(i, j) = shown(j, i) = sum;
+    }
+  update.good = rootOf(shown, update.inner);
   if (!update.good) {
     update.distance2 = HUGE_VAL;
     return update;
   }
-  Matrix6d halfTransposed = update.before;
-  divideByTransposed(halfTransposed, update.inner);
-  update.half = halfTransposed.transpose();
-  update.covariance = squareOf(update.half);
-  for (int i = 0; i < 6; ++i) update.change += update.covariance.col(i) * information.pull[i];
-  update.distance2 = information.misfit - information.pull.dot(update.change);
+  divideByTransposed(update.taken, update.inner);
+  update.pulled = solveLower(update.inner, information.pulled);
+  Column<6> change;
+  for (int j = 0; j < 6; ++j) {
+    Column<6> left(prior.col(j).data());
+    for (int k = 0; k < 6; ++k)
+      left.add(-update.taken(j, k), Column<6>(update.taken.col(k).data()));
+    left.store(update.covariance.col(j).data());
+    change.add(update.pulled[j], Column<6>(update.taken.col(j).data()));
+  }
+  change.store(update.change.data());
+  update.distance2 = information.rest + update.pulled.squaredNorm();
   return update;
 }
 
-StateByPose correct(BodyState& s, const PoseUpdate& update) {
-  // What of the state follows the pose, Y = P_pose L^-T: known exactly, the pose would leave
-  // P - Y Y^T; known as well as the measurement tells, it leaves Y (K K^T)^-1 Y^T more.
-  StateByPose follow = s.covariance.leftCols<6>();
-  divideByTransposed(follow, update.before);
-  StateByPose reach = follow;
-  divideByTransposed(reach, update.inner);
-  addToBand<0>(s.covariance, reach, follow);
-  addToBand<5>(s.covariance, reach, follow);
-  addToBand<10>(s.covariance, reach, follow);
+StateByPose correct(BodyState& s, const RootedInformation& information, const PoseUpdate& update) {
+  StateByPose taken = timesLower<kStateSize, 6>(s.covariance.leftCols<6>(), information.root);
+  divideByTransposed(taken, update.inner);
+  takeOffBand<0>(s.covariance, taken);
+  takeOffBand<5>(s.covariance, taken);
+  takeOffBand<10>(s.covariance, taken);
   makeEven(s.covariance);
-  // change = half^T half pull, and follow's share of it: follow L^-1 change = reach half pull.
-  Eigen::Matrix<double, 1, 6> pulled = update.change.transpose();
-  divideByTransposed(pulled, update.before);
-  Vector15d change = Vector15d::Zero();
-  for (int k = 0; k < 6; ++k) change += follow.col(k) * pulled[k];
+  Column<kStateSize> moved;
+  for (int k = 0; k < 6; ++k) moved.add(update.pulled[k], Column<kStateSize>(taken.col(k).data()));
+  Vector15d change;
+  moved.store(change.data());
   changeBy(s, change);
-  return reach;
+  return taken;
 }
 
 void changeBy(BodyState& s, const Vector15d& change) {

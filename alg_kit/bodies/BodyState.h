@@ -63,23 +63,27 @@ Matrix15d matrixOf(const ErrorStep& step);
 
 /// A pose after a measurement, tremor included: what the measurement saw.
 struct PoseUpdate {
-  Vector6d change = Vector6d::Zero();      ///< of the pose
-  Matrix6d covariance = Matrix6d::Zero();  ///< of the changed pose: half^T half
-  double distance2 = 0;                    ///< squared standard deviations of all numbers
+  Vector6d change = Vector6d::Zero();  ///< of the pose
+  Matrix6d covariance;                 ///< of the changed pose; set where `good`
+  double distance2 = 0;                ///< squared standard deviations of all numbers
+  bool good = true;                    ///< false: a covariance that is none
 
-  // With the covariance before L L^T and the weight W: I + L^T W L = K K^T, half = K^-1 L^T.
-  Matrix6d before = Matrix6d::Zero();  ///< L
-  Matrix6d inner = Matrix6d::Zero();   ///< K
-  Matrix6d half = Matrix6d::Zero();
-  bool good = true;  ///< false: a covariance that is none
+  // With the covariance before P, the weight R R^T and I + R^T P R = K K^T: what the measurement
+  // takes off P is taken taken^T.
+  Matrix6d inner;                     ///< K
+  Matrix6d taken = Matrix6d::Zero();  ///< P R K^-T
+  Vector6d pulled =
+      Vector6d::Zero();  ///< K^-1 of the measurement's `pulled`: change = taken pulled
 };
 
-/// @param prior  covariance of the pose before, tremor included; positive definite
-PoseUpdate updateOf(const Matrix6d& prior, const PoseInformation& information);
+/// @param prior  covariance of the pose before, tremor included
+PoseUpdate updateOf(const Matrix6d& prior, const RootedInformation& information);
 
 /// Corrects the state by what became of its pose.
-/// @return `reach`: the covariance of the state's errors with the seen pose's is reach update.half
-StateByPose correct(BodyState& state, const PoseUpdate& update);
+/// @return what the measurement took off the state's covariance is it times its transpose; the
+///         covariance of the state's errors with the seen pose's lost it times update.taken^T
+StateByPose correct(BodyState& state, const RootedInformation& information,
+                    const PoseUpdate& update);
 
 /// state + error and its opposite.
 void changeBy(BodyState& state, const Vector15d& change);

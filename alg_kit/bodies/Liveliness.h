@@ -3,6 +3,7 @@
 
 #include <alg_kit/bodies/BodyModels.h>
 #include <alg_kit/bodies/BodyState.h>
+#include <alg_kit/estimate/Lanes.h>
 
 #include <array>
 
@@ -29,17 +30,38 @@ class Liveliness {
   BodyDrive drive() const;
 
  private:
-  using PerModel = std::array<double, kBodyModels>;
-  /// One axis under every model: place, rate and its change, with their covariance. The change of a
-  /// rotation's rate is not reckoned with.
-  struct Axis {
-    PerModel p{}, v{}, a{}, pp{}, pv{}, pa{}, vv{}, va{}, aa{};
+  using Lanes = estimate::Lanes;  ///< a number under every model
+  static_assert(kBodyModels == estimate::kModels, "Lanes has the estimator's number of models");
+
+  /// One axis of the position: place, rate and its change, with their covariance.
+  struct Line {
+    Lanes p, v, a, pp, pv, pa, vv, va, aa;
+
+    void predict(const estimate::Step& step, Lanes jerk);
+    void correct(Lanes gain, Lanes pull);
+  };
+  /// One axis of the rotation: the change of its rate is not reckoned with.
+  struct Turn {
+    Lanes p, v, pp, pv, vv;
+
+    void predict(double seconds, Lanes drive);
+    void correct(Lanes gain, Lanes pull);
+  };
+  /// How well the axes of a kind were foretold.
+  struct Fit {
+    Lanes distance2 = 0, spread = 1;
   };
 
+  template <class Axis>
+  static void correct(Axis& axis, double place, double variance, Lanes tremor2, Fit& fit);
+  static void weigh(Lanes& probability, const Fit& fit);
+
   BodyModelSet set_;
-  PerModel jerkRoot_, turnRoot_;
-  std::array<Axis, 6> axes_;
-  std::array<PerModel, 2> probability_;  ///< of position, of rotation
+  Lanes jerk_, turn_, tremor2_, turnTremor2_;  ///< of `set_`
+  Lanes jerkRoot_, turnRoot_;
+  std::array<Line, 3> lines_;
+  std::array<Turn, 3> turns_;
+  Lanes ofPosition_, ofRotation_;  ///< probabilities
 };
 
 }  // namespace bodies

@@ -1,7 +1,7 @@
 #include <alg_kit/bodies/PoseInformation.h>
+#include <alg_kit/bodies/SmallMatrix.h>
 
-#include <alg_kit/bodies/RigidFit.h>
-
+#include <Eigen/Geometry>
 #include <cmath>
 
 namespace bodies {
@@ -10,13 +10,16 @@ using Eigen::Matrix3d;
 using Eigen::Vector3d;
 
 void PoseInformation::add(const Vector3d& arm, const estimate::PositionInformation& marker) {
-  // J = [I, -skew(arm)].
-  const Matrix3d across = skew(arm);
-  const Matrix3d turned = marker.weight * across;
-  weight.topLeftCorner<3, 3>() += marker.weight;
+  // J = [I, -skew(arm)]; the columns of W skew(arm) are sums of two of W's.
+  const Matrix3d& w = marker.weight;
+  Matrix3d turned;
+  turned.col(0) = arm.z() * w.col(1) - arm.y() * w.col(2);
+  turned.col(1) = arm.x() * w.col(2) - arm.z() * w.col(0);
+  turned.col(2) = arm.y() * w.col(0) - arm.x() * w.col(1);
+  weight.topLeftCorner<3, 3>() += w;
   weight.topRightCorner<3, 3>() -= turned;
   weight.bottomLeftCorner<3, 3>() -= turned.transpose();
-  weight.bottomRightCorner<3, 3>() += across.transpose() * turned;
+  for (int i = 0; i < 3; ++i) weight.block<3, 1>(3, 3 + i) += Vector3d(turned.col(i)).cross(arm);
   pull.head<3>() += marker.pull;
   pull.tail<3>() += arm.cross(marker.pull);
   misfit += marker.misfit;
@@ -33,6 +36,15 @@ void PoseInformation::moveBack(const Vector6d& change) {
   const Vector6d shift = weight * change;
   misfit += 2 * pull.dot(change) + change.dot(shift);
   pull += shift;
+}
+
+RootedInformation rooted(const PoseInformation& information) {
+  constexpr double kLeast = 1e-12;  // of a weight: less is rounding
+  RootedInformation result;
+  result.whole = rootOf(information.weight, result.root, kLeast);
+  result.pulled = solveLower(result.root, information.pull);
+  result.rest = information.misfit - result.pulled.squaredNorm();
+  return result;
 }
 
 Vector3d markerChange(const Vector3d& arm, const Vector6d& change) {

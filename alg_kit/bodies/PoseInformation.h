@@ -35,6 +35,16 @@ struct PoseInformation {
   void moveBack(const Vector6d& change);
 };
 
+/// The same as six numbers with noises of 1: weight = root root^T, pull = root pulled.
+struct RootedInformation {
+  Matrix6d root;  ///< lower; nothing above the diagonal has a meaning
+  Vector6d pulled;
+  double rest = 0;     ///< misfit that no pose takes away
+  bool whole = false;  ///< whether all of the pose is told
+};
+
+RootedInformation rooted(const PoseInformation& information);
+
 /// By how much a pose's change moves a marker.
 Eigen::Vector3d markerChange(const Eigen::Vector3d& arm, const Vector6d& change);
 
