@@ -6,7 +6,6 @@
 namespace estimate {
 namespace {
 
-constexpr double kMost = 5;               // px
 constexpr double kOutlier2 = 9;           // in variances
 constexpr double kKeptOfNormal = 0.9950;  // E[min(z^2, 9)] of a standard normal z
 constexpr long kMemory = 500;             // sightings

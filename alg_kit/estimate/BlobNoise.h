@@ -10,7 +10,8 @@ namespace estimate {
 class BlobNoise {
  public:
   static constexpr double kLeast =
-      0.005;  ///< px: the moments of small blobs are rounded by as much
+      0.005;                          ///< px: the moments of small blobs are rounded by as much
+  static constexpr double kMost = 5;  ///< px: what misses by more is no noise
 
   explicit BlobNoise(double first) : variance_(first * first) {}
 

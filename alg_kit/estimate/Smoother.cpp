@@ -96,7 +96,8 @@ void Smoother::run(const Taker& take) {
     // The median: outliers and false pairs do not move it.
     const auto middle = s.raysMiss2.begin() + static_cast<std::ptrdiff_t>(s.raysMiss2.size() / 2);
     std::nth_element(s.raysMiss2.begin(), middle, s.raysMiss2.end());
-    s.options.noise = std::max(BlobNoise::kLeast, std::sqrt(*middle / kMedianOfSquare));
+    s.options.noise =
+        std::clamp(std::sqrt(*middle / kMedianOfSquare), BlobNoise::kLeast, BlobNoise::kMost);
   }
   s.follow();
   for (int object = 0; object < s.probe.objectCount(); ++object) s.smoothObject(object, take);

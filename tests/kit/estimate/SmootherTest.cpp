@@ -1,3 +1,4 @@
+#include <alg_kit/estimate/BlobNoise.h>
 #include <alg_kit/estimate/Smoother.h>
 #include <alg_kit/rig/StereoRig.h>
 #include <gtest/gtest.h>
@@ -72,6 +73,20 @@ TEST(Smoother, StatesLargerVariancesWhereSightingsMissMoreThanStated) {
   };
   // Twice the noise: sightings miss by four times what is stated.
   EXPECT_GT(variance(0.1), 2.5 * variance(0.05));
+}
+
+TEST(Smoother, TakesRaysThatMissByHundredsOfPixelsForNoNoise) {
+  auto moved = rig::builtInRig();
+  moved.calibration.rightIntrinsics[5] += 200;  // the centre's y: a camera that was knocked
+  const sim::Simulator before(rig::builtInRig(), sim::Scene::still(0), options(0.05));
+  const sim::Simulator after(moved, sim::Scene::still(0), options(0.05));
+  Smoother smoother(0, rig::builtInRig().calibration);
+  for (int n = 0; n < 30; ++n) {
+    const auto frame = (n < 5 ? before : after).frame(n);
+    smoother.add(2, frame.payload.data(), static_cast<int>(frame.payload.size()));
+  }
+  smoother.run([](int, std::size_t, const Estimate&) {});
+  EXPECT_EQ(smoother.noise(), BlobNoise::kMost);
 }
 
 TEST(Smoother, FillsAGapFromBothSides) {
