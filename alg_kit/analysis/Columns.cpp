@@ -42,6 +42,7 @@ void Columns::append(double time) {
 }
 
 void Columns::begin(double time, std::int64_t packet, std::int64_t call) {
+  latest_ = times_.empty() ? Packet{time, 0} : Packet{time, latest_.number + 1};
   if (times_.empty()) begin_ = time;
   if (width_ == 0 && times_.size() == most_) shareColumns();
   if (width_ == 0) {
@@ -49,7 +50,7 @@ void Columns::begin(double time, std::int64_t packet, std::int64_t call) {
   } else {
     // Damaged times may lie far off: the width doubles some 60 times at most.
     while ((time - begin_) / width_ >= static_cast<double>(most_)) doubleWidth();
-    const auto column = static_cast<std::size_t>((time - begin_) / width_);
+    const std::size_t column = columnOf(latest_);
     while (times_.size() <= column)
       append(begin_ + (static_cast<double>(times_.size()) + 0.5) * width_);
   }
@@ -57,17 +58,17 @@ void Columns::begin(double time, std::int64_t packet, std::int64_t call) {
   keepFirst(calls_.back(), call);
 }
 
-void Columns::add(std::size_t envelope, double value) {
-  if (!std::isfinite(value)) return;
-  // fmin and fmax take the number where the other is NaN.
-  float& low = envelopes_[envelope].low.back();
-  float& high = envelopes_[envelope].high.back();
-  low = std::fmin(low, static_cast<float>(value));
-  high = std::fmax(high, static_cast<float>(value));
+std::size_t Columns::columnOf(const Packet& packet) const {
+  return width_ == 0 ? packet.number : static_cast<std::size_t>((packet.time - begin_) / width_);
 }
 
-void Columns::count(std::size_t counts) {
-  ++counts_[counts].back();
+void Columns::add(std::size_t column, std::size_t envelope, double value) {
+  if (!std::isfinite(value)) return;
+  // fmin and fmax take the number where the other is NaN.
+  float& low = envelopes_[envelope].low[column];
+  float& high = envelopes_[envelope].high[column];
+  low = std::fmin(low, static_cast<float>(value));
+  high = std::fmax(high, static_cast<float>(value));
 }
 
 void Columns::regroup(const std::vector<std::size_t>& columnOf, std::size_t count) {

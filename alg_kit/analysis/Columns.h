@@ -23,9 +23,20 @@ class Columns {
   /// @param time  seconds, not before the packet before
   void begin(double time, std::int64_t packet, std::int64_t call);
 
-  /// A value that is not finite adds nothing.
-  void add(std::size_t envelope, double value);
-  void count(std::size_t counts);
+  /// The latest packet, for what is known of it only later.
+  struct Packet {
+    double time = 0;
+    std::size_t number = 0;  ///< of all that began
+  };
+  Packet latest() const { return latest_; }
+  /// The column that a packet is in, until the next one begins.
+  std::size_t columnOf(const Packet& packet) const;
+
+  /// To a column, or to the latest packet's. A value that is not finite adds nothing.
+  void add(std::size_t column, std::size_t envelope, double value);
+  void add(std::size_t envelope, double value) { add(times_.size() - 1, envelope, value); }
+  void count(std::size_t column, std::size_t counts) { ++counts_[counts][column]; }
+  void count(std::size_t counts) { count(times_.size() - 1, counts); }
 
   /// Opens an empty column in every long pause, where every packet still has one of its own, so
   /// that lines end there. Once, at the end.
@@ -48,6 +59,7 @@ class Columns {
 
   std::size_t most_;
   double begin_ = 0, width_ = 0;
+  Packet latest_;
   std::vector<double> times_;
   std::vector<std::int64_t> packets_, calls_;
   std::vector<Envelope> envelopes_;

@@ -48,7 +48,7 @@ void ObjectTally::addGap(const std::optional<Gap>& gap) {
     presence.longestGap = gap;
 }
 
-void ObjectTally::addPresence(const Moment& at) {
+void ObjectTally::addPresence(const TrackRow& row, const Moment& at) {
   addGap(gaps_.add(at, row.presence));
   if (row.presence == Presence::kNoSuchObject) return;
   PresenceNumbers& presence = numbers_.presence;
@@ -63,7 +63,8 @@ void ObjectTally::addPresence(const Moment& at) {
 }
 
 /// Of sightings one after the other that are off the truth, the farthest stands for all.
-void ObjectTally::addTrueOutlier(const Moment& at, Events<OutlierEvent>& outliers) {
+void ObjectTally::addTrueOutlier(const TrackRow& row, const Moment& at,
+                                 Events<OutlierEvent>& outliers) {
   const auto error = static_cast<double>(row.rawError);
   if (!(error > jumpMm_)) {
     closeTrueOutlier(outliers);
@@ -78,15 +79,16 @@ void ObjectTally::closeTrueOutlier(Events<OutlierEvent>& outliers) {
   trueOutlier_.reset();
 }
 
-void ObjectTally::closeRow(const Moment& at, Columns& columns, Events<JumpEvent>& jumps,
+void ObjectTally::closeRow(const TrackRow& row, const Moment& at, std::size_t column,
+                           Columns& columns, Events<JumpEvent>& jumps,
                            Events<OutlierEvent>& outliers) {
-  addPresence(at);
+  addPresence(row, at);
   if (const auto jump = jumps_.add(at, row.raw)) {
     jumps.add({object(), *jump});
     ++numbers_.jumps;
   }
   if (hasTruth_) {
-    addTrueOutlier(at, outliers);
+    addTrueOutlier(row, at, outliers);
   } else if (const auto outlier = lonely_.add(at, row.raw)) {
     outliers.add({object(), *outlier});
     ++numbers_.outliers;
@@ -104,26 +106,25 @@ void ObjectTally::closeRow(const Moment& at, Columns& columns, Events<JumpEvent>
   smoothed_.add(row.raw, row.smoothed, row.truth, row.smoothedError);
   if (isSomewhere(row.raw)) path_.add(at.seconds, row.raw);
   if (isSomewhere(row.truth)) truePath_.add(at.seconds, row.truth);
-  drawRow(columns);
-  row = {};
+  drawRow(row, column, columns);
 }
 
-void ObjectTally::drawRow(Columns& columns) {
+void ObjectTally::drawRow(const TrackRow& row, std::size_t column, Columns& columns) const {
   const std::size_t first = place_ * kEnvelopes;
   for (std::size_t axis = 0; axis < kAxes; ++axis) {
-    columns.add(first + kRaw + axis, axisOf(row.raw, axis));
-    columns.add(first + kFiltered + axis, axisOf(row.filtered, axis));
-    columns.add(first + kSmoothed + axis, axisOf(row.smoothed, axis));
-    columns.add(first + kTruth + axis, axisOf(row.truth, axis));
+    columns.add(column, first + kRaw + axis, axisOf(row.raw, axis));
+    columns.add(column, first + kFiltered + axis, axisOf(row.filtered, axis));
+    columns.add(column, first + kSmoothed + axis, axisOf(row.smoothed, axis));
+    columns.add(column, first + kTruth + axis, axisOf(row.truth, axis));
   }
-  columns.add(first + kRawError, static_cast<double>(row.rawError));
-  columns.add(first + kFilteredError, static_cast<double>(row.filteredError));
-  columns.add(first + kEstimatedError, static_cast<double>(row.estimatedError));
-  columns.add(first + kSmoothedError, static_cast<double>(row.smoothedError));
-  columns.add(first + kEpipolar, static_cast<double>(row.epipolar));
-  columns.add(first + kRayGap, static_cast<double>(row.rayGap));
-  if (row.presence == Presence::kSeen) columns.count(place_ * kCounts + kSeen);
-  if (row.presence == Presence::kAbsent) columns.count(place_ * kCounts + kAbsent);
+  columns.add(column, first + kRawError, static_cast<double>(row.rawError));
+  columns.add(column, first + kFilteredError, static_cast<double>(row.filteredError));
+  columns.add(column, first + kEstimatedError, static_cast<double>(row.estimatedError));
+  columns.add(column, first + kSmoothedError, static_cast<double>(row.smoothedError));
+  columns.add(column, first + kEpipolar, static_cast<double>(row.epipolar));
+  columns.add(column, first + kRayGap, static_cast<double>(row.rayGap));
+  if (row.presence == Presence::kSeen) columns.count(column, place_ * kCounts + kSeen);
+  if (row.presence == Presence::kAbsent) columns.count(column, place_ * kCounts + kAbsent);
 }
 
 void ObjectTally::finish(Events<OutlierEvent>& outliers) {

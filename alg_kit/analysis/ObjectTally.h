@@ -6,7 +6,9 @@
 #include <alg_kit/analysis/ReportNumbers.h>
 #include <alg_kit/analysis/ThinnedPath.h>
 #include <alg_kit/analysis/TrackStatistics.h>
+#include <alg_kit/analysis/TruthTrack.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -23,6 +25,7 @@ struct TrackRow {
   Place estimated = nowhere();  ///< live, in the packets that delivered the object
   Place smoothed = nowhere();   ///< likewise, by what came before and after
   Place truth = nowhere();
+  std::optional<TruePlace> exactTruth;                       ///< the same
   float rawError = std::numeric_limits<float>::quiet_NaN();  ///< mm; NaN = unknown
   float filteredError = std::numeric_limits<float>::quiet_NaN();
   float estimatedError = std::numeric_limits<float>::quiet_NaN();
@@ -45,14 +48,15 @@ class ObjectTally {
 
   int object() const { return numbers_.object; }
 
-  /// The row of the packet that goes on, until `closeRow`.
-  TrackRow row;
+  /// The row of the packet that goes on.
+  TrackRow current;
 
   AnswerNumbers& answers() { return numbers_.answers; }
 
-  /// Takes the row of a finished packet into account.
-  void closeRow(const Moment& at, Columns& columns, Events<JumpEvent>& jumps,
-                Events<OutlierEvent>& outliers);
+  /// Takes the row of a finished packet into account, in order of packets.
+  /// @param column  the packet's
+  void closeRow(const TrackRow& row, const Moment& at, std::size_t column, Columns& columns,
+                Events<JumpEvent>& jumps, Events<OutlierEvent>& outliers);
 
   /// After the last packet.
   void finish(Events<OutlierEvent>& outliers);
@@ -61,11 +65,11 @@ class ObjectTally {
   ObjectCurves curves(const Columns& columns) const;
 
  private:
-  void addPresence(const Moment& at);
+  void addPresence(const TrackRow& row, const Moment& at);
   void addGap(const std::optional<Gap>& gap);
-  void addTrueOutlier(const Moment& at, Events<OutlierEvent>& outliers);
+  void addTrueOutlier(const TrackRow& row, const Moment& at, Events<OutlierEvent>& outliers);
   void closeTrueOutlier(Events<OutlierEvent>& outliers);
-  void drawRow(Columns& columns);
+  void drawRow(const TrackRow& row, std::size_t column, Columns& columns) const;
 
   std::size_t place_;
   double jumpMm_;

@@ -1,6 +1,5 @@
 #include <alg_kit/analysis/RecordedHealth.h>
 
-#include <alg_kit/calibration/CalibrationHealth.h>
 #include <alg_kit/calibration/CalibrationRecord.h>
 
 namespace analysis {
@@ -14,8 +13,9 @@ std::optional<calibration::LoadedCalibration> usableOf(const algorithm::StereoCa
 }
 
 HealthFacts healthFactsOf(const calibration::LoadedCalibration& given,
-                          const std::vector<calibration::ObservedPair>& pairs) {
-  const auto health = calibration::healthOf(given, pairs);
+                          const std::vector<calibration::ObservedPair>& pairs,
+                          const calibration::RunAll& runAll) {
+  const auto health = calibration::healthOf(given, pairs, runAll);
   return {calibration::nameOf(health.verdict), health.text, health.trend};
 }
 

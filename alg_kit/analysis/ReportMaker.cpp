@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <deque>
 #include <filesystem>
 #include <limits>
 #include <map>
@@ -39,7 +40,9 @@ constexpr std::int64_t kMostMeasured = 10800;  // packets: two minutes at the us
 constexpr std::size_t kWorstKept = 200;        // of every kind, of which few are shown:
 constexpr std::ptrdiff_t kMostWorst = 5;
 constexpr double kApartS = 1;
-constexpr auto kMostObjects = static_cast<std::size_t>(algorithm::kMaxObjects);
+/// Packets that wait for what the other thread makes of them, 20 MB at most.
+constexpr std::size_t kMostWaiting = 16384;
+static_assert(kMostWaiting > Estimation::kDelay);
 
 bool isPacket(const Call& call) {
   return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
@@ -95,14 +98,18 @@ class MessageTally {
 /// Gathers the report from the recording's entries, in order.
 class Gatherer {
  public:
-  Gatherer(const recording::RecordingReader& reader, const ReportRules& rules,
+  /// @param thread  outlives this
+  Gatherer(const recording::RecordingReader& reader,
+           const std::vector<recording::Configuration>& configurations, const ReportRules& rules,
            const ReportRange& range, const std::vector<int>& objects,
-           const std::vector<bodies::Body>& bodies, std::int64_t firstNs, double frameRate)
-      : range_(range),
+           const std::vector<bodies::Body>& bodies, std::int64_t firstNs, double frameRate,
+           SideThread& thread)
+      : configurations_(configurations),
+        range_(range),
         truth_(reader.hasTruth() ? std::optional(reader.truthRows()) : std::nullopt, firstNs),
         firstNs_(firstNs),
-        live_(frameRate),
-        smoothed_(reader, frameRate),
+        thread_(thread),
+        estimation_(reader.callCount(), frameRate, thread),
         bodyFrames_(frameRate),
         columns_(objects.size() * ObjectTally::kEnvelopes + bodies.size() * BodyTally::kEnvelopes,
                  objects.size() * ObjectTally::kCounts, kMostColumns),
@@ -124,8 +131,7 @@ class Gatherer {
     const double seconds = secondsOf(call);
     if (call.kind == CallKind::kInit) productType_ = call.type;
     if (call.kind == CallKind::kSetFilterMode && call.type == 0) filterMode_ = call.mode;
-    live_.add(call);
-    smoothed_.add(call);
+    estimation_.add(call);
     followBodies(call);
     const trace::PacketTrace* const packet = trace_.feed(call);
     if (packet != nullptr) views_.add(*packet, seconds);
@@ -150,6 +156,9 @@ class Gatherer {
   /// @param reader  for what it knows of itself
   Report finish(const recording::RecordingReader& reader) {
     closePacket();
+    estimation_.finish();
+    judgeCalibration();  // while the last packets are estimated
+    closeRows(0);
     const auto addSwap = [this](const Swap& swap) { numbers_.swaps.add(named(swap)); };
     swapFinder_.finish(addSwap);
     columns_.breakAtPauses();
@@ -173,7 +182,6 @@ class Gatherer {
     numbers_.messages = messages_.messages();
     numbers_.messagesLeftOut = messages_.leftOut();
     writeNotices();
-    judgeCalibration(reader);
     report.numbers = std::move(numbers_);
     report.curves.columnS = columns_.width();
     report.curves.times = columns_.times();
@@ -218,23 +226,25 @@ class Gatherer {
       packetHistogram_.add(static_cast<double>(*call.durationNs) / 1e3);
     }
     columns_.begin(at_.seconds, at_.packet, at_.call);
+    column_ = columns_.latest();
     open_ = true;
     if (call.type == algorithm::kStampedPacket && packet != nullptr)
       stampedReports_ += packet->status == hid::DecodeStatus::kBadCheck ? 1 : 0;
     const bool corrupt = packet != nullptr && deviceCheckByteRight(call, *packet) == false;
     worst_.add(at_, productType_, block, truth_.rows(), corrupt);
     for (BodyTally& body : bodies_) body.add(sawBodies_, truth_.rows(), columns_);
-    for (ObjectTally& tally : tallies_) {
-      fillRow(tally, block);
-      addEstimates(tally);
-    }
+    for (ObjectTally& tally : tallies_) fillRow(tally, block);
+    const bool anySeen = std::any_of(
+        tallies_.begin(), tallies_.end(),
+        [](const ObjectTally& tally) { return tally.current.presence == Presence::kSeen; });
+    if (anySeen) estimates_ = estimation_.want();
     if (packet != nullptr) addPairs(*packet);
   }
 
   void fillRow(ObjectTally& tally, const algorithm::ResultBlock* block) {
     const auto object = static_cast<std::size_t>(tally.object());
     if (object >= objectsOf(productType_)) return;
-    TrackRow& row = tally.row;
+    TrackRow& row = tally.current;
     const bool seen = block != nullptr && block->records[object].id != algorithm::kNoObject;
     row.presence = seen ? Presence::kSeen : Presence::kAbsent;
     if (seen) {
@@ -242,21 +252,10 @@ class Gatherer {
       row.raw = {record.x, record.y, record.z};
     }
     if (const TruePlace* const truth = truth_.at(object)) {
+      row.exactTruth = *truth;
       row.truth = placeOf(*truth);
       row.rawError = errorOf(row.raw, *truth);
       row.visible = truth->visible;
-    }
-  }
-
-  /// In the packets that delivered the object, so that all are compared over the same.
-  void addEstimates(ObjectTally& tally) {
-    TrackRow& row = tally.row;
-    if (row.presence != Presence::kSeen) return;
-    row.estimated = live_.at(tally.object());
-    row.smoothed = smoothed_.at(tally.object());
-    if (const TruePlace* const truth = truth_.at(static_cast<std::size_t>(tally.object()))) {
-      row.estimatedError = errorOf(row.estimated, *truth);
-      row.smoothedError = errorOf(row.smoothed, *truth);
     }
   }
 
@@ -267,7 +266,7 @@ class Gatherer {
           point.fate == trace::BlobFate::kHeldByJump || point.fate == trace::BlobFate::kHeldByRatio;
       ObjectTally* const tally = tallyOf(point.id);
       if ((!held && point.fate != trace::BlobFate::kDelivered) || tally == nullptr) continue;
-      TrackRow& row = tally->row;
+      TrackRow& row = tally->current;
       row.held = row.held || held;
       row.epipolar = std::fmax(row.epipolar, static_cast<float>(point.epipolarDistance));
       row.rayGap = std::fmax(row.rayGap, static_cast<float>(point.rayGap));
@@ -291,7 +290,7 @@ class Gatherer {
       ++tally->answers().filtered;
     const double ahead = extrapolationOf(call);
     tally->answers().ahead += ahead > 0 ? 1 : 0;
-    TrackRow& row = tally->row;
+    TrackRow& row = tally->current;
     if (!open_ || row.presence != Presence::kSeen) return;  // the packet gave no block
     row.filtered = {answer->filtered[0], answer->filtered[1], answer->filtered[2]};
     row.ahead = ahead > 0;
@@ -322,13 +321,45 @@ class Gatherer {
     open_ = false;
     std::vector<Place> places, truths;
     for (const ObjectTally& tally : tallies_) {
-      places.push_back(tally.row.raw);
-      truths.push_back(tally.row.truth);
+      places.push_back(tally.current.raw);
+      truths.push_back(tally.current.truth);
     }
     swapFinder_.add(at_, places, truths,
                     [this](const Swap& swap) { numbers_.swaps.add(named(swap)); });
-    for (ObjectTally& tally : tallies_)
-      tally.closeRow(at_, columns_, numbers_.jumps, numbers_.outliers);
+    Waiting& packet = waiting_.emplace_back();
+    packet.at = at_;
+    packet.column = column_;
+    packet.estimates = std::exchange(estimates_, std::nullopt);
+    for (ObjectTally& tally : tallies_) packet.rows.push_back(std::exchange(tally.current, {}));
+    closeRows(kMostWaiting);
+  }
+
+  /// Of the packets whose estimates are there; waits for them where more than `most` wait.
+  void closeRows(std::size_t most) {
+    for (; !waiting_.empty(); waiting_.pop_front()) {
+      Waiting& packet = waiting_.front();
+      if (packet.estimates && waiting_.size() <= most && !packet.estimates->isThere()) return;
+      const std::size_t column = columns_.columnOf(packet.column);
+      for (std::size_t i = 0; i < tallies_.size(); ++i) {
+        TrackRow& row = packet.rows[i];
+        if (packet.estimates) addEstimates(tallies_[i].object(), packet.estimates->get(), row);
+        tallies_[i].closeRow(row, packet.at, column, columns_, numbers_.jumps, numbers_.outliers);
+      }
+    }
+  }
+
+  /// In the packets that delivered the object, so that all are compared over the same.
+  static void addEstimates(int object, const EstimatedPlaces& places, TrackRow& row) {
+    if (row.presence != Presence::kSeen) return;
+    const auto of = [object](const ObjectPlaces& all) {
+      const auto at = static_cast<std::size_t>(object);
+      return at < all.size() ? all[at] : nowhere();
+    };
+    row.estimated = of(places.live);
+    row.smoothed = of(places.smoothed);
+    if (!row.exactTruth) return;
+    row.estimatedError = errorOf(row.estimated, *row.exactTruth);
+    row.smoothedError = errorOf(row.smoothed, *row.exactTruth);
   }
 
   ObjectTally* tallyOf(int object) {
@@ -371,7 +402,7 @@ class Gatherer {
     const double span = lastPacketS_ - firstPacketS_;
     if (span > 0) facts.packetsPerSecond = static_cast<double>(facts.packets - 1) / span;
     if (facts.packets > 1) facts.medianIntervalMs = intervals_.get().median;
-    for (const recording::Configuration& configuration : reader.configurations()) {
+    for (const recording::Configuration& configuration : configurations_) {
       if (facts.productTypes.empty() || facts.productTypes.back() != configuration.productType)
         facts.productTypes.push_back(configuration.productType);
       if (!configuration.calibration) continue;
@@ -384,18 +415,13 @@ class Gatherer {
   }
 
   /// What the blobs say of the latest calibration.
-  void judgeCalibration(const recording::RecordingReader& reader) {
-    const auto configurations = reader.configurations();
-    for (auto it = configurations.rbegin(); it != configurations.rend(); ++it) {
-      const auto loaded = it->calibration ? usableOf(*it->calibration) : std::nullopt;
-      if (!loaded) continue;
-      if (const auto finding = calibration::judgeUnit(*loaded))
-        numbers_.notices.push_back(finding->text);
-      const HealthFacts& facts =
-          numbers_.recording.health.emplace(healthFactsOf(*loaded, views_.pairs));
-      if (facts.verdict == calibration::nameOf(calibration::HealthVerdict::kStale) ||
-          facts.verdict == calibration::nameOf(calibration::HealthVerdict::kDrifts))
-        numbers_.notices.push_back("By what the cameras saw, " + facts.text + ".");
+  void judgeCalibration() {
+    for (auto it = configurations_.rbegin(); it != configurations_.rend(); ++it) {
+      calibration_ = it->calibration ? usableOf(*it->calibration) : std::nullopt;
+      if (!calibration_) continue;
+      numbers_.recording.health =
+          healthFactsOf(*calibration_, views_.pairs,
+                        [this](std::size_t count, const auto& job) { thread_.runAll(count, job); });
       return;
     }
   }
@@ -437,21 +463,40 @@ class Gatherer {
     for (const ObjectNumbers& object : numbers_.objects) notFinite += object.notFinite;
     if (notFinite > 0)
       say(plural(notFinite, "delivered position is", "delivered positions are") + " not finite.");
+    const auto finding = calibration_ ? calibration::judgeUnit(*calibration_) : std::nullopt;
+    if (finding) say(finding->text);
+    const auto& health = facts.health;
+    if (health && (health->verdict == calibration::nameOf(calibration::HealthVerdict::kStale) ||
+                   health->verdict == calibration::nameOf(calibration::HealthVerdict::kDrifts)))
+      say("By what the cameras saw, " + health->text + ".");
   }
 
+  std::vector<recording::Configuration> configurations_;
+  std::optional<calibration::LoadedCalibration> calibration_;  ///< the latest that is usable
   ReportRange range_;
   TruthTrack truth_;
   std::int64_t firstNs_;
   trace::PipelineTrace trace_;
   calibration::RecordedViews views_;
-  LivePlaces live_;
-  SmoothedPlaces smoothed_;
+  SideThread& thread_;
+  Estimation estimation_;
   int productType_ = 0;
   int filterMode_ = algorithm::kFilterOff;
-  std::uint32_t stamp_ = 0;   ///< of the latest stamped packet, microseconds
+  std::uint32_t stamp_ = 0;  ///< of the latest stamped packet, microseconds
+  /// A finished packet, until its places are estimated.
+  struct Waiting {
+    Moment at;
+    Columns::Packet column;
+    std::optional<Estimation::Packet> estimates;  ///< none = it will have none
+    std::vector<TrackRow> rows;                   ///< by tally
+  };
+  std::deque<Waiting> waiting_;
+
   Moment at_{-1, 0, 0};       ///< the latest packet
   bool isBackwards_ = false;  ///< its recorded time is before that of the packet before
   bool open_ = false;         ///< it is in the range, and its rows are still to be closed
+  Columns::Packet column_;
+  std::optional<Estimation::Packet> estimates_;
   algorithm::ResultBlock latest_;
 
   ReportNumbers numbers_;
@@ -497,9 +542,11 @@ void measureAnew(const recording::RecordingReader& reader, const TimeRange& rang
   times = {true, us.get(), histogram.bins()};
 }
 
-std::vector<int> objectsIn(const recording::RecordingReader& reader, const ReportRange& range) {
+std::vector<int> objectsIn(const recording::RecordingReader& reader,
+                           const std::vector<recording::Configuration>& configurations,
+                           const ReportRange& range) {
   std::size_t count = 0;
-  for (const recording::Configuration& configuration : reader.configurations())
+  for (const recording::Configuration& configuration : configurations)
     count = std::max(count, objectsOf(configuration.productType));
   if (!reader.packetCall(0) || count == 0)
     throw std::runtime_error(reader.path() +
@@ -520,10 +567,13 @@ std::vector<int> objectsIn(const recording::RecordingReader& reader, const Repor
 Report makeReport(const recording::RecordingReader& reader, const ReportRules& rules,
                   const ReportRange& range, const std::vector<bodies::Body>& bodies,
                   algorithm::AlgBase& library, const Progress& progress) {
-  const std::vector<int> objects = objectsIn(reader, range);
+  const std::vector<recording::Configuration> configurations = reader.configurations();
+  const std::vector<int> objects = objectsIn(reader, configurations, range);
   Entry entry;
   const std::int64_t firstNs = reader.entries().next(entry) ? entry.call.startNs : 0;
-  Gatherer gatherer(reader, rules, range, objects, bodies, firstNs, recording::frameRateOf(reader));
+  SideThread thread;
+  Gatherer gatherer(reader, configurations, rules, range, objects, bodies, firstNs,
+                    recording::frameRateOf(reader), thread);
   {
     const std::int64_t total = reader.callCount();
     std::int64_t calls = 0;

@@ -41,40 +41,16 @@ std::vector<ObservedPair> thinned(const std::vector<ObservedPair>& pairs, std::s
 
 /// A stretch, with its rotation against the given calibration.
 struct Stretch {
+  std::vector<ObservedPair> pairs;  // thinned
   HealthPoint point;
   Eigen::Vector3d rotation;  // radians
   Eigen::Matrix3d covariance;
 };
 
-Stretch stretchOf(const algorithm::StereoCalibration& given,
-                  const algorithm::StereoCalibration& refined,
-                  const std::vector<ObservedPair>& all) {
-  Stretch stretch;
-  stretch.point.pairs = all.size();
-  const std::vector<ObservedPair> pairs = thinned(all, kMostPairs);
-  stretch.point.residual = fit(given, pairs).medianResidual;
-  stretch.point.residualRefined = fit(refined, pairs).medianResidual;
-  // Turning and shifting look alike in a stretch: what changes is told as a turn, from where the
-  // given calibration has the cameras.
-  PairFitOptions options;
-  options.believed = Eigen::VectorXd::Constant(kPoseParameters, kBelieved * kRadians);
-  options.believed.tail<2>().setConstant(1e-6);
-  const PairFit own = fitPairs(given, pairs, options);
-  stretch.rotation = own.change.head<3>();
-  stretch.covariance = own.covariance.topLeftCorner<3, 3>();
-  const double length = stretch.rotation.norm();
-  const double variance =
-      length > 0 ? stretch.rotation.dot(stretch.covariance * stretch.rotation) / (length * length)
-                 : stretch.covariance.trace();
-  stretch.point.rotation = length / kRadians;
-  stretch.point.rotationDeviation = std::sqrt(std::max(variance, 0.0)) / kRadians;
-  return stretch;
-}
-
-std::vector<Stretch> stretchesOf(const algorithm::StereoCalibration& given,
-                                 const algorithm::StereoCalibration& refined,
-                                 const std::vector<ObservedPair>& pairs) {
+/// All but what the given and the refined calibration make of them.
+std::vector<Stretch> stretchesOf(const std::vector<ObservedPair>& pairs) {
   std::vector<Stretch> stretches;
+  if (pairs.empty()) return stretches;
   const double begin = pairs.front().time, length = pairs.back().time - begin;
   if (!(length > 0) || !std::isfinite(length)) return stretches;
   const auto count =
@@ -86,11 +62,31 @@ std::vector<Stretch> stretchesOf(const algorithm::StereoCalibration& given,
     for (; next < pairs.size() && (pairs[next].time < to || i == count - 1); ++next)
       some.push_back(pairs[next]);
     if (some.size() < kFewestPairs) continue;
-    stretches.push_back(stretchOf(given, refined, some));
-    stretches.back().point.from = begin + length * i / count;
-    stretches.back().point.to = to;
+    Stretch& stretch = stretches.emplace_back();
+    stretch.pairs = thinned(some, kMostPairs);
+    stretch.point.from = begin + length * i / count;
+    stretch.point.to = to;
+    stretch.point.pairs = some.size();
   }
   return stretches;
+}
+
+void judge(Stretch& stretch, const algorithm::StereoCalibration& given) {
+  stretch.point.residual = fit(given, stretch.pairs).medianResidual;
+  // Turning and shifting look alike in a stretch: what changes is told as a turn, from where the
+  // given calibration has the cameras.
+  PairFitOptions options;
+  options.believed = Eigen::VectorXd::Constant(kPoseParameters, kBelieved * kRadians);
+  options.believed.tail<2>().setConstant(1e-6);
+  const PairFit own = fitPairs(given, stretch.pairs, options);
+  stretch.rotation = own.change.head<3>();
+  stretch.covariance = own.covariance.topLeftCorner<3, 3>();
+  const double length = stretch.rotation.norm();
+  const double variance =
+      length > 0 ? stretch.rotation.dot(stretch.covariance * stretch.rotation) / (length * length)
+                 : stretch.covariance.trace();
+  stretch.point.rotation = length / kRadians;
+  stretch.point.rotationDeviation = std::sqrt(std::max(variance, 0.0)) / kRadians;
 }
 
 /// Degrees by which the cameras turned from the first stretch to the last one, by a line through
@@ -163,20 +159,34 @@ const char* nameOf(HealthVerdict verdict) {
   return "unknown";
 }
 
-CalibrationHealth healthOf(const LoadedCalibration& loaded,
-                           const std::vector<ObservedPair>& pairs) {
+void runInOrder(std::size_t count, const std::function<void(std::size_t)>& job) {
+  for (std::size_t i = 0; i < count; ++i) job(i);
+}
+
+CalibrationHealth healthOf(const LoadedCalibration& loaded, const std::vector<ObservedPair>& pairs,
+                           const RunAll& runAll) {
   CalibrationHealth health;
-  health.refinement = refine(loaded, thinned(pairs, kMostInAll));
+  algorithm::StereoCalibration given = loaded.calibration;
+  recomputeFundamental(given);
+  std::vector<Stretch> stretches = stretchesOf(pairs);
+  // The whole, which takes longest, first.
+  runAll(1 + stretches.size(), [&](std::size_t i) {
+    if (i == 0)
+      health.refinement = refine(loaded, thinned(pairs, kMostInAll));
+    else
+      judge(stretches[i - 1], given);
+  });
   const Refinement& r = health.refinement;
   const bool refused = !r.refusal.empty();
   health.unseen.push_back("the length of the baseline, which scales every position alike");
   for (const std::string& text : r.undetermined) health.unseen.push_back(text);
-  algorithm::StereoCalibration given = loaded.calibration;
-  recomputeFundamental(given);
   // Cameras that move far fit no one calibration: their stretches still tell that they moved, and
   // too roughly how far.
-  std::vector<Stretch> stretches;
-  if (!pairs.empty()) stretches = stretchesOf(given, refused ? given : r.calibration, pairs);
+  runAll(stretches.size(), [&](std::size_t i) {
+    Stretch& stretch = stretches[i];
+    stretch.point.residualRefined =
+        fit(refused ? given : r.calibration, stretch.pairs).medianResidual;
+  });
   for (const Stretch& stretch : stretches) health.trend.push_back(stretch.point);
 
   const auto residuals = [&] {

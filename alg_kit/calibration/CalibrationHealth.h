@@ -3,6 +3,8 @@
 
 #include <alg_kit/calibration/Refinement.h>
 
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -37,8 +39,15 @@ struct CalibrationHealth {
       trend;  ///< at most ten stretches of equal length, those with few pairs left out
 };
 
+/// Runs `job(0)` to `job(count - 1)`, which do not depend on one another, and returns when all are
+/// done.
+using RunAll = std::function<void(std::size_t count, const std::function<void(std::size_t)>& job)>;
+void runInOrder(std::size_t count, const std::function<void(std::size_t)>& job);
+
 /// @param loaded  a usable calibration
 /// @param pairs   in order of time
-CalibrationHealth healthOf(const LoadedCalibration& loaded, const std::vector<ObservedPair>& pairs);
+/// @param runAll  may use several threads: the result is the same
+CalibrationHealth healthOf(const LoadedCalibration& loaded, const std::vector<ObservedPair>& pairs,
+                           const RunAll& runAll = runInOrder);
 
 }  // namespace calibration

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -15,9 +16,12 @@ inline std::string ofJson(const nlohmann::ordered_json& json, int indent = -1) {
 
 /// The same within a script element, which only '<' could end.
 inline std::string ofJsonInPage(const nlohmann::ordered_json& json) {
+  const std::string text = ofJson(json);
   std::string safe;
-  for (const char c : ofJson(json)) safe += c == '<' ? std::string("\\u003c") : std::string(1, c);
-  return safe;
+  std::size_t from = 0;
+  for (std::size_t at = 0; (at = text.find('<', from)) != std::string::npos; from = at + 1)
+    safe.append(text, from, at - from).append("\\u003c");
+  return safe.append(text, from);
 }
 
 }  // namespace text

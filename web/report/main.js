@@ -361,7 +361,8 @@ function betterPositions() {
   return section('What the same light could give',
     'Four ways to read the same blobs: delivered and answered by the library; estimated, by a ' +
     'filter beside it that knows depth from across, live and without delay; smoothed, by all ' +
-    'that came before and after (of more than two minutes, four half minutes, evenly spread). In the packets that delivered the object. Error: root mean square' +
+    'that came before and after. The latter two of more than two minutes in four half minutes, ' +
+    'evenly spread. In the packets that delivered the object. Error: root mean square' +
     `${recording.has_truth ? '' : ' (not known, the recording holds no truth)'}; lag: behind the ` +
     'delivered positions, found where the object moved.',
     table(['', 'Error', 'of delivered', 'Error, 95 %', 'Jitter at rest', 'Lag'], lines));
