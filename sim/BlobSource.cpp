@@ -1,4 +1,5 @@
 #include <sim/BlobSource.h>
+#include <sim/Pi.h>
 
 #include <algorithm>
 #include <cmath>
@@ -6,7 +7,6 @@
 namespace sim {
 namespace {
 
-constexpr double kPi = 3.141592653589793;
 constexpr double kWeightPerPixel = 110;
 constexpr double kLargestWeight = 0xFFFFFF;      // 24 bits
 constexpr double kLargestMoment = 4294967295.0;  // 32 bits

@@ -1,11 +1,10 @@
+#include <sim/Pi.h>
 #include <sim/Random.h>
 
 #include <cmath>
 
 namespace sim {
 namespace {
-
-constexpr double kTwoPi = 6.283185307179586;
 
 // Neighbouring seeds and indices must not give neighbouring engines (splitmix64's finalizer).
 std::uint64_t mixed(std::uint64_t value) {
@@ -30,7 +29,7 @@ double Random::uniform(double low, double high) {
 
 double Random::normal() {
   const double radius = std::sqrt(-2.0 * std::log(1.0 - uniform()));
-  return radius * std::cos(kTwoPi * uniform());
+  return radius * std::cos(2 * kPi * uniform());
 }
 
 // A draw is made in any case, so that one switched-off effect does not shift the draws of others.

@@ -1,3 +1,4 @@
+#include <sim/Pi.h>
 #include <sim/Random.h>
 #include <sim/SmoothMotion.h>
 
@@ -6,18 +7,16 @@
 namespace sim {
 namespace {
 
-constexpr double kTwoPi = 6.283185307179586;
-
 double valueOf(const SmoothMotion::Sum& sum, double seconds) {
   double value = 0;
   for (const auto& sine : sum)
-    value += sine.amplitude * std::sin(kTwoPi * sine.frequency * seconds + sine.phase);
+    value += sine.amplitude * std::sin(2 * kPi * sine.frequency * seconds + sine.phase);
   return value;
 }
 
 double slopeBound(const SmoothMotion::Sum& sum) {
   double bound = 0;
-  for (const auto& sine : sum) bound += std::abs(kTwoPi * sine.frequency * sine.amplitude);
+  for (const auto& sine : sum) bound += std::abs(2 * kPi * sine.frequency * sine.amplitude);
   return bound;
 }
 
@@ -26,7 +25,7 @@ double slopeBound(const SmoothMotion::Sum& sum) {
 SmoothMotion SmoothMotion::handheld(std::uint64_t seed) {
   Random random(seed, 0);
   const auto sine = [&random](double amplitude, double frequency) {
-    return Sine{amplitude, frequency, random.uniform(0, kTwoPi)};
+    return Sine{amplitude, frequency, random.uniform(0, 2 * kPi)};
   };
   Sums sums;
   sums.x = {sine(220, 0.31), sine(60, 0.83)};

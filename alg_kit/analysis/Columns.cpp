@@ -7,7 +7,7 @@
 namespace analysis {
 namespace {
 
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+constexpr float kNoValue = std::numeric_limits<float>::quiet_NaN();
 constexpr std::int64_t kNone = -1;
 constexpr double kLongPause = 1;           // seconds
 constexpr double kLongPauseIntervals = 5;  // and so many median intervals
@@ -35,8 +35,8 @@ void Columns::append(double time) {
   packets_.push_back(kNone);
   calls_.push_back(kNone);
   for (Envelope& envelope : envelopes_) {
-    envelope.low.push_back(kNaN);
-    envelope.high.push_back(kNaN);
+    envelope.low.push_back(kNoValue);
+    envelope.high.push_back(kNoValue);
   }
   for (auto& counts : counts_) counts.push_back(0);
 }
@@ -80,8 +80,9 @@ void Columns::regroup(const std::vector<std::size_t>& columnOf, std::size_t coun
   gather(packets_, kNone, keepFirst);
   gather(calls_, kNone, keepFirst);
   for (Envelope& envelope : envelopes_) {
-    gather(envelope.low, kNaN, [](float& low, float other) { low = std::fmin(low, other); });
-    gather(envelope.high, kNaN, [](float& high, float other) { high = std::fmax(high, other); });
+    gather(envelope.low, kNoValue, [](float& low, float other) { low = std::fmin(low, other); });
+    gather(envelope.high, kNoValue,
+           [](float& high, float other) { high = std::fmax(high, other); });
   }
   for (auto& counts : counts_)
     gather(counts, std::int32_t{0}, [](std::int32_t& sum, std::int32_t n) { sum += n; });

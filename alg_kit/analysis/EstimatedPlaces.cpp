@@ -22,10 +22,6 @@ constexpr std::size_t kMargin = 180;           // ... and those on either side t
 constexpr double kMostPackets = 4 * kAtATime;  // that are estimated at all
 static_assert(Estimation::kDelay == kAtATime + kMargin);
 
-bool isPacket(const Call& call) {
-  return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
-}
-
 /// @param make  gets product type and calibration; may throw std::invalid_argument
 template <typename Make>
 auto madeFrom(const Call& init, Make make) -> decltype(make(0, algorithm::StereoCalibration())) {

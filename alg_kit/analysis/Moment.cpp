@@ -44,8 +44,7 @@ double MomentCounter::secondsOf(const session::Call& call) {
 
 std::optional<Moment> MomentCounter::next(const session::Call& call) {
   const double seconds = secondsOf(call);
-  if (call.kind != session::CallKind::kInputStream || !algorithm::isPacketStream(call.type))
-    return std::nullopt;
+  if (!isPacket(call)) return std::nullopt;
   return Moment{packets_++, call.index, seconds};
 }
 

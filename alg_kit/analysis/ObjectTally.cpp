@@ -48,7 +48,7 @@ void ObjectTally::addGap(const std::optional<Gap>& gap) {
     presence.longestGap = gap;
 }
 
-void ObjectTally::addPresence(const TrackRow& row, const Moment& at) {
+void ObjectTally::addPresence(const ObjectRow& row, const Moment& at) {
   addGap(gaps_.add(at, row.presence));
   if (row.presence == Presence::kNoSuchObject) return;
   PresenceNumbers& presence = numbers_.presence;
@@ -63,7 +63,7 @@ void ObjectTally::addPresence(const TrackRow& row, const Moment& at) {
 }
 
 /// Of sightings one after the other that are off the truth, the farthest stands for all.
-void ObjectTally::addTrueOutlier(const TrackRow& row, const Moment& at,
+void ObjectTally::addTrueOutlier(const ObjectRow& row, const Moment& at,
                                  Events<OutlierEvent>& outliers) {
   const auto error = static_cast<double>(row.rawError);
   if (!(error > jumpMm_)) {
@@ -79,7 +79,7 @@ void ObjectTally::closeTrueOutlier(Events<OutlierEvent>& outliers) {
   trueOutlier_.reset();
 }
 
-void ObjectTally::closeRow(const TrackRow& row, const Moment& at, std::size_t column,
+void ObjectTally::closeRow(const ObjectRow& row, const Moment& at, std::size_t column,
                            Columns& columns, Events<JumpEvent>& jumps,
                            Events<OutlierEvent>& outliers) {
   addPresence(row, at);
@@ -109,7 +109,7 @@ void ObjectTally::closeRow(const TrackRow& row, const Moment& at, std::size_t co
   drawRow(row, column, columns);
 }
 
-void ObjectTally::drawRow(const TrackRow& row, std::size_t column, Columns& columns) const {
+void ObjectTally::drawRow(const ObjectRow& row, std::size_t column, Columns& columns) const {
   const std::size_t first = place_ * kEnvelopes;
   for (std::size_t axis = 0; axis < kAxes; ++axis) {
     columns.add(column, first + kRaw + axis, axisOf(row.raw, axis));

@@ -17,7 +17,7 @@ namespace analysis {
 
 /// What one packet said of one object. Positions are as delivered, in mm (the unit of the
 /// calibration's translation).
-struct TrackRow {
+struct ObjectRow {
   Presence presence = Presence::kNoSuchObject;
   Place raw = nowhere();        ///< of the delivered block
   Place filtered = nowhere();   ///< of the last answer before the next packet
@@ -49,13 +49,13 @@ class ObjectTally {
   int object() const { return numbers_.object; }
 
   /// The row of the packet that goes on.
-  TrackRow current;
+  ObjectRow current;
 
   AnswerNumbers& answers() { return numbers_.answers; }
 
   /// Takes the row of a finished packet into account, in order of packets.
   /// @param column  the packet's
-  void closeRow(const TrackRow& row, const Moment& at, std::size_t column, Columns& columns,
+  void closeRow(const ObjectRow& row, const Moment& at, std::size_t column, Columns& columns,
                 Events<JumpEvent>& jumps, Events<OutlierEvent>& outliers);
 
   /// After the last packet.
@@ -65,11 +65,11 @@ class ObjectTally {
   ObjectCurves curves(const Columns& columns) const;
 
  private:
-  void addPresence(const TrackRow& row, const Moment& at);
+  void addPresence(const ObjectRow& row, const Moment& at);
   void addGap(const std::optional<Gap>& gap);
-  void addTrueOutlier(const TrackRow& row, const Moment& at, Events<OutlierEvent>& outliers);
+  void addTrueOutlier(const ObjectRow& row, const Moment& at, Events<OutlierEvent>& outliers);
   void closeTrueOutlier(Events<OutlierEvent>& outliers);
-  void drawRow(const TrackRow& row, std::size_t column, Columns& columns) const;
+  void drawRow(const ObjectRow& row, std::size_t column, Columns& columns) const;
 
   std::size_t place_;
   double jumpMm_;

@@ -8,11 +8,9 @@
 namespace analysis {
 namespace {
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-
 /// The interval to `starts[i]` is `intervals[i - 1]`.
 void measureIntervals(const std::vector<std::int64_t>& startsNs, StreamCount& count) {
-  count.rateHz = count.medianMs = count.longestMs = kNaN;
+  count.rateHz = count.medianMs = count.longestMs = std::numeric_limits<double>::quiet_NaN();
   std::vector<std::int64_t> intervals;
   for (std::size_t i = 1; i < startsNs.size(); ++i)
     intervals.push_back(startsNs[i] - startsNs[i - 1]);

@@ -44,10 +44,6 @@ constexpr double kApartS = 1;
 constexpr std::size_t kMostWaiting = 16384;
 static_assert(kMostWaiting > Estimation::kDelay);
 
-bool isPacket(const Call& call) {
-  return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
-}
-
 std::size_t objectsOf(int productType) {
   return static_cast<std::size_t>(algorithm::objectCount(productType));
 }
@@ -244,7 +240,7 @@ class Gatherer {
   void fillRow(ObjectTally& tally, const algorithm::ResultBlock* block) {
     const auto object = static_cast<std::size_t>(tally.object());
     if (object >= objectsOf(productType_)) return;
-    TrackRow& row = tally.current;
+    ObjectRow& row = tally.current;
     const bool seen = block != nullptr && block->records[object].id != algorithm::kNoObject;
     row.presence = seen ? Presence::kSeen : Presence::kAbsent;
     if (seen) {
@@ -266,7 +262,7 @@ class Gatherer {
           point.fate == trace::BlobFate::kHeldByJump || point.fate == trace::BlobFate::kHeldByRatio;
       ObjectTally* const tally = tallyOf(point.id);
       if ((!held && point.fate != trace::BlobFate::kDelivered) || tally == nullptr) continue;
-      TrackRow& row = tally->current;
+      ObjectRow& row = tally->current;
       row.held = row.held || held;
       row.epipolar = std::fmax(row.epipolar, static_cast<float>(point.epipolarDistance));
       row.rayGap = std::fmax(row.rayGap, static_cast<float>(point.rayGap));
@@ -290,7 +286,7 @@ class Gatherer {
       ++tally->answers().filtered;
     const double ahead = extrapolationOf(call);
     tally->answers().ahead += ahead > 0 ? 1 : 0;
-    TrackRow& row = tally->current;
+    ObjectRow& row = tally->current;
     if (!open_ || row.presence != Presence::kSeen) return;  // the packet gave no block
     row.filtered = {answer->filtered[0], answer->filtered[1], answer->filtered[2]};
     row.ahead = ahead > 0;
@@ -341,7 +337,7 @@ class Gatherer {
       if (packet.estimates && waiting_.size() <= most && !packet.estimates->isThere()) return;
       const std::size_t column = columns_.columnOf(packet.column);
       for (std::size_t i = 0; i < tallies_.size(); ++i) {
-        TrackRow& row = packet.rows[i];
+        ObjectRow& row = packet.rows[i];
         if (packet.estimates) addEstimates(tallies_[i].object(), packet.estimates->get(), row);
         tallies_[i].closeRow(row, packet.at, column, columns_, numbers_.jumps, numbers_.outliers);
       }
@@ -349,7 +345,7 @@ class Gatherer {
   }
 
   /// In the packets that delivered the object, so that all are compared over the same.
-  static void addEstimates(int object, const EstimatedPlaces& places, TrackRow& row) {
+  static void addEstimates(int object, const EstimatedPlaces& places, ObjectRow& row) {
     if (row.presence != Presence::kSeen) return;
     const auto of = [object](const ObjectPlaces& all) {
       const auto at = static_cast<std::size_t>(object);
@@ -488,7 +484,7 @@ class Gatherer {
     Moment at;
     Columns::Packet column;
     std::optional<Estimation::Packet> estimates;  ///< none = it will have none
-    std::vector<TrackRow> rows;                   ///< by tally
+    std::vector<ObjectRow> rows;                  ///< by tally
   };
   std::deque<Waiting> waiting_;
 

@@ -25,8 +25,8 @@ class SideThread {
   /// @param job  must not throw
   void run(Job job);
 
-  /// Runs `job(0)` to `job(count - 1)` on both threads, in any order, and returns when all are done.
-  /// Throws what the first of those that threw has thrown.
+  /// Runs `job(0)` to `job(count - 1)` on both threads, in any order, and returns when all are
+  /// done. Throws what the first of those that threw has thrown.
   void runAll(std::size_t count, const std::function<void(std::size_t)>& job);
 
  private:

@@ -21,10 +21,6 @@ using session::Entry;
 
 constexpr double kNanosecond = 1e-9;
 
-bool isPacket(const Call& call) {
-  return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
-}
-
 /// What one Init began.
 class Stretch {
  public:

@@ -9,7 +9,7 @@ namespace analysis {
 namespace {
 
 using Kind = WorstMoment::Kind;
-using Place = std::array<double, 3>;
+using Point = std::array<double, 3>;
 
 constexpr struct {
   const char *key, *description;
@@ -18,13 +18,13 @@ constexpr struct {
               {"error", "largest error"},
               {"corrupt", "corrupt packet"}};
 
-double distanceOf(const Place& a, const Place& b) {
+double distanceOf(const Point& a, const Point& b) {
   return std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]);
 }
 
 /// The middle of an object's markers, mirrored as the library mirrors positions.
-std::optional<Place> truePlace(const std::vector<session::TruthRow>& truth, int object) {
-  Place sum{};
+std::optional<Point> truePlace(const std::vector<session::TruthRow>& truth, int object) {
+  Point sum{};
   int markers = 0;
   for (const session::TruthRow& row : truth) {
     if (row.object != object) continue;
@@ -95,7 +95,7 @@ void WorstMoments::addObject(int object, const Moment& moment,
           moment.seconds - track.lastSeen});
   track.firstMissing.reset();
   track.lastSeen = moment.seconds;
-  const Place place = {record->x, record->y, record->z};
+  const Point place = {record->x, record->y, record->z};
   if (track.place) keep({Kind::kStep, object, moment, moment, distanceOf(place, *track.place)});
   track.place = place;
   if (const auto really = truePlace(truth, object))

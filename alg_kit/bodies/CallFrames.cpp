@@ -25,9 +25,7 @@ bool CallFrames::take(const session::Call& call) {
     std::memcpy(&calibration, call.payload.data(), sizeof calibration);
     begin(call.type, calibration);
   }
-  if (!cameras_ || call.kind != session::CallKind::kInputStream ||
-      !algorithm::isPacketStream(call.type))
-    return false;
+  if (!cameras_ || !isPacket(call)) return false;
   const std::size_t stamp = call.type == algorithm::kStampedPacket ? algorithm::kStampSize : 0;
   if (call.payload.size() < stamp ||
       !frameFrom(call.payload.data() + stamp, call.payload.size() - stamp, ids_, frame_))

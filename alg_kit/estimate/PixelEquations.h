@@ -26,6 +26,10 @@ struct Sighting {
   bool any() const { return pixel[kLeft] || pixel[kRight]; }
 };
 
+inline int camerasOf(const Sighting& sighting) {
+  return (sighting.pixel[kLeft] ? 1 : 0) + (sighting.pixel[kRight] ? 1 : 0);
+}
+
 /// The measurement equations. They predict raw pixels, through the lens: there the noise of a
 /// blob's centre is the same in every direction and everywhere in the image, which it no longer is
 /// once the lens has been undone. The lens is the equidistant model

@@ -47,10 +47,6 @@ MotionState honest(const SmoothedFrame& frame, Surprise& surprise) {
   return state;
 }
 
-int camerasOf(const Sighting& sighting) {
-  return (sighting.pixel[kLeft] ? 1 : 0) + (sighting.pixel[kRight] ? 1 : 0);
-}
-
 }  // namespace
 
 struct Smoother::State {

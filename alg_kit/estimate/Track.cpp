@@ -40,10 +40,6 @@ Sighting onlyOf(const Sighting& sighting, int camera) {
   return one;
 }
 
-int camerasOf(const Sighting& sighting) {
-  return (sighting.pixel[kLeft] ? 1 : 0) + (sighting.pixel[kRight] ? 1 : 0);
-}
-
 struct Beginning {
   Sighting sighting;
   Vector3d point = Vector3d::Zero();

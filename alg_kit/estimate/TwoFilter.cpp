@@ -12,10 +12,10 @@ constexpr std::size_t kNumbers = 9;  // of a state: position, velocity, accelera
 using Vector9 = std::array<Lanes, kNumbers>;
 using Matrix9 = std::array<Vector9, kNumbers>;
 
-constexpr double kGate2 = 36;
+constexpr double kOutlier2 = 36;
 constexpr double kLost = 500;  // mm; one camera's light does not lead back from worse than this
 constexpr double kNothing = 1e-300;
-constexpr int kPair = 4;  // numbers of a measurement by both cameras
+constexpr int kNumbersOfPair = 4;  // numbers of a measurement by both cameras
 
 /// Of a filter that runs backwards: its velocity points the other way.
 States turned(States s) {
@@ -147,7 +147,7 @@ SmoothedFrame takenIn(States& states, std::array<double, kModels>& logWeights,
   if (seen) {
     const Gain<Lanes> gain = gainOf(states, *seen, tremor2);
     const auto distance2 = gain.fit.distance2.all();
-    result.used = *std::min_element(distance2.begin(), distance2.end()) <= kGate2;
+    result.used = *std::min_element(distance2.begin(), distance2.end()) <= kOutlier2;
     if (result.used) {
       result.distance2 = (weightsFrom(logWeights) * gain.fit.distance2).sum();
       result.numbers = seen->numbers;
@@ -173,8 +173,8 @@ void smoothStretch(const Stretch& stretch, const ModelSet& set, const StretchTak
   if (frames == 0) return;
   const auto correct = [&](InteractingModels& filter, std::size_t k) {
     const auto seen = stretch.see(k);
-    if (seen && (seen->numbers >= kPair || !isLost(filter.place().pp.trace())))
-      filter.correct(*seen, kGate2);
+    if (seen && (seen->numbers >= kNumbersOfPair || !isLost(filter.place().pp.trace())))
+      filter.correct(*seen, kOutlier2);
   };
 
   // The filter from the past before every frame's sighting: kept at the beginning of each block,
@@ -229,7 +229,7 @@ void smoothStretch(const Stretch& stretch, const ModelSet& set, const StretchTak
     }
     std::optional<PositionInformation> seen;
     if (!frameIsIn) seen = stretch.see(k);
-    if (seen && seen->numbers < kPair && areLost(states)) seen.reset();
+    if (seen && seen->numbers < kNumbersOfPair && areLost(states)) seen.reset();
     SmoothedFrame frame = takenIn(states, logWeights, seen, before.tremor2());
     frame.used = frame.used || frameIsIn;
     take(k, frame);

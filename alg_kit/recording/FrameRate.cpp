@@ -22,9 +22,7 @@ double frameRateOf(const RecordingReader& reader, std::size_t most) {
   auto entries = reader.entries();
   session::Entry entry;
   while (distances.size() < most && entries.next(entry)) {
-    if (entry.call.kind != session::CallKind::kInputStream ||
-        !algorithm::isPacketStream(entry.call.type))
-      continue;
+    if (!isPacket(entry.call)) continue;
     if (last && entry.call.startNs > *last) distances.push_back(entry.call.startNs - *last);
     last = entry.call.startNs;
   }

@@ -91,8 +91,6 @@ int checkFormat(Database& database) {
   return static_cast<int>(version);
 }
 
-constexpr std::size_t kMostFacts = 1000;
-
 Metadata readMetadata(Database& database, int version) {
   Metadata metadata;
   metadata.formatVersion = version;

@@ -20,7 +20,6 @@ namespace {
 
 constexpr std::int64_t kFarthest = std::numeric_limits<std::int64_t>::max() / 4;
 constexpr int kRowsPerCommit = 2000;
-constexpr int kMostFacts = 1000;  // a damaged table may give the same row again and again
 constexpr std::size_t kMostStretches = 100;
 
 /// The first key from `from` on at which `readable` is true, where a stretch of keys is not: steps
@@ -69,7 +68,7 @@ class Source {
     try {
       Statement row(database_, version_ >= 2 ? "SELECT key, value, checksum FROM meta"
                                              : "SELECT key, value, 0 FROM meta");
-      for (int count = 0; row.step() && count < kMostFacts; ++count) {
+      for (std::size_t count = 0; row.step() && count < kMostFacts; ++count) {
         const std::string key(row.text(0)), value(row.text(1));
         if (version_ < 2 || row.integer(2) == checksumOf(key, value)) facts[key] = value;
       }

@@ -1,8 +1,8 @@
+#include <alg_kit/session/MonotonicClock.h>
 #include <alg_kit/session/Player.h>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstring>
 #include <exception>
 #include <numeric>
@@ -43,12 +43,6 @@ class SinkThrew : public std::exception {
  public:
   const char* what() const noexcept override { return "the recorded sink threw"; }
 };
-
-std::int64_t monotonicNs() {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
 
 }  // namespace
 

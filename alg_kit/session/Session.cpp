@@ -52,6 +52,10 @@ void copy(const Unit& from, Unit& to) {
   to.truth = from.truth;
 }
 
+bool isPacket(const Call& call) {
+  return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
+}
+
 std::size_t payloadSize(const Call& call, int productType) {
   if (!call.pointerGiven) return 0;
   switch (call.kind) {

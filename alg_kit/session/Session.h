@@ -55,6 +55,9 @@ struct Call {
   std::optional<std::int64_t> durationNs;  ///< host's callbacks included; none = not measured
 };
 
+/// The blobs of one frame, rather than inertial samples, a setting or a question.
+bool isPacket(const Call& call);
+
 /// A message of the library during a call.
 struct LogLine {
   int step = 0;  ///< place among the callbacks (messages and blocks) of its call, from 0

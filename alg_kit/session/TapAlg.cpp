@@ -1,3 +1,4 @@
+#include <alg_kit/session/MonotonicClock.h>
 #include <alg_kit/session/TapAlg.h>
 
 #include <alg_kit/session/ProcessGeneration.h>
@@ -13,12 +14,6 @@ namespace session {
 namespace {
 
 constexpr auto kLongestWait = std::chrono::seconds(1);
-
-std::int64_t monotonicNs() {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
 
 // Bytes of a call or an answer; the caller's pointer may be unaligned.
 void copyBytes(const void* from, std::size_t size, Bytes& to) {

@@ -14,10 +14,6 @@ namespace {
 constexpr std::int64_t kStatisticsNs = 1000000000;
 constexpr int kMostBlobIds = 16;  // what a record has room for
 
-bool isPacket(const session::Call& call) {
-  return call.kind == session::CallKind::kInputStream && algorithm::isPacketStream(call.type);
-}
-
 void fillObjects(const algorithm::ResultBlock& block, int productType,
                  std::vector<Object>& objects) {
   const bool known = algorithm::isProductType(productType);

@@ -12,7 +12,7 @@ struct KindText {
   const char* description;
 };
 
-constexpr KindText kTexts[kPieceKinds] = {
+constexpr KindText kKindTexts[kPieceKinds] = {
     {"leading", "bytes before the start word"},
     {"start", "start word"},
     {"record", "records"},
@@ -45,11 +45,11 @@ Kind kindOf(hid::RecordStep::Kind kind) {
 }  // namespace
 
 const char* describe(Kind kind) {
-  return kTexts[static_cast<int>(kind)].description;
+  return kKindTexts[static_cast<int>(kind)].description;
 }
 
 const char* keyOf(Kind kind) {
-  return kTexts[static_cast<int>(kind)].key;
+  return kKindTexts[static_cast<int>(kind)].key;
 }
 
 std::vector<PacketPiece> dissect(const hid::Frame& frame, int length, int blobIdCount) {

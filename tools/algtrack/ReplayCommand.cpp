@@ -72,10 +72,6 @@ struct Counts {
   double seconds = 0, librarySeconds = 0;       ///< of this replay
 };
 
-bool isPacket(const Call& call) {
-  return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
-}
-
 std::int64_t pointsOf(const Entry& entry) {
   std::int64_t points = 0;
   for (const session::DeliveredBlock& delivered : entry.blocks)

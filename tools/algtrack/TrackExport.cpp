@@ -48,7 +48,7 @@ std::string originText(const ExportOrigin& origin) {
 }
 
 /// As "%.9f".
-std::string secondsText(double seconds) {
+std::string secondsCell(double seconds) {
   char text[400];  // the largest double has 309 digits before its point
   const auto end = std::to_chars(text, std::end(text), seconds, std::chars_format::fixed, 9);
   return {text, end.ptr};
@@ -117,7 +117,7 @@ class CsvExport final : public TrackExport {
     for (const DeliveredBlock& delivered : entry.blocks)
       for (const algorithm::TrackedPoint& point : delivered.block.records) {
         if (!wants(point.id)) continue;
-        line_.add(entry.call.index).add(secondsText(at.seconds)).add(delivered.block.header);
+        line_.add(entry.call.index).add(secondsCell(at.seconds)).add(delivered.block.header);
         line_.add("block").add(point.id);
         addPosition(point.x, point.y, point.z);
         line_.addEmpty(3).add(point.bearing);
@@ -125,7 +125,7 @@ class CsvExport final : public TrackExport {
       }
     const auto answer = analysis::poseOf(entry.call);
     if (!answer || !wants(answer->id)) return;
-    line_.add(entry.call.index).add(secondsText(at.seconds)).addEmpty(1);
+    line_.add(entry.call.index).add(secondsCell(at.seconds)).addEmpty(1);
     line_.add("answer").add(answer->id);
     addPosition(answer->filtered[0], answer->filtered[1], answer->filtered[2]);
     for (const float rate : answer->rate) line_.add(rate);
@@ -256,7 +256,7 @@ class TumExport final : public TrackExport {
       : prefix_(std::move(prefix)), force_(force), cameraAxes_(cameraAxes), origin_(origin) {}
 
   void add(const Entry& entry, const Moment& at) override {
-    const std::string time = secondsText(at.seconds);
+    const std::string time = secondsCell(at.seconds);
     const double sign = cameraAxes_ ? -1 : 1;
     for (const DeliveredBlock& delivered : entry.blocks)
       for (const algorithm::TrackedPoint& point : delivered.block.records) {

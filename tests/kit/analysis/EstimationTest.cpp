@@ -90,8 +90,7 @@ TEST(EstimationTest, OfAShortRecordingEveryPacketIsEstimatedAsItWouldHaveBeenLiv
     live.add(calls[n + 1]);
     ASSERT_TRUE(packets[n]) << n;
     for (int object = 0; object < 3; ++object)
-      ASSERT_TRUE(
-          isSame(packets[n]->get().live[static_cast<std::size_t>(object)], live.at(object)))
+      ASSERT_TRUE(isSame(packets[n]->get().live[static_cast<std::size_t>(object)], live.at(object)))
           << n;
   }
 }
