@@ -10,7 +10,9 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     # Fused multiply-add would change the last bit from one processor to another.
     -ffp-contract=off
     # Nobody reads errno after sqrt; without it loops over sqrt can be vectorised. Same bits.
-    -fno-math-errno)
+    -fno-math-errno
+    # Compiled in bulk, a file's unnamed namespace looks like a header's.
+    $<$<AND:$<BOOL:${CMAKE_UNITY_BUILD}>,$<CXX_COMPILER_ID:GNU>>:-Wno-subobject-linkage>)
 endif()
 
 # What makes a mistake harder to use for an attack, as far as the compiler has it. Same results.
