@@ -29,6 +29,9 @@ struct Body {
   std::vector<BodyMarker> markers;       ///< by id, each once
   std::optional<Eigen::Vector3d> pivot;  ///< the tip of a pointer, body's frame
 
+  /// The blob id of a marker of it, as files have it: of both of a pair the same.
+  int blobIdOf(const BodyMarker& marker) const { return isPair() ? kPairId : marker.id; }
+
   /// Null if the body has no such marker.
   const BodyMarker* markerOf(int id) const;
 

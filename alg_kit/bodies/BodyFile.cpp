@@ -23,10 +23,6 @@ Json listOf(const Eigen::Vector3d& v) {
   return {v.x(), v.y(), v.z()};
 }
 
-int idInFile(const Body& body, const BodyMarker& marker) {
-  return body.isPair() ? kPairId : marker.id;
-}
-
 class Reader {
  public:
   explicit Reader(const std::string& path) : path_(path) {}
@@ -86,8 +82,8 @@ void checkMarkers(const Body& body, const Reader& reader) {
         reader.fail("expected markers in order of their ids, each once, found id " +
                     std::to_string(b.id) + " behind " + std::to_string(a.id));
       if ((a.position - b.position).norm() < kMarkersApart)
-        reader.fail("expected markers apart, found ids " + std::to_string(idInFile(body, a)) +
-                    " and " + std::to_string(idInFile(body, b)) + " in one place");
+        reader.fail("expected markers apart, found ids " + std::to_string(body.blobIdOf(a)) +
+                    " and " + std::to_string(body.blobIdOf(b)) + " in one place");
     }
 }
 
@@ -113,12 +109,25 @@ void checkLine(const Body& pair, const Reader& reader) {
     reader.fail("expected the origin on the line of the two markers, found it elsewhere");
 }
 
+/// As a file would have it: JSON holds UTF-8 alone.
+std::string asText(const Json& json, int indent) {
+  return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
 }  // namespace
+
+void requireName(const std::string& name, const std::string& where) {
+  const std::size_t length = Json::parse(asText(name, -1)).get<std::string>().size();
+  if (length > kLongestName)
+    throw text::FileError(where, 0,
+                          "expected a name of at most " + std::to_string(kLongestName) +
+                              " bytes, found " + std::to_string(length));
+}
 
 std::string bodyText(const Body& body) {
   Json markers = Json::array();
   for (const BodyMarker& marker : body.markers) {
-    Json json = {{"id", idInFile(body, marker)}, {"position", listOf(marker.position)}};
+    Json json = {{"id", body.blobIdOf(marker)}, {"position", listOf(marker.position)}};
     if (!marker.deviation.isZero(0)) json["deviation"] = listOf(marker.deviation);
     if (!marker.facing.isZero(0)) json["facing"] = listOf(marker.facing);
     markers.push_back(json);
@@ -129,7 +138,7 @@ std::string bodyText(const Body& body) {
                {"unit", "mm"},
                {"markers", markers}};
   if (body.pivot) json["pivot"] = listOf(*body.pivot);
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return asText(json, 2) + "\n";
 }
 
 Body bodyFromText(const std::string& content, const std::string& path, Pairs pairs) {
@@ -144,6 +153,7 @@ Body bodyFromText(const std::string& content, const std::string& path, Pairs pai
   const Json& name = reader.member(json, "name");
   if (!name.is_string()) reader.fail("expected a text as name, found none");
   body.name = name.get<std::string>();
+  requireName(body.name, path);
   const Json& markers = reader.member(json, "markers");
   const bool mayBePair = pairs == Pairs::kTaken && markers.size() == 2;
   if (!markers.is_array() || (markers.size() < 3 && !mayBePair) || markers.size() > kMostMarkers)

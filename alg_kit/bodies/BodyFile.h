@@ -8,6 +8,12 @@ namespace bodies {
 /// The body as JSON, with every bit of every number.
 std::string bodyText(const Body& body);
 
+constexpr std::size_t kLongestName = 1000;  ///< bytes
+
+/// @param where  for the message
+/// @throws text::FileError in one line, if it is longer than that
+void requireName(const std::string& name, const std::string& where);
+
 /// Whether two markers, both of the two-point object's id, are a body.
 enum class Pairs { kRefused, kTaken };
 

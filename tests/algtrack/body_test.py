@@ -201,6 +201,44 @@ class BodyTest(BodyCase):
             scale = 1000 if name in "xyz" else 1
             self.assertAlmostEqual(value * scale, float(row[name]), places=5)
 
+    def test_a_trajectory_goes_to_standard_output_alone(self):
+        self.succeed("body", "pose", "r", "--body", "true.json", "--tum", "t")
+        with open(self.path("t-tool.tum"), encoding="utf-8") as file:
+            expected = file.read()
+        self.assertEqual(self.succeed("body", "pose", "r", "--body", "true.json", "--tum", "-"), expected)
+        self.assertEqual([name for name in os.listdir(self.folder) if name.startswith("-")], [])
+        self.write_body("other.json", {4: (0, 0, 0), 5: (9, 0, 0), 6: (0, 9, 0)}, "other")
+        self.assertIn("--tum: expected one body for the standard output, found 2", self.end_in_one_line(
+            2, "body", "pose", "r", "--body", "true.json", "--body", "other.json", "--tum", "-"))
+        self.end_in_one_line(2, "body", "pose", "r", "--body", "true.json", "--tum", "-", "--csv", "-")
+
+    def test_a_body_that_is_not_there_is_said_with_status_1(self):
+        self.write_body("absent.json", {3: (0, 0, 0), 4: (60, 0, 0), 5: (0, 60, 0)})
+        said = self.find_in_one_line("body", "pose", "r", "--body", "absent.json", "--csv", "p.csv")
+        self.assertIn("absent.json: no pose in r: ids 4, 5 were never seen\n", said)
+        with open(self.path("p.csv"), encoding="utf-8") as file:
+            self.assertEqual([row for row in csv.DictReader(x for x in file if x[0] != "#")], [])
+        self.write_body("other.json", {0: (150, 0, 0), 1: (0, 150, 0), 2: (0, 0, 90), 3: (0, 0, -90)})
+        for how in (["--single"], ["--smooth"], []):
+            said = self.find_in_one_line("body", "pose", "r", "--body", "other.json", *how, "--csv",
+                                         "p.csv", "--force")
+            self.assertIn("of 540 packets with three markers or more in both cameras 540 off shape\n",
+                          said)
+        self.write_body("larger.json", {**{i: (x + 50, y, z) for i, (x, y, z) in MARKERS.items()},
+                                        5: (0, 60, 60)})
+        self.succeed("body", "pose", "r", "--body", "larger.json", "--csv", "q.csv")
+
+    def test_a_name_that_no_file_would_keep_is_refused_at_once(self):
+        self.assertIn("--name: expected a name of at most 1000 bytes, found 100000",
+                      self.end_in_one_line(2, "body", "learn", "r", "--ids", "0,1,2,3", "-o", "n.json",
+                                           "--name", "n" * 100000))
+        self.assertFalse(os.path.exists(self.path("n.json")))
+        self.succeed("body", "learn", "r", "--ids", "0,1,2,3", "-o", "n.json", "--name", "n" * 1000)
+        self.succeed("body", "pose", "r", "--body", "n.json", "--csv", "p.csv")
+        self.write_body("long.json", MARKERS, "n" * 1001)
+        self.assertIn("long.json: expected a name of at most 1000 bytes, found 1001",
+                      self.end_in_one_line(2, "body", "map", "--body", "long.json"))
+
     def test_a_name_stays_one_field_of_the_table(self):
         self.write_body("odd.json", MARKERS, 'a,b"c\nd')
         self.succeed("body", "pose", "r", "--body", "odd.json", "--csv", "p.csv", "--force")

@@ -1,4 +1,5 @@
 #include <alg_factory/api/Constants.h>
+#include <alg_kit/bodies/BodyAbsence.h>
 #include <alg_kit/bodies/BodyCheck.h>
 #include <alg_kit/bodies/BodyFile.h>
 #include <alg_kit/bodies/BodyMap.h>
@@ -130,6 +131,7 @@ std::string listText(const std::vector<int>& ids) {
 void learnBody(const BodyOptions& options) {
   checkOutputs({options.output, options.json ? "-" : ""}, {options.file}, options.force);
   const std::vector<int> ids = idsFrom(options.ids);
+  bodies::requireName(options.name, "--name");
   const RecordingReader reader(options.file);
   const double noise = noiseFor(options, reader);
   bodies::LearnedBody learned;
@@ -221,6 +223,7 @@ void writeCsv(const BodyOptions& options, const std::vector<Body>& known,
 }
 
 std::string tumPath(const BodyOptions& options, const Body& body) {
+  if (isStandardOutput(options.tum)) return options.tum;
   return options.tum + "-" + body.name + ".tum";
 }
 
@@ -269,6 +272,19 @@ void printSummary(const BodyOptions& options, const RecordingReader& reader,
   if (compared) std::cout << "Errors: root mean square against the recording's truth.\n";
 }
 
+/// A body that was nowhere is worth a line: it may be another one's file.
+void requirePoses(const BodyOptions& options, const RecordingReader& reader,
+                  const std::vector<Body>& known, const std::vector<BodyRow>& rows, double noise) {
+  std::string nowhere;
+  for (std::size_t b = 0; b < known.size(); ++b) {
+    if (std::any_of(rows.begin(), rows.end(), [b](const BodyRow& row) { return row.body == b; }))
+      continue;
+    nowhere += (nowhere.empty() ? "" : "; ") + options.bodies[b] + ": no pose in " + options.file +
+               ": " + bodies::whyNoPose(reader, known[b], noise);
+  }
+  if (!nowhere.empty()) throw SomethingFound(nowhere);
+}
+
 void poseBody(const BodyOptions& options) {
   if (options.csv.empty() && options.tum.empty())
     throw std::runtime_error("body pose: expected an output, --csv or --tum, found none");
@@ -277,7 +293,12 @@ void poseBody(const BodyOptions& options) {
                              (options.smooth ? "--smooth, which knows what came" : "--single"));
   const std::vector<Body> known = bodies::readBodies(options.bodies, bodies::Pairs::kTaken);
   std::vector<std::string> outputs = {options.csv}, inputs = options.bodies;
-  for (std::size_t b = 0; b < known.size() && !options.tum.empty(); ++b) {
+  const bool tumShown = isStandardOutput(options.tum);
+  if (tumShown && known.size() > 1)
+    throw std::runtime_error("--tum: expected one body for the standard output, found " +
+                             std::to_string(known.size()));
+  if (tumShown) outputs.push_back(options.tum);
+  for (std::size_t b = 0; b < known.size() && !options.tum.empty() && !tumShown; ++b) {
     const std::string& name = known[b].name;
     if (name.empty() || name.find('/') != std::string::npos || oneLine(name) != name)
       throw std::runtime_error(
@@ -305,7 +326,8 @@ void poseBody(const BodyOptions& options) {
   const std::string origin = originOf(options, noise);
   if (!options.csv.empty()) writeCsv(options, known, rows, origin);
   if (!options.tum.empty()) writeTum(options, known, rows, origin);
-  if (!isStandardOutput(options.csv)) printSummary(options, reader, known, rows);
+  if (!isStandardOutput(options.csv) && !tumShown) printSummary(options, reader, known, rows);
+  requirePoses(options, reader, known, rows, noise);
 }
 
 void pivotBody(const BodyOptions& options) {
@@ -456,8 +478,10 @@ void addBodyCommand(CLI::App& app) {
       ->check(numberFrom(0, bodies::kFarthestAhead * 1e3))
       ->capture_default_str();
   pose->add_option("--csv", posing->csv, "write a table");
-  pose->add_option("--tum", posing->tum,
-                   "write PREFIX-NAME.tum for every body: t x y z qx qy qz qw (seconds, metres)");
+  pose->add_option(
+      "--tum", posing->tum,
+      "write PREFIX-NAME.tum for every body: t x y z qx qy qz qw (seconds, metres); - is "
+      "the standard output, of one body");
   pose->add_flag("--force", posing->force, "replace existing files");
   pose->callback([posing] { poseBody(*posing); });
 

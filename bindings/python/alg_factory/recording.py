@@ -1,4 +1,5 @@
 """Recordings as numpy arrays."""
+import numbers
 import os
 from dataclasses import dataclass
 from functools import cached_property
@@ -359,14 +360,21 @@ def _flat(rows, prefix=""):
                 yield at, cell
 
 
+def require_number(name, value):
+    if not isinstance(value, numbers.Real):
+        raise ValueError(f"{name}: expected a number, found {value!r}")
+
+
 def check_ahead(ahead, other):
     """`other`: what asks for something else than a live estimate, or None."""
+    require_number("ahead", ahead)
     if not 0 <= ahead <= 0.1 or (other and ahead):
         raise ValueError(f"ahead: expected 0 to 0.1 s of a live estimate, found {ahead:g}"
                          + (f" with {other}" if other else ""))
 
 
 def check_noise(noise):
+    require_number("noise", noise)
     if not (noise == 0 or 0.001 <= noise <= 100):
         raise ValueError(f"noise: expected 0, or 0.001 to 100 px, found {noise:g}")
 

@@ -138,7 +138,8 @@ def simulate(path, *, product_type=1, seconds=20, seed=1, calibration=None, scen
     if trajectory is not None:
         options.update(trajectory=os.fspath(trajectory), motion_name=os.path.basename(trajectory))
     if body is not None:
-        options.update(body=as_body(body)._shape, body_name=_name_of(body))
+        said = body.name if isinstance(body, Body) else os.fspath(body)
+        options.update(body=as_body(body)._shape, body_name=_name_of(body), body_said=said)
     with complete_file(path, overwrite, (calibration, trajectory, body)) as partial:
         return _core.simulate(partial, options)
 

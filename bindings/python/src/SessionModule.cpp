@@ -212,7 +212,8 @@ py::dict simulate(const std::string& path, const py::dict& given) {
                                        .placedInFront(options.get<double>("distance"));
     session.seconds = std::min(session.seconds, motion.duration());
     const auto body = options.optional<bodies::Body>("body");
-    scene = body ? sim::sceneOf(*body, description.body, session.productType, motion)
+    scene = body ? sim::sceneOf(*body, options.get<std::string>("body_said"), session.productType,
+                                motion)
                  : sim::Scene::following(session.productType, motion);
     if (body) description.bodyText = bodies::bodyText(*body);
   } else {
