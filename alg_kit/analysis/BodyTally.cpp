@@ -16,7 +16,7 @@ BodyTally::BodyTally(const bodies::Body& body, std::size_t first, double noise)
     : body_(body), filter_(body), first_(first), noise_(noise) {
   numbers_.name = body.name;
   for (const bodies::BodyMarker& marker : body.markers)
-    numbers_.ids.push_back(body.isPair() ? bodies::kPairId : marker.id);
+    numbers_.ids.push_back(body.blobIdOf(marker));
 }
 
 void BodyTally::feed(const bodies::BodyFrame& frame, const estimate::PixelEquations& cameras) {

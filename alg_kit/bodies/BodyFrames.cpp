@@ -82,17 +82,22 @@ void readFrames(const recording::RecordingReader& reader, const FrameTaker& take
     throw std::runtime_error(reader.path() + ": expected an Init with a calibration, found none");
 }
 
+void eachMiss(const BodyFrame& frame, const estimate::PixelEquations& cameras,
+              const std::function<void(double)>& take) {
+  const auto look = [&](const estimate::Sighting& sighting) {
+    const auto point = sighting.both() ? cameras.triangulate(sighting) : std::nullopt;
+    const auto fit = point ? cameras.information(sighting, *point, 1) : std::nullopt;
+    if (fit) take(estimate::raysMiss(*fit));
+  };
+  for (const estimate::Sighting& sighting : frame.markers) look(sighting);
+  for (const estimate::Sighting& sighting : likelySightings(frame)) look(sighting);
+}
+
 double blobNoiseOf(const recording::RecordingReader& reader) {
   std::vector<double> misses;
   readFrames(reader, [&](const BodyFrame& frame, const estimate::PixelEquations& cameras) {
-    const auto add = [&](const estimate::Sighting& sighting) {
-      if (misses.size() == kMostMisses || !sighting.both()) return;
-      const auto point = cameras.triangulate(sighting);
-      const auto fit = point ? cameras.information(sighting, *point, 1) : std::nullopt;
-      if (fit) misses.push_back(estimate::raysMiss(*fit));
-    };
-    for (const estimate::Sighting& sighting : frame.markers) add(sighting);
-    for (const estimate::Sighting& sighting : likelySightings(frame)) add(sighting);
+    if (misses.size() >= kMostMisses) return;
+    eachMiss(frame, cameras, [&](double miss) { misses.push_back(miss); });
   });
   if (misses.empty()) return estimate::BlobNoise::kLeast;
   const auto middle = misses.begin() + static_cast<std::ptrdiff_t>(misses.size() / 2);

@@ -47,6 +47,11 @@ void readFrames(const recording::RecordingReader& reader, const FrameTaker& take
 /// @return false if the packet cannot be trusted
 bool frameFrom(const std::uint8_t* packet, std::size_t length, int ids, BodyFrame& frame);
 
+/// By how much the cameras' rays missed each other, px^2, for every marker that both saw: of its
+/// four numbers one is noise alone.
+void eachMiss(const BodyFrame& frame, const estimate::PixelEquations& cameras,
+              const std::function<void(double)>& take);
+
 /// The blobs' noise, from by how much the cameras' rays miss each other: of a pair's four numbers
 /// one is noise alone. The median: a few wrong pairs do not move it.
 /// @return px, standard deviation of a centre's x and of its y; at least

@@ -70,10 +70,9 @@ struct PoseUpdate {
 
   // With the covariance before P, the weight R R^T and I + R^T P R = K K^T: what the measurement
   // takes off P is taken taken^T.
-  Matrix6d inner;                     ///< K
-  Matrix6d taken = Matrix6d::Zero();  ///< P R K^-T
-  Vector6d pulled =
-      Vector6d::Zero();  ///< K^-1 of the measurement's `pulled`: change = taken pulled
+  Matrix6d inner;                      ///< K
+  Matrix6d taken = Matrix6d::Zero();   ///< P R K^-T
+  Vector6d pulled = Vector6d::Zero();  ///< K^-1 of the measurement's: change = taken pulled
 };
 
 /// @param prior  covariance of the pose before, tremor included

@@ -1,7 +1,5 @@
 #include <alg_kit/bodies/LiveBodies.h>
 
-#include <alg_kit/estimate/Information.h>
-
 namespace bodies {
 namespace {
 
@@ -18,26 +16,18 @@ void LiveBodies::begin(int productType, const algorithm::StereoCalibration& cali
 
 bool LiveBodies::take(const session::Call& call) {
   if (!frames_.take(call)) return false;
-  learnNoise();
+  eachMiss(frames_.frame(), *frames_.cameras(), [this](double miss) { noise_.add(miss); });
   for (BodyFilter& filter : filters_)
     filter.feed(frames_.frame(), *frames_.cameras(), noise_.value());
   return true;
 }
 
-void LiveBodies::learnNoise() {
-  const estimate::PixelEquations& cameras = *frames_.cameras();
-  for (const estimate::Sighting& sighting : frames_.frame().markers) {
-    const auto point = sighting.both() ? cameras.triangulate(sighting) : std::nullopt;
-    const auto fit = point ? cameras.information(sighting, *point, 1) : std::nullopt;
-    if (fit) noise_.add(estimate::raysMiss(*fit));
-  }
-}
-
 TrackedPose LiveBodies::at(std::size_t body) const {
   TrackedPose pose = delivered(filters_[body].now());
+  const auto& covariance = pose.pose.covariance;  // infinite in what nobody sees of a pair's turn
   const bool good = pose.pose.motion.position.allFinite() &&
                     pose.pose.motion.orientation.coeffs().allFinite() &&
-                    pose.pose.covariance.allFinite();
+                    covariance.leftCols<3>().allFinite() && !covariance.hasNaN();
   if (!good) pose.source = estimate::Source::kNone;
   return pose;
 }

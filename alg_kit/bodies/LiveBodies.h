@@ -30,8 +30,6 @@ class LiveBodies {
   TrackedPose at(std::size_t body) const;
 
  private:
-  void learnNoise();
-
   CallFrames frames_;
   std::vector<BodyFilter> filters_;
   estimate::BlobNoise noise_;

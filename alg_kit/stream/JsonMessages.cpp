@@ -225,8 +225,11 @@ Json posesOf(const Frame& frame) {
                      {"age_s", body.age},
                      {"markers", body.markers},
                      {"residual_px", body.residual},
-                     {"position_sd_mm", vector(p[0], p[1], p[2])},
-                     {"rotation_sd_rad", vector(r[0], r[1], r[2])}});
+                     {"position_sd_mm", vector(p[0], p[1], p[2])}});
+    if (body.directionDeviation > 0)
+      facts.back()["direction_sd_rad"] = body.directionDeviation;
+    else
+      facts.back()["rotation_sd_rad"] = vector(r[0], r[1], r[2]);
   }
   Json json = headOf(frame.place, "m", kDeliveredFrame);
   json["poses"] = std::move(poses);

@@ -84,7 +84,10 @@ struct BodyPlace {
   double position[3] = {};           ///< of the body's origin, delivered axes, mm
   double orientation[4] = {};        ///< quaternion x, y, z, w: turns the body's axes into these
   double positionDeviation[3] = {};  ///< standard deviations, mm
-  double rotationDeviation[3] = {};  ///< about these axes, radians
+  double rotationDeviation[3] = {};  ///< about these axes, radians; infinite where not known
+  /// Of the two-point object: of its line's direction, radians per axis across it; else 0. How far
+  /// it is turned about that line is not known.
+  double directionDeviation = 0;
 };
 
 /// A delivered block.

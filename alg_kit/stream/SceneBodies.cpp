@@ -36,6 +36,7 @@ BodyPlace placeOf(const bodies::TrackedPose& pose) {
   place.age = pose.age;
   place.markers = pose.pose.markers;
   place.residual = pose.pose.residual;
+  place.directionDeviation = pose.pose.directionDeviation;
   for (int i = 0; i < 3; ++i) {
     place.position[i] = pose.pose.motion.position[i];
     place.positionDeviation[i] = std::sqrt(pose.pose.covariance(i, i));
@@ -53,7 +54,7 @@ Scene::Bodies::Bodies(const SceneOptions& options) {
                              options.unit.name);
   std::vector<bodies::Body> all;
   for (const std::string& path : options.bodies) {
-    all.push_back(bodies::readBody(path));
+    all.push_back(bodies::readBody(path, bodies::Pairs::kTaken));
     checkName(all.back().name, path, names_);
     names_.push_back(all.back().name);
   }

@@ -58,9 +58,10 @@ struct FrameBody {
   analysis::Place origin = analysis::nowhere();
   std::array<float, 4> orientation{};  ///< quaternion x, y, z, w: turns the body's axes into these
   std::array<float, 3> deviation{};    ///< of the origin, mm
-  std::array<float, 3> turnDeviation{};                        ///< about these axes, degrees
-  float age = 0;                                               ///< seconds since a marker was seen
-  float residual = kNone;                                      ///< px
+  std::array<float, 3> turnDeviation{};  ///< about these axes, degrees; of a pair not known
+  float directionDeviation = 0;          ///< of a pair: degrees, per axis across its line
+  float age = 0;                         ///< seconds since a marker was seen
+  float residual = kNone;                ///< px
   std::array<bodies::MarkerEnd, bodies::kMostMarkers> ends{};  ///< by place in the body
 };
 

@@ -158,6 +158,7 @@ void FrameMaker::fillBodies() {
       body.turnDeviation[at] =
           static_cast<float>(kDegrees * std::sqrt(pose.covariance(3 + k, 3 + k)));
     }
+    body.directionDeviation = static_cast<float>(kDegrees * pose.directionDeviation);
     body.age = static_cast<float>(tracked.age);
     body.residual = static_cast<float>(pose.residual);
     body.ends = pose.ends;

@@ -124,8 +124,11 @@ Json jsonOf(const FrameBody& body, const bodies::Body& marked) {
   Json json = {{"p", jsonOf(body.origin)},
                {"q", list(body.orientation, 1e6)},
                {"sd", list(body.deviation, 1e4)},
-               {"turn_sd", list(body.turnDeviation, 1e5)},
                {"residual", pixels(body.residual)}};
+  if (marked.isPair())
+    json["direction_sd"] = rounded(body.directionDeviation, 1e5);
+  else
+    json["turn_sd"] = list(body.turnDeviation, 1e5);
   if (!body.seen) json["age"] = pixels(body.age);
   json["ends"] = Json::array();
   for (std::size_t i = 0; i < marked.markers.size(); ++i)
@@ -177,8 +180,8 @@ Json framesOf(const Watcher& watcher, std::int64_t from, std::int64_t to) {
 
 Json aboutBody(const bodies::Body& body) {
   Json json = {{"name", body.name},
-               {"markers", listOf(body.markers, [](const auto& marker) {
-                  return Json{{"id", marker.id}, {"p", jsonOf(marker.position)}};
+               {"markers", listOf(body.markers, [&body](const auto& marker) {
+                  return Json{{"id", body.blobIdOf(marker)}, {"p", jsonOf(marker.position)}};
                 })}};
   if (body.pivot) json["pivot"] = jsonOf(*body.pivot);
   return json;

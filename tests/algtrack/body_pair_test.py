@@ -3,6 +3,7 @@
 import csv
 import json
 import math
+import re
 import unittest
 
 from algtrack_case import AlgtrackCase
@@ -76,7 +77,15 @@ class BodyPairTest(AlgtrackCase):
         self.write_pair("long.json", ((-50, 0, 0), (50, 0, 0)))
         self.simulate("r", "--seconds", 3, "--noise", 0.05)
         for how in ("--single", "--smooth"):
-            self.assertEqual(self.poses("r", "--body", "long.json", how), [])
+            result = self.run_algtrack("body", "pose", "r", "--body", "long.json", how, "--csv", "-")
+            self.assertEqual((result.returncode, result.stdout.splitlines()[-1][:9]), (1, "time_s,bo"))
+            self.assertIn("long.json: no pose in r: of 270 packets with both markers in both cameras "
+                          "270 off shape\n", result.stderr)
+
+    def test_without_two_blobs_of_its_id_there_is_no_pose(self):
+        self.simulate("r", "--seconds", 1, "--product-type", 2)
+        self.assertIn("no pose in r: never two blobs of id 2 in both cameras\n", self.find_in_one_line(
+            "body", "pose", "r", "--body", "pair.json", "--csv", "p.csv"))
 
     def test_the_report_has_its_errors_too(self):
         self.simulate("r", "--seconds", 4, "--noise", 0.05, "--occlude", "2:2-2.5")
@@ -103,6 +112,21 @@ class BodyPairTest(AlgtrackCase):
         _, _, of_position, of_turn = self.errors(rows, truth)
         self.assertLess(of_position, 2)
         self.assertLess(of_turn, 2)
+
+    def test_an_mcap_file_has_it_where_its_markers_truly_were(self):
+        self.simulate("r", "--seconds", 4, "--noise", 0.05)
+        self.succeed("export", "r", "--mcap", "r.mcap", "--body", "pair.json")
+        with open(self.path("r.mcap"), "rb") as file:  # not compressed
+            texts = re.findall(rb'\{"version":1,[^\0]*?"direction_sd_rad":[0-9.e-]+\}\]\}', file.read())
+        self.assertGreater(len(texts), 300)
+        truth, starts = self.truth("r"), dict(self.query("r", "SELECT id, start_ns FROM calls"))
+        squares = []
+        for message in map(json.loads, texts[45:]):
+            first, second = truth[starts[message["call"]]]
+            found = [1000 * message["poses"][0]["position"][axis] for axis in "xyz"]
+            squares.append(math.dist(found, [(a + b) / 2 for a, b in zip(first, second)])**2)
+            self.assertNotIn("rotation_sd_rad", message["bodies"][0])
+        self.assertLess(math.sqrt(sum(squares) / len(squares)), 4)
 
     def test_origin_may_be_anywhere_on_the_line(self):
         self.write_pair("end.json", ((0, 0, 0), (0, 0, 2 * HALF)))

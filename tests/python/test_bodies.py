@@ -10,6 +10,7 @@ import alg_factory as af
 from conftest import algtrack
 from test_sessions import content, fact
 
+STICK = af.Body({2: ((-34, 0, 0), (34, 0, 0))}, name="stick")
 MARKERS = {0: (50, 0, 0), 1: (-40, 20, 5), 2: (-10, -45, 10), 3: (10, 35, -30)}
 
 
@@ -154,7 +155,7 @@ def test_a_bent_body_is_found_and_its_marker_named(folder):
 
 
 @pytest.mark.parametrize("make, error, text", [
-    (lambda f: af.Body({0: (0, 0, 0), 1: (9, 0, 0)}), af.FileError, "3 to 16 markers"),
+    (lambda f: af.Body({0: (0, 0, 0), 1: (9, 0, 0)}), af.FileError, "two markers of id 2, or three markers or more"),
     (lambda f: af.Body({0: (0, 0, 0), 1: (9, 0, 0), 2: (9, 0, 0)}), af.FileError, "in one place"),
     (lambda f: af.Body.load(f / "move.tum"), af.FileError, "expected a body as JSON"),
     (lambda f: af.Body.load(f / "none.json"), af.FileError, "found no such file"),
@@ -177,13 +178,53 @@ def test_a_bent_body_is_found_and_its_marker_named(folder):
     (lambda f: af.simulate(f / "x", body=af.Body(MARKERS)), ValueError, "expected a trajectory"),
     (lambda f: af.simulate(f / "x", emission=60), ValueError, "emission: expected a body"),
     (lambda f: af.simulate(f / "x", product_type=0, trajectory=f / "move.tum",
-                           body=af.Body(MARKERS)), ValueError, "expected ids below 3"),
+                           body=af.Body(MARKERS, name="tool")), ValueError, "^tool: expected ids below 3"),
+    (lambda f: af.simulate(f / "x", product_type=0, trajectory=f / "move.tum",
+                           body=f / "true.json"), ValueError, "true.json: expected ids below 3"),
+    (lambda f: af.Body(MARKERS).track(f / "move.algrec", ahead="x"), ValueError,
+     "ahead: expected a number, found 'x'"),
+    (lambda f: af.Body(MARKERS).track(f / "move.algrec", noise=None), ValueError,
+     "noise: expected a number, found None"),
+    (lambda f: af.Body(MARKERS).check(f / "move.algrec", tolerance="x"), ValueError,
+     "tolerance: expected a number, found 'x'"),
+    (lambda f: af.Body.learn(f / "move.algrec", ids=[0, 1, 2], name="n" * 1001), af.FileError,
+     "name: expected a name of at most 1000 bytes, found 1001"),
 ])
 def test_what_cannot_be_done_is_refused_in_one_line(folder, make, error, text):
     with pytest.raises(error, match=text) as found:
         make(folder)
     assert "\n" not in str(found.value)
     assert not (folder / "x").exists()
+
+
+def test_the_two_point_object_has_the_numbers_of_algtrack(tmp_path):
+    STICK.save(tmp_path / "stick.json")
+    assert af.Body.load(tmp_path / "stick.json") == STICK
+    assert STICK.ids == [2, 2]
+    af.simulate(tmp_path / "r.algrec", product_type=1, seconds=2, noise=0.05)
+    text = algtrack("body", "pose", tmp_path / "r.algrec", "--body", tmp_path / "stick.json", "--csv", "-")
+    expected = list(csv.DictReader(line for line in text.splitlines() if line[0] != "#"))
+    rows = STICK.track(tmp_path / "r.algrec")
+    assert len(rows) == len(expected) > 100
+    assert set(expected[0]) - {"body"} == set(rows.dtype.names) - {"call"}
+    for name in set(expected[0]) - {"body", "source", "markers", "time_s"}:
+        assert [f"{value:.9g}" for value in rows[name]] == [row[name] for row in expected], name
+    assert np.all(rows["sd_direction"] > 0) and np.all(np.isinf(rows["sd_rx"]))
+    found, = af.report(tmp_path / "r.algrec", bodies=[STICK])["bodies"]
+    assert (found["ids"], found["poses"]) == ([2, 2], len(rows))
+
+
+@pytest.mark.parametrize("make, error, text", [
+    (lambda r: STICK.check(r), ValueError, "check: expected a body of three markers or more"),
+    (lambda r: STICK.pivot(r), ValueError, "pivot: expected a body of three markers or more"),
+    (lambda r: af.Body({2: ((-9, 1, 0), (9, 1, 0))}), af.FileError, "the origin on the line"),
+    (lambda r: af.Body({2: ((-9, 0, 0), (9, 0, 0))}, facings={2: (0, 0, 1)}), ValueError,
+     "facings: expected as many as markers of id 2, 2, found 1"),
+])
+def test_what_two_markers_cannot_is_refused_in_one_line(folder, make, error, text):
+    with pytest.raises(error, match=text) as found:
+        make(folder / "move.algrec")
+    assert "\n" not in str(found.value)
 
 
 @pytest.mark.parametrize("name, make", [

@@ -108,21 +108,35 @@ class ViewerPageTest(BodyCase):
                         title="<b>tool</b>")
         self.write_motion("motion.tum")
         self.simulate_body("r.algrec", "tool.json", "motion.tum")
+        self.check_body("tool.json", r"^<b>tool</b> -?\d.*°.* 4 of 4 markers")
+
+    def test_the_two_point_objects_pixels_are_where_its_markers_are(self):
+        with open(self.path("stick.json"), "w", encoding="utf-8") as file:
+            json.dump({"format": "alg_factory body", "version": 1, "name": "stick", "unit": "mm",
+                       "markers": [{"id": 2, "position": (x, 0, 0)} for x in (-60, 60)]}, file)
+        self.write_motion("motion.tum")
+        self.succeed("simulate", "-o", "r.algrec", "--product-type", 1, "--trajectory", "motion.tum",
+                     "--body", "stick.json", "--seconds", 6, "--noise", 0.05, "--distance", 1500,
+                     "--marker-size", 10)
+        self.check_body("stick.json", r"^stick -?\d.* mm, its line \d\.\d\d° · 2 of 2 markers")
+
+    def check_body(self, name, says):
+        """Of a body whose first two markers have its origin between them."""
         truth = {}
-        for time_ns, thing, x, y, z in self.query(
-                "r.algrec", "SELECT time_ns, object, x, y, z FROM truth"):
-            truth[(time_ns, thing)] = (x, -y, -z)  # as delivered
+        for time_ns, *_, x, y, z in self.query(
+                "r.algrec", "SELECT time_ns, object, marker, x, y, z FROM truth ORDER BY object, marker"):
+            truth.setdefault(time_ns, []).append((x, -y, -z))  # as delivered
 
         def places(packet):
             calls = self.query("r.algrec",
                                "SELECT start_ns FROM calls WHERE kind = 'InputStream' ORDER BY id")
-            markers = [truth[(calls[packet][0], i)] for i in range(4)]
+            markers = truth[calls[packet][0]]
             return markers, [(a + b) / 2 for a, b in zip(*markers[:2])]
 
         markers, origin = places(400)
-        address = self.serve("r.algrec", "--body", "tool.json")
+        address = self.serve("r.algrec", "--body", name)
         self.check("body", address=address + "#t=4.4501", packet=400, markers=markers,
-                   origin=origin, earlier=places(355)[1])
+                   origin=origin, earlier=places(355)[1], says=says)
 
     def test_estimated_positions_are_those_of_the_tracks_command(self):
         self.simulate("walk.algrec", "--seconds", 6, "--product-type", 0, "--noise", 0.05)

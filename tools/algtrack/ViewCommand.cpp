@@ -58,7 +58,8 @@ void viewFiles(const ViewOptions& options) {
     throw std::runtime_error(
         "this build carries no viewer page (npm could not provide it when the program was built)");
   std::vector<bodies::Body> bodies;
-  for (const std::string& file : options.bodies) bodies.push_back(bodies::readBody(file));
+  for (const std::string& file : options.bodies)
+    bodies.push_back(bodies::readBody(file, bodies::Pairs::kTaken));
   view::Watchers watchers;
   for (const std::string& file : options.files) {
     // What cannot be read is said here, and not in a page.

@@ -40,7 +40,8 @@ export class BodyShape {
     const far = Math.max(...this.places.map((p) => Math.hypot(...p)), 20);
     const unit = [[far, 0, 0], [0, far, 0], [0, 0, far]];
     this.edges = segmentsOf([...edgesOf(this.places), ...(pivot ? [[[0, 0, 0], pivot]] : [])]);
-    this.axes = unit.map((end) => segmentsOf([[[0, 0, 0], end]]));
+    // How far two markers are turned about their line nobody knows: they show no axes.
+    this.axes = markers.length < 3 ? [] : unit.map((end) => segmentsOf([[[0, 0, 0], end]]));
     this.solid = new MeshBasicMaterial();
     const ball = new SphereGeometry(kMarkerMm, 14, 10);
     this.markers = this.places.map(() => new Mesh(ball, this.solid));

@@ -31,6 +31,10 @@ function described(object, i) {
 
 const kUsed = new Set(['used', 'one camera']); // ends of markers that count
 
+/** How well its turn is known; of two markers only their line is. */
+const turnedWithin = (pose) => (pose.turn_sd ? `${pose.turn_sd.map((v) => v.toFixed(2)).join(', ')}°`
+  : `its line ${pose.direction_sd.toFixed(2)}°`);
+
 /** Where a body is, and which of its markers say so. */
 function aboutBody({ name, markers }, pose, i) {
   const head = [element('i', { class: 'dot', style: `--swatch: var(${colourOfBody(i)})` }), element('b', {}, name)];
@@ -39,7 +43,7 @@ function aboutBody({ name, markers }, pose, i) {
   const missed = pose.ends.map((end, k) => (kUsed.has(end) ? null : `${markers[k].id} ${end}`)).filter(Boolean);
   return element('p', { class: 'body' }, ...head,
     ` ${place(pose.p)} mm, turned ${pose.q.map((v) => v.toFixed(3)).join(', ')} (x, y, z, w)` +
-    ` · ± ${pose.sd.map((v) => v.toFixed(2)).join(', ')} mm, ${pose.turn_sd.map((v) => v.toFixed(2)).join(', ')}°` +
+    ` · ± ${pose.sd.map((v) => v.toFixed(2)).join(', ')} mm, ${turnedWithin(pose)}` +
     (pose.age == null ? ` · ${used} of ${markers.length} markers` : ` · out of sight for ${pose.age.toFixed(2)} s`) +
     (missed.length > 0 && pose.age == null ? ` (${missed.join(', ')})` : '') +
     (used > 0 ? `, ${pose.residual.toFixed(2)} px` : ''));

@@ -10,7 +10,7 @@ import numpy as np
 from . import _core
 from .columns import with_names
 from .files import write_file
-from .recording import as_recording, check_ahead, check_noise
+from .recording import as_recording, check_ahead, check_noise, require_number
 
 
 @dataclass(frozen=True)
@@ -64,8 +64,10 @@ class ShapeCheck:
 class Body:
     """A rigid body: where its markers are, in a frame of its own. Does not change.
 
-    markers : {blob id: (x, y, z)}, mm, 3 to 16 of them.
-    facings : {blob id: (x, y, z)}, the directions along which they radiate; ids may be missing.
+    markers : {blob id: (x, y, z)}, mm, 3 to 16 of them. Product type 1's two-point object is
+        {2: ((x, y, z), (x, y, z))}, with the origin on the line of both.
+    facings : {blob id: (x, y, z)}, the directions along which they radiate; ids may be missing. Of
+        the two-point object as its markers.
     tip : (x, y, z), mm, of a pointer.
 
     Raises FileError for what is no body: two markers in one place, numbers beyond 100 m; ValueError
@@ -75,11 +77,16 @@ class Body:
 
     def __init__(self, markers, name="body", tip=None, facings=None):
         facings = facings or {}
-        rows = [{"id": _index(id), "position": _three("markers", markers[id])}
-                for id in sorted(markers)]
-        for row in rows:
-            if row["id"] in facings:
-                row["facing"] = _three("facings", facings[row["id"]])
+        rows = []
+        for id in sorted(markers):
+            places, directions = _both(markers[id]), _both(facings.get(id))
+            if directions and len(directions) != len(places):
+                raise ValueError(f"facings: expected as many as markers of id {id}, "
+                                 f"{len(places)}, found {len(directions)}")
+            for n, place in enumerate(places):
+                rows.append({"id": _index(id), "position": _three("markers", place)})
+                if directions:
+                    rows[-1]["facing"] = _three("facings", directions[n])
         self._set(_shape_of({"name": _text(name), "markers": rows}, tip))
 
     def _set(self, shape, learning=None):
@@ -175,7 +182,9 @@ class Body:
         x, y, z (the body's origin, mm as delivered), qx, qy, qz, qw (turns the body's axes into
         these), sd_x, sd_y, sd_z (standard deviations, mm), sd_rx, sd_ry, sd_rz (degrees, about the
         delivered axes), markers (used of the packet's), residual_px (their root mean square),
-        source ("measured", "bridged", "predicted"), age_s (since a marker was seen). Raises
+        source ("measured", "bridged", "predicted"), age_s (since a marker was seen). Of the two-point
+        object sd_rx, sd_ry and sd_rz are infinite, since nobody sees how far it is turned about its
+        line, and sd_direction (degrees, per axis across the line) says how well that is known. Raises
         RuntimeError without a calibration in the recording.
         """
         if smooth and single:
@@ -188,11 +197,14 @@ class Body:
         first, last = source._range
         at = rows["time_s"] - ahead
         keep = (at >= (-np.inf if first is None else first)) & (at < (np.inf if last is None else last))
-        return with_names(rows[keep], "source", _core.TRACK_SOURCES)
+        names = [name for name in rows.dtype.names
+                 if name != "sd_direction" or self._shape.is_pair]
+        return with_names(rows[keep][names], "source", _core.TRACK_SOURCES)
 
     def pivot(self, recording, noise=0.0):
         """The tip of a pointer, from a recording in which it turns about its tip: a Pivot.
         `with_tip(found.tip)` keeps it. Raises RecordingError where it turned too little."""
+        self._three_or_more("pivot")
         found = _core.body_pivot(_file_of(recording, "pivot", noise), self._shape, float(noise))
         for name in ("tip", "covariance", "spot"):
             found[name] = np.array(found[name])
@@ -201,10 +213,17 @@ class Body:
     def check(self, recording, tolerance=1.0, noise=0.0):
         """Is it still the same shape? A ShapeCheck names the markers that moved by more than
         `tolerance` mm. Raises RecordingError where fewer than three markers hold still together."""
+        require_number("tolerance", tolerance)
         if not 0.01 <= tolerance <= 1000:
             raise ValueError(f"tolerance: expected 0.01 to 1000 mm, found {tolerance:g}")
+        self._three_or_more("check")
         file = _file_of(recording, "check", noise)
         return ShapeCheck(*_core.body_check(file, self._shape, float(tolerance), float(noise)))
+
+    def _three_or_more(self, what):
+        if self._shape.is_pair:
+            raise ValueError(f"{what}: expected a body of three markers or more, found {self.name}, "
+                             "which has two")
 
     def __eq__(self, other):
         return isinstance(other, Body) and self._shape.text() == other._shape.text()
@@ -227,6 +246,13 @@ def _text(name):
     if not isinstance(name, str):
         raise ValueError(f"name: expected a text, found {name!r}")
     return name
+
+
+def _both(value):
+    """What is given of an id: of the two-point object's two, of any other one; of None none."""
+    if value is None:
+        return []
+    return list(value) if np.ndim(value[0]) == 1 else [value]
 
 
 def _three(name, values):

@@ -53,7 +53,7 @@ py::array markersOf(const Body& body) {
   std::vector<BodyMarkerRow> rows;
   for (const bodies::BodyMarker& marker : body.markers) {
     BodyMarkerRow& row = rows.emplace_back();
-    row.id = marker.id;
+    row.id = body.blobIdOf(marker);
     Eigen::Map<Eigen::Vector3d>(row.position) = marker.position;
     Eigen::Map<Eigen::Vector3d>(row.deviation) = marker.deviation;
     Eigen::Map<Eigen::Vector3d>(row.facing) = marker.facing;
@@ -70,6 +70,7 @@ py::array distancesOf(const bodies::LearnedBody& learned) {
 
 py::dict learn(const RecordingFile& file, const std::vector<int>& ids, const std::string& name,
                double noise) {
+  bodies::requireName(name, "name");
   double assumed = 0;
   const bodies::LearnedBody learned = reading(file, [&](const Reader& reader) {
     assumed = noiseFor(reader, noise);
@@ -106,6 +107,7 @@ BodyPoseRow rowOf(const bodies::BodyRow& from) {
   std::tie(row.sdX, row.sdY, row.sdZ, row.sdRx, row.sdRy, row.sdRz) = std::tuple_cat(deviations);
   row.markers = pose.markers;
   row.source = static_cast<std::int32_t>(from.pose.source);
+  row.sdDirection = pose.directionDeviation * bodies::kDegrees;
   row.residual = pose.residual;
   row.age = from.pose.age;
   return row;
@@ -170,12 +172,15 @@ void addBodies(py::module_& module) {
   py::class_<Body>(module, "BodyShape")
       .def_static("from_text",
                   [](const std::string& content, const std::string& path) {
-                    return bodies::bodyFromText(content, path);
+                    return bodies::bodyFromText(content, path, bodies::Pairs::kTaken);
                   })
-      .def_static("read", [](const std::string& path) { return bodies::readBody(path); })
+      .def_static(
+          "read",
+          [](const std::string& path) { return bodies::readBody(path, bodies::Pairs::kTaken); })
       .def("text", bodies::bodyText)
       .def("markers", markersOf)
       .def_readonly("name", &Body::name)
+      .def_property_readonly("is_pair", &Body::isPair)
       .def_property_readonly("tip", [](const Body& body) {
         return body.pivot ? std::optional(listOf(*body.pivot)) : std::nullopt;
       });

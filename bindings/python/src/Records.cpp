@@ -86,7 +86,8 @@ void addRecords(py::module_& module) {
   PYBIND11_NUMPY_DTYPE_EX(BodyPoseRow, time, "time_s", call, "call", x, "x", y, "y", z, "z", qx,
                           "qx", qy, "qy", qz, "qz", qw, "qw", sdX, "sd_x", sdY, "sd_y", sdZ, "sd_z",
                           sdRx, "sd_rx", sdRy, "sd_ry", sdRz, "sd_rz", markers, "markers", residual,
-                          "residual_px", source, "source", age, "age_s");
+                          "residual_px", source, "source", age, "age_s", sdDirection,
+                          "sd_direction");
 
   py::list kinds, fates, fateTexts, sources;
   for (std::uint32_t kind = 0; kind < session::kCallKinds; ++kind)

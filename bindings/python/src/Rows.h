@@ -140,6 +140,7 @@ struct BodyPoseRow {
   double sdRx = 0, sdRy = 0, sdRz = 0;    ///< degrees
   std::int32_t markers = 0, source = 0;   ///< estimate::Source
   double residual = 0, age = 0;           ///< px, s
+  double sdDirection = 0;                 ///< degrees; of a pair
 };
 
 }  // namespace bindings

@@ -9,19 +9,20 @@
 
 namespace testing_support {
 
-/// The moments round a centre by less than 1/20000 px.
+/// The moments round a centre by less than 1/20000 px; a pair's, whose blobs must not overlap, by
+/// less than 1/200 px.
 inline sim::Bytes packetOf(const bodies::BodyFrame& frame) {
-  constexpr std::uint32_t kWeight = 20000;
-  const auto moment = [](double centre) {
-    return static_cast<std::uint32_t>(std::lround(centre * kWeight));
+  const std::uint32_t weight = frame.markers[bodies::kSecondOfPair].any() ? 200 : 20000;
+  const auto moment = [weight](double centre) {
+    return static_cast<std::uint32_t>(std::lround(centre * weight));
   };
   std::vector<sim::BlobRecord> blobs;
   for (std::size_t id = 0; id < bodies::kMostMarkers; ++id)
     for (const int camera : {estimate::kLeft, estimate::kRight})
       if (const auto& pixel = frame.markers[id].pixel[camera])
-        blobs.push_back({static_cast<int>(id),
+        blobs.push_back({id == bodies::kSecondOfPair ? bodies::kPairId : static_cast<int>(id),
                          camera == estimate::kLeft ? rig::Camera::kLeft : rig::Camera::kRight,
-                         kWeight, moment(pixel->x()), moment(pixel->y())});
+                         weight, moment(pixel->x()), moment(pixel->y())});
   return sim::devicePacket(blobs);
 }
 

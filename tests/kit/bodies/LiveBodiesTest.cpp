@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <tests/support/StreamedUnits.h>
 
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -82,6 +83,25 @@ TEST_F(LiveBodiesTest, ABodyOutOfSightIsMovedOnAndThenGivenUp) {
   EXPECT_NEAR(live_.at(0).age, 0.2, 1e-9);
   for (int i = 0; i < 100; ++i) take(units_.block({}, sim::devicePacket({})));
   EXPECT_EQ(live_.at(0).source, Source::kNone);
+}
+
+TEST_F(LiveBodiesTest, OfTwoMarkersTheMiddleAndTheDirectionAreKnown) {
+  const bodies::Body pair = testing_support::pairOfMarkers();
+  LiveBodies live({pair}, 100);
+  live.take(units_.init(1, rig::builtInRig().calibration)[0].call);
+  for (int i = 0; i < 300; ++i)
+    live.take(units_.block({}, packetOf(seen(pair, leaning(), 0.02, random_)))[0].call);
+  const TrackedPose pose = live.at(0);
+  ASSERT_EQ(pose.source, Source::kMeasured);
+  EXPECT_LT((pose.pose.motion.position - Eigen::Vector3d(100, 50, -1500)).norm(), 1);
+  const Eigen::Vector3d line = leaning().orientation * Eigen::Vector3d::UnitX();
+  const Eigen::Vector3d delivered(line.x(), -line.y(), -line.z());
+  const double cosine = delivered.dot(pose.pose.motion.orientation * Eigen::Vector3d::UnitX());
+  EXPECT_GT(std::abs(cosine), std::cos(0.01));
+  EXPECT_GT(pose.pose.directionDeviation, 0);
+  EXPECT_TRUE(std::isinf(pose.pose.covariance(3, 3)));
+  // The noise comes from the light of two blobs of one id too: at 0.1 px it would be far more.
+  EXPECT_LT(std::sqrt(pose.pose.covariance(2, 2)), 1);
 }
 
 TEST_F(LiveBodiesTest, ACalibrationOfNoNumbersGivesNoPose) {

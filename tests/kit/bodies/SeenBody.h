@@ -34,6 +34,15 @@ inline bodies::Body firstMarkers(std::size_t count) {
   return body;
 }
 
+/// A two-point object.
+inline bodies::Body pairOfMarkers() {
+  bodies::Body body;
+  body.name = "stick";
+  body.markers = {{bodies::kPairId, Eigen::Vector3d(-150, 0, 0)},
+                  {bodies::kSecondOfPair, Eigen::Vector3d(150, 0, 0)}};
+  return body;
+}
+
 /// A hand's motion about 1.5 m in front.
 inline bodies::RigidMotion handAt(double seconds) {
   static const sim::SmoothMotion motion = sim::SmoothMotion::handheld(3);

@@ -11,6 +11,7 @@
 #include <igtlTransformMessage.h>
 
 #include <chrono>
+#include <cmath>
 #include <string>
 #include <thread>
 #include <vector>
@@ -144,6 +145,28 @@ TEST(OpenIgtLinkServer, ABodyIsATransformOfItsName) {
   EXPECT_NEAR(matrix[0][3], 100, 0.05);
   EXPECT_NEAR(matrix[1][3], 50, 0.05);
   EXPECT_NEAR(matrix[2][3], -1500, 0.1);
+}
+
+TEST(OpenIgtLinkServer, TheTwoPointObjectsTransformHasItsLineAsX) {
+  testing_support::StreamedBody stick;
+  stream::OpenIgtLinkOptions options = freePort();
+  options.bodies = {stick.pair()};
+  OpenIgtLinkServer server(options);
+  Receiver receiver(server.port());
+  waitForClients(server, 1);
+  server.take(stick.units.init(1, rig::builtInRig().calibration));
+  server.take(stick.pairPacket());
+  receiver.body<igtl::StringMessage>(receiver.header());
+  const auto header = receiver.header();
+  EXPECT_STREQ(header->GetDeviceName(), "stick");
+  igtl::Matrix4x4 matrix;
+  receiver.body<igtl::TransformMessage>(header)->GetMatrix(matrix);
+  const Eigen::Vector3d line = Eigen::Quaterniond(0, 1, 0, 0) *
+                               (testing_support::leaning().orientation * Eigen::Vector3d::UnitX());
+  const Eigen::Vector3d found(matrix[0][0], matrix[1][0], matrix[2][0]);
+  EXPECT_GT(std::abs(found.dot(line)), std::cos(0.005)) << "which end is the first nobody can see";
+  EXPECT_NEAR(matrix[0][3], 100, 0.05);
+  EXPECT_NEAR(matrix[2][3], -1500, 0.5);
 }
 
 TEST(OpenIgtLinkServer, MessagesOfTheLibraryAreStrings) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <lo/lo.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -108,6 +109,31 @@ TEST(OscSender, SendsABodysPlaceAndQuaternionAndSaysWhenThereIsNone) {
   EXPECT_NEAR(std::abs(value[4]), 0.7, 0.001) << "qy";
   EXPECT_EQ(value[7], 6) << "markers";
   EXPECT_EQ(value[8], 0) << "seconds since it was seen";
+}
+
+TEST(OscSender, SendsTheMiddleOfTheTwoPointObject) {
+  Receiver receiver;
+  testing_support::StreamedBody stick;
+  stream::OscOptions options;
+  options.port = receiver.port();
+  options.bodies = {stick.pair()};
+  stream::OscSender sender(options);
+  sender.take(stick.units.init(1, rig::builtInRig().calibration));
+  sender.take(stick.pairPacket());
+  receiver.wait(3 + 1 + 4);  // objects, the body, blobs
+  const auto there =
+      std::find_if(receiver.messages.begin(), receiver.messages.end(),
+                   [](const auto& message) { return message.rfind("/alg/body ", 0) == 0; });
+  ASSERT_NE(there, receiver.messages.end());
+  const std::size_t name = there->find(" stick ");
+  ASSERT_NE(name, std::string::npos) << *there;
+  std::istringstream words(there->substr(name + 7));
+  double value[9];
+  for (double& v : value) words >> v;
+  EXPECT_NEAR(value[0], 100, 0.05);
+  EXPECT_NEAR(value[1], 50, 0.05);
+  EXPECT_NEAR(value[2], -1500, 0.5);
+  EXPECT_EQ(value[7], 2) << "markers";
 }
 
 TEST(OscSender, NobodyNeedsToListen) {

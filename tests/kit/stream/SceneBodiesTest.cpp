@@ -94,6 +94,21 @@ TEST_F(SceneBodiesTest, ABodyOutOfSightIsSaidToBeThatAndThenIsNoMore) {
   EXPECT_EQ(heard_.poses.back().at("poses").size(), 0u);
 }
 
+TEST_F(SceneBodiesTest, OfTheTwoPointObjectTheDirectionHasADeviationAndNoTurn) {
+  stream::Scene scene(heard_, {{}, {tool_.pair()}, 100});
+  scene.take(tool_.units.init(1, rig::builtInRig().calibration), context_);
+  for (int i = 0; i < 60; ++i) scene.take(tool_.pairPacket(), context_);
+  ASSERT_TRUE(body().known);
+  EXPECT_EQ(body().markers, 2);
+  EXPECT_NEAR(body().position[0], 100, 0.2);
+  EXPECT_NEAR(body().position[2], -1500, 1);
+  const json& facts = heard_.poses.back().at("bodies")[0];
+  EXPECT_EQ(facts.at("name"), "stick");
+  EXPECT_EQ(facts.at("direction_sd_rad"), body().directionDeviation);
+  EXPECT_GT(body().directionDeviation, 0);
+  EXPECT_FALSE(facts.contains("rotation_sd_rad"));
+}
+
 TEST_F(SceneBodiesTest, AnInitThatTheStreamMissedIsTakenFromWhatTheHostSaw) {
   context_.follow(tool_.init());
   for (int i = 0; i < 3; ++i) take(tool_.packet());

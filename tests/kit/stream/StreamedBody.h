@@ -21,9 +21,16 @@ class StreamedBody {
   }
   std::string write(const std::string& text) const { return folder_.write("other.json", text); }
 
+  std::string pair() const {
+    return folder_.write("stick.json", bodies::bodyText(pairOfMarkers()));
+  }
+
   session::Unit init() { return units.init(2, rig::builtInRig().calibration); }
   session::Unit packet() {
     return units.block({}, packetOf(seen(sixMarkers(), leaning(), 0, random_)));
+  }
+  session::Unit pairPacket() {
+    return units.block({}, packetOf(seen(pairOfMarkers(), leaning(), 0, random_)));
   }
   session::Unit darkPacket() { return units.block({}, sim::devicePacket({})); }
 

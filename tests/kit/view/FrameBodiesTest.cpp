@@ -73,6 +73,26 @@ TEST_F(FrameBodiesTest, OutOfSightItIsMovedOnAndACorruptPacketSaysNothing) {
   EXPECT_FALSE(latest().known);
 }
 
+TEST_F(FrameBodiesTest, TheTwoPointObjectIsWhereItsMarkersAreWithTheDeviationOfItsLine) {
+  const bodies::Body pair = testing_support::pairOfMarkers();
+  FrameLog log;
+  FrameMaker maker(log, {pair}, 100);
+  const auto add = [&maker](const session::Unit& unit) {
+    maker.add(unit, [](std::int64_t, double) { return std::nullopt; });
+  };
+  add(units_.init(1, rig::builtInRig().calibration));
+  for (int i = 0; i < 60; ++i) add(units_.block({}, packetOf(seen(pair, leaning(), 0, random_))));
+  maker.publish();
+  const FrameBody body = log.frame(log.size() - 1).bodies.at(0);
+  ASSERT_TRUE(body.known);
+  EXPECT_NEAR(body.origin.x, 100, 0.2);
+  EXPECT_NEAR(body.origin.z, -1500, 1);
+  EXPECT_GT(body.directionDeviation, 0);
+  EXPECT_LT(body.directionDeviation, 5);
+  EXPECT_EQ(body.ends[0], bodies::MarkerEnd::kUsed);
+  EXPECT_EQ(body.ends[1], bodies::MarkerEnd::kUsed);
+}
+
 TEST_F(FrameBodiesTest, EveryObjectHasTheEstimatorsPlaceWithItsUncertaintyAndSpeed) {
   follow(60);
   maker_.publish();
