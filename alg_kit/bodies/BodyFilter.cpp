@@ -19,7 +19,13 @@ constexpr double kNoTurn = 1e20;              // rad^2: tells nothing
 constexpr double kFarChange = 0.005;  // of the distance
 constexpr double kFarTurn = 0.03;     // radians
 constexpr int kMostLooks = 4;
+// How long markers that leave a turn open are taken, and while that turn is known to this much:
+// farther off, the equations are no longer straight.
 constexpr double kLongestLoose = 0.5;  // s
+constexpr double kLoosest = 0.1;       // radians
+// What drives a body is taken to grow while no pose is seen, 1/s: no motion is that of white noise
+// of one density for long.
+constexpr double kLoosening = 9;
 
 using Flags = std::array<bool, kMostMarkers>;
 
@@ -124,15 +130,23 @@ bool BodyFilter::enough(const Flags& markers) const {
   return countOf(markers) >= (body_.isPair() ? 2 : 3);
 }
 
-/// Whether the state may be corrected by them. One or two markers leave a turn open, or more:
-/// linearised about a turn that is long another one, they would seem to tell it.
+/// Whether the state may be corrected by them. One or two markers leave a turn open, or more.
 bool BodyFilter::tell(const Flags& markers) const {
-  return enough(markers) || loose_ < kLongestLoose;
+  if (enough(markers)) return true;
+  const Matrix3d turn = step_.before.covariance.block<3, 3>(kTurn, kTurn);
+  return loose_ < kLongestLoose && (look_.open * turn).trace() < kLoosest * kLoosest;
+}
+
+BodyDrive BodyFilter::driveAfter(double loose) const {
+  BodyDrive drive = drive_;
+  drive.jerk *= 1 + kLoosening * loose;
+  drive.turn *= 1 + kLoosening * loose;
+  return drive;
 }
 
 /// @return the covariance of what is seen: of the pose, with tremor
 Matrix6d BodyFilter::predict() {
-  spread(step_.before.covariance, step_.by, drive_);
+  spread(step_.before.covariance, step_.by, driveAfter(loose_ - step_.by.step.t));
   step_.after = step_.before;
   Matrix6d prior = step_.before.covariance.topLeftCorner<6, 6>();
   prior.diagonal() += drive_.tremors();
@@ -167,6 +181,10 @@ void BodyFilter::takeIn() {
     look_.information.pinTurn(changedBy(step_.before.motion, look_.at).orientation * axisOf(body_));
   if (look_.at != Vector6d::Zero()) look_.information.moveBack(look_.at);
   look_.rooted = rooted(look_.information);
+  // By the expected position so few markers would seem to tell a turn: linearised about one that is
+  // off, they tell it wrongly.
+  look_.open.setZero();
+  if (!enough(look_.taken)) look_.open = openTurns(look_.rooted);
 }
 
 /// How lively the body is, from where this frame alone has it.
@@ -198,7 +216,9 @@ void BodyFilter::update(const Sights& sights, const Matrix6d& prior) {
   for (int look = 1;
        look < kMostLooks && isFar(look_.update.change - look_.at, step_.before.motion); ++look) {
     if (!look_.update.change.allFinite()) return;
-    lookAt(sights, look_.update.change);
+    Vector6d at = look_.update.change;
+    at.tail<3>() -= look_.open * at.tail<3>();
+    lookAt(sights, at);
     takeIn();
     look_.update = updateOf(prior, look_.rooted);
   }
@@ -296,8 +316,10 @@ void BodyFilter::keep(const Sights& sights) {
     else
       ends_[i] = MarkerEnd::kOffShape;
   }
+  if (!enough(look_.taken)) leaveOpen(look_.update, look_.open);
   turned_ += look_.update.change.tail<3>();
-  step_.taken = correct(step_.after, look_.rooted, look_.update);
+  step_.taken = correct(step_.after, look_.rooted, look_.update, look_.open);
+  step_.open = look_.open;
   step_.seenTaken = look_.update.taken;
   step_.seen = changedBy(step_.before.motion, look_.update.change);
   step_.seenCovariance = look_.update.covariance;
@@ -316,6 +338,7 @@ void BodyFilter::keepUnseen(const Matrix6d& prior) {
     }
   step_.seen = step_.after.motion;
   step_.seenCovariance = prior;
+  step_.open.setZero();
   step_.taken.setZero();
   step_.seenTaken.setZero();
   markers_ = 0;
@@ -373,7 +396,7 @@ TrackedPose BodyFilter::ahead(double seconds) const {
   if (seconds == 0) return now();
   BodyState state = step_.after;
   const ErrorStep by = moveOn(state, estimate::Step(seconds, options_.models.memory));
-  spread(state.covariance, by, drive_);
+  spread(state.covariance, by, driveAfter(loose_));
   Matrix6d covariance = state.covariance.topLeftCorner<6, 6>();
   covariance.diagonal() += drive_.tremors();
   TrackedPose result = answerOf(state, state.motion, covariance, estimate::Source::kPredicted);

@@ -67,9 +67,10 @@ class BodyFilter {
     RigidMotion seen;    ///< the markers' mean, tremor included
     Matrix6d seenCovariance = Matrix6d::Zero();
     // The covariance of `after` with `seen` is that of `before` with its pose, less
-    // taken seenTaken^T.
+    // taken seenTaken^T but where turns were left open.
     StateByPose taken = StateByPose::Zero();
     Matrix6d seenTaken = Matrix6d::Zero();
+    Eigen::Matrix3d open = Eigen::Matrix3d::Zero();
   };
   const Step& step() const { return step_; }
 
@@ -87,6 +88,7 @@ class BodyFilter {
     Flags seen{}, taken{};
     PoseInformation information;  ///< of the taken ones, as if linearised at the prediction
     RootedInformation rooted;     ///< the same
+    Eigen::Matrix3d open;         ///< turns that they do not tell: projector
     PoseUpdate update;
   };
   struct Sights {
@@ -97,6 +99,7 @@ class BodyFilter {
 
   void follow(const Sights& sights);
   void advance(double elapsed);
+  BodyDrive driveAfter(double loose) const;
   bool enough(const Flags& markers) const;
   bool tell(const Flags& markers) const;
   Matrix6d predict();

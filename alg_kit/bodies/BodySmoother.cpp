@@ -33,8 +33,11 @@ struct Sight {
 
 Sight sightOf(const BodyFilter::Step& step, const BodyState& smoothed) {
   const Matrix15d& before = step.after.covariance;
-  const StateByPose cross =
+  StateByPose cross =
       step.before.covariance.leftCols<6>() - step.taken * step.seenTaken.transpose();
+  for (const int part : {kTurn, kTurnRate})
+    cross.block<3, 3>(part, kTurn) += step.open * step.taken.middleRows<3>(part) *
+                                      step.seenTaken.bottomRows<3>().transpose() * step.open;
   const Eigen::Matrix<double, 6, kStateSize> follow = before.ldlt().solve(cross).transpose();
   const Matrix6d covariance =
       step.seenCovariance + follow * (smoothed.covariance - before) * follow.transpose();

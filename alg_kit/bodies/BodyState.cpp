@@ -68,6 +68,16 @@ void takeOffBand(Matrix15d& p, const StateByPose& taken) {
   }
 }
 
+/// Gives back what was taken off turns and rates that are left as they were.
+void leaveOpen(Matrix15d& p, Vector15d& change, const StateByPose& taken, const Matrix3d& open) {
+  for (const int part : {kTurn, kTurnRate}) {
+    change.segment<3>(part) -= open * change.segment<3>(part);
+    const Eigen::Matrix<double, 3, 6> own = open * taken.middleRows<3>(part);
+    for (const int other : {kTurn, kTurnRate})
+      p.block<3, 3>(part, other) += own * taken.middleRows<3>(other).transpose() * open;
+  }
+}
+
 }  // namespace
 
 ErrorStep moveOn(BodyState& s, const estimate::Step& step) {
@@ -139,7 +149,14 @@ PoseUpdate updateOf(const Matrix6d& prior, const RootedInformation& information)
   return update;
 }
 
-StateByPose correct(BodyState& s, const RootedInformation& information, const PoseUpdate& update) {
+void leaveOpen(PoseUpdate& update, const Matrix3d& open) {
+  const Eigen::Matrix<double, 3, 6> turn = open * update.taken.bottomRows<3>();
+  update.covariance.bottomRightCorner<3, 3>() += turn * turn.transpose();
+  update.change.tail<3>() -= open * update.change.tail<3>();
+}
+
+StateByPose correct(BodyState& s, const RootedInformation& information, const PoseUpdate& update,
+                    const Matrix3d& open) {
   StateByPose taken = timesLower<kStateSize, 6>(s.covariance.leftCols<6>(), information.root);
   divideByTransposed(taken, update.inner);
   takeOffBand<0>(s.covariance, taken);
@@ -150,6 +167,7 @@ StateByPose correct(BodyState& s, const RootedInformation& information, const Po
   for (int k = 0; k < 6; ++k) moved.add(update.pulled[k], Column<kStateSize>(taken.col(k).data()));
   Vector15d change;
   moved.store(change.data());
+  if (open != Matrix3d::Zero()) leaveOpen(s.covariance, change, taken, open);
   changeBy(s, change);
   return taken;
 }

@@ -78,11 +78,17 @@ struct PoseUpdate {
 /// @param prior  covariance of the pose before, tremor included
 PoseUpdate updateOf(const Matrix6d& prior, const RootedInformation& information);
 
+/// Some turns may be left as they were expected, with their uncertainty, while everything else is
+/// corrected as if they were not (Schmidt, Advances in Control Systems 3, 1966).
+/// @param open  projector onto them
+void leaveOpen(PoseUpdate& update, const Eigen::Matrix3d& open);
+
 /// Corrects the state by what became of its pose.
+/// @param open  projector onto the turns that are left as they were, and so are their rates
 /// @return what the measurement took off the state's covariance is it times its transpose; the
 ///         covariance of the state's errors with the seen pose's lost it times update.taken^T
 StateByPose correct(BodyState& state, const RootedInformation& information,
-                    const PoseUpdate& update);
+                    const PoseUpdate& update, const Eigen::Matrix3d& open);
 
 /// state + error and its opposite.
 void changeBy(BodyState& state, const Vector15d& change);

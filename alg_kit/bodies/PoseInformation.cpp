@@ -1,6 +1,7 @@
 #include <alg_kit/bodies/PoseInformation.h>
 #include <alg_kit/bodies/SmallMatrix.h>
 
+#include <Eigen/Eigenvalues>
 #include <Eigen/Geometry>
 #include <cmath>
 
@@ -45,6 +46,20 @@ RootedInformation rooted(const PoseInformation& information) {
   result.pulled = solveLower(result.root, information.pull);
   result.rest = information.misfit - result.pulled.squaredNorm();
   return result;
+}
+
+Matrix3d openTurns(const RootedInformation& information) {
+  constexpr double kLeast = 1;  // 1/rad^2
+  // What is left of the weight when the position takes its part.
+  const Matrix3d root = information.root.bottomRightCorner<3, 3>().triangularView<Eigen::Lower>();
+  Eigen::SelfAdjointEigenSolver<Matrix3d> axes;
+  axes.computeDirect(root * root.transpose());
+  Matrix3d open = Matrix3d::Zero();
+  for (int i = 0; i < 3; ++i) {
+    const Vector3d axis = axes.eigenvectors().col(i);
+    if (!(axes.eigenvalues()[i] > kLeast)) open += axis * axis.transpose();
+  }
+  return open;
 }
 
 Vector3d markerChange(const Vector3d& arm, const Vector6d& change) {

@@ -45,6 +45,10 @@ struct RootedInformation {
 
 RootedInformation rooted(const PoseInformation& information);
 
+/// A projector onto the turns that the light does not tell unless the position is known otherwise:
+/// of one marker all, of two that about their line.
+Eigen::Matrix3d openTurns(const RootedInformation& information);
+
 /// By how much a pose's change moves a marker.
 Eigen::Vector3d markerChange(const Eigen::Vector3d& arm, const Vector6d& change);
 
