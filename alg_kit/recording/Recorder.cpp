@@ -1,5 +1,6 @@
 #include <alg_kit/recording/Recorder.h>
 
+#include <alg_factory/service/PoseAnswer.h>
 #include <alg_kit/recording/RecordingFile.h>
 #include <alg_kit/recording/RecordingWriter.h>
 #include <alg_kit/recording/SetUpCalls.h>
@@ -24,6 +25,21 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kLeastCommitInterval = std::chrono::milliseconds(1);
+
+/// Units that wait for a host's first calls, half a second of them, with room for a packet and what
+/// the library answers: memory that grows in a call is most of what makes some take long.
+constexpr int kReadyUnits = 512;
+constexpr std::size_t kUsualPayload = 520;  // a full packet, stamped
+
+session::Unit readyUnit() {
+  session::Unit unit;
+  session::Entry& entry = unit.append();
+  entry.call.payload.resize(kUsualPayload);
+  entry.call.output.resize(sizeof(algorithm::PoseAnswer));
+  entry.blocks.resize(1);
+  unit.clear();
+  return unit;
+}
 
 /// A recorder keeps no call that a reader would refuse to read.
 constexpr std::size_t kLargestUnit = 16 * 1024 * 1024;
@@ -65,7 +81,12 @@ struct Recorder::State {
         waiting(std::max<std::size_t>(options.queueCapacity, 2), options.queueBytes),
         spent(waiting.capacity(), options.queueBytes / 4),
         current(std::make_unique<Part>(path, options)),
-        currentPath(path) {}
+        currentPath(path) {
+    for (int i = 0; i < kReadyUnits; ++i) {
+      session::Unit unit = readyUnit();
+      if (!spent.put(unit)) break;
+    }
+  }
 
   bool inChild() const { return session::processGeneration() != bornIn; }
   std::int64_t dropped() const { return droppedByQueue + droppedByDisk; }
@@ -105,7 +126,9 @@ struct Recorder::State {
   const std::string firstPath;
   const int bornIn = session::processGeneration();
   UnitQueue waiting;
-  UnitQueue spent;  ///< written units go back: a host's calls reuse little memory, which stays warm
+  /// Written units go back, and some are there from the start: a host's calls reuse little memory,
+  /// which stays warm.
+  UnitQueue spent;
   std::atomic<std::int64_t> written{0};
   std::atomic<std::int64_t> droppedByQueue{0};
   std::atomic<std::int64_t> droppedByDisk{0};

@@ -62,7 +62,7 @@ class Recorder final : public session::UnitSink {
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
 
-  /// Hands over a unit and leaves in its place, where there is one, a written unit for its storage.
+  /// Hands over a unit and leaves in its place, where there is one, a spent unit for its storage.
   /// Neither waits (unless asked to) nor takes a lock nor throws. One thread at a time.
   void append(session::Unit& unit) noexcept;
 

@@ -54,6 +54,22 @@ bool becomesTrue(Condition condition) {
   return false;
 }
 
+TEST(RecorderTest, TheFirstCallsFindStorageForAFullPacketAndItsBlock) {
+  const ScratchFolder folder;
+  Recorder recorder(folder.path("r"));
+  Unit unit = unitOf(0);
+  for (int n = 1; n < 300; ++n) {
+    recorder.append(unit);
+    ASSERT_FALSE(unit.entries.empty()) << n;
+    const session::Entry& entry = unit.entries[0];
+    ASSERT_GE(entry.call.payload.capacity(), 516u) << n;
+    ASSERT_GE(entry.blocks.capacity(), 1u) << n;
+    unit.clear();
+    unit.append().call = unitOf(n)[0].call;
+  }
+  EXPECT_EQ(recorder.close().written, 299);
+}
+
 TEST(RecorderTest, CommitsAsOftenAsItIsAsked) {
   using std::chrono::milliseconds;
   constexpr std::int64_t kCalls = 20;
