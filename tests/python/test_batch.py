@@ -150,6 +150,11 @@ def test_variants_are_every_calibration_with_every_filter_mode(recordings, heale
             "SELECT a.moved_most_mm = b.moved_most_mm, "
             "a.answers_moved_most_mm = b.answers_moved_most_mm FROM objects a JOIN objects b "
             "USING (recording, object) WHERE a.variant < b.variant").fetchall()
+        moments = database.execute(
+            "SELECT recording, worst_packet, worst_call FROM objects").fetchall()
+    for path, packet, call in moments:
+        packets = af.Recording(path).packets
+        assert packets["call"][packets["packet"] == packet] == [call]
     # A filter mode leaves what is delivered alone, and changes the answers.
     assert set(apart) == {(1, 0)}
     assert 1 < moved < 100  # a baseline that is 1 % longer moves points at about 1.5 m by 1 %
@@ -312,6 +317,14 @@ def test_a_calibration_that_cannot_be_read_is_refused_before_anything_runs(recor
                        tmp_path / "results", status=2)
     assert "none.json" in result.stderr and result.stderr.count("\n") == 1
     assert not (tmp_path / "results").exists()
+
+
+def test_wrong_usage_is_one_line():
+    for arguments, said in ((["--bogus", "r", "-o", "x"], "--bogus"), ([], "required"),
+                            (["r", "-o", "x", "--product-type", 7], "--product-type")):
+        result = run_batch(*arguments, status=2)
+        assert result.stderr.count("\n") == 1 and said in result.stderr
+        assert result.stderr.startswith("batch: ") and "--help)" in result.stderr
 
 
 def test_what_changed_most_comes_first():

@@ -244,11 +244,17 @@ def _rows(recordings, variants, results, contents, library):
     return rows
 
 
+class _Arguments(argparse.ArgumentParser):
+    """With wrong usage in one line, as algtrack has it."""
+
+    def error(self, message):
+        self.exit(2, f"batch: {message} (see {self.prog} --help)\n")
+
+
 def main(arguments=None):
-    parser = argparse.ArgumentParser(prog="python3 -m alg_factory.batch",
-                                     description=__doc__.split("\n\n")[0],
-                                     epilog=__doc__.split("\n\n", 2)[2],
-                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser = _Arguments(prog="python3 -m alg_factory.batch",
+                        description=__doc__.split("\n\n")[0], epilog=__doc__.split("\n\n", 2)[2],
+                        formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("recording", nargs="+", help="under a name that every worker knows it by")
     parser.add_argument("--calibration", action="append", default=[], metavar="FILE",
                         help="a variant with this one; may be given again")

@@ -108,7 +108,7 @@ def _object_row(numbers, recorded, new):
            "epipolar_median_px": median(numbers["epipolar_px"]), "jumps": numbers["jumps"],
            "moved_median_mm": None, "moved_most_mm": None, "answers_moved_median_mm": None,
            "answers_moved_most_mm": None, "lost": None, "gained": None,
-           "worst_time_s": None, "worst_packet": None, "worst": None}
+           "worst_time_s": None, "worst_packet": None, "worst_call": None, "worst": None}
     if object not in recorded.objects:
         return row
     before, after = recorded.positions(object), new.positions(object)
@@ -138,6 +138,8 @@ def _object_row(numbers, recorded, new):
     if len(lost):
         row.update(worst="lost", worst_packet=int(lost[0]),
                    worst_time_s=float(recorded.packets["time"][lost[0]]))
+    if row["worst_packet"] is not None:
+        row["worst_call"] = int(recorded.packets["call"][row["worst_packet"]])
     return row
 
 

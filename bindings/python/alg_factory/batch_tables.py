@@ -19,7 +19,7 @@ OBJECT_COLUMNS = {
     "seen": "INTEGER", "gaps": "INTEGER", "lost": "INTEGER", "gained": "INTEGER",
     "moved_median_mm": "REAL", "moved_most_mm": "REAL", "answers_moved_median_mm": "REAL",
     "answers_moved_most_mm": "REAL", "worst": "TEXT", "worst_time_s": "REAL",
-    "worst_packet": "INTEGER", "error_median_mm": "REAL", "filtered_error_median_mm": "REAL",
+    "worst_packet": "INTEGER", "worst_call": "INTEGER", "error_median_mm": "REAL", "filtered_error_median_mm": "REAL",
     "epipolar_median_px": "REAL", "jumps": "INTEGER"}
 
 
@@ -136,7 +136,8 @@ def _moment(row, token):
     link = (f"http://127.0.0.1:{VIEW_PORT}/?token={token}"
             f"#t={row['worst_time_s']:.6f}&object={row['object']}")
     commands = "".join(f"<br><code>{html.escape(command)}</code>" for command in (inspect, view))
-    return (f"<details><summary>{what}: packet {row['worst_packet']}, {row['worst_time_s']:.3f} s"
+    return (f"<details><summary>{what}: packet {row['worst_packet']}, "
+            f"call {row.get('worst_call', '-')}, {row['worst_time_s']:.3f} s"
             f'</summary>{commands[4:]}<br>then <a href="{html.escape(link)}">this moment</a></details>')
 
 
