@@ -176,6 +176,47 @@ async function checkKeysAndLinks(browser) {
   await press(browser, 'Home');
 }
 
+const rgbOf = (names) => `${JSON.stringify(names)}.map((name) => {
+  const hex = getComputedStyle(document.documentElement).getPropertyValue(name).trim();
+  return [1, 3, 5].map((at) => parseInt(hex.slice(at, at + 2), 16));
+})`;
+
+/** Raw, filtered and missing look like no object. */
+async function checkColours(browser) {
+  const objects = [...Array(6).keys()].map((n) => `--object-${n}`);
+  const others = ['--raw', '--filtered', '--absent'];
+  const colours = await browser.evaluate(rgbOf([...others, ...objects]));
+  for (const [i, other] of others.entries())
+    for (const [n, object] of objects.entries()) {
+      const apart = colours[others.length + n].map((value, k) => Math.abs(value - colours[i][k]));
+      assert.ok(Math.max(...apart) > 40, `${other} looks like ${object}`);
+    }
+}
+
+/** As much of an object's row is dark as packets were without it: 4 % are no full stripe. */
+async function checkPresence(browser) {
+  const [absent, ...seen] = await browser.evaluate(
+    rgbOf(['--absent', ...numbers.objects.map(({ object }) => `--object-${object}`)]));
+  for (const [row, { object, presence }] of numbers.objects.entries()) {
+    if (presence.packets < 2) continue; // one packet is one pixel
+    const dark = await browser.evaluate(`(() => {
+      const canvas = document.querySelector('canvas[aria-label^="When every object was seen"]');
+      const scale = canvas.width / canvas.clientWidth;
+      const data = ${pixelsOf}(canvas);
+      const [seen, absent] = ${JSON.stringify([seen[row], absent])};
+      const most = [0, 1, 2].reduce((a, b) =>
+        Math.abs(absent[b] - seen[b]) > Math.abs(absent[a] - seen[a]) ? b : a);
+      let sum = 0, count = 0;
+      for (let y = (${row} * 30 + 4) * scale; y < (${row} * 30 + 24) * scale; ++y)
+        for (let x = 64 * scale; x < canvas.width - 12 * scale; ++x, ++count)
+          sum += (data[4 * (y * canvas.width + x) + most] - seen[most]) / (absent[most] - seen[most]);
+      return sum / count;
+    })()`);
+    assert.ok(Math.abs(dark - (1 - presence.seen_share)) < 0.015,
+      `object ${object}: ${dark} of its row is dark, it was seen in ${presence.seen_share}`);
+  }
+}
+
 async function checkNames(browser) {
   const unnamed = await browser.evaluate(
     '[...document.querySelectorAll("canvas")].filter((c) => !c.closest("[aria-label]")).length');
@@ -238,6 +279,8 @@ try {
   await checkTexts(browser);
   await checkBodies(browser);
   await checkNames(browser);
+  await checkColours(browser);
+  await checkPresence(browser);
   if (!few) {
     await checkObjectToggle(browser);
     await checkCharts(browser);
@@ -245,6 +288,7 @@ try {
   }
   await browser.evaluate('document.querySelector(".theme").click()');
   assert.equal(await browser.evaluate(theme), 'dark');
+  await checkColours(browser);
   await assertDrawn(browser, 'switched to dark');
 
   await browser.show({ dark: true, width: 400, height: 800, scale: 2 });
