@@ -5,10 +5,13 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <exception>
 #include <filesystem>
+#include <fstream>
 #include <limits>
+#include <system_error>
 #include <utility>
 
 namespace recording {
@@ -25,6 +28,15 @@ std::string_view bytesOf(sqlite3_value* value) {
 }
 
 constexpr const char* kRowType = "row";  // of the pointer that tells where a row goes
+
+/// Why SQLite did not open a file. Where it may not, it does not say so.
+std::string openingProblem(sqlite3* database, const std::string& path) {
+  if (database == nullptr) return "out of memory while opening";
+  const std::string problem = sqlite3_errmsg(database);
+  if (std::ifstream(path, std::ios::binary) || errno != EACCES) return problem;
+  return "expected a recording, found a file that cannot be opened: " +
+         std::generic_category().message(EACCES);
+}
 
 }  // namespace
 
@@ -67,8 +79,7 @@ Database::Database(const std::string& path, Mode mode) : path_(path) {
 
 void Database::open(const std::string& name, int flags, const char* files) {
   if (sqlite3_open_v2(name.c_str(), &handle_, flags | SQLITE_OPEN_NOMUTEX, files) != SQLITE_OK) {
-    const RecordingError error(
-        path_, handle_ != nullptr ? sqlite3_errmsg(handle_) : "out of memory while opening");
+    const RecordingError error(path_, openingProblem(handle_, path_));
     sqlite3_close(handle_);
     throw error;
   }

@@ -1,14 +1,32 @@
 #!/usr/bin/env python3
 """What algtrack says to wrong usage: what was expected, what was found, the nearest known name."""
+import re
 import unittest
 
 from algtrack_case import AlgtrackCase
 
-COMMANDS = (["simulate"], ["replay"], ["inspect"], ["report"], ["calibration"],
-            ["calibration", "import"], ["calibration", "show"], ["calibration", "check"])
-
-
 class UsageTest(AlgtrackCase):
+    def commands(self, *path):
+        """Every command by its words, as --help lists them; those that have commands of their own
+        too."""
+        help = self.succeed(*path, "--help")
+        found = [list(path)]
+        for name in re.findall(r"^  ([a-z]+)  +", help.partition("\nSubcommands:\n")[2], re.M):
+            found += self.commands(*path, name)
+        return found
+
+    def test_every_command_names_an_unknown_option_and_an_empty_name_in_one_line(self):
+        commands = self.commands()
+        self.assertGreater(len(commands), 20)
+        self.assertIn(["body", "pivot"], commands)
+        for command in commands:
+            self.assertIn("unknown option '--hlep': did you mean --help? (see "
+                          + " ".join(["algtrack", *command]) + " --help)",
+                          self.fail_in_one_line(*command, "--hlep"))
+            self.assertIn("found an empty one" if "Positionals:" in
+                          self.succeed(*command, "--help") else "found",
+                          self.fail_in_one_line(*command, ""))
+
     def test_an_unknown_command_is_named_with_the_nearest_known_one(self):
         self.assertIn("expected a command, found 'simulat': did you mean simulate?",
                       self.fail_in_one_line("simulat"))
@@ -72,7 +90,7 @@ class UsageTest(AlgtrackCase):
         self.assertEqual(self.succeed("help", "replay"), self.succeed("replay", "--help"))
 
     def test_help_has_at_most_100_columns_and_no_signs_of_the_parser(self):
-        for command in ([], *COMMANDS):
+        for command in self.commands():
             text = self.succeed(*command, "--help")
             longest = max(text.splitlines(), key=len)
             self.assertLessEqual(len(longest), 100, longest)

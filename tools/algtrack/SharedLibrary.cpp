@@ -18,7 +18,9 @@ constexpr const char* kFactory = "_ZN9algorithm10AlgFactory9CreateALGEi";
 algorithm::AlgBase* loadAlg(const std::string& file) {
   std::error_code error;
   if (!std::filesystem::is_regular_file(file, error))
-    throw std::runtime_error(file + ": expected a shared library, found no such file");
+    throw std::runtime_error(
+        file + ": expected a shared library, found " +
+        (std::filesystem::exists(file, error) ? "what is no file" : "no such file"));
   // With a folder in its name no other library of that name is found.
   void* const library = dlopen(std::filesystem::absolute(file).c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr)

@@ -101,7 +101,11 @@ class Arguments {
   void checkWord(const std::string& word) {
     checked_.push_back(word);
     const Names commands = commandsOf(*command_);
-    if (commands.empty()) return;  // an argument of the command
+    if (commands.empty()) {  // an argument of the command
+      if (word.empty())
+        throw UsageError("expected the name of a file, found an empty one", *command_);
+      return;
+    }
     if (std::find(commands.begin(), commands.end(), word) != commands.end()) {
       command_ = command_->get_subcommand(word);
       return;
