@@ -158,16 +158,19 @@ class Source {
 /// Writes in transactions of a bearable size.
 class Target {
  public:
-  Target(const std::string& path, bool overwrite, const std::map<std::string, std::string>& facts)
-      : file_(path, overwrite, [&](const std::string& name) { createTables(name, facts); }),
-        writer_(path) {
+  Target(const std::string& path, bool overwrite, const std::function<void(std::int64_t)>& progress)
+      : file_(path, overwrite, [&](const std::string& name) { createTables(name, {}); }),
+        writer_(path),
+        progress_(progress) {
     writer_.begin();
   }
 
   template <typename Row>
   void write(const Row& row) {
     writer_.write(row);
-    if (++rows_ % kRowsPerCommit != 0) return;
+    ++rows_;
+    if (progress_) progress_(rows_);
+    if (rows_ % kRowsPerCommit != 0) return;
     writer_.commit(0);
     writer_.begin();
   }
@@ -182,6 +185,7 @@ class Target {
  private:
   RecordingFile file_;
   RecordingWriter writer_;
+  const std::function<void(std::int64_t)>& progress_;
   std::int64_t rows_ = 0;
 };
 
@@ -273,7 +277,8 @@ std::int64_t countAmong(const std::map<std::string, std::string>& facts, const s
 
 }  // namespace
 
-Repair repair(const std::string& from, const std::string& to, bool overwrite) {
+Repair repair(const std::string& from, const std::string& to, bool overwrite,
+              const std::function<void(std::int64_t)>& progress) {
   std::error_code error;
   if (!std::filesystem::is_regular_file(from, error))
     throw RecordingError(from, "expected a recording to repair, found no file");
@@ -296,7 +301,7 @@ Repair repair(const std::string& from, const std::string& to, bool overwrite) {
     facts.erase(own);
   facts["repaired_from"] = std::filesystem::path(from).filename().string();
 
-  Target target(to, overwrite, {});
+  Target target(to, overwrite, progress);
   saveCalls(source, target, result, last);
   saveTruth(source, target, result);
   result.lossKnown = counted;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,12 @@ struct Repair {
 /// a new recording. What lies in a journal beside the file is part of it. Where rows carry
 /// checksums only those are saved whose checksum fits. The new recording is marked complete only if
 /// nothing is missing; `meta` says `repaired_from`, and lost calls count as dropped.
+/// @param from       the recording, which stays as it is
+/// @param to         the new one
+/// @param overwrite  whether one that is there is replaced
+/// @param progress   called with the number of calls and rows of truth so far; may throw
 /// @throws RecordingError if nothing can be read, or `to` cannot be written
-Repair repair(const std::string& from, const std::string& to, bool overwrite);
+Repair repair(const std::string& from, const std::string& to, bool overwrite,
+              const std::function<void(std::int64_t)>& progress = {});
 
 }  // namespace recording

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """algtrack repair, and what an interrupted command leaves behind."""
+import json
 import os
 import signal
 import sqlite3
@@ -105,6 +106,77 @@ class RepairTest(AlgtrackCase):
                                      "there are as before\n")
             self.assertEqual(os.listdir(self.folder), [])
 
+
+    def write_body(self):
+        with open(self.path("body.json"), "w") as file:
+            json.dump({"format": "alg_factory body", "version": 1, "name": "tool", "unit": "mm",
+                       "markers": [{"id": i, "position": p} for i, p in
+                                   enumerate([[40, 0, 0], [-30, 20, 5], [0, -35, 10]])]}, file)
+
+    def interrupt_when_open(self, name, *arguments):
+        """(status, errors) of a command that gets Ctrl-C once it reads the recording."""
+        process = subprocess.Popen([os.environ["ALGTRACK"], *arguments], cwd=self.folder,
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+        opened = f"/proc/{process.pid}/fd"
+        wanted = os.path.realpath(self.path(name))
+        while process.poll() is None:
+            try:
+                if any(os.path.realpath(os.path.join(opened, fd)) == wanted
+                       for fd in os.listdir(opened)):
+                    break
+            except OSError:
+                pass
+        process.send_signal(signal.SIGINT)
+        errors = process.communicate(timeout=60)[1]
+        return process.returncode, errors
+
+    @unittest.skipUnless(os.path.isdir("/proc/self/fd"), "nothing tells when a file is open")
+    def test_every_command_that_reckons_for_long_can_be_interrupted(self):
+        self.simulate("walk", "--seconds", 400, "--product-type", 2, "--no-queries", "--noise",
+                      0.05)
+        self.write_body()
+        before = sorted(os.listdir(self.folder))
+        body = ["--body", "body.json"]
+        for arguments in (["replay", "walk", "--verify"], ["replay", "walk", "--record", "o"],
+                          ["inspect", "walk"], ["report", "walk", "-o", "o"],
+                          ["tracks", "walk", "--csv", "o"],
+                          ["tracks", "walk", "--smooth", "--csv", "o"],
+                          ["export", "walk", "--mcap", "o"], ["repair", "walk", "-o", "o"],
+                          ["body", "learn", "walk", "--ids", "0,1,2", "-o", "o"],
+                          ["body", "pose", "walk", *body, "--csv", "o"],
+                          ["body", "pivot", "walk", *body, "-o", "o"],
+                          ["body", "check", "walk", *body],
+                          ["calibration", "check", "--recording", "walk"],
+                          ["calibration", "refine", "walk", "-o", "o.json"]):
+            self.assertEqual(
+                self.interrupt_when_open("walk", *arguments),
+                (2, "algtrack: interrupted: nothing was written, files that were there are as "
+                    "before\n"), arguments)
+            self.assertEqual(sorted(os.listdir(self.folder)), before, arguments)
+
+    def test_what_is_repaired_may_have_the_name_of_an_unfinished_output(self):
+        calls = self.query(self.whole(), "SELECT count(*) FROM calls")[0][0]
+        for name in ("o.partial", "o.repairing"):
+            os.rename(self.path("whole"), self.path(name))
+            if name == "o.repairing":
+                self.fail_in_one_line("repair", name, "-o", "o", "--force")
+            else:
+                self.assertIn(f"{calls} of {calls} calls", self.succeed("repair", name, "-o", "o"))
+                os.remove(self.path("o"))
+            self.assertEqual(os.listdir(self.folder), [name])
+            os.rename(self.path(name), self.path("whole"))
+
+    def test_a_repaired_recording_streams_out_whole(self):
+        self.whole()
+        result = self.run_bytes("repair", "whole", "-o", "-")
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        with open(self.path("copy"), "wb") as file:
+            file.write(result.stdout)
+        self.assertIn("is the same, byte by byte", self.succeed("replay", "copy", "--verify"))
+
+    def whole(self):
+        self.simulate("whole", "--seconds", 0.5)
+        return "whole"
 
 if __name__ == "__main__":
     unittest.main()

@@ -27,14 +27,15 @@ void copyTo(const OutputPlace& place, const std::string& path) {
 
 }  // namespace
 
-PartialRecording::PartialRecording(const std::string& finalName, bool force)
+PartialRecording::PartialRecording(const std::string& finalName, bool force,
+                                   const std::string& suffix)
     : place_(outputPlace(finalName, force)) {
   if (place_.kind != OutputPlace::Kind::kFile) {
     folder_ = temporaryFolder();
     path_ = folder_ + "/recording";
     return;
   }
-  path_ = partialPath(place_.path);
+  path_ = place_.path + suffix;
   makePartialFile(path_, force);
 }
 
@@ -55,6 +56,7 @@ void PartialRecording::complete(const recording::RecorderStatus& status) {
 }
 
 void PartialRecording::complete() {
+  stopIfInterrupted();
   if (!folder_.empty()) return copyTo(place_, path_);
   std::error_code error;
   // What a killed recorder left beside the file that is replaced would be taken for ours.
@@ -62,6 +64,7 @@ void PartialRecording::complete() {
   fs::rename(path_, place_.path, error);
   if (error) throw std::runtime_error(place_.name + ": writing failed: " + error.message());
   completed_ = true;
+  noteWritten(place_.name);
 }
 
 }  // namespace algtrack

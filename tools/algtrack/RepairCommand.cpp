@@ -2,8 +2,10 @@
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/recording/Repair.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/PartialRecording.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/OutputFile.h>
+#include <tools/algtrack/terminal/Progress.h>
 #include <tools/algtrack/terminal/Table.h>
 
 #include <CLI/CLI.hpp>
@@ -23,7 +25,8 @@ struct RepairOptions {
   bool force = false;
 };
 
-constexpr std::size_t kMostStretches = 8;  // of lost calls, in one line
+constexpr std::size_t kMostStretches = 8;         // of lost calls, in one line
+constexpr const char* kRepairing = ".repairing";  // a .partial may be what is repaired
 
 /// "calls 3902 to 7203, call 9".
 std::string textOf(const std::vector<recording::CallRange>& ranges) {
@@ -65,10 +68,12 @@ std::string lossText(const recording::Repair& result, const std::string& file) {
 
 void repair(const RepairOptions& options) {
   checkOutputs({options.output}, {options.file}, options.force);
-  const OutputPlace place = outputPlace(options.output, options.force);
-  if (place.kind != OutputPlace::Kind::kFile)
-    throw std::runtime_error(options.output + ": expected a file to write, found another output");
-  const recording::Repair result = recording::repair(options.file, place.path, options.force);
+  checkNotInput(outputPlace(options.output, options.force).path + kRepairing, options.file);
+  PartialRecording partial(options.output, options.force, kRepairing);
+  Progress progress("repairing", 0);  // of how much, nobody knows
+  const recording::Repair result = recording::repair(
+      options.file, partial.path(), true, [&](std::int64_t rows) { progress.show(rows); });
+  partial.complete();
   std::string line = options.output + ": " + std::to_string(result.calls);
   if (result.lossKnown) line += " of " + std::to_string(result.calls + result.lostCalls);
   line += " calls; " + lossText(result, options.file);
@@ -76,7 +81,7 @@ void repair(const RepairOptions& options) {
   if (result.lostTruthRows > 0)
     line += "; lost: " + std::to_string(result.lostTruthRows) + " of " +
             std::to_string(result.truthRows + result.lostTruthRows) + " rows of truth";
-  std::cout << oneLine(line) << "\n";
+  if (!isStandardOutput(options.output)) std::cout << oneLine(line) << "\n";
   if (result.lostCalls > 0 || result.lostTruthRows > 0 || result.journalMissing)
     throw SomethingFound(options.file + ": not everything could be read");
 }

@@ -50,6 +50,7 @@ void checkToken(const std::string& token) {
 }
 
 void viewFiles(const ViewOptions& options) {
+  const InterruptsNoted interrupts;
   if (options.files.size() > view::kMostFiles)
     throw std::runtime_error("expected one recording, or two to compare, found " +
                              std::to_string(options.files.size()));

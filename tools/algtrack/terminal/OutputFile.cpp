@@ -114,7 +114,7 @@ bool isStandardOutput(const std::string& name) {
 }
 
 std::string partialPath(const std::string& path) {
-  return path + ".partial";
+  return path + kPartial;
 }
 
 void makePartialFile(const std::string& path, bool force) {
@@ -151,17 +151,19 @@ std::ostream& OutputFile::stream() {
 }
 
 void OutputFile::commit() {
+  stopIfInterrupted();
   if (place_.isStandardOutput()) {
     if (!std::cout.flush()) throw std::runtime_error("standard output: writing failed");
     return;
   }
   stream_.close();
   if (!stream_) throw std::runtime_error(place_.name + ": writing failed (is the disk full?)");
-  if (place_.kind == OutputPlace::Kind::kDevice) return;
+  if (place_.kind == OutputPlace::Kind::kDevice) return noteWritten(place_.name);
   std::error_code error;
   fs::rename(partialPath(place_.path), place_.path, error);
   if (error) throw std::runtime_error(place_.name + ": writing failed: " + error.message());
   committed_ = true;
+  noteWritten(place_.name);
 }
 
 }  // namespace algtrack

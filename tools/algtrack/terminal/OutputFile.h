@@ -1,5 +1,7 @@
 #pragma once
 
+#include <tools/algtrack/terminal/Interrupt.h>
+
 #include <fstream>
 #include <string>
 #include <vector>
@@ -42,6 +44,9 @@ void checkNotInput(const std::string& output, const std::string& input);
 /// Whether an output is the standard output, which then has room for nothing else.
 bool isStandardOutput(const std::string& name);
 
+/// Behind the name of an output until it is complete.
+constexpr const char* kPartial = ".partial";
+
 /// Where an output is written until it is complete: beside `path`, on the same disk.
 std::string partialPath(const std::string& path);
 
@@ -64,10 +69,11 @@ class OutputFile {
   std::ostream& stream();
   const std::string& path() const { return place_.name; }  ///< as it was given
 
-  /// @throws std::runtime_error if anything could not be written
+  /// @throws std::runtime_error if anything could not be written, or after Ctrl-C
   void commit();
 
  private:
+  InterruptsNoted interrupts_;
   OutputPlace place_;
   std::ofstream stream_;
   bool committed_ = false;

@@ -1,7 +1,5 @@
 #include <tools/algtrack/terminal/Progress.h>
 
-#include <tools/algtrack/terminal/Interrupt.h>
-
 #include <cstdio>
 #include <utility>
 
