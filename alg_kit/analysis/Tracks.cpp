@@ -1,4 +1,5 @@
 #include <alg_kit/analysis/EstimatedPlaces.h>
+#include <alg_kit/analysis/Moment.h>
 #include <alg_kit/analysis/Tracks.h>
 
 #include <alg_factory/api/Constants.h>
@@ -37,18 +38,18 @@ class Stretch {
       estimator_ = std::make_unique<estimate::Estimator>(init.type, calibration, with);
   }
 
-  void add(const Call& call) {
+  void add(const Call& call, std::int64_t packet) {
+    const Frame frame = {packet, call.index, call.startNs};
     const auto* const bytes = call.payload.data();
     const int length = static_cast<int>(call.payload.size());
     const double arrival = static_cast<double>(call.startNs) * kNanosecond;
     if (smoother_) {
-      if (smoother_->add(call.type, bytes, length, arrival))
-        frames_.push_back({call.index, call.startNs});
+      if (smoother_->add(call.type, bytes, length, arrival)) frames_.push_back(frame);
       return;
     }
     estimator_->feed(call.type, bytes, length, arrival);
     for (int object = 0; object < estimator_->objectCount(); ++object)
-      give({call.index, call.startNs}, object, estimator_->ahead(object, options_.ahead));
+      give(frame, object, estimator_->ahead(object, options_.ahead));
   }
 
   /// @return the noise that was assumed
@@ -62,13 +63,13 @@ class Stretch {
 
  private:
   struct Frame {
-    std::int64_t call = 0, timeNs = 0;
+    std::int64_t packet = 0, call = 0, timeNs = 0;
   };
 
   void give(const Frame& frame, int object, const estimate::Estimate& estimate) const {
     if (estimate.source == estimate::Source::kNone) return;
-    take_(
-        {frame.call, frame.timeNs + std::llround(options_.ahead / kNanosecond), object, estimate});
+    take_({frame.packet, frame.call, frame.timeNs + std::llround(options_.ahead / kNanosecond),
+           object, estimate});
   }
 
   const TrackOptions& options_;
@@ -84,12 +85,14 @@ double estimateTracks(const recording::RecordingReader& reader, const TrackOptio
                       const TrackTaker& take) {
   const double frameRate = recording::frameRateOf(reader);
   std::optional<Stretch> stretch;
+  MomentCounter moments;
   bool any = false;
   double noise = options.noise;
   auto entries = reader.entries();
   Entry entry;
   while (entries.next(entry)) {
     const Call& call = entry.call;
+    const auto moment = moments.next(call);
     if (call.kind == CallKind::kInit) {
       if (stretch) noise = stretch->end();
       stretch.reset();
@@ -102,9 +105,9 @@ double estimateTracks(const recording::RecordingReader& reader, const TrackOptio
         throw std::runtime_error(reader.path() + ": call " + std::to_string(call.index) +
                                  " (Init): " + error.what());
       }
-    } else if (isPacket(call) && stretch) {
+    } else if (moment && stretch) {
       any = true;
-      stretch->add(call);
+      stretch->add(call, moment->packet);
     }
   }
   if (stretch) noise = stretch->end();

@@ -16,6 +16,7 @@ struct TrackOptions {
 };
 
 struct TrackRow {
+  std::int64_t packet = 0;  ///< its number in the recording, from 0
   std::int64_t call = 0;    ///< of the packet
   std::int64_t timeNs = 0;  ///< of the packet's call, plus `ahead`; clock of the recording
   int object = 0;

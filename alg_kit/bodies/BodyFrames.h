@@ -26,8 +26,9 @@ struct PairBlobs {
 /// id that do not overlap, nobody knows which is the marker: it counts as not seen.
 struct BodyFrame {
   std::int64_t call = 0;
-  int init = 0;     ///< number of the Init whose cameras saw it
-  double time = 0;  ///< seconds since the recording's first call
+  std::int64_t packet = 0;  ///< number among the packets, from 0
+  int init = 0;             ///< number of the Init whose cameras saw it
+  double time = 0;          ///< seconds since the recording's first call
   /// Seconds since the frame before, by the device's stamps where it has them; 0 = it is the first,
   /// or the device or its cameras began anew.
   double elapsed = 0;

@@ -36,7 +36,7 @@ void trackEach(const recording::RecordingReader& reader, const std::vector<Body>
       TrackedPose tracked;
       tracked.source = estimate::Source::kMeasured;
       tracked.pose = *pose;
-      take({frame.call, frame.time, b, delivered(tracked)});
+      take({frame.call, frame.packet, frame.time, b, delivered(tracked)});
     }
   });
 }
@@ -49,7 +49,7 @@ void trackLive(const recording::RecordingReader& reader, const std::vector<Body>
       filters[b].feed(frame, cameras, noise);
       const TrackedPose pose = filters[b].ahead(ahead);
       if (pose.source != estimate::Source::kNone)
-        take({frame.call, frame.time + ahead, b, delivered(pose)});
+        take({frame.call, frame.packet, frame.time + ahead, b, delivered(pose)});
     }
   });
 }
@@ -64,11 +64,11 @@ void smoothAll(const Stretch& stretch, const std::vector<Body>& bodies, double n
                const BodyRowTaker& take) {
   std::vector<BodyRow> rows;
   for (std::size_t b = 0; b < bodies.size(); ++b)
-    smoothBody(
-        bodies[b], stretch.frames, *stretch.cameras, noise, {},
-        [&](std::size_t k, const TrackedPose& pose) {
-          rows.push_back({stretch.frames[k].call, stretch.frames[k].time, b, delivered(pose)});
-        });
+    smoothBody(bodies[b], stretch.frames, *stretch.cameras, noise, {},
+               [&](std::size_t k, const TrackedPose& pose) {
+                 const BodyFrame& frame = stretch.frames[k];
+                 rows.push_back({frame.call, frame.packet, frame.time, b, delivered(pose)});
+               });
   std::sort(rows.begin(), rows.end(), [](const BodyRow& a, const BodyRow& b) {
     return std::tie(a.call, a.body) < std::tie(b.call, b.body);
   });

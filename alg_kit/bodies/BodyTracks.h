@@ -23,8 +23,9 @@ struct BodyTrackOptions {
 };
 
 struct BodyRow {
-  std::int64_t call = 0;  ///< of the packet
-  double time = 0;        ///< seconds since the recording's first call, plus `ahead`
+  std::int64_t call = 0;    ///< of the packet
+  std::int64_t packet = 0;  ///< its number in the recording, from 0
+  double time = 0;          ///< seconds since the recording's first call, plus `ahead`
   std::size_t body = 0;
   TrackedPose pose;  ///< axes as delivered
 };

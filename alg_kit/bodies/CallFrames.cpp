@@ -25,12 +25,15 @@ bool CallFrames::take(const session::Call& call) {
     std::memcpy(&calibration, call.payload.data(), sizeof calibration);
     begin(call.type, calibration);
   }
-  if (!cameras_ || !isPacket(call)) return false;
+  if (!isPacket(call)) return false;
+  const std::int64_t packet = packets_++;
+  if (!cameras_) return false;
   const std::size_t stamp = call.type == algorithm::kStampedPacket ? algorithm::kStampSize : 0;
   if (call.payload.size() < stamp ||
       !frameFrom(call.payload.data() + stamp, call.payload.size() - stamp, ids_, frame_))
     return false;
   frame_.call = call.index;
+  frame_.packet = packet;
   frame_.init = inits_;
   frame_.time = static_cast<double>(call.startNs - *firstNs_) * kNanosecond;
   const estimate::FrameClock::Tick tick =

@@ -31,6 +31,7 @@ class CallFrames {
   std::optional<estimate::PixelEquations> cameras_;
   std::optional<std::int64_t> firstNs_;
   int ids_ = 0, inits_ = 0;
+  std::int64_t packets_ = 0;
   BodyFrame frame_;
 };
 

@@ -171,6 +171,20 @@ class BodyTest(BodyCase):
                       self.end_in_one_line(2, "body", "pose", "r", "--body", "true.json",
                                            "--smooth", "--ahead", 5, "--csv", "x.csv"))
 
+    def test_rows_name_the_packet_and_the_call_and_those_of_a_stretch_are_as_of_the_whole(self):
+        calls = [call for call, in self.query(
+            "r", "SELECT id FROM calls WHERE kind = 'InputStream' ORDER BY id")]
+        for manner in ([], ["--smooth"], ["--single"], ["--ahead", 20]):
+            rows = self.poses("r", "--body", "true.json", *manner)
+            for row in rows:
+                self.assertEqual(int(row["call"]), calls[int(row["packet"])])
+            wanted = [row for row in rows if 90 <= int(row["packet"]) < 180]  # 90 a second
+            self.assertGreater(len(wanted), 85)
+            self.assertEqual(
+                self.poses("r", "--body", "true.json", *manner, "--from", 1, "--to", 2), wanted)
+        self.end_in_one_line(2, "body", "pose", "r", "--body", "true.json", "--csv", "x.csv",
+                             "--from", 2, "--to", 1)
+
     def test_two_bodies_are_tracked_at_once(self):
         for name, ids in (("left", (0, 1, 2)), ("right", (3, 4, 5))):
             self.write_body(name + ".json", {i: SIX[i] for i in ids}, name)

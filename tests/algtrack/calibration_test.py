@@ -171,7 +171,7 @@ class CalibrationTest(AlgtrackCase):
         self.simulate("good", "--seconds", 1)
         for arguments in (("simulate", "--calibration", "metres.bin", "-o", "m", "--seconds", 1),
                           ("replay", "good", "--calibration", "metres.bin", "--csv", "m.csv"),
-                          ("tracks", "m", "--csv", "t.csv")):
+                          ("tracks", "m", "--csv", "t.csv"), ("export", "m", "--mcap", "m.mcap")):
             result = self.run_algtrack(*arguments)
             self.assertEqual(result.returncode, 0, arguments)
             notes = [line for line in result.stderr.splitlines() if said in line]

@@ -91,5 +91,30 @@ class TracksTest(AlgtrackCase):
         self.succeed("tracks", "r", "--csv", "t", "--force")
 
 
+    def test_rows_name_the_packet_and_the_call(self):
+        self.simulate("r", "--seconds", 1, "--noise", 0.05, "--inertial")
+        expected = {row["packet"]: row["call"] for row in csv.DictReader(
+            line for line in self.succeed("replay", "r", "--csv", "-").splitlines()
+            if line[0] != "#") if row["source"] == "block"}
+        for manner in ([], ["--smooth"], ["--ahead", 20]):
+            rows = self.rows("r", *manner)
+            self.assertEqual({row["packet"]: row["call"] for row in rows},
+                             {packet: expected[packet] for packet in {r["packet"] for r in rows}})
+            self.assertGreater(len({row["packet"] for row in rows}), 80)
+            line = json.loads(self.succeed("tracks", "r", *manner, "--jsonl", "-").splitlines()[1])
+            self.assertEqual((str(line["packet"]), str(line["call"])),
+                             (rows[0]["packet"], rows[0]["call"]))
+
+    def test_an_object_and_a_stretch_of_time_are_those_of_the_whole(self):
+        self.simulate("r", "--seconds", 2, "--noise", 0.05, "--rate", 100)
+        for manner in ([], ["--smooth"], ["--ahead", 30]):
+            ahead = 0.03 if "--ahead" in manner else 0
+            wanted = [row for row in self.rows("r", *manner) if row["object"] == "1"
+                      and 0.5 <= round(float(row["time_s"]) - ahead, 6) < 0.9]
+            self.assertEqual(len(wanted), 40)
+            self.assertEqual(self.rows("r", *manner, "--object", 1, "--from", 0.5, "--to", 0.9),
+                             wanted)
+        self.fail_in_one_line("tracks", "r", "--csv", "-", "--from", 2, "--to", 1)
+
 if __name__ == "__main__":
     unittest.main()

@@ -7,7 +7,9 @@
 #include <alg_kit/bodies/Pivot.h>
 #include <alg_kit/recording/Recording.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
+#include <tools/algtrack/terminal/MomentOptions.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 #include <tools/algtrack/terminal/Table.h>
@@ -46,6 +48,7 @@ struct BodyOptions {
   double tolerance = 1;  ///< mm
   RigOption rig;
   double aheadMs = 0;
+  analysis::TimeRange range;  ///< of the packets
   bool smooth = false;
   bool single = false;
   bool force = false;
@@ -133,6 +136,7 @@ void learnBody(const BodyOptions& options) {
   const std::vector<int> ids = idsFrom(options.ids);
   bodies::requireName(options.name, "--name");
   const RecordingReader reader(options.file);
+  noteDoubts(reader);
   const double noise = noiseFor(options, reader);
   bodies::LearnedBody learned;
   try {
@@ -199,12 +203,13 @@ void writeCsv(const BodyOptions& options, const std::vector<Body>& known,
          "\n# qx, qy, qz, qw: turns the body's axes into these; sd_*: standard deviations, mm, and "
          "degrees about these axes"
          "\n# markers: used of the packet's; residual_px: their root mean square per number"
-         "\n# age_s: since a marker was seen\n";
+         "\n# age_s: since a marker was seen"
+         "\n# packet, call: by which it was known\n";
   if (pairs)
     out << "# of two markers: the turn about their line is not known, inf; sd_direction: standard "
            "deviation of the line's direction, degrees per axis across it\n";
   out << "time_s,body,x,y,z,qx,qy,qz,qw,sd_x,sd_y,sd_z,sd_rx,sd_ry,sd_rz,markers,residual_px,"
-         "source,age_s"
+         "source,age_s,packet,call"
       << (pairs ? ",sd_direction\n" : "\n");
   for (const BodyRow& row : rows) {
     const BodyPose& pose = row.pose.pose;
@@ -215,7 +220,7 @@ void writeCsv(const BodyOptions& options, const std::vector<Body>& known,
       out << "," << numberText(value);
     for (const double deviation : bodies::deviationsOf(pose)) out << "," << numberText(deviation);
     out << "," << pose.markers << "," << numberText(pose.residual) << "," << nameOf(row.pose.source)
-        << "," << numberText(row.pose.age);
+        << "," << numberText(row.pose.age) << "," << row.packet << "," << row.call;
     if (pairs) out << "," << directionCell(known[row.body], pose);
     out << "\n";
   }
@@ -291,6 +296,7 @@ void poseBody(const BodyOptions& options) {
   if (options.aheadMs > 0 && (options.smooth || options.single))
     throw std::runtime_error(std::string("--ahead: expected a live pose, found ") +
                              (options.smooth ? "--smooth, which knows what came" : "--single"));
+  checkTimeRange(options.range);
   const std::vector<Body> known = bodies::readBodies(options.bodies, bodies::Pairs::kTaken);
   std::vector<std::string> outputs = {options.csv}, inputs = options.bodies;
   const bool tumShown = isStandardOutput(options.tum);
@@ -320,14 +326,18 @@ void poseBody(const BodyOptions& options) {
   how.ahead = options.aheadMs / 1e3;
   how.noise = options.noise;
   const RecordingReader reader(options.file);
+  noteDoubts(reader);
   std::vector<BodyRow> rows;
-  const double noise =
-      bodies::trackBodies(reader, known, how, [&](const BodyRow& row) { rows.push_back(row); });
+  const double noise = bodies::trackBodies(reader, known, how, [&](const BodyRow& row) {
+    const auto packetNs = std::llround((row.time - how.ahead) * 1e9);
+    if (options.range.contains(static_cast<double>(packetNs) / 1e9)) rows.push_back(row);
+  });
   const std::string origin = originOf(options, noise);
   if (!options.csv.empty()) writeCsv(options, known, rows, origin);
   if (!options.tum.empty()) writeTum(options, known, rows, origin);
   if (!isStandardOutput(options.csv) && !tumShown) printSummary(options, reader, known, rows);
-  requirePoses(options, reader, known, rows, noise);
+  // A stretch may well be without.
+  if (!options.range.given()) requirePoses(options, reader, known, rows, noise);
 }
 
 void pivotBody(const BodyOptions& options) {
@@ -335,6 +345,7 @@ void pivotBody(const BodyOptions& options) {
   checkOutputs({options.output, options.json ? "-" : ""}, {options.file}, options.force);
   Body body = bodies::readBody(options.bodies.front());
   const RecordingReader reader(options.file);
+  noteDoubts(reader);
   const std::vector<BodyPose> poses = bodies::posesOf(reader, body, noiseFor(options, reader));
   bodies::PivotFit fit;
   try {
@@ -366,6 +377,7 @@ void pivotBody(const BodyOptions& options) {
 void checkBody(const BodyOptions& options) {
   const Body body = bodies::readBody(options.bodies.front());
   const RecordingReader reader(options.file);
+  noteDoubts(reader);
   std::vector<int> ids;
   for (const bodies::BodyMarker& marker : body.markers) ids.push_back(marker.id);
   bodies::ShapeCheck check;
@@ -443,16 +455,16 @@ void addBodyFile(CLI::App& command, BodyOptions& options, const std::string& des
 }  // namespace
 
 void addBodyCommand(CLI::App& app) {
-  CLI::App* const body =
-      app.add_subcommand("body",
-                         "Markers that belong together give a pose: position and orientation.\n"
-                         "\n"
-                         "  algtrack body learn tool.algrec --ids 0,1,2,3 -o tool.json\n"
-                         "  algtrack body pose work.algrec --body tool.json --csv poses.csv\n"
-                         "  algtrack body pose work.algrec --body tool.json --smooth --tum work\n"
-                         "  algtrack body pivot spot.algrec --body tool.json -o tool.json --force\n"
-                         "  algtrack body map --body plan.json --calibration camchain.yaml\n"
-                         "  algtrack body check later.algrec --body tool.json\n");
+  CLI::App* const body = app.add_subcommand(
+      "body",
+      "Markers that belong together give a pose: position and orientation.\n"
+      "\n"
+      "  algtrack body learn tool.algrec --ids 0,1,2,3 -o tool.json\n"
+      "  algtrack body pose work.algrec --body tool.json --csv poses.csv --from 4 --to 7\n"
+      "  algtrack body pose work.algrec --body tool.json --smooth --tum work\n"
+      "  algtrack body pivot spot.algrec --body tool.json -o tool.json --force\n"
+      "  algtrack body map --body plan.json --calibration camchain.yaml\n"
+      "  algtrack body check later.algrec --body tool.json\n");
   body->require_subcommand(1);
 
   const auto learning = std::make_shared<BodyOptions>();
@@ -477,6 +489,7 @@ void addBodyCommand(CLI::App& app) {
   pose->add_option("--ahead", posing->aheadMs, "ms, predict this far ahead of every packet")
       ->check(numberFrom(0, bodies::kFarthestAhead * 1e3))
       ->capture_default_str();
+  addTimeRangeOptions(*pose, posing->range);
   pose->add_option("--csv", posing->csv, "write a table");
   pose->add_option(
       "--tum", posing->tum,

@@ -10,6 +10,7 @@
 #include <alg_kit/text/TextFile.h>
 #include <tools/algtrack/CalibrationOutput.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Json.h>
 #include <tools/algtrack/terminal/Options.h>
@@ -86,27 +87,28 @@ void runImport(const CalibrationOptions& options) {
   algorithm::StereoCalibration& c = loaded.calibration;
   for (double& t : c.translation) t /= calibration::millimetresPer(options.outputUnit);
   calibration::recomputeFundamental(c);
-  // The words go where the bytes do not.
+  // Only what must be said goes beside the bytes.
   const bool streams =
       std::any_of(options.outputs.begin(), options.outputs.end(), isStandardOutput);
-  std::ostream& words = streams ? std::cerr : std::cout;
+  std::ostream& notes = streams ? std::cerr : std::cout;
   const std::string from = calibration::unitOfFile(loaded);
   const std::string conversion = from.compare(0, from.find(' '), options.outputUnit) == 0
                                      ? "in " + from
                                      : "converted from " + from + " to " + options.outputUnit;
-  words << sourceOf(options) << ": " << loaded.format << ", translation " << conversion
-        << ", baseline " << number(calibration::baselineOf(c)) << " " << options.outputUnit
-        << ", F computed from K, R and T\n";
+  if (!streams)
+    std::cout << oneLine(sourceOf(options)) << ": " << loaded.format << ", translation "
+              << conversion << ", baseline " << number(calibration::baselineOf(c)) << " "
+              << options.outputUnit << ", F computed from K, R and T\n";
   if (!loaded.left.stated || !loaded.right.stated)
-    words << "Note: the file does not name its lens model; its coefficients are taken as the "
+    notes << "Note: the file does not name its lens model; its coefficients are taken as the "
              "equidistant (fisheye) model's.\n";
   for (const Finding& finding : findings)
     if (finding.code != "fundamental")  // computed anew just now
-      words << "Note: " << finding.text << "\n";
+      notes << "Note: " << finding.text << "\n";
   for (const std::string& path : options.outputs) {
     const std::string format =
         writeCalibration(path, {c, options.outputUnit, loaded.width, loaded.height}, options.force);
-    words << "Wrote " << path << " (" << format << ")\n";
+    if (!streams) std::cout << "Wrote " << oneLine(path) << " (" << format << ")\n";
   }
 }
 
@@ -133,7 +135,7 @@ void runShow(const CalibrationOptions& options) {
     printJson(calibration::toJson(c, loaded.unit, loaded.width, loaded.height));
     return;
   }
-  std::cout << sourceOf(options) << ": " << loaded.format;
+  std::cout << oneLine(sourceOf(options)) << ": " << loaded.format;
   std::cout << ", translation " << calibration::unitOfFile(loaded);
   if (loaded.width > 0) std::cout << ", images of " << loaded.width << " x " << loaded.height;
   std::cout << "\n" << std::flush;
@@ -282,7 +284,9 @@ void runCheck(const CalibrationOptions& options) {
   std::optional<FitQuality> fit;
   std::optional<CalibrationHealth> health;
   if (!options.recording.empty()) {
-    const auto pairs = calibration::observedPairs(recording::RecordingReader(options.recording));
+    const recording::RecordingReader reader(options.recording);
+    noteMissingJournal(reader);
+    const auto pairs = calibration::observedPairs(reader);
     fit = calibration::fit(loaded.calibration, pairs);
     calibration::judgeWithPairs(loaded, pairs, findings);
     const bool nameless = std::all_of(findings.begin(), findings.end(), [](const Finding& finding) {
@@ -304,10 +308,10 @@ void runCheck(const CalibrationOptions& options) {
     json["findings"] = findingsJson(findings);
     printJson(json);
   } else {
-    std::cout << sourceOf(options) << ": " << loaded.format << "\n";
+    std::cout << oneLine(sourceOf(options)) << ": " << loaded.format << "\n";
     printGeometry(loaded, geometry);
     if (fit) {
-      std::cout << options.recording << ": recording\n";
+      std::cout << oneLine(options.recording) << ": recording\n";
       printFit(*fit, loaded);
       if (health) printHealth(*health);
     }

@@ -2,6 +2,7 @@
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/stream/McapExport.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 #include <tools/algtrack/terminal/Progress.h>
@@ -26,6 +27,7 @@ void exportRecording(const ExportOptions& options) {
   inputs.push_back(options.file);
   checkOutputs({options.mcap}, inputs, options.force);
   const recording::RecordingReader reader(options.file);
+  noteDoubts(reader);
   Progress progress("exporting", reader.callCount());
   OutputFile file(options.mcap, options.force);
   const stream::McapExport result = stream::exportMcap(

@@ -1,6 +1,7 @@
 #include <alg_kit/calibration/Refinement.h>
 #include <tools/algtrack/CalibrationOutput.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
 #include <tools/algtrack/terminal/Table.h>
@@ -178,6 +179,7 @@ void runRefine(const RefineCommandOptions& options) {
   calibration::RecordedViews views;
   for (const std::string& path : options.recordings) {
     const recording::RecordingReader reader(path);
+    noteMissingJournal(reader);
     if (options.from.empty() && given.format.empty()) given = recordedCalibration(reader);
     calibration::RecordedViews more = calibration::recordedViews(reader);
     views.pairs.insert(views.pairs.end(), more.pairs.begin(), more.pairs.end());
@@ -213,7 +215,8 @@ void runRefine(const RefineCommandOptions& options) {
     throw std::runtime_error(options.recordings[0] + ": not refined: " + result.refusal);
   const std::string format = writeCalibration(
       options.output, {result.calibration, "mm", given.width, given.height}, options.force);
-  if (!options.json) std::printf("Wrote %s (%s)\n", options.output.c_str(), format.c_str());
+  if (!options.json)
+    std::printf("Wrote %s (%s)\n", oneLine(options.output).c_str(), format.c_str());
 }
 
 }  // namespace

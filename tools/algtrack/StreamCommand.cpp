@@ -6,6 +6,7 @@
 #include <alg_kit/stream/OpenIgtLinkServer.h>
 #include <alg_kit/stream/OscSender.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/terminal/Interrupt.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/Pace.h>
@@ -124,8 +125,10 @@ void follow(const StreamCommandOptions& options, Sinks& sinks) {
 }
 
 void sendStream(StreamCommandOptions& options) {
+  const InterruptsNoted interrupts;
   if (!options.follow) {
     const recording::RecordingReader reader(options.file);
+    noteDoubts(reader);
     if (!options.scene.bodies.empty())
       options.scene.frameRate = recording::frameRateOf(reader, kPacketsForRate);
   }

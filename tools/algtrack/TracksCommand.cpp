@@ -2,9 +2,12 @@
 #include <alg_kit/analysis/Tracks.h>
 #include <alg_kit/estimate/Estimator.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/terminal/Json.h>
+#include <tools/algtrack/terminal/MomentOptions.h>
 #include <tools/algtrack/terminal/Options.h>
 #include <tools/algtrack/terminal/OutputFile.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -15,6 +18,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <tuple>
@@ -30,6 +34,8 @@ struct TracksOptions {
   bool force = false;
   double aheadMs = 0;
   analysis::TrackOptions tracks;
+  std::optional<int> object;
+  analysis::TimeRange range;  ///< of the packets
 };
 
 /// What is written of a row.
@@ -38,6 +44,7 @@ struct Line {
   int object = 0;
   estimate::Source source = estimate::Source::kNone;
   double age = 0;
+  std::int64_t packet = 0, call = 0;
   std::array<double, 3> position{}, deviation{}, velocity{};
 };
 
@@ -59,6 +66,8 @@ Line lineOf(const analysis::TrackRow& row, std::int64_t firstNs) {
   line.object = row.object;
   line.source = row.estimate.source;
   line.age = row.estimate.age;
+  line.packet = row.packet;
+  line.call = row.call;
   for (std::size_t i = 0; i < 3; ++i) {
     line.position[i] = row.estimate.position[i];
     line.velocity[i] = row.estimate.velocity[i];
@@ -78,7 +87,7 @@ std::string originOf(const TracksOptions& options, double noise) {
 void writeCsv(const TracksOptions& options, const std::string& origin,
               const std::vector<Line>& lines) {
   OutputFile file(options.csv, options.force);
-  file.stream() << "# " << origin
+  file.stream() << "# " << oneLine(origin)
                 << "\n# time_s: of the packet's call, or of the moment ahead, since the "
                    "recording's first call"
                    "\n# x, y, z: as the library delivers: the right camera's frame with y and z "
@@ -87,8 +96,9 @@ void writeCsv(const TracksOptions& options, const std::string& origin,
                    "\n# sd_x, sd_y, sd_z: standard deviations of x, y, z"
                    "\n# rate_x, rate_y, rate_z: per second, axes of x, y, z"
                    "\n# age_s: since the object was seen"
+                   "\n# packet, call: by which it was estimated"
                    "\ntime_s,object,x,y,z,camera_x,camera_y,camera_z,sd_x,sd_y,sd_z,"
-                   "rate_x,rate_y,rate_z,source,age_s\n";
+                   "rate_x,rate_y,rate_z,source,age_s,packet,call\n";
   for (const Line& line : lines) {
     const auto& p = line.position;
     file.stream() << secondsText(line.time) << "," << line.object;
@@ -96,7 +106,8 @@ void writeCsv(const TracksOptions& options, const std::string& origin,
       file.stream() << "," << numberText(value);
     for (const auto* const values : {&line.deviation, &line.velocity})
       for (const double value : *values) file.stream() << "," << numberText(value);
-    file.stream() << "," << nameOf(line.source) << "," << numberText(line.age) << "\n";
+    file.stream() << "," << nameOf(line.source) << "," << numberText(line.age) << "," << line.packet
+                  << "," << line.call << "\n";
   }
   file.commit();
 }
@@ -114,6 +125,8 @@ void writeJsonLines(const TracksOptions& options, const std::string& origin,
     Json json;
     json["kind"] = "track";
     json["time_s"] = line.time;
+    json["packet"] = line.packet;
+    json["call"] = line.call;
     json["object"] = line.object;
     json["position"] = p;
     json["camera_position"] = {p[0], -p[1], -p[2]};
@@ -124,18 +137,6 @@ void writeJsonLines(const TracksOptions& options, const std::string& origin,
     file.stream() << compact(json) << "\n";
   }
   file.commit();
-}
-
-/// Of the latest calibration.
-void noteRecordedUnit(const recording::RecordingReader& reader) {
-  const auto configurations = reader.configurations();
-  const auto latest =
-      std::find_if(configurations.rbegin(), configurations.rend(),
-                   [](const recording::Configuration& c) { return c.calibration.has_value(); });
-  if (latest == configurations.rend()) return;
-  calibration::LoadedCalibration loaded;
-  loaded.calibration = *latest->calibration;
-  noteUnit(loaded, reader.path());
 }
 
 std::string tumPath(const TracksOptions& options, int object) {
@@ -149,7 +150,7 @@ void writeTum(const TracksOptions& options, const std::string& origin,
     auto& file = files[line.object];
     if (!file) {
       file = std::make_unique<OutputFile>(tumPath(options, line.object), options.force);
-      file->stream() << "# " << origin << "; object " << line.object
+      file->stream() << "# " << oneLine(origin) << "; object " << line.object
                      << "\n# t in seconds since the recording's first call; x, y, z in metres, "
                         "delivered axes; no orientation\n# t x y z qx qy qz qw\n";
     }
@@ -164,6 +165,7 @@ void writeTum(const TracksOptions& options, const std::string& origin,
 void writeTracks(TracksOptions options) {
   if (options.csv.empty() && options.jsonLines.empty() && options.tum.empty())
     throw std::runtime_error("tracks: expected an output, --csv, --jsonl or --tum, found none");
+  checkTimeRange(options.range);
   if (options.tracks.smooth && options.aheadMs > 0)
     throw std::runtime_error(
         "--ahead: expected a live estimate, found --smooth, which knows what came");
@@ -176,14 +178,17 @@ void writeTracks(TracksOptions options) {
   const recording::RecordingReader reader(options.file);
   session::Entry first;
   const std::int64_t firstNs = reader.entries().next(first) ? first.call.startNs : 0;
+  const std::int64_t aheadNs = std::llround(options.tracks.ahead * 1e9);
   std::vector<Line> lines;
   const double noise = estimateTracks(reader, options.tracks, [&](const analysis::TrackRow& row) {
-    lines.push_back(lineOf(row, firstNs));
+    const double seconds = static_cast<double>(row.timeNs - aheadNs - firstNs) / 1e9;
+    if (row.object == options.object.value_or(row.object) && options.range.contains(seconds))
+      lines.push_back(lineOf(row, firstNs));
   });
   std::stable_sort(lines.begin(), lines.end(), [](const Line& a, const Line& b) {
     return std::tie(a.time, a.object) < std::tie(b.time, b.object);
   });
-  noteRecordedUnit(reader);
+  noteDoubts(reader);
   const std::string origin = originOf(options, noise);
   if (!options.csv.empty()) writeCsv(options, origin, lines);
   if (!options.jsonLines.empty()) writeJsonLines(options, origin, lines);
@@ -201,7 +206,8 @@ void addTracksCommand(CLI::App& app) {
       "\n"
       "  algtrack tracks walk.algrec --csv walk.csv\n"
       "  algtrack tracks walk.algrec --smooth --tum walk\n"
-      "  algtrack tracks walk.algrec --ahead 33 --csv ahead.csv\n");
+      "  algtrack tracks walk.algrec --ahead 33 --csv ahead.csv\n"
+      "  algtrack tracks walk.algrec --csv - --object 1 --from 4 --to 7 | head\n");
   command->add_option("file", options->file, "the recording")->required();
   command->add_flag("--smooth", options->tracks.smooth,
                     "every moment by all that came before and after it; else live, by what came "
@@ -217,6 +223,8 @@ void addTracksCommand(CLI::App& app) {
   command->add_option("--jsonl", options->jsonLines, "write a JSON object per line");
   command->add_option("--tum", options->tum,
                       "write PREFIX-object0.tum and so on: t x y z 0 0 0 1 (seconds, metres)");
+  addObjectOption(*command, options->object, "write this object alone");
+  addTimeRangeOptions(*command, options->range);
   command->add_flag("--force", options->force, "replace existing files");
   command->callback([options] { writeTracks(*options); });
 }
