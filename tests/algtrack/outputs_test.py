@@ -166,5 +166,65 @@ class OutputsTest(AlgtrackCase):
                    "Permission denied\n"), arguments)
 
 
+    def test_a_recording_that_may_not_be_read_is_named_as_such(self):
+        nobody = dict(user=65534, group=65534, extra_groups=[]) if os.geteuid() == 0 else {}
+        os.chmod(self.folder, 0o755)
+        os.chmod(self.path("r"), 0)
+        for arguments in (["inspect", "r"], ["replay", "r"], ["tracks", "r", "--csv", "-"],
+                          ["repair", "r", "-o", "/dev/null"]):
+            try:
+                result = self.raw(*arguments, stdout=subprocess.DEVNULL, **nobody)
+            except PermissionError:
+                self.skipTest("nobody may not run the program")
+            self.assertEqual((result.returncode, result.stderr.decode()), (
+                2, "algtrack: r: expected a recording, found a file that cannot be opened: "
+                   "Permission denied\n"), arguments)
+
+    def test_beside_an_output_on_the_standard_output_nothing_is_said(self):
+        self.succeed("calibration", "import", STEREO, "--unit", "m", "-o", "rig.json")
+        for arguments in (["calibration", "import", "rig.json", "-o", "-"],
+                          ["rig", "map", "--calibration", "rig.json", "--csv", "-"],
+                          ["rig", "map", "--calibration", "rig.json", "-o", "-"],
+                          ["tracks", "r", "--csv", "-"], ["export", "r", "--mcap", "-"],
+                          ["repair", "r", "-o", "-"]):
+            result = self.raw(*arguments, stdout=subprocess.PIPE)
+            self.assertEqual((result.returncode, result.stderr), (0, b""), arguments)
+            self.assertNotEqual(result.stdout, b"")
+
+    def test_newer_outputs_leave_a_device_a_device(self):
+        null = self.path("null")
+        try:
+            os.mknod(null, stat.S_IFCHR | 0o666, os.makedev(1, 3))
+            open(null, "wb").close()
+        except OSError:
+            self.skipTest("no device to try this on")
+        self.succeed("calibration", "import", STEREO, "--unit", "m", "-o", "rig.json")
+        for arguments in (["tracks", "r", "--csv", null], ["tracks", "r", "--jsonl", null],
+                          ["export", "r", "--mcap", null], ["repair", "r", "-o", null],
+                          ["rig", "map", "--calibration", "rig.json", "-o", null],
+                          ["rig", "map", "--calibration", "rig.json", "--csv", null]):
+            for force in ([], ["--force"]):
+                self.succeed(*arguments, *force)
+                self.assertTrue(stat.S_ISCHR(os.stat(null).st_mode), arguments)
+
+    def test_no_name_of_a_file_steers_the_terminal(self):
+        name = "e\x1b[31m\nforged"
+        self.simulate(name, "--seconds", 1, "--product-type", 2, "--noise", 0.05)
+        self.succeed("calibration", "import", STEREO, "--unit", "m", "-o", name + ".json")
+        for arguments in (["inspect", name], ["replay", name, "--csv", "-"],
+                          ["replay", name, "--tum", name], ["tracks", name, "--csv", "-"],
+                          ["report", name, "-o", name + ".html"], ["export", name, "--mcap", "m"],
+                          ["repair", name, "-o", name + ".saved"],
+                          ["rig", "map", "--calibration", name + ".json"],
+                          ["calibration", "check", name + ".json", "--recording", name],
+                          ["calibration", "show", name + ".json"],
+                          ["calibration", "import", name + ".json", "-o", name + ".bin"],
+                          ["body", "pose", name + ".none", "--body", "b", "--csv", "-"]):
+            result = self.run_algtrack(*arguments)
+            for output in (result.stdout, result.stderr):
+                self.assertFalse("\x1b" in output or "\nforged" in output, arguments)
+        with open(self.path(name + "-object0.tum")) as file:
+            self.assertNotIn("\x1b", file.read())
+
 if __name__ == "__main__":
     unittest.main()

@@ -33,7 +33,7 @@ NamedMap mapFrom(const RigOption& rig, const calibration::RigMapOptions& options
           calibration::mapOf(rig.read(), options)};
 }
 
-void printTable(std::ostream& stream, const NamedMap& named) {
+void printTable(const NamedMap& named) {
   Table table({"depth, mm", "seen, mm", "x +- mm", "y +- mm", "z +- mm", "distance +- mm"});
   for (const calibration::MapDistance& line : named.map.table) {
     if (line.width == 0) continue;
@@ -45,9 +45,9 @@ void printTable(std::ostream& stream, const NamedMap& named) {
   }
   char volume[64];
   std::snprintf(volume, sizeof volume, "%.3g", named.map.volume);
-  stream << named.name << ": both cameras see " << volume << " m^3 down to "
-         << named.map.maxDepth / 1000 << " m; medians of one point, before smoothing\n";
-  table.print(stream);
+  std::cout << oneLine(named.name) << ": both cameras see " << volume << " m^3 down to "
+            << named.map.maxDepth / 1000 << " m; medians of one point, before smoothing\n";
+  table.print(std::cout);
 }
 
 void runMap(RigOptions options) {
@@ -82,8 +82,8 @@ void runMap(RigOptions options) {
     std::cout << printable(calibration::figuresOf(maps)) << "\n";
     return;
   }
-  const bool streams = isStandardOutput(options.page) || isStandardOutput(options.csv);
-  for (const NamedMap& named : maps) printTable(streams ? std::cerr : std::cout, named);
+  if (isStandardOutput(options.page) || isStandardOutput(options.csv)) return;
+  for (const NamedMap& named : maps) printTable(named);
 }
 
 }  // namespace

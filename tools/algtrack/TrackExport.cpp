@@ -3,6 +3,7 @@
 #include <alg_factory/api/Constants.h>
 #include <alg_kit/analysis/Answers.h>
 #include <tools/algtrack/terminal/Json.h>
+#include <tools/algtrack/terminal/Table.h>
 
 #include <charconv>
 #include <cstdio>
@@ -99,7 +100,7 @@ class CsvExport final : public TrackExport {
   CsvExport(const std::string& path, bool force, const ExportOrigin& origin)
       : file_(path, force), origin_(origin) {
     file_.stream()
-        << "# " << originText(origin) << "\n# time_s: " << clockText(origin)
+        << "# " << oneLine(originText(origin)) << "\n# time_s: " << clockText(origin)
         << "\n# stamp_us: the packet's frame stamp in microseconds of the device's clock; "
            "0 = packet without a stamp; empty in answers"
         << "\n# source: block = delivered position; answer = pose query, with the "
@@ -286,7 +287,7 @@ class TumExport final : public TrackExport {
     auto& file = files_[object];
     if (file) return *file;
     file = std::make_unique<OutputFile>(tumFile(prefix_, object), force_);
-    file->stream() << "# " << originText(origin_) << "; object " << object
+    file->stream() << "# " << oneLine(originText(origin_)) << "; object " << object
                    << "\n# t: " << clockText(origin_)
                    << "\n# x, y, z: metres (the calibration's translation taken as millimetres); "
                    << (cameraAxes_
