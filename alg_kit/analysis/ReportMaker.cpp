@@ -37,9 +37,6 @@ using session::Entry;
 
 constexpr std::size_t kMostColumns = 8192;
 constexpr std::int64_t kMostMeasured = 10800;  // packets: two minutes at the usual rate
-constexpr std::size_t kWorstKept = 200;        // of every kind, of which few are shown:
-constexpr std::ptrdiff_t kMostWorst = 5;
-constexpr double kApartS = 1;
 /// Packets that wait for what the other thread makes of them, 20 MB at most.
 constexpr std::size_t kMostWaiting = 16384;
 static_assert(kMostWaiting > Estimation::kDelay);
@@ -109,7 +106,8 @@ class Gatherer {
         bodyFrames_(frameRate),
         columns_(objects.size() * ObjectTally::kEnvelopes + bodies.size() * BodyTally::kEnvelopes,
                  objects.size() * ObjectTally::kCounts, kMostColumns),
-        swapFinder_(objects.size(), reader.hasTruth()) {
+        swapFinder_(objects.size(), reader.hasTruth()),
+        worst_(range.object) {
     numbers_.rules = rules;
     numbers_.range = range;
     numbers_.recording.hasTruth = reader.hasTruth();
@@ -170,7 +168,7 @@ class Gatherer {
       report.curves.bodies.push_back(body.curves(columns_));
     }
     describeRecording(reader);
-    numbers_.worst = worstApart();
+    numbers_.worst = worst_.list();
     numbers_.corruptPackets = worst_.corrupt();
     numbers_.outliersKnownFromTruth = numbers_.swapsKnownFromTruth = numbers_.recording.hasTruth;
     numbers_.packetTimes.us = packetTimes_.get();
@@ -372,24 +370,6 @@ class Gatherer {
     return swap;
   }
 
-  /// The worst few of every kind; of those within a second of each other, the worst one.
-  std::vector<WorstMoment> worstApart() const {
-    std::vector<WorstMoment> chosen;
-    for (const WorstMoment& moment : worst_.list()) {
-      if (range_.object && moment.object != -1 && moment.object != *range_.object) continue;
-      const auto ofKind =
-          std::count_if(chosen.begin(), chosen.end(),
-                        [&](const WorstMoment& other) { return other.kind == moment.kind; });
-      const bool stoodFor =
-          std::any_of(chosen.begin(), chosen.end(), [&](const WorstMoment& other) {
-            return other.kind == moment.kind && other.object == moment.object &&
-                   std::abs(other.first.seconds - moment.first.seconds) < kApartS;
-          });
-      if (ofKind < kMostWorst && !stoodFor) chosen.push_back(moment);
-    }
-    return chosen;
-  }
-
   void describeRecording(const recording::RecordingReader& reader) {
     RecordingFacts& facts = numbers_.recording;
     facts.file = std::filesystem::path(reader.path()).filename().string();
@@ -502,7 +482,7 @@ class Gatherer {
   std::vector<BodyTally> bodies_;
   Columns columns_;
   SwapFinder swapFinder_;
-  WorstMoments worst_{kWorstKept};
+  WorstMoments worst_;
   MessageTally messages_;
   RunningDistribution packetTimes_, intervals_;
   LogarithmicHistogram packetHistogram_;

@@ -11,6 +11,8 @@ namespace {
 using Kind = WorstMoment::Kind;
 using Point = std::array<double, 3>;
 
+constexpr double kOneEventS = 1;
+
 constexpr struct {
   const char *key, *description;
 } kKinds[] = {{"gap", "longest gap"},
@@ -38,13 +40,17 @@ std::optional<Point> truePlace(const std::vector<session::TruthRow>& truth, int 
   return sum;
 }
 
+bool isWorse(const WorstMoment& a, const WorstMoment& b) {
+  return a.value != b.value ? a.value > b.value : a.first.packet < b.first.packet;
+}
+
 void keepWorst(std::vector<WorstMoment>& list, const WorstMoment& moment, std::size_t most) {
-  if (!list.empty() && list.size() == most && !(list.back().value < moment.value)) return;
-  const auto place = std::find_if(list.begin(), list.end(), [&](const WorstMoment& other) {
-    return other.value < moment.value;
-  });
-  list.insert(place, moment);
+  list.insert(std::upper_bound(list.begin(), list.end(), moment, isWorse), moment);
   if (list.size() > most) list.pop_back();
+}
+
+bool isOneEvent(const WorstMoment& a, const WorstMoment& b) {
+  return std::abs(a.first.seconds - b.first.seconds) < kOneEventS;
 }
 
 }  // namespace
@@ -59,19 +65,38 @@ const char* keyOf(Kind kind) {
 
 void WorstMoments::keep(const WorstMoment& moment) {
   if (!std::isfinite(moment.value)) return;
-  auto& list = moment.kind == Kind::kGap ? gaps_ : moment.kind == Kind::kStep ? steps_ : errors_;
-  keepWorst(list, moment, ofEachKind_);
+  const auto kind = static_cast<std::size_t>(moment.kind);
+  std::optional<WorstMoment>& latest =
+      tracks_[static_cast<std::size_t>(moment.object)].latest[kind];
+  if (latest && isOneEvent(*latest, moment)) {
+    if (moment.value > latest->value) latest = moment;
+    return;
+  }
+  if (latest) keepWorst(worst_[kind], *latest, ofEachKind_);
+  latest = moment;
+}
+
+void WorstMoments::keepLatest() {
+  for (const Track& track : tracks_)
+    for (std::size_t kind = 0; kind < worst_.size(); ++kind)
+      if (const auto& latest = track.latest[kind]) keepWorst(worst_[kind], *latest, ofEachKind_);
 }
 
 void WorstMoments::add(const Moment& moment, int productType, const algorithm::ResultBlock* block,
                        const std::vector<session::TruthRow>& truth, bool corrupt) {
-  if (corrupt && corrupt_++ < static_cast<std::int64_t>(ofEachKind_))
-    corrupts_.push_back({Kind::kCorrupt, -1, moment, moment, 0});
+  if (corrupt) {
+    ++corrupt_;
+    const WorstMoment found{Kind::kCorrupt, -1, moment, moment, 0};
+    if (corrupts_.size() < ofEachKind_ &&
+        (corrupts_.empty() || !isOneEvent(corrupts_.back(), found)))
+      corrupts_.push_back(found);
+  }
   lastSeconds_ = moment.seconds;
   const int objects = algorithm::objectCount(productType);
   if (tracks_.size() < static_cast<std::size_t>(objects))
     tracks_.resize(static_cast<std::size_t>(objects));
   for (int object = 0; object < objects; ++object) {
+    if (object != only_.value_or(object)) continue;
     const algorithm::TrackedPoint* record = block == nullptr ? nullptr : &block->records[object];
     if (record != nullptr && record->id != object) record = nullptr;
     addObject(object, moment, record, truth);
@@ -103,18 +128,17 @@ void WorstMoments::addObject(int object, const Moment& moment,
 }
 
 std::vector<WorstMoment> WorstMoments::list() const {
-  std::vector<WorstMoment> gaps = gaps_;
+  WorstMoments ended = *this;
   for (std::size_t object = 0; object < tracks_.size(); ++object) {
     const Track& track = tracks_[object];
-    if (!track.firstMissing) continue;  // what goes on at the end is a gap too
-    keepWorst(gaps,
-              {Kind::kGap, static_cast<int>(object), *track.firstMissing, *track.lastMissing,
-               lastSeconds_ - track.lastSeen},
-              ofEachKind_);
+    if (track.firstMissing)  // what goes on at the end is a gap too
+      ended.keep({Kind::kGap, static_cast<int>(object), *track.firstMissing, *track.lastMissing,
+                  lastSeconds_ - track.lastSeen});
   }
-  std::vector<WorstMoment> all = std::move(gaps);
-  for (const auto* list : {&steps_, &errors_, &corrupts_})
-    all.insert(all.end(), list->begin(), list->end());
+  ended.keepLatest();
+  std::vector<WorstMoment> all;
+  for (const auto& list : ended.worst_) all.insert(all.end(), list.begin(), list.end());
+  all.insert(all.end(), corrupts_.begin(), corrupts_.end());
   return all;
 }
 

@@ -33,10 +33,16 @@ const char* describe(WorstMoment::Kind kind);
 /// For programs: "gap".
 const char* keyOf(WorstMoment::Kind kind);
 
-/// Collects packets, in order, and keeps the worst of every kind.
+/// Collects packets, in order, and keeps the worst of every kind. What follows within a second of
+/// another of its kind and object is the same event: the worst packet stands for it, of corrupt
+/// packets the first.
 class WorstMoments {
  public:
-  explicit WorstMoments(std::size_t ofEachKind = 3) : ofEachKind_(ofEachKind) {}
+  static constexpr std::size_t kOfEachKind = 5;
+
+  /// @param only  moments of this object alone, and those of no object; empty = of all
+  explicit WorstMoments(std::optional<int> only = {}, std::size_t ofEachKind = kOfEachKind)
+      : only_(only), ofEachKind_(ofEachKind) {}
 
   /// @param block    what the packet delivered; null = nothing
   /// @param truth    where its markers really were; empty = not known
@@ -44,7 +50,8 @@ class WorstMoments {
   void add(const Moment& moment, int productType, const algorithm::ResultBlock* block,
            const std::vector<session::TruthRow>& truth, bool corrupt);
 
-  /// Kind by kind, the worst first; corrupt packets in order. Gaps may still go on.
+  /// Kind by kind, the worst first, of equals the earlier; corrupt packets in order. Gaps may still
+  /// go on.
   std::vector<WorstMoment> list() const;
 
   std::int64_t corrupt() const { return corrupt_; }
@@ -54,16 +61,20 @@ class WorstMoments {
     std::optional<Moment> firstMissing, lastMissing;
     double lastSeen = 0;  ///< seconds; of the first packet before it was seen
     bool begun = false;
-    std::optional<std::array<double, 3>> place;  ///< in the packet before
+    std::optional<std::array<double, 3>> place;        ///< in the packet before
+    std::array<std::optional<WorstMoment>, 3> latest;  ///< event of each kind but the last
   };
 
   void addObject(int object, const Moment& moment, const algorithm::TrackedPoint* record,
                  const std::vector<session::TruthRow>& truth);
   void keep(const WorstMoment& moment);
+  void keepLatest();
 
+  std::optional<int> only_;
   std::size_t ofEachKind_;
   std::vector<Track> tracks_;
-  std::vector<WorstMoment> gaps_, steps_, errors_, corrupts_;
+  std::array<std::vector<WorstMoment>, 3> worst_;  ///< of each kind but the last, the worst first
+  std::vector<WorstMoment> corrupts_;
   std::int64_t corrupt_ = 0;
   double lastSeconds_ = 0;
 };

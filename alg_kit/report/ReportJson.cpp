@@ -208,7 +208,7 @@ ordered_json swapsOf(const analysis::ReportNumbers& numbers) {
   return json;
 }
 
-ordered_json worstOf(const analysis::ReportNumbers& numbers) {
+ordered_json worstOf(const analysis::ReportNumbers& numbers, const std::string& path) {
   auto list = ordered_json::array();
   for (const analysis::WorstMoment& moment : numbers.worst) {
     ordered_json json;
@@ -220,7 +220,7 @@ ordered_json worstOf(const analysis::ReportNumbers& numbers) {
     const bool isCorrupt = moment.kind == analysis::WorstMoment::Kind::kCorrupt;
     json["seconds"] = isGap ? ordered_json(moment.value) : ordered_json(nullptr);
     json["distance_mm"] = isGap || isCorrupt ? ordered_json(nullptr) : ordered_json(moment.value);
-    json["command"] = explainingCommand(moment, numbers.recording.file);
+    json["command"] = explainingCommand(moment, path.empty() ? numbers.recording.file : path);
     list.push_back(std::move(json));
   }
   return list;
@@ -272,7 +272,7 @@ ordered_json jsonOf(const std::optional<analysis::HealthFacts>& facts) {
           {"trend", calibration::toJson(facts->trend)}};
 }
 
-ordered_json jsonOf(const analysis::ReportNumbers& numbers) {
+ordered_json jsonOf(const analysis::ReportNumbers& numbers, const std::string& path) {
   ordered_json json;
   json["rules"] = jsonOf(numbers.rules);
   json["range"] = {{"object", orNull(numbers.range.object)},
@@ -280,7 +280,7 @@ ordered_json jsonOf(const analysis::ReportNumbers& numbers) {
                    {"to_s", orNull(numbers.range.time.to)}};
   json["recording"] = jsonOf(numbers.recording);
   json["notices"] = numbers.notices;
-  json["worst"] = worstOf(numbers);
+  json["worst"] = worstOf(numbers, path);
   auto objects = ordered_json::array();
   for (const analysis::ObjectNumbers& object : numbers.objects)
     objects.push_back(jsonOf(object, numbers.recording));

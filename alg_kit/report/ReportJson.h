@@ -5,11 +5,13 @@
 
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <string>
 
 namespace report {
 
 /// A number that is not known, or not finite, is null.
-nlohmann::ordered_json jsonOf(const analysis::ReportNumbers& numbers);
+/// @param path  of the recording, in the commands that explain its moments; empty = its name alone
+nlohmann::ordered_json jsonOf(const analysis::ReportNumbers& numbers, const std::string& path = "");
 
 /// Null where it is not known.
 nlohmann::ordered_json jsonOf(const std::optional<analysis::HealthFacts>& facts);

@@ -1,8 +1,11 @@
 #!/usr/bin/env python3
 """algtrack inspect, held against what Python reads from the same file."""
 import json
+import os
+import re
 import sqlite3
 import struct
+import subprocess
 import unittest
 
 from algtrack_case import AlgtrackCase, seal
@@ -330,13 +333,15 @@ class AskTest(AlgtrackCase):
                       self.fail_in_one_line("inspect", "one", "--object", 3))
 
     def test_it_ends_with_the_worst_moments_and_the_commands_that_explain_them(self):
-        self.simulate("hard", "--product-type", 2, "--seconds", 5, "--noise", 0.2, "--dropouts",
+        self.simulate("hard", "--product-type", 2, "--seconds", 8, "--noise", 0.2, "--dropouts",
                       0.02, "--corrupt", 0.02, "--occlude", "3:2-3.5", "--seed", 4)
         text = self.succeed("inspect", "hard")
         self.assertIn("\nWhere to look first\n", text)
         worst = json.loads(self.succeed("inspect", "hard", "--json"))["worst_moments"]
-        self.assertEqual([m["kind"] for m in worst], ["gap"] * 3 + ["step"] * 3 + ["error"] * 3 +
-                         ["corrupt"] * 3)
+        self.assertEqual([m["kind"] for m in worst], ["gap"] * 5 + ["step"] * 5 + ["error"] * 5 +
+                         ["corrupt"] * 5)
+        report = json.loads(self.succeed("report", "hard", "--json"))["worst"]
+        self.assertEqual([m["command"] for m in report], [m["command"] for m in worst])
         self.assertEqual(worst[0]["object"], 3)
         self.assertAlmostEqual(worst[0]["duration_s"], 1.5, delta=0.1)
         for moment in worst:
@@ -392,6 +397,10 @@ class AskTest(AlgtrackCase):
                       self.succeed("inspect", "a"))
         self.assertTrue(json.loads(self.succeed("replay", "a", "--json"))
                         ["summary"]["journal_missing"])
+        for arguments in (["tracks", "a", "--csv", "-"], ["export", "a", "--mcap", "m"],
+                          ["calibration", "check", "--recording", "a"]):
+            self.assertIn("Note: a: its journal a-wal is not beside it: the latest calls are in "
+                          "there\n", self.run_algtrack(*arguments).stderr)
         report = json.loads(self.succeed("report", "a", "--json"))
         self.assertTrue(report["recording"]["journal_missing"])
         self.assertTrue(any("Its journal (a-wal)" in text for text in report["notices"]))
@@ -454,6 +463,21 @@ class AskTest(AlgtrackCase):
                     self.assertNotRegex(output, rb"\xe2\x80[\xa8-\xae]", arguments)
                 output.decode()  # no byte that is no UTF-8
 
+
+    def test_commands_can_be_pasted_whatever_the_file_is_called(self):
+        os.mkdir(self.path("field"))
+        for name in ("a b", "it's", "$HOME", "-x", "\u00fcber", "tab\t\\", "new\nline", "e\x1b[31m",
+                     "b\udcff"):
+            path = os.path.join("field" if name != "-x" else ".", name)
+            self.simulate(path, "--seconds", 1, "--product-type", 2, "--occlude", "3:0.3-0.5")
+            for arguments in (["inspect", path], ["report", path, "-o", path + ".html"]):
+                text = self.run_bytes(*arguments).stdout
+                command = re.search(rb"algtrack (inspect .* --object 3 .*)", text).group(1)
+                self.assertNotRegex(command, rb"[\x00-\x1f]")
+                told = subprocess.run([b"bash", b"-c", b'"$ALGTRACK" ' + command], cwd=self.folder,
+                                      capture_output=True, timeout=60)
+                self.assertEqual(told.returncode, 0, (command, told.stderr))
+                self.assertIn(b"seen in 0", told.stdout)
 
 if __name__ == "__main__":
     unittest.main()

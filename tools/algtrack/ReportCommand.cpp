@@ -65,18 +65,17 @@ Cell median(const analysis::Distribution& distribution) {
   return cell(distribution.count, distribution.median, 3);
 }
 
-Table worstTable(const analysis::ReportNumbers& numbers) {
+Table worstTable(const analysis::ReportNumbers& numbers, const std::string& path) {
   Table table({"what", "object", "value", "time, s", "packet", "call", "explained by"});
   for (const analysis::WorstMoment& moment : numbers.worst) {
     using Kind = analysis::WorstMoment::Kind;
     const char* const unit = moment.kind == Kind::kGap ? " s" : " mm";
     char value[64];
     std::snprintf(value, sizeof value, "%.3f%s", moment.value, unit);
-    table.addRow({analysis::describe(moment.kind),
-                  moment.object < 0 ? Cell("-") : Cell(moment.object),
-                  moment.kind == Kind::kCorrupt ? Cell("-") : Cell(value),
-                  Cell(moment.first.seconds, 3), moment.first.packet, moment.first.call,
-                  analysis::explainingCommand(moment, numbers.recording.file)});
+    table.addRow(
+        {analysis::describe(moment.kind), moment.object < 0 ? Cell("-") : Cell(moment.object),
+         moment.kind == Kind::kCorrupt ? Cell("-") : Cell(value), Cell(moment.first.seconds, 3),
+         moment.first.packet, moment.first.call, analysis::explainingCommand(moment, path)});
   }
   return table;
 }
@@ -97,7 +96,7 @@ Table bodyTable(const analysis::ReportNumbers& numbers) {
   return table;
 }
 
-void printSummary(const analysis::ReportNumbers& numbers) {
+void printSummary(const analysis::ReportNumbers& numbers, const std::string& path) {
   Table table({"object", "seen, %", "gaps", "longest gap, s", "error, mm (median)",
                "epipolar, px (median)", "ray gap, mm (median)", "jitter at rest, mm", "jumps",
                "outliers"});
@@ -120,7 +119,7 @@ void printSummary(const analysis::ReportNumbers& numbers) {
   }
   if (!numbers.worst.empty()) {
     std::cout << "\nWorst moments\n";
-    worstTable(numbers).print(std::cout);
+    worstTable(numbers, path).print(std::cout);
     std::cout << "\n";
   }
   for (const std::string& notice : numbers.notices) std::cout << "Note: " << notice << "\n";
@@ -145,12 +144,12 @@ void writeReport(const ReportOptions& options) {
     file.commit();
   }
   if (options.json) {
-    printJson(report::jsonOf(report.numbers));
+    printJson(report::jsonOf(report.numbers, options.file));
     return;
   }
   if (isStandardOutput(options.output)) return;
-  printSummary(report.numbers);
-  std::cout << "Report: " << options.output << "\n";
+  printSummary(report.numbers, options.file);
+  std::cout << "Report: " << oneLine(options.output) << "\n";
 }
 
 }  // namespace

@@ -275,7 +275,7 @@ std::string report(const RecordingFile& file, const std::optional<std::string>& 
     if (!stream) throw std::runtime_error(*page + ": writing failed");
   }
   // Texts in a recording may be anything.
-  return report::jsonOf(made.numbers)
+  return report::jsonOf(made.numbers, file.reader().path())
       .dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 

@@ -12,11 +12,14 @@ using analysis::WorstMoment;
 using analysis::WorstMoments;
 using Kind = WorstMoment::Kind;
 using testing::ElementsAre;
+using testing::Pair;
 
 constexpr int kProductType = 0;  // three objects
 
-Moment moment(std::int64_t packet) {
-  return {packet, 4 * packet + 4, static_cast<double>(packet) / 10};
+constexpr double kInterval = 0.1, kLongInterval = 1;  // seconds between packets
+
+Moment moment(std::int64_t packet, double interval) {
+  return {packet, 4 * packet + 4, static_cast<double>(packet) * interval};
 }
 
 class WorstMomentsTest : public testing::Test {
@@ -28,7 +31,7 @@ class WorstMomentsTest : public testing::Test {
     for (int object = 0; object < 3; ++object) block.records[object].id = object;
     block.records[0].id = x ? 0 : -1;
     block.records[0].x = x.value_or(77);
-    worst_.add(moment(next_++), kProductType, &block, truth, corrupt);
+    worst_.add(moment(next_++, interval_), kProductType, &block, truth, corrupt);
   }
 
   std::vector<WorstMoment> of(Kind kind, int object) const {
@@ -38,7 +41,8 @@ class WorstMomentsTest : public testing::Test {
     return found;
   }
 
-  WorstMoments worst_{3};
+  WorstMoments worst_{{}, 3};
+  double interval_ = kInterval;
   std::int64_t next_ = 0;
 };
 
@@ -64,6 +68,7 @@ TEST_F(WorstMomentsTest, AnObjectThatIsNeverSeenHasOneGapAsLongAsTheRecording) {
 }
 
 TEST_F(WorstMomentsTest, StepsAreBetweenNeighbouringPacketsAlone) {
+  interval_ = kLongInterval;
   add(0);
   add(5);
   add({});
@@ -91,6 +96,7 @@ TEST_F(WorstMomentsTest, ErrorsAreDistancesFromTheMirroredMiddleOfTheMarkers) {
 }
 
 TEST_F(WorstMomentsTest, KeepsTheWorstAndTheFirstCorruptPackets) {
+  interval_ = kLongInterval;
   float x = 0;
   for (const float step : {1, 9, 3, 7, 5}) add(x += step, {}, true);
   std::vector<double> sizes;
@@ -100,6 +106,42 @@ TEST_F(WorstMomentsTest, KeepsTheWorstAndTheFirstCorruptPackets) {
   for (const auto& moment : of(Kind::kCorrupt, -1)) corrupt.push_back(moment.first.packet);
   EXPECT_THAT(corrupt, ElementsAre(0, 1, 2));
   EXPECT_EQ(worst_.corrupt(), 5);
+}
+
+TEST_F(WorstMomentsTest, OfWhatLiesWithinASecondTheWorstStandsForAll) {
+  float x = 0;
+  for (int n = 0; n < 30; ++n) add(x += n == 4 ? 8 : n == 7 ? 9 : n == 25 ? 5 : 1, {}, n % 6 == 5);
+  std::vector<std::pair<std::int64_t, double>> steps;
+  for (const auto& moment : of(Kind::kStep, 0))
+    steps.emplace_back(moment.first.packet, moment.value);
+  // Packet 4 is 0.3 s before packet 7; those from 17 on are 1 s behind it.
+  EXPECT_THAT(steps, ElementsAre(Pair(7, 9.0), Pair(25, 5.0)));
+  std::vector<std::int64_t> corrupt;
+  for (const auto& moment : of(Kind::kCorrupt, -1)) corrupt.push_back(moment.first.packet);
+  EXPECT_THAT(corrupt, ElementsAre(5, 17, 29));
+}
+
+TEST_F(WorstMomentsTest, AnEventOfManyPacketsLeavesRoomForTheOthers) {
+  float x = 0;
+  add(x);
+  add({});
+  for (int n = 2; n < 500; ++n) add(x += n < 400 ? 50.0F : 0.0F);  // for 40 s
+  EXPECT_EQ(of(Kind::kGap, 0).size(), 1u);
+  interval_ = kLongInterval;
+  next_ = 600;
+  add({});
+  add(x);
+  add(x += 3);
+  EXPECT_EQ(of(Kind::kGap, 0).size(), 2u);
+}
+
+TEST_F(WorstMomentsTest, ThoseOfOneObjectAreNotCrowdedOutByOthers) {
+  worst_ = WorstMoments(1, 3);
+  interval_ = kLongInterval;
+  float x = 0;
+  for (int n = 0; n < 10; ++n) add(x += 100);
+  EXPECT_TRUE(of(Kind::kStep, 0).empty());
+  EXPECT_EQ(of(Kind::kStep, 1).size(), 3u);
 }
 
 TEST_F(WorstMomentsTest, APlaceThatIsNoNumberIsNotTheWorstStep) {
