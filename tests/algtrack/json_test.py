@@ -94,6 +94,10 @@ class JsonTest(AlgtrackCase):
         self.simulate("body", "--seconds", 1, "--product-type", 2, "--noise", 0.05, "--body",
                       "body.json", "--trajectory", "motion.tum", "--marker-size", 10)
 
+    def simulate_bent(self):
+        self.simulate("bent", "--seconds", 6, "--product-type", 2, "--noise", 0.05, "--bend",
+                      "0.3,-0.4,0.25")
+
     def test_simulate(self):
         self.valid("simulate", "simulate", "-o", "a", "--seconds", 1, "--corrupt", 0.2)
 
@@ -126,8 +130,7 @@ class JsonTest(AlgtrackCase):
         self.valid("calibration-check", "calibration", "check", STEREO, "--unit", "m")
 
     def test_refine_and_rig_map(self):
-        self.simulate("bent", "--seconds", 6, "--product-type", 2, "--noise", 0.05, "--bend",
-                      "0.3,-0.4,0.25")
+        self.simulate_bent()
         self.firmly("calibration-refine", "calibration", "refine", "bent", "-o", "healed.json")
         self.firmly("rig-map", "rig", "map", "--calibration", "healed.json", "-o", "map.html")
 
@@ -157,10 +160,18 @@ class JsonTest(AlgtrackCase):
             self.firmly(name, *arguments)
 
     def test_names_are_in_snake_case_but_for_the_calibration_files_own(self):
+        self.simulate_body()
+        self.simulate_bent()
         for arguments in (["simulate", "-o", "a", "--seconds", 1], ["replay", "one"],
                           ["inspect", "one"], ["inspect", "one", "--object", 1],
                           ["inspect", "one", "--packet", 3], ["inspect", "one", "--explain", 3],
-                          ["calibration", "check", "--recording", "one"], ["report", "one"]):
+                          ["calibration", "check", "--recording", "one"], ["report", "one"],
+                          ["calibration", "refine", "bent", "-o", "healed.json"],
+                          ["rig", "map", "--calibration", "healed.json"],
+                          ["body", "learn", "body", "--ids", "0,1,2,3", "-o", "learned.json"],
+                          ["body", "check", "body", "--body", "body.json"],
+                          ["body", "pivot", "body", "--body", "body.json"],
+                          ["body", "map", "--body", "body.json"]):
             for found in objects_in(json.loads(self.succeed(*arguments, "--json"))):
                 for key in found:
                     self.assertRegex(key, r"^[a-z][a-z0-9_]*$", arguments)

@@ -25,7 +25,7 @@ class SimulateTest(AlgtrackCase):
         self.assertIn("Note: the motion lasts 2.000 s, not the 200.000 s that were asked for.", text)
         told = json.loads(self.succeed("simulate", "-o", "b", "--trajectory", "motion.tum",
                                        "--seconds", 1.5, "--json"))
-        self.assertEqual(len(told["notes"]), 1)
+        self.assertEqual(len([note for note in told["notes"] if "motion" in note]), 1)
         self.assertEqual(told["summary"]["duration_s"], 1.5)
         self.assertEqual(json.loads(self.succeed("simulate", "-o", "c", "--trajectory",
                                                  "motion.tum", "--json"))["summary"]["frames"], 180)
@@ -35,6 +35,16 @@ class SimulateTest(AlgtrackCase):
                       "'0:30-40'", self.fail_in_one_line("simulate", "-o", "x", "--occlude",
                                                          "0:30-40"))
         self.assertFalse(os.path.exists(self.path("x")))
+
+    def test_the_check_byte_report_of_stamped_packets_is_called_normal(self):
+        stamped = json.loads(self.succeed("simulate", "-o", "a", "--seconds", 0.5, "--json"))
+        self.assertEqual([m["count"] for m in stamped["summary"]["messages"]
+                          if "check byte" in m["text"]], [44])
+        self.assertEqual(len([note for note in stamped["notes"]
+                              if "is normal for stamped packets" in note]), 1)
+        plain = json.loads(self.succeed("simulate", "-o", "b", "--seconds", 0.5, "--framing",
+                                        "plain", "--wrong-check", 1, "--json"))
+        self.assertEqual(plain["notes"], [])
 
     def test_same_seed_gives_the_same_content(self):
         self.simulate("a", *NOISY, "--seed", 5)

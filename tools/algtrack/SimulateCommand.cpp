@@ -13,6 +13,7 @@
 #include <tools/algtrack/terminal/Table.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -125,6 +126,18 @@ rig::RigError bendFrom(const std::string& option, const std::string& text) {
   return error;
 }
 
+/// What would alarm who reads the counts for the first time.
+void noteNormalReports(const sim::SessionCounts& counts, SimulateOptions& options) {
+  const auto reported = [](const auto& message) {
+    return message.first.find("check byte error") != std::string::npos;
+  };
+  if (options.simulation.framing == sim::Framing::kStamped &&
+      std::any_of(counts.messages.begin(), counts.messages.end(), reported))
+    options.notes.push_back(
+        "the message \"check byte error\" is normal for stamped packets: the library looks for the "
+        "check byte four bytes behind the device's");
+}
+
 /// How the true cameras differ from the calibration that the library gets.
 rig::RigError errorFrom(const SimulateOptions& options) {
   rig::RigError error = bendFrom("--bend", options.bend);
@@ -232,6 +245,7 @@ void simulate(SimulateOptions options) {
         progress->show(done);
       });
   partial.complete();
+  noteNormalReports(counts, options);
   if (!isStandardOutput(options.output)) printSummary(options, counts);
 }
 
