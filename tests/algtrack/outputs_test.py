@@ -151,20 +151,6 @@ class OutputsTest(AlgtrackCase):
                  env={**os.environ, "TMPDIR": self.path("temporary")})
         self.assertEqual(os.listdir(self.path("temporary")), [])
 
-    def test_a_recording_that_may_not_be_read_is_named_as_such(self):
-        nobody = dict(user=65534, group=65534, extra_groups=[]) if os.geteuid() == 0 else {}
-        os.chmod(self.folder, 0o755)
-        os.chmod(self.path("r"), 0)
-        for arguments in (["inspect", "r"], ["replay", "r"], ["tracks", "r", "--csv", "-"],
-                          ["repair", "r", "-o", "x"]):
-            try:
-                result = self.raw(*arguments, stdout=subprocess.DEVNULL, **nobody)
-            except PermissionError:
-                self.skipTest("nobody may not run the program")
-            self.assertEqual((result.returncode, result.stderr.decode()), (
-                2, "algtrack: r: expected a recording, found a file that cannot be opened: "
-                   "Permission denied\n"), arguments)
-
 
     def test_a_recording_that_may_not_be_read_is_named_as_such(self):
         nobody = dict(user=65534, group=65534, extra_groups=[]) if os.geteuid() == 0 else {}
