@@ -3,6 +3,7 @@
 import gzip
 import json
 import os
+import socket
 import struct
 import unittest
 
@@ -169,9 +170,17 @@ class CalibrationTest(AlgtrackCase):
         self.write_doubles("metres.bin", metres)
         said = "The unit of the translation seems to be metres: the baseline is 0.1"
         self.simulate("good", "--seconds", 1)
+        receiver = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.addCleanup(receiver.close)
+        receiver.bind(("127.0.0.1", 0))
+        port = receiver.getsockname()[1]
         for arguments in (("simulate", "--calibration", "metres.bin", "-o", "m", "--seconds", 1),
                           ("replay", "good", "--calibration", "metres.bin", "--csv", "m.csv"),
-                          ("tracks", "m", "--csv", "t.csv"), ("export", "m", "--mcap", "m.mcap")):
+                          ("tracks", "m", "--csv", "t.csv"), ("export", "m", "--mcap", "m.mcap"),
+                          ("inspect", "m"), ("inspect", "m", "--json"),
+                          ("inspect", "m", "--object", 0), ("inspect", "m", "--packet", 17),
+                          ("stream", "m", "--osc", "127.0.0.1:%d" % port, "--speed", 1000),
+                          ("stream", "m", "--osc", "127.0.0.1:%d" % port, "--follow")):
             result = self.run_algtrack(*arguments)
             self.assertEqual(result.returncode, 0, arguments)
             notes = [line for line in result.stderr.splitlines() if said in line]
@@ -180,7 +189,9 @@ class CalibrationTest(AlgtrackCase):
         notices = json.loads(self.succeed("report", "m", "--json"))["notices"]
         self.assertEqual(len([text for text in notices if said in text]), 1)
         # And of the right one nothing is said.
-        self.assertEqual(self.run_algtrack("tracks", "good", "--csv", "g.csv").stderr, "")
+        for arguments in (("tracks", "good", "--csv", "g.csv"), ("inspect", "good"),
+                          ("stream", "good", "--osc", "127.0.0.1:%d" % port, "--follow")):
+            self.assertEqual(self.run_algtrack(*arguments).stderr, "", arguments)
 
     def test_a_recording_made_with_the_wrong_calibration_can_be_judged(self):
         # The device is the rig; the host configured the library with an inverted translation.

@@ -15,19 +15,20 @@ from algtrack_case import ALGTRACK, AlgtrackCase
 
 
 class ViewTest(AlgtrackCase):
-    def serve(self, *arguments):
+    def serve(self, *arguments, says=""):
         server = subprocess.Popen([ALGTRACK, "view", "--no-browser", *map(str, arguments)],
                                   cwd=self.folder, text=True, stdout=subprocess.PIPE,
                                   stderr=subprocess.PIPE)
-        self.addCleanup(self.end, server)
+        self.addCleanup(self.end, server, says)
         line = server.stdout.readline().strip()
         self.assertTrue(line, server.stderr.read() if server.poll() is not None else "")
         return urlsplit(line)
 
-    def end(self, server):
+    def end(self, server, says):
         server.send_signal(signal.SIGINT)
         _, said = server.communicate(timeout=30)
-        self.assertEqual((server.returncode, said), (0, ""))
+        self.assertEqual(server.returncode, 0)
+        self.assertRegex(said, f"^{says}\\Z")
 
     def get(self, address, target, method="GET", body=None, **headers):
         connection = http.client.HTTPConnection(address.hostname, address.port, timeout=30)
@@ -66,6 +67,14 @@ class ViewTest(AlgtrackCase):
                                 (["a.algrec", "--port", "70000"], "--port")):
             with self.subTest(arguments=arguments):
                 self.assertIn(said, self.fail_in_one_line("view", "--no-browser", *arguments))
+
+    def test_says_that_metres_were_taken_for_millimetres(self):
+        rig = os.path.join(os.environ["ALG_SOURCE"],
+                           "tests/kit/calibration/data/opencv/stereo_fisheye.yml")
+        self.run_algtrack("simulate", "--calibration", rig, "--unit", "mm", "-o", "a.algrec",
+                          "--seconds", 0.1)
+        self.serve("a.algrec", says="Note: a.algrec: The unit of the translation seems to be "
+                   "metres: the baseline is 0[.]1.*\n")
 
     def test_refuses_a_port_that_is_taken(self):
         self.simulate("a.algrec", "--seconds", 0.1)

@@ -3,6 +3,7 @@
 #include <alg_kit/analysis/ObjectHistory.h>
 #include <alg_kit/trace/PipelineTrace.h>
 #include <tools/algtrack/Inspect.h>
+#include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/SurveyTables.h>
 #include <tools/algtrack/terminal/Progress.h>
 
@@ -122,6 +123,7 @@ Json runsJson(const std::vector<MissingRun>& runs) {
 
 void inspectObject(const InspectOptions& options) {
   const recording::RecordingReader reader(options.file);
+  noteUnit(reader);
   const int object = options.object.value_or(0);
   requireTracked(reader, object);
   ObjectFindings found(object);

@@ -2,6 +2,7 @@
 #include <alg_kit/analysis/Explanation.h>
 #include <tools/algtrack/Inspect.h>
 #include <tools/algtrack/PacketListing.h>
+#include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/terminal/Progress.h>
 
 #include <iostream>
@@ -77,6 +78,7 @@ void printPacket(const InspectOptions& options, const analysis::Explanation& exp
 
 void inspectPacket(const InspectOptions& options) {
   const recording::RecordingReader reader(options.file);
+  noteUnit(reader);
   Progress progress("inspecting", reader.callCount());
   const analysis::Explanation explanation = analysis::explainPacket(
       reader, options.moment, options.object, [&](std::int64_t call) { progress.show(call + 1); });

@@ -7,6 +7,7 @@
 #include <alg_kit/calibration/CalibrationFile.h>
 #include <alg_kit/trace/PipelineTrace.h>
 #include <tools/algtrack/Inspect.h>
+#include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/SurveyTables.h>
 #include <tools/algtrack/terminal/Progress.h>
 
@@ -204,6 +205,7 @@ void printFindings(const recording::RecordingReader& reader, const Findings& fou
 
 void inspectRecording(const InspectOptions& options) {
   const recording::RecordingReader reader(options.file);
+  noteUnit(reader);
   Findings found;
   gather(reader, options.range, found);
   if (options.json) {

@@ -4,6 +4,7 @@
 #include <tools/algtrack/terminal/Table.h>
 
 #include <algorithm>
+#include <cstring>
 #include <iostream>
 
 namespace algtrack {
@@ -15,8 +16,7 @@ void noteMissingJournal(const recording::RecordingReader& reader) {
             << "-wal is not beside it: the latest calls are in there\n";
 }
 
-void noteDoubts(const recording::RecordingReader& reader) {
-  noteMissingJournal(reader);
+void noteUnit(const recording::RecordingReader& reader) {
   const auto configurations = reader.configurations();
   const auto latest =
       std::find_if(configurations.rbegin(), configurations.rend(),
@@ -25,6 +25,19 @@ void noteDoubts(const recording::RecordingReader& reader) {
   calibration::LoadedCalibration loaded;
   loaded.calibration = *latest->calibration;
   noteUnit(loaded, reader.path());
+}
+
+void noteUnit(const session::Call& call, const std::string& file) {
+  calibration::LoadedCalibration loaded;
+  if (call.kind != session::CallKind::kInit || call.payload.size() != sizeof loaded.calibration)
+    return;
+  std::memcpy(&loaded.calibration, call.payload.data(), sizeof loaded.calibration);
+  noteUnit(loaded, file);
+}
+
+void noteDoubts(const recording::RecordingReader& reader) {
+  noteMissingJournal(reader);
+  noteUnit(reader);
 }
 
 }  // namespace algtrack

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <alg_kit/recording/Recording.h>
+#include <alg_kit/session/Session.h>
+
+#include <string>
 
 namespace algtrack {
 
@@ -8,7 +11,15 @@ namespace algtrack {
 /// gives ends before the recording did.
 void noteMissingJournal(const recording::RecordingReader& reader);
 
-/// That, and whether the unit of its latest calibration seems to be another one than millimetres.
+/// Says in one line where the baseline of a recording's latest calibration has a length that no
+/// pair in millimetres has.
+void noteUnit(const recording::RecordingReader& reader);
+
+/// The same of the calibration that an Init call of the recording `file` was given; of other calls
+/// nothing.
+void noteUnit(const session::Call& call, const std::string& file);
+
+/// Both of a recording: a missing journal, and a unit that is not millimetres.
 void noteDoubts(const recording::RecordingReader& reader);
 
 }  // namespace algtrack

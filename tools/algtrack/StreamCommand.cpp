@@ -117,6 +117,7 @@ void follow(const StreamCommandOptions& options, Sinks& sinks) {
   while (reader.state() != recording::FollowingReader::State::kEnded) {
     while (reader.next(unit)) {
       stopIfInterrupted();
+      noteUnit(unit[0].call, options.file);
       sinks.take(unit);
     }
     stopIfInterrupted();

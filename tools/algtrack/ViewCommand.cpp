@@ -2,6 +2,7 @@
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/view/Server.h>
 #include <tools/algtrack/Commands.h>
+#include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/terminal/Interrupt.h>
 #include <tools/algtrack/terminal/Options.h>
 
@@ -64,7 +65,8 @@ void viewFiles(const ViewOptions& options) {
   view::Watchers watchers;
   for (const std::string& file : options.files) {
     // What cannot be read is said here, and not in a page.
-    if (!options.follow || access(file.c_str(), F_OK) == 0) recording::RecordingReader reader(file);
+    if (!options.follow || access(file.c_str(), F_OK) == 0)
+      noteDoubts(recording::RecordingReader(file));
     watchers.push_back(std::make_unique<view::Watcher>(file, bodies));
   }
   view::Server server(watchers, options.server);
