@@ -55,6 +55,35 @@ TEST(Smoother, IsFarBetterThanTheEstimatorAndFindsTheNoise) {
   }
 }
 
+TEST(Smoother, GivesTheTwoPointObjectsDirection) {
+  const sim::Simulator simulator(rig::builtInRig(), sim::Scene::moving(1), options(0.1));
+  Estimator estimator(1, rig::builtInRig().calibration);
+  Smoother smoother(1, rig::builtInRig().calibration);
+  std::vector<Vector3d> truth;
+  double online = 0, smoothed = 0, stated = 0;
+  for (int n = 0; n < 900; ++n) {
+    const auto frame = simulator.frame(n);
+    const int length = static_cast<int>(frame.payload.size());
+    estimator.feed(2, frame.payload.data(), length);
+    smoother.add(2, frame.payload.data(), length);
+    truth.push_back(rig::mirrored(frame.truth.markers[3].position - frame.truth.markers[2].position)
+                        .normalized());
+    if (n >= 90) online += (Vector3d(estimator.at(2).direction) - truth.back()).squaredNorm();
+  }
+  int frames = 0;
+  smoother.run([&](int object, std::size_t frame, const Estimate& estimate) {
+    if (object != 2 || frame < 90) return;
+    ASSERT_TRUE(estimate.hasDirection);
+    smoothed += (Vector3d(estimate.direction) - truth[frame]).squaredNorm();
+    stated += 2 * estimate.directionDeviation * estimate.directionDeviation;  // two axes across
+    ++frames;
+  });
+  EXPECT_EQ(frames, 810);
+  EXPECT_LT(smoothed, 0.5 * online);
+  EXPECT_LT(smoothed, 2 * stated);
+  EXPECT_GT(smoothed, 0.3 * stated);
+}
+
 TEST(Smoother, StatesLargerVariancesWhereSightingsMissMoreThanStated) {
   const auto variance = [](double noise) {
     const sim::Simulator simulator(rig::builtInRig(), sim::Scene::still(0), options(noise));
