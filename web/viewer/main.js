@@ -146,6 +146,9 @@ function cycle(list) {
 
 const main = () => state.files[0];
 
+/** Until a server that came back has been met: a step taken before would be undone by it. */
+let lost = false;
+
 async function meetServer() {
   const { files } = await source.ask('about');
   const anew = state.files.length === 0 || files.some((file, i) => file.name !== state.files[i]?.name || file.frames < state.files[i].frames);
@@ -162,6 +165,8 @@ async function meetServer() {
   if (main().rig) applyRig();
   if (restored === null) restored = readAddress();
   await begin();
+  lost = false;
+  showStatus();
   poll();
 }
 
@@ -211,7 +216,7 @@ function showStatus() {
   const file = main();
   let text = '';
   let kind = '';
-  if (!source.connected) [text, kind] = ['the server is gone; waiting for it', 'lost'];
+  if (!source.connected || lost) [text, kind] = ['the server is gone; waiting for it', 'lost'];
   else if (!file) text = '';
   else if (file.state === 'absent') [text, kind] = ['waiting for the file', 'live'];
   else if (file.state === 'reading') text = `reading, ${(100 * file.share).toFixed(0)} %`;
@@ -723,5 +728,8 @@ new ResizeObserver(() => { if (series.length > 0) drawPlots(); }).observe(plots.
 setTheme(dark.matches ? 'dark' : 'light');
 paintToggles();
 source.addEventListener('open', () => meetServer().catch((problem) => say(problem.message)));
-source.addEventListener('lost', showStatus);
+source.addEventListener('lost', () => {
+  lost = true;
+  showStatus();
+});
 requestAnimationFrame(tick);
