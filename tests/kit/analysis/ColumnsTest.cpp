@@ -84,32 +84,34 @@ TEST(ColumnsTest, PacketsOfOneMomentAndOfDamagedTimesFit) {
   EXPECT_EQ(sum, 51);
 }
 
+// Where each packet keeps a column of its own, and where columns are shared.
 TEST(ColumnsTest, WhatIsKnownLaterGoesToThePacketsOwnColumn) {
-  constexpr int kPackets = 1000;
-  Columns columns(1, 1, 64), atOnce(1, 1, 64);
-  std::vector<Columns::Packet> packets;
-  for (int n = 0; n < kPackets; ++n) {
-    const double time = 3 + n * 0.01 + (n > 700 ? 40 : 0);
-    columns.begin(time, n, n);
-    packets.push_back(columns.latest());
-    atOnce.begin(time, n, n);
-    atOnce.add(0, n % 37);
-    atOnce.count(0);
-    if (n < 100) continue;
-    const std::size_t before = columns.columnOf(packets[static_cast<std::size_t>(n - 100)]);
-    columns.add(before, 0, (n - 100) % 37);
-    columns.count(before, 0);
+  constexpr int kLate = 10;
+  for (const int packetCount : {50, 1000}) {
+    SCOPED_TRACE(packetCount);
+    Columns columns(1, 1, 64), atOnce(1, 1, 64);
+    std::vector<Columns::Packet> packets;
+    const auto fill = [&](int n) {
+      const std::size_t column = columns.columnOf(packets[static_cast<std::size_t>(n)]);
+      columns.add(column, 0, n % 37);
+      columns.count(column, 0);
+    };
+    for (int n = 0; n < packetCount; ++n) {
+      const double time = 3 + n * 0.01 + (n > 700 ? 40 : 0);
+      columns.begin(time, n, n);
+      packets.push_back(columns.latest());
+      atOnce.begin(time, n, n);
+      atOnce.add(0, n % 37);
+      atOnce.count(0);
+      if (n >= kLate) fill(n - kLate);
+    }
+    for (int n = packetCount - kLate; n < packetCount; ++n) fill(n);
+    EXPECT_EQ(columns.counts(0), atOnce.counts(0));
+    EXPECT_THAT(columns.envelope(0).low,
+                testing::Pointwise(testing::NanSensitiveFloatEq(), atOnce.envelope(0).low));
+    EXPECT_THAT(columns.envelope(0).high,
+                testing::Pointwise(testing::NanSensitiveFloatEq(), atOnce.envelope(0).high));
   }
-  for (int n = kPackets - 100; n < kPackets; ++n) {
-    const std::size_t column = columns.columnOf(packets[static_cast<std::size_t>(n)]);
-    columns.add(column, 0, n % 37);
-    columns.count(column, 0);
-  }
-  EXPECT_EQ(columns.counts(0), atOnce.counts(0));
-  EXPECT_THAT(columns.envelope(0).low,
-              testing::Pointwise(testing::NanSensitiveFloatEq(), atOnce.envelope(0).low));
-  EXPECT_THAT(columns.envelope(0).high,
-              testing::Pointwise(testing::NanSensitiveFloatEq(), atOnce.envelope(0).high));
 }
 
 }  // namespace
