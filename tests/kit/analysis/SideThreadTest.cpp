@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <future>
@@ -60,6 +61,18 @@ TEST(SideThreadTest, OfSeveralFailuresTheFirstJobsIsThrown) {
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(), "20");
   }
+}
+
+TEST(SideThreadTest, RunsTwoJobsSideBySide) {
+  std::promise<void> begun[2];
+  std::future<void> other[2] = {begun[1].get_future(), begun[0].get_future()};
+  std::atomic<int> met{0};
+  SideThread side;
+  side.runAll(2, [&](std::size_t i) {
+    begun[i].set_value();
+    if (other[i].wait_for(std::chrono::seconds(10)) == std::future_status::ready) ++met;
+  });
+  EXPECT_EQ(met, 2);
 }
 
 TEST(SideThreadTest, JobsThatHaveNotBegunAreDroppedAtTheEnd) {
