@@ -14,6 +14,23 @@ using Eigen::Vector3d;
 
 constexpr std::size_t kFirst = kPairId, kSecond = kSecondOfPair;
 
+/// The smallest turn that brings one direction onto another: half a turn about any axis across
+/// where they are opposite. Eigen's own, for the sake of that case, takes seconds to compile.
+Eigen::Quaterniond turnBetween(const Vector3d& from, const Vector3d& to) {
+  const Vector3d a = from.normalized(), b = to.normalized();
+  const double cosine = a.dot(b);
+  Eigen::Quaterniond turn;
+  if (cosine < -1 + 1e-12) {
+    turn.w() = 0;
+    turn.vec() = a.unitOrthogonal();
+    return turn;
+  }
+  const double twice = std::sqrt(2 * (1 + cosine));  // two cosines of half the angle
+  turn.w() = 0.5 * twice;
+  turn.vec() = a.cross(b) / twice;
+  return turn;
+}
+
 }  // namespace
 
 BodyFrame toldApart(const BodyFrame& frame, const Body& pair, const RigidMotion& expected,
@@ -68,7 +85,7 @@ std::optional<BodyFrame> toldApart(const BodyFrame& frame, const Body& pair,
 
 RigidMotion pairMotion(const Body& pair, const Vector3d& first, const Vector3d& second) {
   RigidMotion motion;
-  motion.orientation = Eigen::Quaterniond::FromTwoVectors(axisOf(pair), second - first);
+  motion.orientation = turnBetween(axisOf(pair), second - first);
   motion.position = 0.5 * (first + second) - motion.orientation * meanOf(pair);
   return motion;
 }
