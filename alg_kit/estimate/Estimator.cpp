@@ -3,47 +3,23 @@
 #include <alg_kit/estimate/Tracker.h>
 
 #include <mutex>
-#include <vector>
 
 namespace estimate {
 struct Estimator::State {
   State(int productType, const algorithm::StereoCalibration& calibration,
         const EstimatorOptions& options)
-      : tracker(productType, calibration, options),
-        published(static_cast<std::size_t>(tracker.objectCount()), TrackState(options.models)) {}
+      : tracker(productType, calibration, options) {}
 
-  void publish();
+  void count();
 
+  mutable std::mutex mutex;  ///< of all that follows
   Tracker tracker;
-
-  mutable std::mutex mutex;  ///< of what follows, which any thread may read
-  std::vector<TrackState> published;
   Verdict verdicts[algorithm::kMaxObjects];
-  double now = 0;
-  double noise = 0;
 };
 
-void Estimator::State::publish() {
-  const std::lock_guard<std::mutex> lock(mutex);
-  now = tracker.now();
-  noise = tracker.noise();
+void Estimator::State::count() {
   for (int object = 0; object < tracker.objectCount(); ++object) {
-    const TrackState& from = tracker.track(object);
     const Outcome& outcome = tracker.outcome(object);
-    TrackState& to = published[static_cast<std::size_t>(object)];
-    if (from.alive && !from.hasOffset) {
-      to.alive = true;
-      to.confirmed = from.confirmed;
-      to.lastSeen = from.lastSeen;
-      to.lastPair = from.lastPair;
-      to.cameras = from.cameras;
-      to.hasOffset = to.leaning = false;
-      to.centre = from.centre;
-    } else if (from.alive) {
-      to = from;
-    } else {
-      to.alive = false;
-    }
     Verdict& verdict = verdicts[object];
     verdict.refusal = outcome.refusal;
     verdict.value = outcome.value;
@@ -60,7 +36,10 @@ Estimator::~Estimator() = default;
 
 void Estimator::feed(int streamType, const unsigned char* payload, int length,
                      std::optional<double> arrival) {
-  if (state_->tracker.feed(streamType, payload, length, arrival)) state_->publish();
+  // A packet takes a few microseconds: who asks meanwhile waits no longer than for a copy of it
+  // all.
+  const std::lock_guard<std::mutex> lock(state_->mutex);
+  if (state_->tracker.feed(streamType, payload, length, arrival)) state_->count();
 }
 
 Estimate Estimator::ahead(int object, double seconds) const {
@@ -68,8 +47,8 @@ Estimate Estimator::ahead(int object, double seconds) const {
   if (object < 0 || object >= s.tracker.objectCount()) return {};
   if (!(seconds >= 0 && seconds <= kFarthestAhead)) return {};
   std::unique_lock<std::mutex> lock(s.mutex);
-  const TrackState track = s.published[static_cast<std::size_t>(object)];
-  const double now = s.now, noise = s.noise;
+  const TrackState track = s.tracker.track(object);
+  const double now = s.tracker.now(), noise = s.tracker.noise();
   lock.unlock();
   return estimateFrom(track, now, seconds, noise);
 }
@@ -83,12 +62,12 @@ Verdict Estimator::verdict(int object) const {
 
 double Estimator::now() const {
   const std::lock_guard<std::mutex> lock(state_->mutex);
-  return state_->now;
+  return state_->tracker.now();
 }
 
 double Estimator::noise() const {
   const std::lock_guard<std::mutex> lock(state_->mutex);
-  return state_->noise;
+  return state_->tracker.noise();
 }
 
 int Estimator::objectCount() const {

@@ -15,7 +15,9 @@ constexpr double kAlongTheRay = 1e-6;
 }  // namespace
 
 double raysMiss(const PositionInformation& information) {
-  return information.misfit - information.pull.dot(information.weight.inverse() * information.pull);
+  const Matrix3d covariance =
+      information.determined ? information.covariance : Matrix3d(information.weight.inverse());
+  return information.misfit - information.pull.dot(covariance * information.pull);
 }
 
 PositionInformation movedTo(PositionInformation information, const Vector3d& at) {
@@ -36,6 +38,7 @@ PositionInformation ofMiddle(PositionInformation marker, const Vector3d& offset,
 MiddleAndOffset middleAndOffset(const PositionInformation& first,
                                 const PositionInformation& second) {
   const auto covarianceOf = [](const PositionInformation& one) -> Matrix3d {
+    if (one.determined) return one.covariance;
     return (one.weight + kAlongTheRay * Matrix3d::Identity()).inverse();
   };
   const Matrix3d covariance1 = covarianceOf(first), covariance2 = covarianceOf(second);
@@ -44,7 +47,9 @@ MiddleAndOffset middleAndOffset(const PositionInformation& first,
   MiddleAndOffset result;
   result.middle.at = 0.5 * (place1 + place2);
   result.offset.at = 0.5 * (place2 - place1);
-  result.middle.weight = result.offset.weight = (0.25 * (covariance1 + covariance2)).inverse();
+  result.middle.covariance = result.offset.covariance = 0.25 * (covariance1 + covariance2);
+  result.middle.determined = result.offset.determined = true;
+  result.middle.weight = result.offset.weight = result.middle.covariance.inverse();
   result.middle.numbers = result.offset.numbers = first.numbers;
   return result;
 }

@@ -39,27 +39,31 @@ Matrix3d blended(const BlockOf& block, const VectorOf& x, Lanes probability) {
   return result;
 }
 
-/// The mixture's position, and its covariance with all.
-/// @param v, a  the models' distances from the mixture's mean
-void blendPosition(const MotionStateOf<Lanes>& models, const Lanes& probability, const VectorOf& v,
-                   const VectorOf& a, MotionState& result) {
-  result.p = meanOf(models.p, probability);
-  const VectorOf p = models.p - everywhere(result.p);
-  result.pp = blended(models.pp, p, probability);
-  result.pv = blended(models.pv, p, v, probability);
-  result.pa = blended(models.pa, p, a, probability);
+/// The models' distances from the mixture's mean.
+struct Distances {
+  Distances(const MotionStateOf<Lanes>& models, const MotionState& mixture)
+      : p(models.p - everywhere(mixture.p)),
+        v(models.v - everywhere(mixture.v)),
+        a(models.a - everywhere(mixture.a)) {}
+  VectorOf p, v, a;
+};
+
+Distances setMean(const MotionStateOf<Lanes>& models, const Lanes& probability,
+                  MotionState& mixture) {
+  mixture.p = meanOf(models.p, probability);
+  mixture.v = meanOf(models.v, probability);
+  mixture.a = meanOf(models.a, probability);
+  return {models, mixture};
 }
 
-/// The rest of it. `v` and `a` are filled with the models' distances from the mean.
-void blendRest(const MotionStateOf<Lanes>& models, const Lanes& probability, VectorOf& v,
-               VectorOf& a, MotionState& result) {
-  result.v = meanOf(models.v, probability);
-  result.a = meanOf(models.a, probability);
-  v = models.v - everywhere(result.v);
-  a = models.a - everywhere(result.a);
-  result.vv = blended(models.vv, v, probability);
-  result.va = blended(models.va, v, a, probability);
-  result.aa = blended(models.aa, a, probability);
+void setCovariance(const MotionStateOf<Lanes>& models, const Lanes& probability,
+                   const Distances& to, MotionState& mixture) {
+  mixture.pp = blended(models.pp, to.p, probability);
+  mixture.pv = blended(models.pv, to.p, to.v, probability);
+  mixture.pa = blended(models.pa, to.p, to.a, probability);
+  mixture.vv = blended(models.vv, to.v, probability);
+  mixture.va = blended(models.va, to.v, to.a, probability);
+  mixture.aa = blended(models.aa, to.a, probability);
 }
 
 void setLane(MotionStateOf<Lanes>& models, int m, const MotionState& s) {
@@ -78,26 +82,64 @@ void setLane(MotionStateOf<Lanes>& models, int m, const MotionState& s) {
   }
 }
 
-/// Of two Gaussians d apart, with the shares `own` and `drawn`: the block of the covariance.
-/// @param spread  own x drawn x d of the rows
-void mix(BlockOf& block, const Matrix3d& other, Lanes own, Lanes drawn, const VectorOf& spread,
-         const VectorOf& apart) {
-  for (int j = 0; j < 3; ++j)
-    for (int i = 0; i < 3; ++i) {
-      Lanes mixed = own * block(i, j);
-      mixed += drawn * Lanes(other(i, j));
-      mixed += spread[i] * apart[j];
-      block(i, j) = mixed;
+/// Every model's own element with the share 1 - drawn, else the mixture's.
+/// @param spread  the own share times the distances of the rows
+struct Mixing {
+  Lanes drawn;
+
+  Lanes mixed(const Lanes& element, double mixture, const Lanes& spread, const Lanes& to) const {
+    return element + drawn * (Lanes(mixture) - element + spread * to);
+  }
+
+  void mix(BlockOf& block, const Matrix3d& mixture, const VectorOf& spread,
+           const VectorOf& to) const {
+    for (int j = 0; j < 3; ++j)
+      for (int i = 0; i < 3; ++i) block(i, j) = mixed(block(i, j), mixture(i, j), spread[i], to[j]);
+  }
+
+  /// A block on the diagonal.
+  void mixEven(BlockOf& block, const Matrix3d& mixture, const VectorOf& spread,
+               const VectorOf& to) const {
+    for (int j = 0; j < 3; ++j)
+      for (int i = 0; i <= j; ++i)
+        block(j, i) = block(i, j) = mixed(block(i, j), mixture(i, j), spread[i], to[j]);
+  }
+};
+
+/// The mixture of what `displace` makes of every model, from the mixture of the motions and how far
+/// the displacements are from their mean.
+void setDisplaced(const MotionState& motion, const Distances& to, const Lanes& probability,
+                  const Lanes& tremor2, const Gain<Lanes>& gain, const Taken<Lanes>& taken,
+                  InteractingModels::Displaced& marker) {
+  const VectorOf displacement = tremor2 * gain.drive;
+  const Vector3d mean = meanOf(displacement, probability);
+  const VectorOf from = displacement - everywhere(mean), weighted = probability * from;
+  const Lanes share = probability * tremor2;
+  marker.p = motion.p + mean;
+  const auto set = [&](Matrix3d& block, const Matrix3d& ofMotion, const VectorOf& toOther,
+                       const BlockOf& takenOther) {
+    for (int j = 0; j < 3; ++j)
+      for (int i = 0; i < 3; ++i)
+        block(i, j) = ofMotion(i, j) + (weighted[i] * toOther[j] - share * takenOther(i, j)).sum();
+  };
+  set(marker.pv, motion.pv, to.v, taken.v);
+  set(marker.pa, motion.pa, to.a, taken.a);
+  for (int j = 0; j < 3; ++j) {
+    for (int i = 0; i <= j; ++i) {
+      const Lanes removed = taken.p(i, j) + taken.p(j, i) + tremor2 * gain.inverse(i, j);
+      const Lanes apart = weighted[i] * (to.p[j] + from[j]) + weighted[j] * to.p[i];
+      marker.pp(j, i) = marker.pp(i, j) = motion.pp(i, j) + (apart - share * removed).sum();
     }
+    marker.pp(j, j) += share.sum();
+  }
 }
 
 }  // namespace
 
 MotionState mixtureOf(const MotionStateOf<Lanes>& models, const Lanes& probability) {
   MotionState result;
-  VectorOf v, a;
-  blendRest(models, probability, v, a, result);
-  blendPosition(models, probability, v, a, result);
+  const Distances to = setMean(models, probability, result);
+  setCovariance(models, probability, to, result);
   return result;
 }
 
@@ -112,21 +154,12 @@ InteractingModels::InteractingModels(const ModelSet& set) : set_(set), step_(0, 
 void InteractingModels::start(const MotionState& state) {
   for (int m = 0; m < kModels; ++m) setLane(models_, m, state);
   probability_ = share_;
-  marker_ = state;
+  motion_ = state;
+  marker_ = {state.p, state.pp, state.pv, state.pa};
   corrected_ = true;
 }
 
 void InteractingModels::predict(double seconds) {
-  MotionState mixture = marker_;
-  VectorOf toV, toA;
-  if (corrected_) {  // the marker has the motion's velocity and acceleration
-    toV = models_.v - everywhere(mixture.v);
-    toA = models_.a - everywhere(mixture.a);
-  } else {
-    blendRest(models_, probability_, toV, toA, mixture);
-  }
-  blendPosition(models_, probability_, toV, toA, mixture);
-  corrected_ = false;
   if (seconds != step_.t) {
     step_ = Step(seconds, set_.memory);
     stays_ = std::exp(-seconds / set_.dwell);
@@ -134,20 +167,22 @@ void InteractingModels::predict(double seconds) {
   const Lanes stays = stays_;
   const Lanes prior = stays * probability_ + (Lanes(1) - stays) * share_;
   const Lanes own = stays * probability_ / prior, drawn = Lanes(1) - own;
+  if (!corrected_) motion_ = mixtureOf(models_, probability_);
   MotionStateOf<Lanes>& s = models_;
-  const VectorOf p = everywhere(mixture.p) - s.p, v = -toV, a = -toA;
-  const Lanes both = own * drawn;
-  const VectorOf wp = both * p, wv = both * v, wa = both * a;
-  mix(s.pp, mixture.pp, own, drawn, wp, p);
-  mix(s.pv, mixture.pv, own, drawn, wp, v);
-  mix(s.pa, mixture.pa, own, drawn, wp, a);
-  mix(s.vv, mixture.vv, own, drawn, wv, v);
-  mix(s.va, mixture.va, own, drawn, wv, a);
-  mix(s.aa, mixture.aa, own, drawn, wa, a);
-  s.p += drawn * p;
-  s.v += drawn * v;
-  s.a += drawn * a;
+  const Distances to(s, motion_);
+  const VectorOf p = own * to.p, v = own * to.v, a = own * to.a;
+  const Mixing mixing{drawn};
+  mixing.mixEven(s.pp, motion_.pp, p, to.p);
+  mixing.mix(s.pv, motion_.pv, p, to.v);
+  mixing.mix(s.pa, motion_.pa, p, to.a);
+  mixing.mixEven(s.vv, motion_.vv, v, to.v);
+  mixing.mix(s.va, motion_.va, v, to.a);
+  mixing.mixEven(s.aa, motion_.aa, a, to.a);
+  s.p -= drawn * to.p;
+  s.v -= drawn * to.v;
+  s.a -= drawn * to.a;
   probability_ = prior;
+  corrected_ = false;
   estimate::predict(s, step_, jerk_);
 }
 
@@ -160,27 +195,33 @@ double InteractingModels::correct(const PositionInformation& information, double
     likelihood[m] = std::exp(-0.5 * (distance2[m] - nearest)) / std::sqrt(determinant[m]);
   const double likeliest = *std::max_element(likelihood.begin(), likelihood.end());
   if (!(nearest <= gate2) || !(likeliest > 0) || !std::isfinite(likeliest)) return nearest;
-  MotionStateOf<Lanes> marker;
-  estimate::correct(models_, gain, tremor2_, &marker);
+  const Taken<Lanes> taken = estimate::correct(models_, gain);
   for (int m = 0; m < kModels; ++m)
     probability_.set(
         m, std::max(kLeastProbability,
                     probability_[m] * likelihood[static_cast<std::size_t>(m)] / likeliest));
   probability_ /= probability_.sum();
-  VectorOf v, a;
-  blendRest(models_, probability_, v, a, marker_);
-  blendPosition(marker, probability_, v, a, marker_);
+  const Distances to = setMean(models_, probability_, motion_);
+  setCovariance(models_, probability_, to, motion_);
+  setDisplaced(motion_, to, probability_, tremor2_, gain, taken, marker_);
   corrected_ = true;
   return nearest;
 }
 
 void InteractingModels::widen(const Matrix3d& covariance) {
   models_.pp += covariance.cast<Lanes>();
+  motion_.pp += covariance;
   marker_.pp += covariance;
 }
 
 MotionState InteractingModels::marker() const {
-  return corrected_ ? marker_ : markerAfter(0);
+  if (!corrected_) return markerAfter(0);
+  MotionState result = motion_;
+  result.p = marker_.p;
+  result.pp = marker_.pp;
+  result.pv = marker_.pv;
+  result.pa = marker_.pa;
+  return result;
 }
 
 MotionState InteractingModels::markerAfter(double seconds) const {
@@ -197,10 +238,6 @@ InteractingModels::Place InteractingModels::place() const {
   result.pp = blended(models_.pp, models_.p - everywhere(result.p), probability_);
   result.pp.diagonal().array() += (probability_ * tremor2_).sum();
   return result;
-}
-
-Vector3d InteractingModels::position() const {
-  return corrected_ ? marker_.p : meanOf(models_.p, probability_);
 }
 
 }  // namespace estimate

@@ -39,13 +39,18 @@ class InteractingModels {
 
   /// The marker's position and its covariance alone.
   struct Place {
-    Eigen::Vector3d p;
-    Eigen::Matrix3d pp;
+    Eigen::Vector3d p = Eigen::Vector3d::Zero();
+    Eigen::Matrix3d pp = Eigen::Matrix3d::Zero();
   };
   Place place() const;
 
-  /// The mixture's mean position.
-  Eigen::Vector3d position() const;
+  /// What of the marker is not that of the motion.
+  struct Displaced {
+    Eigen::Vector3d p = Eigen::Vector3d::Zero();
+    Eigen::Matrix3d pp = Eigen::Matrix3d::Zero();
+    Eigen::Matrix3d pv = Eigen::Matrix3d::Zero();
+    Eigen::Matrix3d pa = Eigen::Matrix3d::Zero();
+  };
 
   const MotionStateOf<Lanes>& models() const { return models_; }
   std::array<double, kModels> probabilities() const { return probability_.all(); }
@@ -58,10 +63,11 @@ class InteractingModels {
   Lanes jerk_, tremor2_, share_;  ///< those of `set_`
   MotionStateOf<Lanes> models_;
   Lanes probability_ = 0;
-  MotionState marker_;
-  bool corrected_ = false;  ///< `marker_` is of this moment
-  Step step_;               ///< the latest, which is mostly the next one's too
-  double stays_ = 1;        ///< in it, the share of a model that is not drawn anew
+  bool corrected_ = false;  ///< at this moment; then:
+  MotionState motion_;      ///< the mixture of `models_`
+  Displaced marker_;
+  Step step_;         ///< the latest, which is mostly the next one's too
+  double stays_ = 1;  ///< in it, the share of a model that is not drawn anew
 };
 
 }  // namespace estimate

@@ -16,16 +16,86 @@ void setEven(Block& block, Value value) {
     for (int i = 0; i <= j; ++i) block(j, i) = block(i, j) = value(i, j);
 }
 
-/// x^T y, where it is even.
+/// block -= x^T y, where that is even.
 template <class Block>
-Block evenProduct(const Block& x, const Block& y) {
+void subtractEvenProduct(Block& block, const Block& x, const Block& y) {
+  setEven(block, [&](int i, int j) {
+    return block(i, j) - (x(0, i) * y(0, j) + x(1, i) * y(1, j) + x(2, i) * y(2, j));
+  });
+}
+
+template <class Block>
+struct InverseOf {
+  Block inverse;
+  typename Block::Scalar determinant;
+};
+
+/// By cofactors, of which the determinant is made too.
+template <class Block>
+InverseOf<Block> inverseOf(const Block& x) {
+  Block adjugate;
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j) {
+      const int i1 = (i + 1) % 3, i2 = (i + 2) % 3, j1 = (j + 1) % 3, j2 = (j + 2) % 3;
+      adjugate(j, i) = x(i1, j1) * x(i2, j2) - x(i1, j2) * x(i2, j1);
+    }
+  using Number = typename Block::Scalar;
+  const Number determinant =
+      x(0, 0) * adjugate(0, 0) + x(0, 1) * adjugate(1, 0) + x(0, 2) * adjugate(2, 0);
+  return {adjugate * (Number(1) / determinant), determinant};
+}
+
+/// The same of an even block.
+template <class Block>
+InverseOf<Block> evenInverseOf(const Block& x) {
   Block result;
-  setEven(result,
-          [&](int i, int j) { return x(0, i) * y(0, j) + x(1, i) * y(1, j) + x(2, i) * y(2, j); });
-  return result;
+  setEven(result, [&](int i, int j) {
+    const int i1 = (i + 1) % 3, i2 = (i + 2) % 3, j1 = (j + 1) % 3, j2 = (j + 2) % 3;
+    return x(i1, j1) * x(i2, j2) - x(i1, j2) * x(i2, j1);
+  });
+  using Number = typename Block::Scalar;
+  const Number determinant =
+      x(0, 0) * result(0, 0) + x(0, 1) * result(0, 1) + x(0, 2) * result(0, 2);
+  result *= Number(1) / determinant;
+  return {result, determinant};
+}
+
+/// Of a weight's determinant and what it would be, were the position known equally well in all
+/// directions: below, the weight is that of one camera, which does not determine a position.
+constexpr double kDetermined = 1e-9;
+
+/// By the measured position's covariance.
+template <class Number>
+Gain<Number> gainOfPosition(const MotionStateOf<Number>& state,
+                            const PositionInformation& information, Number tremor2) {
+  using Block = typename MotionStateOf<Number>::Block;
+  using Vector = typename MotionStateOf<Number>::Vector;
+  Block spread;
+  setEven(spread,
+          [&](int i, int j) { return state.pp(i, j) + Number(information.covariance(i, j)); });
+  for (int i = 0; i < 3; ++i) spread(i, i) += tremor2;
+  const InverseOf<Block> inverse = evenInverseOf(spread);
+  const Eigen::Vector3d change = information.covariance * information.pull;
+  const Eigen::Vector3d measured = information.at + change;
+  const Vector apart = measured.template cast<Number>() - state.p;
+
+  Gain<Number> gain;
+  gain.inverse = inverse.inverse;
+  gain.drive = inverse.inverse * apart;
+  const double miss2 = information.misfit - information.pull.dot(change);
+  gain.fit.distance2 = Number(miss2) + apart.dot(gain.drive);
+  gain.fit.determinant = inverse.determinant;
+  return gain;
 }
 
 }  // namespace
+
+void determine(PositionInformation& information) {
+  const double third = information.weight.trace() / 3;
+  const InverseOf<Eigen::Matrix3d> inverse = evenInverseOf(information.weight);
+  information.determined = inverse.determinant > kDetermined * third * third * third;
+  if (information.determined) information.covariance = inverse.inverse;
+}
 
 Step::Step(double seconds, double memory)
     : t(seconds),
@@ -56,7 +126,8 @@ void predict(MotionStateOf<Number>& s, const Step& step, Number jerk) {
   s.pv = newP_v + av * newP_a;
   s.pa = fade * newP_a;
   s.va = fade * newV_a;
-  s.aa *= fade * fade;
+  const Number fade2 = fade * fade;
+  setEven(s.aa, [&](int i, int j) { return fade2 * s.aa(i, j); });
 
   const double t1 = step.t, t2 = t1 * t1, t3 = t2 * t1;
   const auto drive = [jerk](Block& block, double share) {
@@ -75,22 +146,16 @@ Gain<Number> gainOf(const MotionStateOf<Number>& state, const PositionInformatio
                     Number tremor2) {
   using Block = typename MotionStateOf<Number>::Block;
   using Vector = typename MotionStateOf<Number>::Vector;
+  if (information.determined) return gainOfPosition(state, information, tremor2);
+  // The same without the inverse of the weight.
   const Block weight = information.weight.template cast<Number>();
   const Vector given = information.pull.template cast<Number>();
   Block position = state.pp;
   for (int i = 0; i < 3; ++i) position(i, i) += tremor2;
   Block spread = weight * position;
   for (int i = 0; i < 3; ++i) spread(i, i) += Number(1);
-  // By cofactors, of which the determinant is made too.
-  Block adjugate;
-  for (int i = 0; i < 3; ++i)
-    for (int j = 0; j < 3; ++j) {
-      const int i1 = (i + 1) % 3, i2 = (i + 2) % 3, j1 = (j + 1) % 3, j2 = (j + 2) % 3;
-      adjugate(j, i) = spread(i1, j1) * spread(i2, j2) - spread(i1, j2) * spread(i2, j1);
-    }
-  const Number determinant =
-      spread(0, 0) * adjugate(0, 0) + spread(0, 1) * adjugate(1, 0) + spread(0, 2) * adjugate(2, 0);
-  const Block shrink = adjugate * (Number(1) / determinant);
+  const InverseOf<Block> inverse = inverseOf(spread);
+  const Block& shrink = inverse.inverse;
 
   Gain<Number> gain;
   // (pp + tremor^2 I + weight^-1)^-1
@@ -105,31 +170,40 @@ Gain<Number> gainOf(const MotionStateOf<Number>& state, const PositionInformatio
       Number(information.misfit) - Number(2) * given.dot(offset) + offset.dot(shift);
   // (R + J pp J^T)^-1 by the matrix inversion lemma, and its determinant.
   gain.fit.distance2 = misfit - pull.dot(position * gain.drive);
-  gain.fit.determinant = determinant;
+  gain.fit.determinant = inverse.determinant;
   return gain;
 }
 
 template <class Number>
-void correct(MotionStateOf<Number>& s, const Gain<Number>& gain, Number tremor2,
-             MotionStateOf<Number>* marker) {
-  using Block = typename MotionStateOf<Number>::Block;
-  s.p += s.pp * gain.drive;
-  s.v += s.pv.transpose() * gain.drive;
-  s.a += s.pa.transpose() * gain.drive;
-  const Block p = gain.inverse * s.pp, v = gain.inverse * s.pv, a = gain.inverse * s.pa;
-  s.vv -= evenProduct(s.pv, v);
-  s.va -= s.pv.transpose() * a;
-  s.aa -= evenProduct(s.pa, a);
-  s.pv -= s.pp * v;
-  s.pa -= s.pp * a;
-  s.pp -= evenProduct(s.pp, p);
-  if (marker == nullptr) return;
+Taken<Number> correct(MotionStateOf<Number>& s, const Gain<Number>& gain) {
+  s.p.noalias() += s.pp * gain.drive;
+  s.v.noalias() += s.pv.transpose() * gain.drive;
+  s.a.noalias() += s.pa.transpose() * gain.drive;
+  Taken<Number> taken;
+  taken.p.noalias() = gain.inverse * s.pp;
+  taken.v.noalias() = gain.inverse * s.pv;
+  taken.a.noalias() = gain.inverse * s.pa;
+  subtractEvenProduct(s.vv, s.pv, taken.v);
+  s.va.noalias() -= s.pv.transpose() * taken.a;
+  subtractEvenProduct(s.aa, s.pa, taken.a);
+  s.pv.noalias() -= s.pp * taken.v;
+  s.pa.noalias() -= s.pp * taken.a;
+  const typename MotionStateOf<Number>::Block before = s.pp;
+  subtractEvenProduct(s.pp, before, taken.p);
+  return taken;
+}
+
+template <class Number>
+void displace(MotionStateOf<Number>& marker, const MotionStateOf<Number>& s,
+              const Gain<Number>& gain, const Taken<Number>& taken, Number tremor2) {
   // The displacement's own posterior: it takes its share of the residual.
-  marker->p = s.p + tremor2 * gain.drive;
-  marker->pv = s.pv - tremor2 * v;
-  marker->pa = s.pa - tremor2 * a;
-  marker->pp = s.pp - tremor2 * (p + p.transpose() + tremor2 * gain.inverse);
-  for (int i = 0; i < 3; ++i) marker->pp(i, i) += tremor2;
+  marker.p = s.p + tremor2 * gain.drive;
+  marker.pv = s.pv - tremor2 * taken.v;
+  marker.pa = s.pa - tremor2 * taken.a;
+  setEven(marker.pp, [&](int i, int j) {
+    return s.pp(i, j) - tremor2 * (taken.p(i, j) + taken.p(j, i) + tremor2 * gain.inverse(i, j));
+  });
+  for (int i = 0; i < 3; ++i) marker.pp(i, i) += tremor2;
 }
 
 Fit fitOf(const MotionState& state, const PositionInformation& information) {
@@ -140,8 +214,9 @@ Fit fitAndCorrect(MotionState& s, const PositionInformation& information, double
                   MotionState* marker) {
   const double tremor2 = tremor * tremor;
   const Gain<double> gain = gainOf(s, information, tremor2);
-  correct(s, gain, tremor2, marker);
+  const Taken<double> taken = correct(s, gain);
   if (marker != nullptr) {
+    displace(*marker, s, gain, taken, tremor2);
     marker->v = s.v;
     marker->a = s.a;
     marker->vv = s.vv;
@@ -154,6 +229,8 @@ Fit fitAndCorrect(MotionState& s, const PositionInformation& information, double
 template void predict(MotionStateOf<double>&, const Step&, double);
 template void predict(MotionStateOf<Lanes>&, const Step&, Lanes);
 template Gain<Lanes> gainOf(const MotionStateOf<Lanes>&, const PositionInformation&, Lanes);
-template void correct(MotionStateOf<Lanes>&, const Gain<Lanes>&, Lanes, MotionStateOf<Lanes>*);
+template Taken<Lanes> correct(MotionStateOf<Lanes>&, const Gain<Lanes>&);
+template void displace(MotionStateOf<Lanes>&, const MotionStateOf<Lanes>&, const Gain<Lanes>&,
+                       const Taken<Lanes>&, Lanes);
 
 }  // namespace estimate

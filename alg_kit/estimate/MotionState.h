@@ -35,7 +35,13 @@ struct PositionInformation {
   Eigen::Vector3d pull = Eigen::Vector3d::Zero();
   double misfit = 0;
   int numbers = 0;  ///< of the measurement: 2 per camera
+
+  bool determined = false;  ///< the position; then, what the filter saves work with:
+  Eigen::Matrix3d covariance = Eigen::Matrix3d::Zero();  ///< weight^-1
 };
+
+/// Fills `determined` and `covariance` from the weight.
+void determine(PositionInformation& information);
 
 /// How a measurement fits a state.
 template <class Number>
@@ -81,12 +87,21 @@ template <class Number>
 Gain<Number> gainOf(const MotionStateOf<Number>& state, const PositionInformation& information,
                     Number tremor2);
 
-/// The Kalman update.
-/// @param marker  filled with the displaced marker's p, pp, pv and pa, if not null; v, a and the
-///                other blocks are those of `state`
+/// What a correction takes from the covariance: `Gain::inverse` times the blocks of the position.
 template <class Number>
-void correct(MotionStateOf<Number>& state, const Gain<Number>& gain, Number tremor2 = 0,
-             MotionStateOf<Number>* marker = nullptr);
+struct Taken {
+  Eigen::Matrix<Number, 3, 3> p, v, a;
+};
+
+/// The Kalman update.
+template <class Number>
+Taken<Number> correct(MotionStateOf<Number>& state, const Gain<Number>& gain);
+
+/// The marker that was displaced from the corrected `state`: fills its p, pp, pv and pa; v, a and
+/// the other blocks are those of `state`.
+template <class Number>
+void displace(MotionStateOf<Number>& marker, const MotionStateOf<Number>& state,
+              const Gain<Number>& gain, const Taken<Number>& taken, Number tremor2);
 
 /// How the measurement fits.
 Fit fitOf(const MotionState& state, const PositionInformation& information);

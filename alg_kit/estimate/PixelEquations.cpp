@@ -91,6 +91,7 @@ std::optional<PositionInformation> PixelEquations::information(const Sighting& s
     result.misfit += precision * residual.squaredNorm();
     result.numbers += 2;
   }
+  if (sighting.both()) determine(result);
   return result;
 }
 

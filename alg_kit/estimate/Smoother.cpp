@@ -124,8 +124,8 @@ void Smoother::State::follow() {
       now.began = outcome.began;
       now.used[0] = outcome.used[0];
       now.used[1] = outcome.used[1];
-      now.centre = track.centre.position();
-      if (track.hasOffset) now.offset = track.offset.position();
+      now.centre = track.centre.place().p;
+      if (track.hasOffset) now.offset = track.offset.place().p;
     }
   }
 }

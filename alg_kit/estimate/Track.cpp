@@ -96,8 +96,10 @@ void Track::pass(double now, double elapsed) {
     return;
   }
   state_.centre.predict(elapsed);
+  centre_ = state_.centre.place();
   if (!state_.hasOffset) return;
   state_.offset.predict(elapsed);
+  offset_ = state_.offset.place();
   if (!offsetIsKnown()) end();
 }
 
@@ -110,15 +112,13 @@ void Track::end() {
 
 /// Bridged for long, the offset leaves the lengths that an object can have.
 bool Track::offsetIsKnown() const {
-  const InteractingModels::Place place = state_.offset.place();
   constexpr double kMost = kLargest / 2;
-  return place.p.norm() < kMost && place.pp.trace() < kMost * kMost;
+  return offset_.p.norm() < kMost && offset_.pp.trace() < kMost * kMost;
 }
 
 bool Track::isBlurred() const {
-  const InteractingModels::Place place = state_.centre.place();
-  const double distance2 = place.p.squaredNorm();
-  return place.p.dot(place.pp * place.p) > kBlurred * kBlurred * distance2 * distance2;
+  const double distance2 = centre_.p.squaredNorm();
+  return centre_.p.dot(centre_.pp * centre_.p) > kBlurred * kBlurred * distance2 * distance2;
 }
 
 /// At `at` or, where the pair meets far from there, where it meets: the equations are not straight.
@@ -131,8 +131,8 @@ std::optional<PositionInformation> Track::informationAt(
     const Sighting& sighting, const Vector3d& at,
     const std::optional<PositionInformation>& information) const {
   if (!sighting.both()) return information;
-  if (information) {
-    const Vector3d change = information->weight.inverse() * information->pull;
+  if (information && information->determined) {
+    const Vector3d change = information->covariance * information->pull;
     if (change.squaredNorm() <= kLargeStep * kLargeStep * at.squaredNorm()) return information;
   }
   const auto meeting = equations_.triangulate(sighting);
@@ -140,7 +140,7 @@ std::optional<PositionInformation> Track::informationAt(
 }
 
 Outcome Track::followOne(const ObjectCandidates& candidates) {
-  const Vector3d at = state_.centre.position();
+  const Vector3d& at = centre_.p;
   const Candidate* found[2] = {};
   for (const int camera : {kLeft, kRight}) {
     const CandidateList& list = candidates[camera];
@@ -158,7 +158,7 @@ Outcome Track::followOne(const ObjectCandidates& candidates) {
 Outcome Track::correctCentre(const Sighting& sighting) {
   if (!sighting.any()) return {Refusal::kNotSeen};
   if (blind_ && !sighting.both()) return {Refusal::kOneCamera};
-  const Vector3d at = state_.centre.position();
+  const Vector3d& at = centre_.p;
   Outcome outcome{Refusal::kOffTrack, 0, kGate2, camerasOf(sighting)};
   const auto information = informationAt(sighting, at);
   if (information && sighting.both()) {
@@ -208,7 +208,7 @@ struct Admitted {
 }  // namespace
 
 Outcome Track::followTwo(const ObjectCandidates& candidates) {
-  const Vector3d centre = state_.centre.position(), offset = state_.offset.position();
+  const Vector3d &centre = centre_.p, &offset = offset_.p;
   const Vector3d at[2] = {centre - offset, centre + offset};
   Sighting sighting[2];
   PixelEquations::Projections expectedAt[2];  // by marker and camera
@@ -235,7 +235,7 @@ Outcome Track::followTwo(const ObjectCandidates& candidates) {
 
   // Each marker alone: does its light fit?
   MotionState expected;
-  expected.pp = state_.centre.place().pp + state_.offset.place().pp;
+  expected.pp = centre_.pp + offset_.pp;
   Outcome outcome{Refusal::kNotSeen, 0, kGate2, 0};
   Admitted admitted[2];
   std::optional<PositionInformation> ofAll[2];  // by all cameras that saw the marker
@@ -288,7 +288,7 @@ Outcome Track::followTwo(const ObjectCandidates& candidates) {
   if (common[kLeft] || common[kRight]) {
     const auto first = informationOf(0, common), second = informationOf(1, common);
     if (!first || !second) return {Refusal::kOffTrack, 0, kGate2};
-    if (state_.leaning) state_.centre.widen(state_.offset.place().pp);
+    if (state_.leaning) state_.centre.widen(offset_.pp);
     state_.leaning = false;
     const MiddleAndOffset seen = middleAndOffset(*first, *second);
     outcome.value = state_.offset.correct(seen.offset, kGate2);

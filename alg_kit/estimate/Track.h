@@ -84,7 +84,8 @@ class Track {
   const TrackSettings& settings_;
   const bool twoPoint_;
   TrackState state_;
-  int accepted_ = 0;    ///< frames used since the track began
+  InteractingModels::Place centre_, offset_;  ///< expected in this frame
+  int accepted_ = 0;                          ///< frames used since the track began
   bool blind_ = false;  ///< the place is too uncertain to trust one camera's light
   int refused_ = 0;     ///< frames in a row with a pair that fits no track
 };

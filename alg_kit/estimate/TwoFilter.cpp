@@ -151,7 +151,7 @@ SmoothedFrame takenIn(States& states, std::array<double, kModels>& logWeights,
     if (result.used) {
       result.distance2 = (weightsFrom(logWeights) * gain.fit.distance2).sum();
       result.numbers = seen->numbers;
-      correct(states, gain, tremor2, &markers);
+      displace(markers, states, gain, correct(states, gain), tremor2);
       markers.v = states.v;
       markers.a = states.a;
       markers.vv = states.vv;

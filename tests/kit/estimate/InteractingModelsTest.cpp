@@ -105,6 +105,47 @@ TEST(InteractingModels, MixAsTheFullTransitionMatrixSays) {
   }
 }
 
+// Each model's marker is displaced by its own share of what was measured.
+TEST(InteractingModels, GiveTheMixtureOfTheirDisplacedMarkers) {
+  InteractingModels models;
+  models.start(atRest());
+  sim::Random random(8);
+  for (int i = 0; i < 60; ++i) {
+    models.predict(kPeriod);
+    const auto information = measured(
+        Vector3d(40 * std::sin(i * 0.2), 2 * random.normal(), 1500 + 2 * random.normal()), 1);
+    std::array<MotionState, kModels> markers;
+    for (int m = 0; m < kModels; ++m) {
+      MotionState state = modelOf(models, m);
+      fitAndCorrect(state, information, models.set().models[m].tremor, &markers[m]);
+    }
+    models.correct(information, 1e9);
+    const auto share = models.probabilities();
+    MotionState expected;
+    for (std::size_t m = 0; m < kModels; ++m) {
+      expected.p += share[m] * markers[m].p;
+      expected.v += share[m] * markers[m].v;
+      expected.a += share[m] * markers[m].a;
+    }
+    for (std::size_t m = 0; m < kModels; ++m) {
+      const Vector3d p = markers[m].p - expected.p, v = markers[m].v - expected.v,
+                     a = markers[m].a - expected.a;
+      expected.pp += share[m] * (markers[m].pp + p * p.transpose());
+      expected.pv += share[m] * (markers[m].pv + p * v.transpose());
+      expected.pa += share[m] * (markers[m].pa + p * a.transpose());
+      expected.va += share[m] * (markers[m].va + v * a.transpose());
+    }
+    const MotionState marker = models.marker();
+    EXPECT_LT((marker.p - expected.p).norm(), 1e-9);
+    EXPECT_LT((marker.v - expected.v).norm(), 1e-9 * expected.v.norm());
+    EXPECT_LT((marker.pp - expected.pp).norm(), 1e-9 * expected.pp.norm());
+    EXPECT_LT((marker.pv - expected.pv).norm(), 1e-9 * expected.pv.norm());
+    EXPECT_LT((marker.pa - expected.pa).norm(), 1e-9 * expected.pa.norm());
+    EXPECT_LT((marker.va - expected.va).norm(), 1e-9 * expected.va.norm());
+    EXPECT_LT((models.place().pp - expected.pp).norm(), 1e-9 * expected.pp.norm());
+  }
+}
+
 TEST(InteractingModels, TellStillFromFast) {
   InteractingModels still, fast;
   still.start(atRest());

@@ -44,9 +44,11 @@ MotionState someState() {
   return s;
 }
 
+/// Of rank 3 or, with two rows, of rank 2.
 MatrixXd someJacobian(int rows) {
-  return MatrixXd::NullaryExpr(
-      rows, 3, [](Eigen::Index i, Eigen::Index j) { return std::cos(2.0 * i + 5.0 * j); });
+  return MatrixXd::NullaryExpr(rows, 3, [](Eigen::Index i, Eigen::Index j) {
+    return std::cos(2.0 * i + 5.0 * j + 3.0 * i * j);
+  });
 }
 
 void expectSame(const Whole& a, const Whole& b) {
@@ -110,39 +112,58 @@ TEST(MotionState, CorrectionIsThatOfTheGain) {
     EXPECT_NEAR(fit.distance2, innovation.dot(s.inverse() * innovation), 1e-9);
     EXPECT_NEAR(fit.determinant * r.determinant() / s.determinant(), 1, 1e-9);
     EXPECT_NEAR(fitOf(someState(), information).distance2, fit.distance2, 1e-12);
+
+    // Where it determines a position, by that position's covariance.
+    determine(information);
+    ASSERT_EQ(information.determined, rows == 4);
+    if (!information.determined) continue;
+    state = someState();
+    const Fit same = fitAndCorrect(state, information);
+    expectSame(wholeOf(state), expected);
+    EXPECT_NEAR(same.distance2, fit.distance2, 1e-9);
+    EXPECT_NEAR(same.determinant * information.weight.determinant() / fit.determinant, 1, 1e-9);
   }
 }
 
 // A tremor is a tenth to twelfth state that lives for one frame.
 TEST(MotionState, TremorIsAnIndependentDisplacement) {
   const double tremor = 1.5;
-  PositionInformation information;
-  information.at = Vector3d(11, -18, 1497);
-  information.weight = (Vector3d(2, 1, 0.25)).asDiagonal();
-  information.pull = Vector3d(1, -2, 0.5);
-  information.misfit = 7;
+  for (const bool determined : {false, true}) {
+    const int rows = determined ? 4 : 2;
+    const MatrixXd j = someJacobian(rows);
+    const VectorXd residual = VectorXd::LinSpaced(rows, -1, 2);
+    PositionInformation information;
+    information.at = Vector3d(11, -18, 1497);
+    information.weight = j.transpose() * j;
+    information.pull = j.transpose() * residual;
+    information.misfit = residual.squaredNorm();
+    determine(information);
 
-  const Whole before = wholeOf(someState());
-  MatrixXd c = MatrixXd::Zero(12, 12);
-  c.topLeftCorner(9, 9) = before.covariance;
-  c.bottomRightCorner(3, 3) = Matrix3d::Identity() * tremor * tremor;
-  MatrixXd h = MatrixXd::Zero(3, 12);
-  h.leftCols(3) = h.rightCols(3) = Matrix3d::Identity();
-  const Matrix3d r = information.weight.inverse();
-  const MatrixXd k = c * h.transpose() * (h * c * h.transpose() + r).inverse();
-  const Vector3d measured = information.at + r * information.pull;
-  const VectorXd change = k * (measured - before.mean.head(3));
-  const MatrixXd after = c - k * h * c;
+    const Whole before = wholeOf(someState());
+    MatrixXd c = MatrixXd::Zero(12, 12);
+    c.topLeftCorner(9, 9) = before.covariance;
+    c.bottomRightCorner(3, 3) = Matrix3d::Identity() * tremor * tremor;
+    MatrixXd h = MatrixXd::Zero(rows, 12);
+    h.leftCols(3) = h.rightCols(3) = j;
+    const MatrixXd s = h * c * h.transpose() + MatrixXd::Identity(rows, rows);
+    const MatrixXd k = c * h.transpose() * s.inverse();
+    const VectorXd innovation = residual - j * (before.mean.head(3) - information.at);
+    const VectorXd change = k * innovation;
+    const MatrixXd after = c - k * h * c;
 
-  MotionState motion = someState(), marker;
-  fitAndCorrect(motion, information, tremor, &marker);
-  EXPECT_LT((wholeOf(motion).mean - before.mean - change.head(9)).norm(), 1e-8);
-  EXPECT_LT((wholeOf(motion).covariance - after.topLeftCorner(9, 9)).norm(), 1e-8);
-  MatrixXd sum = MatrixXd::Zero(9, 12);  // the marker: position plus displacement
-  sum.leftCols(9) = MatrixXd::Identity(9, 9);
-  sum.block(0, 9, 3, 3) = Matrix3d::Identity();
-  EXPECT_LT((wholeOf(marker).mean - before.mean - sum * change).norm(), 1e-8);
-  EXPECT_LT((wholeOf(marker).covariance - sum * after * sum.transpose()).norm(), 1e-8);
+    MotionState motion = someState(), marker;
+    const Fit fit = fitAndCorrect(motion, information, tremor, &marker);
+    EXPECT_NEAR(fit.distance2, innovation.dot(s.inverse() * innovation), 1e-8);
+    const double common = determined ? information.weight.determinant() : 1;
+    EXPECT_NEAR(fit.determinant * common / s.determinant(), 1, 1e-9);
+    EXPECT_LT((wholeOf(motion).mean - before.mean - change.head(9)).norm(), 1e-8);
+    EXPECT_LT((wholeOf(motion).covariance - after.topLeftCorner(9, 9)).norm(), 1e-8);
+    MatrixXd sum = MatrixXd::Zero(9, 12);  // the marker: position plus displacement
+    sum.leftCols(9) = MatrixXd::Identity(9, 9);
+    sum.block(0, 9, 3, 3) = Matrix3d::Identity();
+    EXPECT_LT((wholeOf(marker).mean - before.mean - sum * change).norm(), 1e-8);
+    EXPECT_LT((wholeOf(marker).covariance - sum * after * sum.transpose()).norm(), 1e-8);
+  }
 }
 
 TEST(MotionState, CovarianceStaysEvenOverAnHour) {
