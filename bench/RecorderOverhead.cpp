@@ -1,6 +1,7 @@
 // What recording adds to a call. The library is replaced by one that only delivers a block, so that
 // nothing else takes time; a call through the recorder is compared with the same call without it.
-//   alg_recorder_overhead [SECONDS]
+//   alg_recorder_overhead [SECONDS [spin]]
+// The host sleeps between its frames, as hosts do, or spins: the processor does not go idle then.
 #include <alg_factory/api/AlgFactory.h>
 #include <alg_kit/recording/RecordingAlg.h>
 
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -56,7 +58,7 @@ double nanoseconds(Call call) {
 }
 
 // A packet of six blobs in both cameras, then six queries, at 90 Hz: what a host does.
-Times drive(algorithm::AlgBase& alg, int frames) {
+Times drive(algorithm::AlgBase& alg, int frames, bool spin) {
   static Host host;
   alg.SetDataCallback(&host);
   const std::vector<unsigned char> packet(2 + 12 * 12 + 1, 0);
@@ -69,7 +71,8 @@ Times drive(algorithm::AlgBase& alg, int frames) {
     for (int event = 0; event < 6; ++event)
       times.queries.push_back(nanoseconds([&] { alg.HandleEvent(event, nullptr, &answer); }));
     due += std::chrono::microseconds(11111);
-    std::this_thread::sleep_until(due);
+    if (!spin) std::this_thread::sleep_until(due);
+    while (Clock::now() < due) continue;
   }
   return times;
 }
@@ -91,17 +94,18 @@ void print(const char* name, const std::vector<double>& with, const std::vector<
 
 int main(int argc, char** argv) {
   const int seconds = argc > 1 ? std::atoi(argv[1]) : 20;
-  if (seconds < 1) {
-    std::fprintf(stderr, "usage: alg_recorder_overhead [SECONDS]\n");
+  const bool spin = argc > 2 && std::string_view(argv[2]) == "spin";
+  if (seconds < 1 || (argc > 2 && !spin)) {
+    std::fprintf(stderr, "usage: alg_recorder_overhead [SECONDS [spin]]\n");
     return 2;
   }
   const auto file = std::filesystem::temp_directory_path() / "alg_recorder_overhead.algrec";
   EmptyAlg empty;
-  const Times without = drive(empty, 90 * seconds);
+  const Times without = drive(empty, 90 * seconds, spin);
   recording::RecordingAlgOptions recorder;
   recorder.overwrite = true;
   recording::RecordingAlg alg(&empty, file.string(), recorder);
-  const Times with = drive(alg, 90 * seconds);
+  const Times with = drive(alg, 90 * seconds, spin);
   const recording::RecorderStatus status = alg.close();
   std::filesystem::remove(file);
 

@@ -5,6 +5,7 @@
 #include <alg_kit/recording/RecordingWriter.h>
 #include <alg_kit/recording/SetUpCalls.h>
 #include <alg_kit/recording/UnitQueue.h>
+#include <alg_kit/session/Prefetch.h>
 #include <alg_kit/session/ProcessGeneration.h>
 #include <alg_kit/session/QuietThread.h>
 
@@ -84,7 +85,7 @@ struct Recorder::State {
         currentPath(path) {
     for (int i = 0; i < kReadyUnits; ++i) {
       session::Unit unit = readyUnit();
-      if (!spent.put(unit)) break;
+      if (!spent.put(unit, memoryOf(unit))) break;
     }
   }
 
@@ -124,7 +125,10 @@ struct Recorder::State {
 
   const RecorderOptions options;
   const std::string firstPath;
+
+  // What a host's calls look at lies together.
   const int bornIn = session::processGeneration();
+  std::atomic<bool> stop{false};
   UnitQueue waiting;
   /// Written units go back, and some are there from the start: a host's calls reuse little memory,
   /// which stays warm.
@@ -141,7 +145,6 @@ struct Recorder::State {
 
   mutable std::mutex mutex;
   std::condition_variable wake, done;
-  std::atomic<bool> stop{false};
   bool finished = false;
   std::array<char, 400> error{};
   std::string currentPath;
@@ -189,10 +192,13 @@ void Recorder::end() noexcept {
   state.wake.notify_one();
 }
 
-void Recorder::append(session::Unit& unit) noexcept {
+[[gnu::hot]] void Recorder::append(session::Unit& unit) noexcept {
   State& state = *state_;
-  const bool tooLarge = unit.used > kMostCallsPerUnit || memoryOf(unit) > kLargestUnit;
-  while (tooLarge || state.stop || state.inChild() || !state.waiting.put(unit)) {
+  state.waiting.prefetchPut();
+  state.spent.prefetchTake();
+  const std::size_t bytes = memoryOf(unit);
+  const bool tooLarge = unit.used > kMostCallsPerUnit || bytes > kLargestUnit;
+  while (tooLarge || state.stop || state.inChild() || !state.waiting.put(unit, bytes)) {
     if (tooLarge || !state.options.waitWhenFull || state.stop || state.inChild()) {
       miss(static_cast<std::int64_t>(unit.used));
       return;
@@ -200,9 +206,15 @@ void Recorder::append(session::Unit& unit) noexcept {
     state.wake.notify_one();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  if (!state.spent.take(unit)) unit = session::Unit();
+  state.spent.take(unit);
+  // For a query that follows at once.
+  session::prefetch(unit.entries.data(), sizeof(session::Entry));
   // The writer looks by itself several times a second; only a queue that fills up wakes it.
   if (state.waiting.halfFull()) state.wake.notify_one();
+}
+
+[[gnu::hot]] void Recorder::takeOver(session::Unit& unit) noexcept {
+  append(unit);
 }
 
 void Recorder::continueIn(const std::string& path) {
@@ -263,7 +275,7 @@ void Recorder::State::drainUpTo(std::size_t position) noexcept {
     good = good && attempt([&] { writeUnit(unit); });
     unit.used = 0;
     unit.truth.clear();
-    if (!spent.put(unit)) unit = session::Unit();
+    if (!spent.put(unit, memoryOf(unit))) unit = session::Unit();
   }
   good = good && attempt([&] { current->writer.commit(lost - current->droppedBefore); });
   if (good) {

@@ -70,7 +70,7 @@ class Recorder final : public session::UnitSink {
   void take(const session::Unit& unit) noexcept override;
 
   /// Hands over the unit itself.
-  void takeOver(session::Unit& unit) noexcept override { append(unit); }
+  void takeOver(session::Unit& unit) noexcept override;
 
   /// Counts calls as dropped. Any thread.
   void miss(std::int64_t calls) noexcept override;

@@ -1,24 +1,20 @@
 #include <alg_kit/session/ProcessGeneration.h>
 
-#include <atomic>
-
 #if defined(__unix__) || defined(__APPLE__)
 #include <pthread.h>
 #endif
 
 namespace session {
+
+std::atomic<int> forksSoFar{0};
+
+#if defined(__unix__) || defined(__APPLE__)
 namespace {
 
-std::atomic<int> forks{0};
+// From the start: who asks for the generation asks in every call.
+[[maybe_unused]] const int registered = pthread_atfork(nullptr, nullptr, [] { ++forksSoFar; });
 
 }  // namespace
-
-int processGeneration() noexcept {
-#if defined(__unix__) || defined(__APPLE__)
-  static const int registered = pthread_atfork(nullptr, nullptr, [] { ++forks; });
-  static_cast<void>(registered);
 #endif
-  return forks.load(std::memory_order_relaxed);
-}
 
 }  // namespace session

@@ -25,7 +25,7 @@ std::optional<CallKind> callKindNamed(std::string_view name) {
   return std::nullopt;
 }
 
-Entry& Unit::append() {
+[[gnu::hot]] Entry& Unit::append() {
   if (used == entries.size()) entries.emplace_back();
   Entry& entry = entries[used];
   entry.logs.clear();
@@ -40,7 +40,7 @@ Entry& Unit::append() {
   return entry;
 }
 
-void Unit::clear() {
+[[gnu::hot]] void Unit::clear() {
   used = 0;
   truth.clear();
 }
@@ -56,7 +56,7 @@ bool isPacket(const Call& call) {
   return call.kind == CallKind::kInputStream && algorithm::isPacketStream(call.type);
 }
 
-std::size_t payloadSize(const Call& call, int productType) {
+[[gnu::hot]] std::size_t payloadSize(const Call& call, int productType) {
   if (!call.pointerGiven) return 0;
   switch (call.kind) {
     case CallKind::kInit:

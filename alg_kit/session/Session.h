@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace session {
@@ -110,6 +111,12 @@ struct Unit {
 
   /// Nothing but storage is left.
   void clear();
+
+  void swap(Unit& other) noexcept {
+    entries.swap(other.entries);
+    std::swap(used, other.used);
+    truth.swap(other.truth);
+  }
 };
 
 /// As `to = from`, but of the storage for further entries `to` keeps its own.

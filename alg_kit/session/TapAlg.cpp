@@ -1,14 +1,17 @@
-#include <alg_kit/session/MonotonicClock.h>
 #include <alg_kit/session/TapAlg.h>
 
+#include <alg_kit/session/MonotonicClock.h>
+#include <alg_kit/session/Prefetch.h>
 #include <alg_kit/session/ProcessGeneration.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <stdexcept>
-#include <thread>
 #include <utility>
+
+// What a host's call runs through is marked "hot": the linker lays it together. The host slept
+// since its last frame, and each page and line of code that the call is strewn over is waited for.
 
 namespace session {
 namespace {
@@ -16,7 +19,7 @@ namespace {
 constexpr auto kLongestWait = std::chrono::seconds(1);
 
 // Bytes of a call or an answer; the caller's pointer may be unaligned.
-void copyBytes(const void* from, std::size_t size, Bytes& to) {
+[[gnu::hot, gnu::flatten]] void copyBytes(const void* from, std::size_t size, Bytes& to) {
   const auto* const bytes = static_cast<const std::uint8_t*>(from);
   to.assign(bytes, size == 0 ? bytes : bytes + size);
 }
@@ -24,6 +27,17 @@ void copyBytes(const void* from, std::size_t size, Bytes& to) {
 algorithm::AlgBase* notNull(algorithm::AlgBase* alg) {
   if (alg == nullptr) throw std::invalid_argument("expected an algorithm object, found null");
   return alg;
+}
+
+/// Asks for the memory that an outermost call is about to write.
+void prefetchFor(const Unit& unit, CallKind kind) {
+  constexpr std::size_t kUsualPayload = 192;
+  if (unit.used != 0 || unit.entries.empty()) return;
+  const Entry& first = unit.entries.front();
+  prefetch(&first, sizeof first);
+  if (kind != CallKind::kInputStream) return;
+  prefetch(first.call.payload.data(), kUsualPayload);
+  prefetch(first.blocks.data(), sizeof(DeliveredBlock));
 }
 
 /// Stands while a callback runs on this thread that belongs to no call of its tap.
@@ -35,6 +49,9 @@ class PassingCallback {
   ~PassingCallback() { innermost_ = outer_; }
   PassingCallback(const PassingCallback&) = delete;
   PassingCallback& operator=(const PassingCallback&) = delete;
+
+  /// What differs from thread to thread, and costs no call to ask for.
+  static const void* thisThread() { return &innermost_; }
 
   static bool standsFor(const void* relay) {
     for (const PassingCallback* one = innermost_; one != nullptr; one = one->outer_)
@@ -60,10 +77,10 @@ struct TapAlg::Relay final : algorithm::DataSink, algorithm::LogSink {
 
   /// This thread is inside a call of the tap.
   bool onTapsThread() const {
-    return thread.load(std::memory_order_relaxed) == std::this_thread::get_id();
+    return thread.load(std::memory_order_relaxed) == PassingCallback::thisThread();
   }
 
-  bool Deliver(const void* buffer, int offset, int length) override {
+  [[gnu::hot]] bool Deliver(const void* buffer, int offset, int length) override {
     if (onTapsThread()) return tap.deliver(buffer, offset, length);
     const PassingCallback passing(this);
     return data.load()->Deliver(buffer, offset, length);
@@ -83,8 +100,8 @@ struct TapAlg::Relay final : algorithm::DataSink, algorithm::LogSink {
     kept->push_back(std::move(relay));
   }
 
-  TapAlg& tap;                          ///< used on the tap's thread only
-  std::atomic<std::thread::id> thread;  ///< the one inside a call of the tap
+  TapAlg& tap;                               ///< used on the tap's thread only
+  std::atomic<const void*> thread{nullptr};  ///< the one inside a call of the tap
   std::atomic<algorithm::DataSink*> data{nullptr};
   std::atomic<algorithm::LogSink*> messages{nullptr};
 };
@@ -104,23 +121,23 @@ class TapAlg::Scope {
         tap.missOne();
         return;
       }
-      relay.thread = std::this_thread::get_id();
+      relay.thread.store(PassingCallback::thisThread(), std::memory_order_relaxed);
     }
+    prefetchFor(tap.unit_, kind);
     taken_ = true;
     const std::int64_t index = tap.nextIndex_++;
     ++tap.callsInUnit_;
+    outer_ = std::exchange(tap.innermost_, this);
     tap.assemble([&] {
       entry_ = tap.unit_.used;
       Call& call = tap.unit_.append().call;
       call.index = index;
       call.kind = kind;
-      if (!tap.running_.empty()) {
-        const Running& outer = tap.running_.back();
-        call.parent = tap.unit_.entries[outer.entry].call.index;
-        call.parentStep = outer.steps - 1;
+      if (outer_ != nullptr) {
+        call.parent = outer_->call().index;
+        call.parentStep = outer_->steps_ - 1;
       }
       fill(call);
-      tap.running_.push_back({entry_, 0});
       begunNs_ = monotonicNs();
       call.startNs = tap.options_.clock ? tap.options_.clock() : begunNs_;
     });
@@ -128,13 +145,11 @@ class TapAlg::Scope {
 
   ~Scope() {
     if (!taken_) return;
-    if (tap_.whole_) {
-      if (!call().returned) endClock();
-      tap_.running_.pop_back();
-    }
+    if (tap_.whole_ && !call().returned) endClock();
+    tap_.innermost_ = outer_;
     if (!lock_.owns_lock()) return;
     tap_.handOver();
-    tap_.relay_->thread = std::thread::id();
+    tap_.relay_->thread.store(nullptr, std::memory_order_relaxed);
   }
 
   Scope(const Scope&) = delete;
@@ -149,7 +164,11 @@ class TapAlg::Scope {
   }
 
   bool recorded() const { return taken_ && tap_.whole_; }
-  Call& call() { return tap_.unit_.entries[entry_].call; }
+  Entry& entry() { return tap_.unit_.entries[entry_]; }
+  Call& call() { return entry().call; }
+
+  /// The place of a callback among those of this call.
+  int nextStep() { return steps_++; }
 
  private:
   void endClock() {
@@ -158,7 +177,9 @@ class TapAlg::Scope {
 
   TapAlg& tap_;
   std::unique_lock<std::timed_mutex> lock_;  ///< owned by the outermost call
-  std::size_t entry_ = 0;
+  Scope* outer_ = nullptr;                   ///< the call in whose callback this one was made
+  std::size_t entry_ = 0;                    ///< its place in the unit
+  int steps_ = 0;                            ///< callbacks so far
   std::int64_t begunNs_ = 0;
   bool taken_ = false;
 };
@@ -187,7 +208,8 @@ bool TapAlg::Init(int productType, const unsigned char* config, int configOffset
   return scope.leave(alg_->Init(productType, config, configOffset));
 }
 
-bool TapAlg::InputStream(int streamType, const unsigned char* buffer, int offset, int length) {
+[[gnu::hot]] bool TapAlg::InputStream(int streamType, const unsigned char* buffer, int offset,
+                                      int length) {
   Scope scope(*this, CallKind::kInputStream, [&](Call& call) {
     call.type = streamType;
     call.offset = offset;
@@ -231,7 +253,7 @@ int TapAlg::GetFixedCode() {
   return scope.leave(alg_->GetFixedCode());
 }
 
-bool TapAlg::HandleEvent(int eventType, const void* input, void* output) {
+[[gnu::hot]] bool TapAlg::HandleEvent(int eventType, const void* input, void* output) {
   Scope scope(*this, CallKind::kHandleEvent, [&](Call& call) {
     call.type = eventType;
     call.pointerGiven = input != nullptr;
@@ -245,39 +267,39 @@ bool TapAlg::HandleEvent(int eventType, const void* input, void* output) {
   return answered;
 }
 
-bool TapAlg::deliver(const void* buffer, int offset, int length) {
+[[gnu::hot]] bool TapAlg::deliver(const void* buffer, int offset, int length) {
   const bool known = length == sizeof(algorithm::ResultBlock);
-  std::size_t entry = 0, place = 0;
+  Scope& scope = *innermost_;
+  std::size_t place = 0;
   assemble([&] {
     if (!known) return;
-    entry = running_.back().entry;
-    auto& blocks = unit_.entries[entry].blocks;
+    auto& blocks = scope.entry().blocks;
     place = blocks.size();
     DeliveredBlock& delivered = blocks.emplace_back();
-    delivered.step = running_.back().steps++;
+    delivered.step = scope.nextStep();
     std::memcpy(&delivered.block, static_cast<const unsigned char*>(buffer) + offset,
                 sizeof delivered.block);
   });
   try {
     return relay_->data.load()->Deliver(buffer, offset, length);
   } catch (...) {
-    if (whole_ && known) unit_.entries[entry].blocks[place].threw = true;
+    if (whole_ && known) scope.entry().blocks[place].threw = true;
     throw;
   }
 }
 
 bool TapAlg::log(int level, const char* message) {
-  std::size_t entry = 0, place = 0;
+  Scope& scope = *innermost_;
+  std::size_t place = 0;
   assemble([&] {
-    entry = running_.back().entry;
-    auto& logs = unit_.entries[entry].logs;
+    auto& logs = scope.entry().logs;
     place = logs.size();
-    logs.push_back({running_.back().steps++, level, message, false});
+    logs.push_back({scope.nextStep(), level, message, false});
   });
   try {
     return relay_->messages.load()->Log(level, message);
   } catch (...) {
-    if (whole_) unit_.entries[entry].logs[place].threw = true;
+    if (whole_) scope.entry().logs[place].threw = true;
     throw;
   }
 }
@@ -293,9 +315,12 @@ void TapAlg::assemble(Action action) noexcept {
   }
 }
 
-void TapAlg::handOver() noexcept {
+[[gnu::hot]] void TapAlg::handOver() noexcept {
   {
-    const std::lock_guard<std::mutex> guard(sinksLock_);
+    // By the operation that took the order: less code to wait for than `lock`.
+    std::unique_lock<std::mutex> guard(sinksLock_, std::try_to_lock);
+    if (!guard.owns_lock()) guard.lock();
+    bool leaving = false;
     for (const Listener& listener : sinks_) {
       if (!whole_)
         listener.sink->miss(callsInUnit_);
@@ -303,17 +328,21 @@ void TapAlg::handOver() noexcept {
         listener.sink->takeOver(unit_);
       else
         listener.sink->take(unit_);
-      if (listener.leaving) listener.sink->end();
+      leaving = leaving || listener.leaving;
     }
-    sinks_.erase(std::remove_if(sinks_.begin(), sinks_.end(),
-                                [](const Listener& listener) { return listener.leaving; }),
-                 sinks_.end());
-    heard_ = !sinks_.empty();
+    if (leaving) endThoseLeaving();
   }
-  running_.clear();
   unit_.clear();
   callsInUnit_ = 0;
   whole_ = true;
+}
+
+void TapAlg::endThoseLeaving() noexcept {
+  const auto stay = std::stable_partition(
+      sinks_.begin(), sinks_.end(), [](const Listener& listener) { return !listener.leaving; });
+  for (auto leaves = stay; leaves != sinks_.end(); ++leaves) leaves->sink->end();
+  sinks_.erase(stay, sinks_.end());
+  heard_ = !sinks_.empty();
 }
 
 /// A call that was forwarded without its place in the order.

@@ -90,17 +90,12 @@ class TapAlg : public algorithm::AlgBase {
     bool leaving;  ///< after the unit that is under way
   };
 
-  /// A call that has not returned yet.
-  struct Running {
-    std::size_t entry;  ///< its place in `unit_`
-    int steps;          ///< callbacks so far
-  };
-
   bool deliver(const void* buffer, int offset, int length);
   bool log(int level, const char* message);
   template <typename Action>
   void assemble(Action action) noexcept;
   void handOver() noexcept;
+  void endThoseLeaving() noexcept;
   void missOne() noexcept;
 
   algorithm::AlgBase* const alg_;
@@ -115,8 +110,8 @@ class TapAlg : public algorithm::AlgBase {
   std::vector<Listener> sinks_;
   std::atomic<bool> heard_{false};  ///< there is a sink
 
-  std::timed_mutex order_;        ///< held during an outermost call; guards what follows
-  std::vector<Running> running_;  ///< outermost first
+  std::timed_mutex order_;      ///< held during an outermost call; guards what follows
+  Scope* innermost_ = nullptr;  ///< of the calls that have not returned yet
   Unit unit_;
   std::int64_t callsInUnit_ = 0;
   bool whole_ = true;  ///< `unit_` holds all that happened
