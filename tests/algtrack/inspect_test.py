@@ -6,9 +6,10 @@ import re
 import sqlite3
 import struct
 import subprocess
+import threading
 import unittest
 
-from algtrack_case import AlgtrackCase, seal
+from algtrack_case import ALGTRACK, AlgtrackCase, seal
 
 RECORD_FIELDS = (3, 1, 4, 4)  # bytes
 
@@ -404,6 +405,21 @@ class AskTest(AlgtrackCase):
         report = json.loads(self.succeed("report", "a", "--json"))
         self.assertTrue(report["recording"]["journal_missing"])
         self.assertTrue(any("Its journal (a-wal)" in text for text in report["notices"]))
+
+    def test_who_follows_is_told_of_a_missing_journal_before_the_wait(self):
+        self.simulate("a", "--seconds", 1)
+        self.lose_journal("a")
+        for arguments in (["stream", "a", "--follow", "--osc", "127.0.0.1:9"],
+                          ["view", "a", "--follow", "--no-browser"]):
+            with subprocess.Popen([ALGTRACK, *arguments], cwd=self.folder, text=True,
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as process:
+                limit = threading.Timer(30, process.kill)
+                limit.start()
+                self.assertEqual(process.stderr.readline(),
+                                 "Note: a: its journal a-wal is not beside it: the latest calls "
+                                 "are in there\n", arguments)
+                limit.cancel()
+                process.kill()
 
     def test_bytes_that_are_no_text_never_end_a_command(self):
         self.assertEqual(

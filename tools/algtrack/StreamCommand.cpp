@@ -14,6 +14,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -132,6 +133,8 @@ void sendStream(StreamCommandOptions& options) {
     noteDoubts(reader);
     if (!options.scene.bodies.empty())
       options.scene.frameRate = recording::frameRateOf(reader, kPacketsForRate);
+  } else if (std::filesystem::exists(options.file)) {
+    noteMissingJournal(recording::RecordingReader(options.file));
   }
   Sinks sinks = sinksOf(options);
   try {
