@@ -35,6 +35,27 @@ PositionInformation ofMiddle(PositionInformation marker, const Vector3d& offset,
   return movedTo(marker, at);
 }
 
+PositionInformation blurred(const PositionInformation& information, const Matrix3d& covariance) {
+  // By the matrix inversion lemma: one camera's weight has no inverse.
+  const Matrix3d lost = (covariance.inverse() + information.weight).inverse();
+  PositionInformation result = information;
+  result.misfit -= information.pull.dot(lost * information.pull);
+  result.pull -= information.weight * lost * information.pull;
+  result.weight -= information.weight * lost * information.weight;
+  determine(result);
+  return result;
+}
+
+PositionInformation together(const PositionInformation& one, const PositionInformation& other) {
+  PositionInformation result = movedTo(one, other.at);
+  result.weight += other.weight;
+  result.pull += other.pull;
+  result.misfit += other.misfit;
+  result.numbers += other.numbers;
+  determine(result);
+  return result;
+}
+
 MiddleAndOffset middleAndOffset(const PositionInformation& first,
                                 const PositionInformation& second) {
   const auto covarianceOf = [](const PositionInformation& one) -> Matrix3d {

@@ -16,6 +16,13 @@ PositionInformation movedTo(PositionInformation information, const Eigen::Vector
 PositionInformation ofMiddle(PositionInformation marker, const Eigen::Vector3d& offset,
                              const Eigen::Vector3d& at);
 
+/// The same measurement of what is displaced from the marker by an unknown of that covariance.
+PositionInformation blurred(const PositionInformation& information,
+                            const Eigen::Matrix3d& covariance);
+
+/// Two measurements of one position.
+PositionInformation together(const PositionInformation& one, const PositionInformation& other);
+
 /// What measurements of both markers say of their middle and of the offset from it to the second.
 struct MiddleAndOffset {
   PositionInformation middle;

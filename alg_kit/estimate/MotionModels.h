@@ -20,7 +20,7 @@ struct ModelSet {
       {1e2, 0, 0.25},     // still
       {1e6, 0, 0.25},     // smooth: a machine, a slow hand
       {2e7, 0.15, 0.25},  // a hand
-      {1e9, 1, 0.25},     // fast
+      {3e8, 1.2, 0.25},   // fast
   }};
   double memory = 0.4;  ///< seconds, time constant with which an acceleration fades
   double dwell = 0.6;   ///< seconds, mean time until the model is drawn anew from the shares

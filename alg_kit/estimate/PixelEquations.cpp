@@ -17,6 +17,19 @@ constexpr double kPointPrecision = 1e-9;  // of the distance
 
 }  // namespace
 
+Sighting onlyOf(const Sighting& sighting, int camera) {
+  Sighting result;
+  result.pixel[camera] = sighting.pixel[camera];
+  return result;
+}
+
+Sighting commonOf(const Sighting& sighting, const Sighting& other) {
+  Sighting result;
+  for (const int camera : {kLeft, kRight})
+    if (other.pixel[camera]) result.pixel[camera] = sighting.pixel[camera];
+  return result;
+}
+
 PixelEquations::PixelEquations(const algorithm::StereoCalibration& c) {
   const auto camera = [](const double(&k)[9], const double(&d)[8]) {
     return Camera{

@@ -30,6 +30,18 @@ inline int camerasOf(const Sighting& sighting) {
   return (sighting.pixel[kLeft] ? 1 : 0) + (sighting.pixel[kRight] ? 1 : 0);
 }
 
+/// Of a sighting what the one camera saw.
+Sighting onlyOf(const Sighting& sighting, int camera);
+
+/// ... what those cameras saw that saw the other marker too.
+Sighting commonOf(const Sighting& sighting, const Sighting& other);
+
+/// Did the same cameras see both?
+inline bool areAlike(const Sighting& one, const Sighting& other) {
+  return one.pixel[kLeft].has_value() == other.pixel[kLeft].has_value() &&
+         one.pixel[kRight].has_value() == other.pixel[kRight].has_value();
+}
+
 /// The measurement equations. They predict raw pixels, through the lens: there the noise of a
 /// blob's centre is the same in every direction and everywhere in the image, which it no longer is
 /// once the lens has been undone. The lens is the equidistant model

@@ -177,13 +177,15 @@ void Smoother::State::smoothBetween(int object, std::size_t from, std::size_t to
 
   // The equations are straight near the true place only. The track was near it; a filter that comes
   // from the future, out of a gap, may not be.
-  const auto markerOf = [&](const Seen& f, int marker) {
+  const auto informationOf = [&](const Seen& f, int marker, const Sighting& used) {
     const Vector3d toMarker = marker == 0 ? Vector3d(-f.offset) : f.offset;
-    return equations.information(f.used[marker], f.centre + toMarker, noise);
+    return equations.information(used, f.centre + toMarker, noise);
   };
   const auto pairOf = [&](const Seen& f) -> std::optional<MiddleAndOffset> {
-    if (!f.used[0].any() || !f.used[1].any()) return std::nullopt;
-    const auto first = markerOf(f, 0), second = markerOf(f, 1);
+    const Sighting common = commonOf(f.used[0], f.used[1]);
+    if (!common.any()) return std::nullopt;
+    const auto first = informationOf(f, 0, common),
+               second = informationOf(f, 1, commonOf(f.used[1], f.used[0]));
     if (!first || !second) return std::nullopt;
     return middleAndOffset(*first, *second);
   };
@@ -206,13 +208,20 @@ void Smoother::State::smoothBetween(int object, std::size_t from, std::size_t to
   stretch.see = [&](std::size_t k) -> See {
     const Seen& f = frameOf(k);
     if (!f.used[0].any() && !f.used[1].any()) return std::nullopt;
-    if (!two) return markerOf(f, 0);
-    if (const auto seen = pairOf(f)) return seen->middle;
-    const int marker = f.used[0].any() ? 0 : 1;
-    const auto one = markerOf(f, marker);
-    if (!one) return std::nullopt;
-    const Vector3d& offset = offsetStates[k].p;
-    return ofMiddle(*one, marker == 0 ? offset : Vector3d(-offset), f.centre);
+    if (!two) return informationOf(f, 0, f.used[0]);
+    const MotionState& offset = offsetStates[k];
+    const auto asMiddle = [&](int marker, const Sighting& used) -> See {
+      const auto one = informationOf(f, marker, used);
+      if (!one) return std::nullopt;
+      return ofMiddle(*one, marker == 0 ? offset.p : Vector3d(-offset.p), f.centre);
+    };
+    const auto seen = pairOf(f);
+    if (!seen) return f.used[0].any() ? asMiddle(0, f.used[0]) : asMiddle(1, f.used[1]);
+    if (areAlike(f.used[0], f.used[1])) return seen->middle;
+    const int marker = f.used[0].both() ? 0 : 1;
+    const int camera = f.used[1 - marker].pixel[kLeft] ? kRight : kLeft;
+    const See other = asMiddle(marker, onlyOf(f.used[marker], camera));
+    return other ? together(blurred(*other, offset.pp), seen->middle) : seen->middle;
   };
   stretch.start = [&](std::size_t k) {
     const auto information = stretch.see(k);
@@ -238,7 +247,7 @@ void Smoother::State::smoothBetween(int object, std::size_t from, std::size_t to
     MotionState centre = honest(frame, surprise);
     if (two) {
       storeOffset(offsetStates[k], result);
-      if (any && f.used[0].any() != f.used[1].any()) centre.pp += offsetStates[k].pp;
+      if (any && !areAlike(f.used[0], f.used[1])) centre.pp += offsetStates[k].pp;
     }
     storeMotion(centre, result);
     take(object, frames[k], result);

@@ -8,7 +8,7 @@ namespace {
 constexpr double kMost = 36;  // per sighting; more is an outlier of one model
 constexpr int kMemory = 500;  // sightings
 constexpr int kFirst = 50;    // ... that are taken to be as stated
-constexpr int kPair = 4;      // numbers of a sighting by both cameras
+constexpr int kPosition = 3;  // numbers that a position has; what a sighting has more is noise
 
 }  // namespace
 
@@ -16,7 +16,7 @@ void Surprise::add(double distance2, int numbers) {
   if (numbers == 0) return;
   ++count_;
   const double share = 1.0 / std::min(count_ + kFirst, kMemory);
-  const int noise = numbers == kPair ? 1 : 0;
+  const int noise = std::max(numbers - kPosition, 0);
   squares_ += share * (std::min(distance2, kMost) - noise - squares_);
   numbers_ += share * (numbers - noise - numbers_);
 }

@@ -34,12 +34,6 @@ Sighting sightingOf(const Candidate* left, const Candidate* right) {
   return sighting;
 }
 
-Sighting onlyOf(const Sighting& sighting, int camera) {
-  Sighting one;
-  one.pixel[camera] = sighting.pixel[camera];
-  return one;
-}
-
 struct Beginning {
   Sighting sighting;
   Vector3d point = Vector3d::Zero();
@@ -110,10 +104,11 @@ void Track::end() {
   accepted_ = refused_ = 0;
 }
 
-/// Bridged for long, the offset leaves the lengths that an object can have.
+/// Bridged for long, the offset is no better known than the markers are apart: then nothing tells
+/// one from the other.
 bool Track::offsetIsKnown() const {
-  constexpr double kMost = kLargest / 2;
-  return offset_.p.norm() < kMost && offset_.pp.trace() < kMost * kMost;
+  const double apart2 = 4 * offset_.p.squaredNorm();
+  return apart2 < kLargest * kLargest && offset_.pp.trace() < apart2;
 }
 
 bool Track::isBlurred() const {
@@ -268,41 +263,64 @@ Outcome Track::followTwo(const ObjectCandidates& candidates) {
   }
   if (outcome.refusal != Refusal::kNone) return outcome;
 
+  std::optional<PositionInformation> seen[2];  // by what is admitted
+  Sighting(&used)[2] = outcome.used;
+  for (int marker = 0; marker < 2; ++marker) {
+    if (!admitted[marker].any()) continue;
+    for (const int camera : {kLeft, kRight})
+      if (admitted[marker].camera[camera])
+        used[marker].pixel[camera] = sighting[marker].pixel[camera];
+    const bool all = areAlike(used[marker], sighting[marker]);
+    seen[marker] = all ? ofAll[marker] : informationAt(used[marker], at[marker]);
+    if (!seen[marker]) return {Refusal::kOffTrack, 0, kGate2};
+    outcome.cameras = std::max(outcome.cameras, camerasOf(used[marker]));
+    if (used[marker].both())
+      outcome.raysMiss2 = raysMiss(*seen[marker]) * settings_.noise * settings_.noise;
+  }
+
   // What the same cameras saw of both markers gives middle and offset. (From different cameras the
   // one's error along its ray would go into both.)
-  bool common[2];
-  for (const int camera : {kLeft, kRight})
-    common[camera] = admitted[0].camera[camera] && admitted[1].camera[camera];
-  const auto informationOf = [&](int marker, const bool(&cameras)[2]) {
-    Sighting used;
-    for (const int camera : {kLeft, kRight})
-      if (cameras[camera]) used.pixel[camera] = sighting[marker].pixel[camera];
-    outcome.cameras = camerasOf(used);
-    outcome.used[marker] = used;
-    const bool all = camerasOf(used) == camerasOf(sighting[marker]);
-    const auto information = all ? ofAll[marker] : informationAt(used, at[marker]);
-    if (information && used.both())
-      outcome.raysMiss2 = raysMiss(*information) * settings_.noise * settings_.noise;
-    return information;
-  };
-  if (common[kLeft] || common[kRight]) {
-    const auto first = informationOf(0, common), second = informationOf(1, common);
-    if (!first || !second) return {Refusal::kOffTrack, 0, kGate2};
-    if (state_.leaning) state_.centre.widen(offset_.pp);
-    state_.leaning = false;
-    const MiddleAndOffset seen = middleAndOffset(*first, *second);
-    outcome.value = state_.offset.correct(seen.offset, kGate2);
-    if (outcome.value <= kGate2) outcome.value = state_.centre.correct(seen.middle, kGate2);
-    if (!(outcome.value <= kGate2)) outcome.refusal = Refusal::kOffTrack;
+  const Sighting common = commonOf(used[0], used[1]);
+  if (!common.any()) {
+    // One marker: the middle follows it, and keeps the offset's uncertainty to itself.
+    const int marker = seen[0] ? 0 : 1;
+    used[1 - marker] = {};
+    outcome.cameras = camerasOf(used[marker]);
+    state_.leaning = true;
+    return correctedBy(ofMiddle(*seen[marker], marker == 0 ? offset : Vector3d(-offset), centre),
+                       outcome);
+  }
+  const bool alike = areAlike(used[0], used[1]);
+  if (!alike) {
+    seen[0] = informationAt(common, at[0]);
+    seen[1] = informationAt(commonOf(used[1], used[0]), at[1]);
+    if (!seen[0] || !seen[1]) return {Refusal::kOffTrack, 0, kGate2};
+  }
+  MiddleAndOffset both = middleAndOffset(*seen[0], *seen[1]);
+  outcome.value = state_.offset.correct(both.offset, kGate2);
+  if (!(outcome.value <= kGate2)) {
+    outcome.refusal = Refusal::kOffTrack;
     return outcome;
   }
-  // One marker: the middle follows it, and keeps the offset's uncertainty to itself.
-  const int marker = admitted[0].any() ? 0 : 1;
-  const auto information = informationOf(marker, admitted[marker].camera);
-  if (!information) return {Refusal::kOffTrack, 0, kGate2};
-  state_.leaning = true;
-  outcome.value = state_.centre.correct(
-      ofMiddle(*information, marker == 0 ? offset : Vector3d(-offset), centre), kGate2);
+  if (alike && state_.leaning) state_.centre.widen(offset_.pp);
+  state_.leaning = !alike;
+  if (!alike) {
+    // The other camera saw one marker: with the offset as it is known, that is the middle's depth.
+    const int marker = used[0].both() ? 0 : 1;
+    const int camera = common.pixel[kLeft] ? kRight : kLeft;
+    const auto other = informationAt(onlyOf(used[marker], camera), at[marker]);
+    const InteractingModels::Place known = state_.offset.place();
+    if (other)
+      both.middle = together(
+          blurred(ofMiddle(*other, marker == 0 ? known.p : Vector3d(-known.p), centre), known.pp),
+          both.middle);
+  }
+  return correctedBy(both.middle, outcome);
+}
+
+/// The outcome of a correction of the middle.
+Outcome Track::correctedBy(const PositionInformation& middle, Outcome outcome) {
+  outcome.value = state_.centre.correct(middle, kGate2);
   if (!(outcome.value <= kGate2)) outcome.refusal = Refusal::kOffTrack;
   return outcome;
 }

@@ -70,6 +70,7 @@ class Track {
   Outcome followOne(const ObjectCandidates& candidates);
   Outcome followTwo(const ObjectCandidates& candidates);
   Outcome correctCentre(const Sighting& sighting);
+  Outcome correctedBy(const PositionInformation& middle, Outcome outcome);
   bool offsetIsKnown() const;
   bool isBlurred() const;
   Outcome begin(double now, const ObjectCandidates& candidates);

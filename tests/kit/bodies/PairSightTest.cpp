@@ -20,8 +20,8 @@ bodies::Body pairAlongX(double distance) {
 TEST(PairSight, LaysThePairOverTwoPlacesWhateverItsDirection) {
   const bodies::Body pair = pairAlongX(5);
   const Vector3d first(10, 20, 1000);
-  const Vector3d offsets[] = {{5, 0, 0}, {0, 5, 0}, {0, 0, -5}, {-3, 4, 0}, {0, -3, 4}, {-5, 0, 0},
-                              {-5, 1e-9, 0}};
+  const Vector3d offsets[] = {{5, 0, 0},  {0, 5, 0},  {0, 0, -5},   {-3, 4, 0},
+                              {0, -3, 4}, {-5, 0, 0}, {-5, 1e-9, 0}};
   for (const Vector3d& offset : offsets) {
     const bodies::RigidMotion motion = bodies::pairMotion(pair, first, first + offset);
     EXPECT_NEAR(motion.orientation.norm(), 1, 1e-9) << offset.transpose();

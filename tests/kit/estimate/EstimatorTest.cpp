@@ -364,6 +364,26 @@ TEST(Estimator, KeepsTheMiddleWhileOneOfTwoMarkersIsHidden) {
   EXPECT_LT((positionOf(now) - truthOf(simulator, 299, 2)).norm(), 17);  // half way to the marker
 }
 
+// The other camera sees both, and both see the first marker: its depth is the object's.
+TEST(Estimator, KeepsTheDepthWhileOneCameraMissesOneOfTwoMarkers) {
+  for (const auto camera : {rig::Camera::kLeft, rig::Camera::kRight}) {
+    auto given = options(0.02);
+    given.blobs.occlusions = {{2, 1, camera, 3, 3.5}};
+    const auto simulator = moving(1, given);
+    Estimator estimator(1, rig::builtInRig().calibration);
+    feedUntil(estimator, simulator, 270);
+    const double before = deviationOf(estimator.at(2));
+    for (int i = 270; i < 310; ++i) {
+      feed(estimator, simulator, i);
+      const Estimate now = estimator.at(2);
+      ASSERT_EQ(now.source, Source::kMeasured);
+      EXPECT_EQ(now.cameras, 2);
+      EXPECT_LT((positionOf(now) - truthOf(simulator, i, 2)).norm(), 4 * deviationOf(now)) << i;
+    }
+    EXPECT_LT(deviationOf(estimator.at(2)), 15 * before);
+  }
+}
+
 TEST(Estimator, RefusesWhatItCannotWorkWith) {
   algorithm::StereoCalibration calibration = rig::builtInRig().calibration;
   EXPECT_THROW(Estimator(3, calibration), std::invalid_argument);
