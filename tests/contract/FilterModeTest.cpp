@@ -18,19 +18,11 @@ using testing::IsEmpty;
 using testing_support::Host;
 using testing_support::Marker;
 using testing_support::TextbookFilter;
+using testing_support::unfiltered;
 
 constexpr double kSmallNoise = 1e-6;
 constexpr double kLargeNoise = 1e-4;
 constexpr double kSingle = 2e-4;  // a float near 2000 holds this much
-
-bool unfiltered(const PoseAnswer& answer) {
-  for (int i = 0; i < 3; ++i) {
-    if (answer.filtered[i] != answer.raw[i] || answer.rate[i] != 0 || answer.rateCopy[i] != 0) {
-      return false;
-    }
-  }
-  return true;
-}
 
 /// One pose filter, written out per axis.
 struct ReferenceFilter {

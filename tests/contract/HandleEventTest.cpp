@@ -21,19 +21,10 @@ using testing::IsEmpty;
 using testing::Pair;
 using testing_support::Bytes;
 using testing_support::Host;
+using testing_support::kExact;
 using testing_support::kSmall;
 using testing_support::Marker;
-
-constexpr double kExact = 1e-3;  // mm
-
-bool unfiltered(const PoseAnswer& answer) {
-  for (int i = 0; i < 3; ++i) {
-    if (answer.filtered[i] != answer.raw[i] || answer.rate[i] != 0 || answer.rateCopy[i] != 0) {
-      return false;
-    }
-  }
-  return true;
-}
+using testing_support::unfiltered;
 
 bool sameBytes(const PoseAnswer& a, const PoseAnswer& b) {
   return std::memcmp(&a, &b, sizeof a) == 0;

@@ -15,10 +15,9 @@ using testing_support::BlockCollector;
 using testing_support::Bytes;
 using testing_support::handCalibration;
 using testing_support::Host;
+using testing_support::kExact;
 using testing_support::Marker;
 using testing_support::RecordingLog;
-
-constexpr double kExact = 1e-3;  // mm
 
 std::vector<int> idsOf(const algorithm::ResultBlock& block) {
   std::vector<int> ids;

@@ -19,11 +19,10 @@ using testing::Pair;
 using testing_support::Bytes;
 using testing_support::closed;
 using testing_support::Host;
+using testing_support::kExact;
 using testing_support::kSmall;
 using testing_support::packetOf;
 using testing_support::stamped;
-
-constexpr double kExact = 1e-3;  // mm
 
 constexpr char kUnknownStream[] = "alg: unknown stream types for current product type!\n";
 constexpr char kCheckByte[] = "alg: fpga: check byte error.\n";

@@ -9,18 +9,10 @@ namespace {
 
 using algorithm::PoseAnswer;
 using testing_support::Host;
+using testing_support::unfiltered;
 
 constexpr std::uint32_t kFrame = 5000000;  // microseconds
 constexpr std::uint64_t kStateAsItIs = 1234;
-
-bool unfiltered(const PoseAnswer& answer) {
-  for (int i = 0; i < 3; ++i) {
-    if (answer.filtered[i] != answer.raw[i] || answer.rate[i] != 0 || answer.rateCopy[i] != 0) {
-      return false;
-    }
-  }
-  return true;
-}
 
 /// A host whose third head has moved long enough for its filter to know a rate.
 struct MovingHead : Host {

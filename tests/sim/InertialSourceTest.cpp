@@ -1,10 +1,9 @@
 #include <gtest/gtest.h>
 #include <sim/InertialSource.h>
+#include <sim/Pi.h>
 
 namespace sim {
 namespace {
-
-constexpr double kPi = 3.141592653589793;
 
 Scene sceneWith(SmoothMotion::Sums sums) {
   SceneObject object;

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sim/Pi.h>
 #include <sim/Trajectory.h>
 
 #include <cmath>
@@ -15,8 +16,6 @@ using testing::HasSubstr;
 using testing_support::measuredFile;
 using testing_support::messageOf;
 using testing_support::TemporaryFile;
-
-constexpr double kPi = 3.141592653589793;
 
 Trajectory quarterTurn() {
   const Eigen::Quaterniond turned(Eigen::AngleAxisd(kPi / 2, Eigen::Vector3d::UnitY()));

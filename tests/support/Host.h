@@ -11,6 +11,18 @@
 
 namespace testing_support {
 
+constexpr double kExact = 1e-3;  // mm, of what singles carry
+
+/// The filters passed it through.
+inline bool unfiltered(const algorithm::PoseAnswer& answer) {
+  for (int i = 0; i < 3; ++i) {
+    if (answer.filtered[i] != answer.raw[i] || answer.rate[i] != 0 || answer.rateCopy[i] != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
 /// Creates an object and keeps it, as most hosts do, for the life of the process; leak checkers
 /// accept what a global still points to.
 inline algorithm::AlgBase* createAndKeep(int type) {

@@ -55,12 +55,6 @@ struct BodyOptions {
   bool json = false;
 };
 
-std::string numberText(double value, const char* format = "%.9g") {
-  char text[40];
-  std::snprintf(text, sizeof text, format, value);
-  return text;
-}
-
 /// A text as one field of a table.
 std::string csvField(const std::string& text) {
   std::string field = oneLine(text);

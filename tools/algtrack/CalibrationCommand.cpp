@@ -51,12 +51,6 @@ struct CalibrationOptions {
   bool json = false;
 };
 
-std::string number(double value, const char* format = "%.6g") {
-  char text[64];
-  std::snprintf(text, sizeof text, format, value);
-  return text;
-}
-
 std::string unitOf(const LoadedCalibration& loaded) {
   return loaded.unit.empty() ? "(unit not stated)" : loaded.unit;
 }
@@ -97,8 +91,8 @@ void runImport(const CalibrationOptions& options) {
                                      : "converted from " + from + " to " + options.outputUnit;
   if (!streams)
     std::cout << oneLine(sourceOf(options)) << ": " << loaded.format << ", translation "
-              << conversion << ", baseline " << number(calibration::baselineOf(c)) << " "
-              << options.outputUnit << ", F computed from K, R and T\n";
+              << conversion << ", baseline " << numberText(calibration::baselineOf(c), "%.6g")
+              << " " << options.outputUnit << ", F computed from K, R and T\n";
   if (!loaded.left.stated || !loaded.right.stated)
     notes << "Note: the file does not name its lens model; its coefficients are taken as the "
              "equidistant (fisheye) model's.\n";
@@ -202,23 +196,24 @@ void printGeometry(const LoadedCalibration& loaded, const Geometry& g) {
     std::cout << "  " << name << std::string(name.size() < 24 ? 24 - name.size() : 1, ' ') << text
               << "\n";
   };
-  const auto degrees = [](double value) { return number(value, "%.2f") + " degrees"; };
+  const auto degrees = [](double value) { return numberText(value, "%.2f") + " degrees"; };
   const auto view = [&](const FieldOfView& v) {
-    return number(v.horizontal, "%.1f") + " x " + number(v.vertical, "%.1f") +
-           " degrees, diagonal " + number(v.diagonal, "%.1f") +
+    return numberText(v.horizontal, "%.1f") + " x " + numberText(v.vertical, "%.1f") +
+           " degrees, diagonal " + numberText(v.diagonal, "%.1f") +
            (v.folds ? " (the model ends before the image)" : "");
   };
   const double* const t = loaded.calibration.translation;
   line("unit in the file", calibration::unitOfFile(loaded));
-  line("baseline", number(g.baseline) + " " + unitOf(loaded));
-  line("left camera's place", "(" + number(t[0], "%.4g") + ", " + number(t[1], "%.4g") + ", " +
-                                  number(t[2], "%.4g") +
+  line("baseline", numberText(g.baseline, "%.6g") + " " + unitOf(loaded));
+  line("left camera's place", "(" + numberText(t[0], "%.4g") + ", " + numberText(t[1], "%.4g") +
+                                  ", " + numberText(t[2], "%.4g") +
                                   ") in the right camera's frame: " + sideText(loaded, g));
   line("rotation", degrees(g.rotationAngle) + " between the cameras");
   line("optical axes", g.convergence >= 0 ? "lean towards each other by " + degrees(g.convergence)
                                           : "lean apart by " + degrees(-g.convergence));
-  line("orthonormal", "R R^T differs from the identity by " + number(g.rotationDeviation, "%.2g") +
-                          ", determinant " + number(g.rotationDeterminant));
+  line("orthonormal", "R R^T differs from the identity by " +
+                          numberText(g.rotationDeviation, "%.2g") + ", determinant " +
+                          numberText(g.rotationDeterminant, "%.6g"));
   line("images", std::to_string(g.width) + " x " + std::to_string(g.height) +
                      (g.sizeStated ? "" : " (not stated: twice the principal point)"));
   line("lens model",
@@ -229,7 +224,7 @@ void printGeometry(const LoadedCalibration& loaded, const Geometry& g) {
   line("field of view, right", view(g.right));
   line("F against K, R, T",
        (std::isfinite(g.fundamentalError)
-            ? "mean epipolar error " + number(g.fundamentalError, "%.3g") + " px"
+            ? "mean epipolar error " + numberText(g.fundamentalError, "%.3g") + " px"
             : std::string("cannot be compared: R is no rotation")) +
            (loaded.fundamentalInFile ? "" : " (F computed from them)"));
 }
@@ -238,11 +233,11 @@ void printFit(const FitQuality& fit, const LoadedCalibration& loaded) {
   std::cout << "  pairs                   " << fit.pairs
             << " (both cameras saw one blob of an id)\n";
   if (fit.pairs == 0) return;
-  std::cout << "  epipolar residual       median " << number(fit.medianResidual, "%.3g")
-            << " px, 95 % below " << number(fit.highResidual, "%.3g") << " px\n"
-            << "  accepted by the library " << number(100 * fit.accepted, "%.1f") << " %\n"
-            << "  in front of the cameras " << number(100 * fit.inFront, "%.1f")
-            << " %, median depth " << number(fit.medianDepth, "%.4g") << " " << unitOf(loaded)
+  std::cout << "  epipolar residual       median " << numberText(fit.medianResidual, "%.3g")
+            << " px, 95 % below " << numberText(fit.highResidual, "%.3g") << " px\n"
+            << "  accepted by the library " << numberText(100 * fit.accepted, "%.1f") << " %\n"
+            << "  in front of the cameras " << numberText(100 * fit.inFront, "%.1f")
+            << " %, median depth " << numberText(fit.medianDepth, "%.4g") << " " << unitOf(loaded)
             << "\n";
 }
 

@@ -36,12 +36,6 @@ struct RefineCommandOptions {
   bool json = false;
 };
 
-std::string number(double value, const char* format) {
-  char text[64];
-  std::snprintf(text, sizeof text, format, value);
-  return text;
-}
-
 /// 27,412
 std::string grouped(std::size_t count) {
   std::string text = std::to_string(count);
@@ -69,7 +63,7 @@ Baseline baselineFor(const RefineCommandOptions& options, const Refinement& resu
   const double factor = options.wand / wand.length;
   return {kept * factor, kept * factor * wand.deviation / wand.length,
           "from " + grouped(wand.views) + " views of the two-point object, " +
-              number(wand.length, "%.3f") + " mm long before"};
+              numberText(wand.length, "%.3f") + " mm long before"};
 }
 
 void line(const std::string& name, const std::string& before, const std::string& after) {
@@ -78,33 +72,34 @@ void line(const std::string& name, const std::string& before, const std::string&
 
 void print(const Refinement& r, const Baseline& baseline) {
   line("pairs " + grouped(r.pairs) + " (" + grouped(r.heldBack) + " held back)", "before", "after");
-  line("residual, held back, median px", number(r.before.medianResidual, "%.3g"),
-       number(r.after.medianResidual, "%.3g"));
-  line("residual, held back, 95 % below px", number(r.before.highResidual, "%.3g"),
-       number(r.after.highResidual, "%.3g"));
-  line("accepted by the library, held back", number(100 * r.before.accepted, "%.1f %%"),
-       number(100 * r.after.accepted, "%.1f %%"));
+  line("residual, held back, median px", numberText(r.before.medianResidual, "%.3g"),
+       numberText(r.after.medianResidual, "%.3g"));
+  line("residual, held back, 95 % below px", numberText(r.before.highResidual, "%.3g"),
+       numberText(r.after.highResidual, "%.3g"));
+  line("accepted by the library, held back", numberText(100 * r.before.accepted, "%.1f %%"),
+       numberText(100 * r.after.accepted, "%.1f %%"));
   const auto angle = [](double value, double deviation) {
-    return number(value, "%.3f") + " +- " + number(deviation, "%.2g") + " degrees" +
+    return numberText(value, "%.3f") + " +- " + numberText(deviation, "%.2g") + " degrees" +
            (value <= 2 * deviation ? " (not more than its uncertainty)" : "");
   };
   std::printf("%-48s %s\n", "rotation against the given calibration",
               angle(r.rotation, r.rotationDeviation).c_str());
   std::printf("%-48s %s\n", "direction of translation",
               angle(r.direction, r.directionDeviation).c_str());
-  std::printf("%-48s %s mm%s, %s\n", "baseline", number(baseline.length, "%.4f").c_str(),
-              baseline.deviation > 0 ? (" +- " + number(baseline.deviation, "%.2g")).c_str() : "",
-              baseline.source.c_str());
+  std::printf(
+      "%-48s %s mm%s, %s\n", "baseline", numberText(baseline.length, "%.4f").c_str(),
+      baseline.deviation > 0 ? (" +- " + numberText(baseline.deviation, "%.2g")).c_str() : "",
+      baseline.source.c_str());
   std::printf("%-48s %s px, %s of %s pairs fit nothing\n", "noise of a blob's centre",
-              number(r.noise, "%.3g").c_str(), grouped(r.outliers).c_str(),
+              numberText(r.noise, "%.3g").c_str(), grouped(r.outliers).c_str(),
               grouped(r.used + r.outliers).c_str());
   std::string depths, before, after, alone;
   for (const calibration::ExpectedError& e : r.expected) {
     const std::string between = depths.empty() ? "" : " / ";
-    depths += between + number(e.depth / 1000, "%g");
-    before += between + number(e.before, "%.3g");
-    after += between + number(e.after(), "%.3g");
-    alone += between + number(e.fromCalibration, "%.2g");
+    depths += between + numberText(e.depth / 1000, "%g");
+    before += between + numberText(e.before, "%.3g");
+    after += between + numberText(e.after(), "%.3g");
+    alone += between + numberText(e.fromCalibration, "%.2g");
   }
   std::printf("%-48s %s\n", ("expected error at " + depths + " m, mm").c_str(), after.c_str());
   std::printf("%-48s %s\n", "  of it from the calibration alone", alone.c_str());
@@ -113,7 +108,7 @@ void print(const Refinement& r, const Baseline& baseline) {
     std::printf("%-48s %12s %12s\n", "parameter", "change", "+-");
     for (const calibration::FittedParameter& p : r.parameters)
       std::printf("  %-46s %12s %12s %s\n", p.name.substr(0, p.name.find(" (")).c_str(),
-                  number(p.change, "%.4g").c_str(), number(p.deviation, "%.2g").c_str(),
+                  numberText(p.change, "%.4g").c_str(), numberText(p.deviation, "%.2g").c_str(),
                   p.unit.c_str());
   }
   if (r.undetermined.empty()) std::printf("not determined: nothing that was asked for\n");
@@ -123,7 +118,7 @@ void print(const Refinement& r, const Baseline& baseline) {
     std::printf("The given calibration agrees within the uncertainty: it is left as it is.\n");
 }
 
-Json fitJson(const calibration::FitQuality& fit) {
+Json heldBackJson(const calibration::FitQuality& fit) {
   return {{"median_residual_px", fit.medianResidual},
           {"p95_residual_px", fit.highResidual},
           {"accepted_share", fit.accepted},
@@ -139,8 +134,8 @@ Json jsonOf(const RefineCommandOptions& options, const Refinement& r, const Base
                {"pairs_used", r.used},
                {"outliers", r.outliers},
                {"noise_px", r.noise},
-               {"before", fitJson(r.before)},
-               {"after", fitJson(r.after)},
+               {"before", heldBackJson(r.before)},
+               {"after", heldBackJson(r.after)},
                {"rotation_deg", r.rotation},
                {"rotation_sd_deg", r.rotationDeviation},
                {"direction_deg", r.direction},

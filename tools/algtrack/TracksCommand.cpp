@@ -48,16 +48,8 @@ struct Line {
   std::array<double, 3> position{}, deviation{}, velocity{};
 };
 
-std::string numberText(double value) {
-  char text[40];
-  std::snprintf(text, sizeof text, "%.9g", value);
-  return text;
-}
-
 std::string secondsText(double seconds) {
-  char text[64];
-  std::snprintf(text, sizeof text, "%.9f", seconds);
-  return text;
+  return numberText(seconds, "%.9f");
 }
 
 Line lineOf(const analysis::TrackRow& row, std::int64_t firstNs) {

@@ -8,15 +8,14 @@
 #include <random>
 #include <vector>
 
+#include <tests/kit/analysis/PlaceAt.h>
+
 namespace {
 
 using analysis::Place;
 using analysis::ThinnedPath;
 using testing::SizeIs;
-
-Place at(double x, double y = 0, double z = 0) {
-  return {static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)};
-}
+using testing_support::at;
 
 TEST(ThinnedPathTest, KeepsShortPathsWhole) {
   ThinnedPath path(600, 0.25);

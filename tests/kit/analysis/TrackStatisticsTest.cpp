@@ -9,6 +9,8 @@
 #include <random>
 #include <vector>
 
+#include <tests/kit/analysis/PlaceAt.h>
+
 namespace {
 
 using namespace analysis;
@@ -17,12 +19,9 @@ using testing::DoubleNear;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing_support::at;
 
 constexpr double kInterval = 1.0 / 90;
-
-Place at(double x, double y = 0, double z = 0) {
-  return {static_cast<float>(x), static_cast<float>(y), static_cast<float>(z)};
-}
 
 Moment packet(std::size_t n) {
   return {static_cast<std::int64_t>(n), static_cast<std::int64_t>(4 * n),

@@ -12,9 +12,9 @@ using bodies::Body;
 using bodies::FramePoints;
 using bodies::ShapeCheck;
 using testing_support::firstMarkers;
+using testing_support::kNoise;
 using testing_support::sixMarkers;
 
-constexpr double kNoise = 0.05;
 constexpr double kTolerance = 1;
 
 std::vector<FramePoints> framesOf(const Body& body, std::uint64_t seed) {

@@ -24,11 +24,10 @@ using testing_support::builtInCameras;
 using testing_support::firstMarkers;
 using testing_support::handAt;
 using testing_support::hide;
+using testing_support::kNoise;
+using testing_support::kPeriod;
 using testing_support::seen;
 using testing_support::sixMarkers;
-
-constexpr double kNoise = 0.05;
-constexpr double kPeriod = 1.0 / 90;
 
 /// Feeds frames of the hand's motion; `change` may alter what is seen.
 class Following {

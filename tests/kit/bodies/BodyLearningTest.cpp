@@ -19,11 +19,10 @@ using testing::IsEmpty;
 using testing_support::drawMotion;
 using testing_support::firstMarkers;
 using testing_support::hide;
+using testing_support::kNoise;
 using testing_support::pointsIn;
 using testing_support::seen;
 using testing_support::sixMarkers;
-
-constexpr double kNoise = 0.05;
 
 /// @param change  what is done to the body before, and to the frame after it is seen
 std::vector<FramePoints> frames(

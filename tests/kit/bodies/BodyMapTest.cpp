@@ -9,11 +9,11 @@
 namespace {
 
 using testing_support::builtInCameras;
+using testing_support::kNoise;
 using testing_support::sixMarkers;
 
 // Poses drawn at the same distance, anyhow turned, scatter as the map says.
 TEST(BodyMap, ErrorsAreThoseOfDrawnPoses) {
-  constexpr double kNoise = 0.05;
   constexpr int kPoses = 600;
   const auto map = bodies::expectedErrors(sixMarkers(), builtInCameras(), kNoise, {1500});
   ASSERT_EQ(map.size(), 1u);

@@ -16,10 +16,9 @@ using testing_support::builtInCameras;
 using testing_support::drawMotion;
 using testing_support::firstMarkers;
 using testing_support::hide;
+using testing_support::kNoise;
 using testing_support::seen;
 using testing_support::sixMarkers;
-
-constexpr double kNoise = 0.05;
 
 /// Position and rotation by which the pose is off.
 Eigen::Matrix<double, 6, 1> errorOf(const BodyPose& pose, const RigidMotion& truth) {

@@ -12,11 +12,10 @@ using bodies::RigidMotion;
 using bodies::TrackedPose;
 using testing_support::builtInCameras;
 using testing_support::hide;
+using testing_support::kNoise;
+using testing_support::kPeriod;
 using testing_support::seen;
 using testing_support::sixMarkers;
-
-constexpr double kNoise = 0.05;
-constexpr double kPeriod = 1.0 / 90;
 
 RigidMotion handIn(std::size_t frame) {
   return testing_support::handAt(static_cast<double>(frame) * kPeriod);

@@ -13,10 +13,10 @@ using bodies::BodyPose;
 using bodies::PivotFit;
 using bodies::RigidMotion;
 using testing_support::builtInCameras;
+using testing_support::kNoise;
 using testing_support::seen;
 using testing_support::sixMarkers;
 
-constexpr double kNoise = 0.05;
 const Eigen::Vector3d kTip(20, -150, 10);
 const Eigen::Vector3d kSpot(30, 80, 1500);
 

@@ -12,6 +12,9 @@
 
 namespace testing_support {
 
+constexpr double kNoise = 0.05;       // px
+constexpr double kPeriod = 1.0 / 90;  // s
+
 inline const estimate::PixelEquations& builtInCameras() {
   static const estimate::PixelEquations cameras(rig::builtInRig().calibration);
   return cameras;

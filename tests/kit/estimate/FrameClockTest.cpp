@@ -4,13 +4,11 @@
 namespace estimate {
 namespace {
 
-using Step = FrameClock::Step;
-
 TEST(FrameClock, TakesStampsAcrossTheirWrap) {
   FrameClock clock(90);
-  EXPECT_EQ(clock.stamped(0xFFFFFF00u).step, Step::kFirst);
+  EXPECT_EQ(clock.stamped(0xFFFFFF00u).step, FrameClock::Step::kFirst);
   const auto tick = clock.stamped(0x00000100u);  // 512 microseconds later
-  EXPECT_EQ(tick.step, Step::kForward);
+  EXPECT_EQ(tick.step, FrameClock::Step::kForward);
   EXPECT_NEAR(tick.elapsed, 512e-6, 1e-12);
   EXPECT_NEAR(clock.now(), 512e-6, 1e-12);
 }
@@ -19,8 +17,8 @@ TEST(FrameClock, LeavesLateAndRepeatedStampsOut) {
   FrameClock clock(90);
   clock.stamped(1000000);
   clock.stamped(1011111);
-  EXPECT_EQ(clock.stamped(1000000).step, Step::kLate);
-  EXPECT_EQ(clock.stamped(1011111).step, Step::kLate);
+  EXPECT_EQ(clock.stamped(1000000).step, FrameClock::Step::kLate);
+  EXPECT_EQ(clock.stamped(1011111).step, FrameClock::Step::kLate);
   EXPECT_NEAR(clock.stamped(1022222).elapsed, 0.011111, 1e-12);
 }
 
@@ -29,7 +27,7 @@ TEST(FrameClock, BeginsAnewWithADeviceThatDoes) {
   clock.stamped(500000000);
   clock.stamped(500011111);
   const double before = clock.now();
-  EXPECT_EQ(clock.stamped(0).step, Step::kFirst);
+  EXPECT_EQ(clock.stamped(0).step, FrameClock::Step::kFirst);
   EXPECT_GT(clock.now(), before);
 }
 

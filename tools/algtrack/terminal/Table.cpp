@@ -15,6 +15,12 @@ std::string oneLine(std::string text) {
   return text::escaped(text, kLongest);
 }
 
+std::string numberText(double value, const char* format) {
+  char text[400];  // the largest double has 309 digits before its point
+  std::snprintf(text, sizeof text, format, value);
+  return text;
+}
+
 Cell::Cell(double number, int decimals) : isNumber(true) {
   if (!std::isfinite(number)) {
     text = std::isnan(number) ? "nan" : number > 0 ? "inf" : "-inf";

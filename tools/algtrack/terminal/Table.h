@@ -14,6 +14,9 @@ namespace algtrack {
 /// newlines at its end.
 std::string oneLine(std::string text);
 
+/// A number as printf writes it.
+std::string numberText(double value, const char* format = "%.9g");
+
 /// One value of a table: what a person reads, and what --json gives.
 struct Cell {
   Cell(const char* words) : Cell(std::string(words)) {}
