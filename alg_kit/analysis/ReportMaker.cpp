@@ -36,7 +36,7 @@ using session::CallKind;
 using session::Entry;
 
 constexpr std::size_t kMostColumns = 8192;
-constexpr std::int64_t kMostMeasured = 10800;  // packets: two minutes at the usual rate
+constexpr std::int64_t kMostMeasured = 2700;  // packets: half a minute at the usual rate
 /// Packets that wait for what the other thread makes of them, 20 MB at most.
 constexpr std::size_t kMostWaiting = 16384;
 static_assert(kMostWaiting > Estimation::kDelay);
