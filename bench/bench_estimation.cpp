@@ -10,6 +10,9 @@
 
 #include "EstimationBound.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +20,7 @@
 #include <exception>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -87,8 +91,9 @@ struct Bounded {
   double bench::EstimationBound::*bound;
 };
 
-void run(algorithm::AlgBase& library, const Case& trial, int type, double noise, std::uint64_t seed,
-         double seconds, bool bounds, Tally& tally) {
+Tally run(algorithm::AlgBase& library, const Case& trial, int type, double noise,
+          std::uint64_t seed, double seconds, bool bounds) {
+  Tally tally;
   const sim::Simulator simulator = simulatorOf(trial, type, noise, seed, seconds);
   const TrialResult r = testing_support::runTrial(library, simulator, seconds, {});
   const double more = trial.hard ? kHard : 0;
@@ -124,7 +129,37 @@ void run(algorithm::AlgBase& library, const Case& trial, int type, double noise,
         std::printf("%22s %s: found %.3f mm, asked %.3f mm, bound %.3f mm\n", "", error.name,
                     error.found, error.asked, bound.*error.bound);
   }
+  return tally;
+}
+
+/// Runs a session in a process of its own: the library's pipeline is one per process and remembers
+/// the sessions before, so that its answers, and with them what is asked, would depend on those.
+/// @throws std::runtime_error if the process fails
+Tally inItsOwnProcess(const std::function<Tally()>& session) {
+  int ends[2];
   std::fflush(stdout);
+  if (pipe(ends) != 0) throw std::runtime_error("expected a pipe, found none");
+  const pid_t child = fork();
+  if (child < 0) throw std::runtime_error("expected a new process, found none");
+  if (child == 0) {
+    int status = 1;
+    try {
+      const Tally tally = session();
+      std::fflush(stdout);
+      status = write(ends[1], &tally, sizeof tally) == sizeof tally ? 0 : 1;
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "bench_estimation: %s\n", error.what());
+    }
+    _exit(status);
+  }
+  close(ends[1]);
+  Tally tally;
+  const bool told = read(ends[0], &tally, sizeof tally) == sizeof tally;
+  close(ends[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (!told || status != 0) throw std::runtime_error("a session did not end");
+  return tally;
 }
 
 }  // namespace
@@ -182,8 +217,7 @@ int main(int argc, char** argv) try {
                          [](int type, std::uint64_t) { return sim::Scene::still(type); }, true,
                          false});
     }
-  algorithm::AlgBase* const library = algorithm::AlgFactory::CreateALG(0);
-  Tally tally;
+  Tally all;
   std::printf(
       "A: the built-in pair, B: %s. Errors in mm, lags in ms (answers, online), squared "
       "errors in stated variances (online, ahead, smoothed).\n",
@@ -201,10 +235,14 @@ int main(int argc, char** argv) try {
           std::snprintf(line, sizeof line, "%s %d %.2f %llu", trial.name.c_str(), type, noise,
                         static_cast<unsigned long long>(seed));
           if (std::string(line).find(only) == std::string::npos) continue;
-          run(*library, trial, type, noise, seed,
-              trial.atRest ? std::min(seconds, kRestSeconds) : seconds, bounds, tally);
+          const Tally tally = inItsOwnProcess([&] {
+            return run(*algorithm::AlgFactory::CreateALG(0), trial, type, noise, seed,
+                       trial.atRest ? std::min(seconds, kRestSeconds) : seconds, bounds);
+          });
+          all.bars += tally.bars;
+          all.missed += tally.missed;
         }
-  std::printf("%d of %d bars missed\n", tally.missed, tally.bars);
+  std::printf("%d of %d bars missed\n", all.missed, all.bars);
   return 0;
 } catch (const std::exception& error) {
   std::fprintf(stderr, "bench_estimation: %s\n", error.what());
