@@ -406,6 +406,14 @@ class AskTest(AlgtrackCase):
         self.assertTrue(report["recording"]["journal_missing"])
         self.assertTrue(any("Its journal (a-wal)" in text for text in report["notices"]))
 
+    def test_who_streams_from_a_name_that_no_file_can_have_does_not_wait_for_it(self):
+        name = "x" * 300
+        result = subprocess.run([ALGTRACK, "stream", name, "--follow", "--osc", "127.0.0.1:9"],
+                                cwd=self.folder, text=True, capture_output=True, timeout=30)
+        self.assertEqual(result.returncode, 2)
+        self.assertEqual(result.stderr.count("\n"), 1)
+        self.assertIn(name + ": expected the name of a recording", result.stderr)
+
     def test_who_follows_is_told_of_a_missing_journal_before_the_wait(self):
         self.simulate("a", "--seconds", 1)
         self.lose_journal("a")

@@ -20,6 +20,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -133,8 +134,14 @@ void sendStream(StreamCommandOptions& options) {
     noteDoubts(reader);
     if (!options.scene.bodies.empty())
       options.scene.frameRate = recording::frameRateOf(reader, kPacketsForRate);
-  } else if (std::filesystem::exists(options.file)) {
-    noteMissingJournal(recording::RecordingReader(options.file));
+  } else {
+    std::error_code problem;
+    if (std::filesystem::exists(options.file, problem))
+      noteMissingJournal(recording::RecordingReader(options.file));
+    if (problem)
+      throw recording::RecordingError(
+          options.file,
+          "expected the name of a recording or of one to come, found: " + problem.message());
   }
   Sinks sinks = sinksOf(options);
   try {
