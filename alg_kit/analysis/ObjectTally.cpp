@@ -27,16 +27,21 @@ ObjectTally::ObjectTally(int object, std::size_t place, const ReportRules& rules
   numbers_.object = object;
 }
 
+void ObjectTally::Rest::add(const Place& raw, const Place& filtered, const Place& truth) {
+  isKnown = isKnown || isSomewhere(truth);
+  known.add(raw, filtered, truth);
+  if (!isKnown) suspected.add(raw, filtered, truth);  // else nobody asks for it any more
+}
+
 void ObjectTally::Alternative::add(const Place& raw, const Place& place, const Place& truth,
                                    float errorMm) {
   error.add(static_cast<double>(errorMm));
-  knownRest.add(raw, place, truth);
-  suspectedRest.add(raw, place, truth);
+  rest.add(raw, place, truth);
   lag.add(raw, place);
 }
 
-AlternativeNumbers ObjectTally::Alternative::get(bool restKnown) const {
-  return {error.get(), (restKnown ? knownRest : suspectedRest).filtered(), lag.get()};
+AlternativeNumbers ObjectTally::Alternative::get() const {
+  return {error.get(), rest.meter().filtered(), lag.get()};
 }
 
 void ObjectTally::addGap(const std::optional<Gap>& gap) {
@@ -98,9 +103,7 @@ void ObjectTally::closeRow(const ObjectRow& row, const Moment& at, std::size_t c
   epipolar_.add(static_cast<double>(row.epipolar));
   rayGap_.add(static_cast<double>(row.rayGap));
   numbers_.held += row.held ? 1 : 0;
-  truthSeen_ = truthSeen_ || isSomewhere(row.truth);
-  if (hasTruth_) knownRest_.add(row.raw, row.filtered, row.truth);
-  suspectedRest_.add(row.raw, row.filtered, row.truth);
+  rest_.add(row.raw, row.filtered, row.truth);
   lag_.add(row.raw, row.ahead ? nowhere() : row.filtered);
   estimated_.add(row.raw, row.estimated, row.truth, row.estimatedError);
   smoothed_.add(row.raw, row.smoothed, row.truth, row.smoothedError);
@@ -138,13 +141,12 @@ ObjectNumbers ObjectTally::numbers() const {
   numbers.filteredErrorMm = filteredError_.get();
   numbers.epipolarPx = epipolar_.get();
   numbers.rayGapMm = rayGap_.get();
-  numbers.restKnownFromTruth = truthSeen_;
-  const JitterMeter& rest = truthSeen_ ? knownRest_ : suspectedRest_;
-  numbers.rawJitterMm = rest.raw();
-  numbers.filteredJitterMm = rest.filtered();
+  numbers.restKnownFromTruth = rest_.isKnown;
+  numbers.rawJitterMm = rest_.meter().raw();
+  numbers.filteredJitterMm = rest_.meter().filtered();
   numbers.lag = lag_.get();
-  numbers.estimated = estimated_.get(truthSeen_);
-  numbers.smoothed = smoothed_.get(truthSeen_);
+  numbers.estimated = estimated_.get();
+  numbers.smoothed = smoothed_.get();
   return numbers;
 }
 

@@ -74,21 +74,28 @@ class ObjectTally {
   std::size_t place_;
   double jumpMm_;
   bool hasTruth_;
-  bool truthSeen_ = false;
   ObjectNumbers numbers_;
   RunningDistribution rawError_, filteredError_, epipolar_, rayGap_;
   GapFinder gaps_;
   JumpFinder jumps_;
   OutlierFinder lonely_;
   std::optional<Outlier> trueOutlier_;  ///< the worst one of the run that goes on
-  JitterMeter knownRest_{true}, suspectedRest_{false};
+  /// At rest by the truth where there is any of the object, else by what its positions look like.
+  struct Rest {
+    void add(const Place& raw, const Place& filtered, const Place& truth);
+    const JitterMeter& meter() const { return isKnown ? known : suspected; }
+
+    bool isKnown = false;
+    JitterMeter known{true}, suspected{false};
+  };
+  Rest rest_;
   LagMeter lag_;
   struct Alternative {
     void add(const Place& raw, const Place& place, const Place& truth, float errorMm);
-    AlternativeNumbers get(bool restKnown) const;
+    AlternativeNumbers get() const;
 
     RunningDistribution error;
-    JitterMeter knownRest{true}, suspectedRest{false};
+    Rest rest;
     LagMeter lag;
   };
   Alternative estimated_, smoothed_;

@@ -106,6 +106,8 @@ class Gatherer {
         bodyFrames_(frameRate),
         columns_(objects.size() * ObjectTally::kEnvelopes + bodies.size() * BodyTally::kEnvelopes,
                  objects.size() * ObjectTally::kCounts, kMostColumns),
+        places_(objects.size()),
+        truths_(objects.size()),
         swapFinder_(objects.size(), reader.hasTruth()),
         worst_(range.object) {
     numbers_.rules = rules;
@@ -313,17 +315,17 @@ class Gatherer {
   void closePacket() {
     if (!open_) return;
     open_ = false;
-    std::vector<Place> places, truths;
-    for (const ObjectTally& tally : tallies_) {
-      places.push_back(tally.current.raw);
-      truths.push_back(tally.current.truth);
+    for (std::size_t i = 0; i < tallies_.size(); ++i) {
+      places_[i] = tallies_[i].current.raw;
+      truths_[i] = tallies_[i].current.truth;
     }
-    swapFinder_.add(at_, places, truths,
+    swapFinder_.add(at_, places_, truths_,
                     [this](const Swap& swap) { numbers_.swaps.add(named(swap)); });
     Waiting& packet = waiting_.emplace_back();
     packet.at = at_;
     packet.column = column_;
     packet.estimates = std::exchange(estimates_, std::nullopt);
+    packet.rows.reserve(tallies_.size());
     for (ObjectTally& tally : tallies_) packet.rows.push_back(std::exchange(tally.current, {}));
     closeRows(kMostWaiting);
   }
@@ -481,6 +483,7 @@ class Gatherer {
   bool sawBodies_ = false;  ///< the latest call was a packet that bodies can be looked for in
   std::vector<BodyTally> bodies_;
   Columns columns_;
+  std::vector<Place> places_, truths_;  ///< by tally, of the packet that is closed
   SwapFinder swapFinder_;
   WorstMoments worst_;
   MessageTally messages_;

@@ -74,8 +74,9 @@ void TruthTrack::goTo(std::int64_t call, double timeS) {
                             (!frames_.back().call || *frames_.back().call > call);
     if (isFarAhead) break;
     Frame frame;
+    if (!frames_.empty()) frame.rows.reserve(frames_.back().rows.size());
     if (!readFrame(frame)) break;
-    frames_.push_back(frame);
+    frames_.push_back(std::move(frame));
     if (frames_.size() > kMostFrames) frames_.pop_front();
   }
   const auto found = std::find_if(frames_.begin(), frames_.end(),

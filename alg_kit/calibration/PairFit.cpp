@@ -11,6 +11,7 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <utility>
 
 namespace calibration {
 namespace {
@@ -22,9 +23,14 @@ using Eigen::VectorXd;
 constexpr double kTukey = 4.685;       // 95 % as good as least squares on clean data
 constexpr double kCauchy = 2.385;      // likewise
 constexpr double kFewestNoise = 1e-6;  // px; what is called no noise at all
+constexpr double kSteadyNoise = 1e-4;  // of itself; it changes no weight that matters
 constexpr double kLargestLeverage = 0.1;
+/// In squared standard deviations: the last step of a solution is one of less than a ten-thousandth
+/// of what the pairs leave open.
+constexpr double kLeastGain = 1e-8;
 constexpr int kLensParameters = 8;
 constexpr std::size_t kCoarsePairs = 2000;  // enough to come near
+constexpr double kNear = 1e-7;              // radians
 constexpr int kGuesses = 150;               // with 30 % wrong partners 8 of them are clean
 constexpr std::size_t kPairsOfAGuess = 8;
 constexpr std::size_t kJudgesOfAGuess = 400;
@@ -133,19 +139,21 @@ class Distances {
 
   /// @param slope  as many as parameters: how the distance changes with them
   double distance(std::size_t i, const At& at, Eigen::Ref<VectorXd> slope) const {
-    SampsonSlopes slopes;
+    Eigen::Matrix3d perEssential;
     double result;
     if (!lensesMove()) {
-      result = sampsonDistance(left_[i], right_[i], at.essential, &slopes);
+      result = sampsonDistance(left_[i], right_[i], at.essential, &perEssential);
     } else {
       const ObservedPair& pair = pairs_[i];
       const Ray<Jet> left = rayOf(pair.left.x, pair.left.y, moving(at.left).data());
       const Ray<Jet> right = rayOf(pair.right.x, pair.right.y, moving(at.right).data());
-      result = sampsonDistance(still(left), still(right), at.essential, &slopes);
-      slope.tail<2 * kLensParameters>() << perLens(slopes.left, left), perLens(slopes.right, right);
+      PerRays perRays;
+      result = sampsonDistance(still(left), still(right), at.essential, &perEssential, &perRays);
+      slope.tail<2 * kLensParameters>() << perLens(perRays.left, left),
+          perLens(perRays.right, right);
     }
     slope.head<kPoseParameters>().noalias() =
-        at.perPose * Eigen::Map<const Eigen::Matrix<double, 9, 1>>(slopes.essential.data());
+        at.perPose * Eigen::Map<const Eigen::Matrix<double, 9, 1>>(perEssential.data());
     return result;
   }
 
@@ -281,7 +289,7 @@ class Fitter {
             1 / (noise * std::sqrt(1 + sizes[i] * sizes[i] / (scale * scale)));
       const VectorXd before = p;
       solve(distances, weights, 4, p);
-      if (last && (p - before).norm() < 1e-9) break;
+      if (last && (p - before).norm() < kNear) break;
     }
   }
 
@@ -308,11 +316,15 @@ class Fitter {
     for (int attempt = 0; attempt < 10; ++attempt) {
       const Distances distances = distancesOf(pairs);
       double noise = 0;
+      bool noiseIsKnown = false;
       VectorXd weights(static_cast<Eigen::Index>(pairs.size()));
       for (int round = 0; round < 30; ++round) {
         const std::vector<double> sizes = absolute(distances, p);
         // The noise settles first; then the weights belong to one function, which falls.
-        if (round < 5) noise = noiseOf(sizes, noise);
+        if (!noiseIsKnown) {
+          const double before = std::exchange(noise, noiseOf(sizes, noise));
+          noiseIsKnown = round == 4 || std::abs(noise - before) < kSteadyNoise * noise;
+        }
         for (std::size_t i = 0; i < sizes.size(); ++i) {
           const double u = sizes[i] / (kTukey * noise);
           weights[static_cast<Eigen::Index>(i)] = u < 1 ? (1 - u * u) / noise : 0;
@@ -320,7 +332,7 @@ class Fitter {
         const VectorXd before = p;
         solve(distances, weights, 3, p);
         fit.converged = (p - before).norm() < 1e-8 * (1 + p.norm());
-        if (round >= 5 && fit.converged) break;
+        if (noiseIsKnown && fit.converged) break;
       }
       fit.noise = noise;
       const std::vector<std::size_t> alone = judge(distances, p, fit);
@@ -365,9 +377,8 @@ class Fitter {
     const Weighted function{distances, weights, beliefs_};
     ceres::TinySolver<Weighted> solver;
     solver.options.max_num_iterations = steps;
-    solver.options.gradient_tolerance = 1e-14;
-    solver.options.parameter_tolerance = 1e-13;
-    solver.options.function_tolerance = 1e-14;
+    solver.options.gradient_tolerance = solver.options.parameter_tolerance = 1e-14;
+    solver.options.function_tolerance = kLeastGain;
     VectorXd result = p;
     solver.Solve(function, &result);
     if (result.allFinite()) p = result;
@@ -379,23 +390,24 @@ class Fitter {
     const Distances::At at = distances.withDerivatives(p.data());
     const auto count = static_cast<Eigen::Index>(distances.size());
     const Eigen::Index n = parameters_;
-    MatrixXd curvature = MatrixXd::Zero(n, n), scatter = MatrixXd::Zero(n, n);
-    MatrixXd rows = MatrixXd::Zero(n, count);
-    VectorXd bends = VectorXd::Zero(count);
+    MatrixXd rows(n, count);
+    VectorXd bends = VectorXd::Zero(count), pulls2 = VectorXd::Zero(count);
     fit.used = fit.outliers = 0;
     for (Eigen::Index i = 0; i < count; ++i) {
       const double distance = distances.distance(static_cast<std::size_t>(i), at, rows.col(i));
       const double u = distance / (kTukey * fit.noise), rest = 1 - u * u;
       if (!(std::abs(u) < 1)) {
         ++fit.outliers;
+        rows.col(i).setZero();
         continue;
       }
       ++fit.used;
       bends[i] = rest * (1 - 5 * u * u);
       const double psi = distance * rest * rest;
-      curvature += bends[i] * rows.col(i) * rows.col(i).transpose();
-      scatter += psi * psi * rows.col(i) * rows.col(i).transpose();
+      pulls2[i] = psi * psi;
     }
+    MatrixXd curvature = rows * bends.asDiagonal() * rows.transpose();
+    MatrixXd scatter = rows * pulls2.asDiagonal() * rows.transpose();
     const double variance = fit.noise * fit.noise;
     const VectorXd belief = beliefs_.array().square();
     curvature /= variance;
@@ -416,9 +428,10 @@ class Fitter {
     const bool unseen = eigen.eigenvalues().minCoeff() < 1e-14;
     fit.covariance = unseen ? inverse : MatrixXd(inverse * scatter * inverse);
 
+    const VectorXd leverages = rows.cwiseProduct(inverse * rows).colwise().sum() / variance;
     std::vector<std::size_t> alone;
     for (Eigen::Index i = 0; i < count; ++i)
-      if (bends[i] > 0 && rows.col(i).dot(inverse * rows.col(i)) / variance > kLargestLeverage)
+      if (bends[i] > 0 && leverages[i] > kLargestLeverage)
         alone.push_back(static_cast<std::size_t>(i));
     return alone;
   }
@@ -462,14 +475,16 @@ PairFit fitFrom(const StereoCalibration& given, const std::vector<ObservedPair>&
       believed.size() > 0 ? VectorXd(believed.head(kPoseParameters)) : VectorXd();
   const Fitter poseFitter(pose, kPoseParameters, poseBelief);
   const std::vector<ObservedPair> some = thinned(usable, kCoarsePairs);
-  // Where the pose is believed, the start is near.
-  if (poseBelief.size() == 0 || !(poseBelief.minCoeff() > 0)) poseFitter.guess(some, poseStart);
   poseFitter.approach(some, poseStart);
-  // Where markers stay near one another, another pose of the cameras explains them nearly as well,
-  // and a few noisy pairs lead there as easily. Then the given one's own neighbourhood decides.
-  VectorXd near = VectorXd::Zero(kPoseParameters);
-  poseFitter.approach(some, near);
-  if (poseFitter.explainsBetter(some, near, poseStart)) poseStart = near;
+  // Where the pose is believed, the start is near.
+  if (poseBelief.size() == 0 || !(poseBelief.minCoeff() > 0)) {
+    VectorXd guessed = VectorXd::Zero(kPoseParameters);
+    poseFitter.guess(some, guessed);
+    poseFitter.approach(some, guessed);
+    // Where markers stay near one another, another pose of the cameras explains them nearly as
+    // well, and a few noisy pairs lead there as easily. Then the given one's neighbourhood decides.
+    if (!poseFitter.explainsBetter(some, poseStart, guessed)) poseStart = guessed;
+  }
   VectorXd start = VectorXd::Zero(parameters);
   start.head(kPoseParameters) = poseStart;
   fit = Fitter(pose, parameters, believed).settle(usable, start);

@@ -91,9 +91,8 @@ Eigen::Matrix<T, 3, 3> crossMatrix(const Eigen::Matrix<T, 3, 1>& t) {
   return cross;
 }
 
-/// How a Sampson distance changes with all that it is made of.
-struct SampsonSlopes {
-  Eigen::Matrix3d essential;
+/// How a Sampson distance changes with both rays.
+struct PerRays {
   Ray<double> left, right;
 };
 
@@ -110,9 +109,10 @@ struct SampsonSlopes {
 ///   dd/ddR = E dL / n - d / n^2 E P_L g_L        dd/dP_R = - d / n^2 E dL g_R'
 /// @param essential  E = [t]x R with the rotation R of the left frame into the right one and the
 ///                   direction t of the translation; its scale does not matter
-/// @param slopes     filled unless null
+/// @param perEssential, perRays  filled unless null; the second only with the first
 inline double sampsonDistance(const Ray<double>& left, const Ray<double>& right,
-                              const Eigen::Matrix3d& essential, SampsonSlopes* slopes = nullptr) {
+                              const Eigen::Matrix3d& essential,
+                              Eigen::Matrix3d* perEssential = nullptr, PerRays* perRays = nullptr) {
   const Eigen::Vector3d perRight = essential * left.direction;
   const Eigen::Vector3d perLeft = essential.transpose() * right.direction;
   const Eigen::Vector2d gradientLeft = left.perPixel.transpose() * perLeft;
@@ -120,17 +120,18 @@ inline double sampsonDistance(const Ray<double>& left, const Ray<double>& right,
   const double square = gradientLeft.squaredNorm() + gradientRight.squaredNorm() + 1e-300;
   const double perConstraint = 1 / std::sqrt(square);
   const double distance = right.direction.dot(perRight) * perConstraint;
-  if (slopes == nullptr) return distance;
+  if (perEssential == nullptr) return distance;
   const double perSquare = distance / square;
   const Eigen::Vector3d turnedLeft = perSquare * (left.perPixel * gradientLeft);
   const Eigen::Vector3d turnedRight = perSquare * (right.perPixel * gradientRight);
   const Eigen::Vector3d alongLeft = perConstraint * left.direction - turnedLeft;
-  slopes->essential =
+  *perEssential =
       right.direction * alongLeft.transpose() - turnedRight * left.direction.transpose();
-  slopes->left.direction = perConstraint * perLeft - essential.transpose() * turnedRight;
-  slopes->right.direction = essential * alongLeft;
-  slopes->left.perPixel = -perSquare * (perLeft * gradientLeft.transpose());
-  slopes->right.perPixel = -perSquare * (perRight * gradientRight.transpose());
+  if (perRays == nullptr) return distance;
+  perRays->left.direction = perConstraint * perLeft - essential.transpose() * turnedRight;
+  perRays->right.direction = essential * alongLeft;
+  perRays->left.perPixel = -perSquare * (perLeft * gradientLeft.transpose());
+  perRays->right.perPixel = -perSquare * (perRight * gradientRight.transpose());
   return distance;
 }
 

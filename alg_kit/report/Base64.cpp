@@ -1,5 +1,7 @@
 #include <alg_kit/report/Base64.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -7,24 +9,23 @@ namespace report {
 
 std::string base64Of(const std::vector<float>& values) {
   constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  text.reserve((values.size() * 4 + 2) / 3 * 4);
-  std::uint32_t group = 0;
-  int bytes = 0;
-  const auto write = [&](int digits) {
-    for (int i = 0; i < 4; ++i) text += i < digits ? kDigits[(group >> (18 - 6 * i)) & 63] : '=';
-    group = 0;
-    bytes = 0;
-  };
+  std::vector<unsigned char> bytes;
+  bytes.reserve(values.size() * 4 + 2);
   for (const float value : values) {
     std::uint32_t bits;
     std::memcpy(&bits, &value, sizeof bits);
-    for (int shift = 0; shift < 32; shift += 8) {
-      group |= ((bits >> shift) & 255) << (16 - 8 * bytes);
-      if (++bytes == 3) write(4);
-    }
+    for (int shift = 0; shift < 32; shift += 8)
+      bytes.push_back(static_cast<unsigned char>(bits >> shift));
   }
-  if (bytes > 0) write(bytes + 1);
+  const std::size_t count = bytes.size();
+  bytes.resize(count + 2);  // so that the last group is whole too
+  std::string text((count + 2) / 3 * 4, '=');
+  for (std::size_t i = 0, at = 0; i < count; i += 3, at += 4) {
+    const unsigned group = (static_cast<unsigned>(bytes[i]) << 16) |
+                           (static_cast<unsigned>(bytes[i + 1]) << 8) | bytes[i + 2];
+    const std::size_t digits = std::min<std::size_t>(count - i, 3) + 1;
+    for (std::size_t k = 0; k < digits; ++k) text[at + k] = kDigits[(group >> (18 - 6 * k)) & 63];
+  }
   return text;
 }
 

@@ -52,8 +52,9 @@ const char* keyOf(Kind kind) {
   return kKindTexts[static_cast<int>(kind)].key;
 }
 
-std::vector<PacketPiece> dissect(const hid::Frame& frame, int length, int blobIdCount) {
-  std::vector<PacketPiece> pieces;
+std::vector<PacketPiece> dissect(const hid::Frame& frame, int length, int blobIdCount,
+                                 std::vector<PacketPiece> pieces) {
+  pieces.clear();
   const auto add = [&](Kind kind, int offset, int size, const hid::RecordStep& step = {}) {
     if (size > 0) pieces.push_back({kind, offset, size, step});
   };

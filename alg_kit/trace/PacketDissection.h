@@ -37,7 +37,9 @@ const char* keyOf(PacketPiece::Kind kind);
 
 /// @param frame   as the decoder holds it: the bytes of earlier packets may stand behind `length`
 /// @param length  1 to 512
-std::vector<PacketPiece> dissect(const hid::Frame& frame, int length, int blobIdCount);
+/// @param pieces  only its storage is used
+std::vector<PacketPiece> dissect(const hid::Frame& frame, int length, int blobIdCount,
+                                 std::vector<PacketPiece> pieces = {});
 
 /// Why the decoder did not take the bytes of a piece, with what was found; empty for pieces that it
 /// took.

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace trace {
 namespace {
@@ -39,7 +40,8 @@ struct PipelineTrace::Sinks : algorithm::LogSink, algorithm::DataSink {
 /// Writes what the steps of one packet tell into its trace.
 class PipelineTrace::Listener : public algorithm::NoObserver {
  public:
-  explicit Listener(PipelineTrace& trace) : trace_(trace), packet_(trace.packet_) {}
+  explicit Listener(PipelineTrace& trace)
+      : trace_(trace), packet_(trace.packet_), decoded_(trace.decoded_), entered_(trace.entered_) {}
 
   void decoded(const std::vector<hid::RawBlob>& left, const std::vector<hid::RawBlob>& right) {
     trace_.dissectPacket();
@@ -139,8 +141,7 @@ class PipelineTrace::Listener : public algorithm::NoObserver {
 
   PipelineTrace& trace_;
   PacketTrace& packet_;
-  std::vector<int> decoded_[2];  ///< by camera: the blobs as the decoder listed them
-  std::vector<int> entered_[2];  ///< by camera: the blobs as they entered the 3D stage
+  std::vector<int> (&decoded_)[2], (&entered_)[2];
 };
 
 PipelineTrace::PipelineTrace() : sinks_(std::make_unique<Sinks>()) {
@@ -165,12 +166,7 @@ const PacketTrace* PipelineTrace::feed(const session::Call& call) {
   // Queries and filter modes touch poses only, never points.
   if (call.kind != session::CallKind::kInputStream) return nullptr;
 
-  packet_ = PacketTrace();
-  packet_.productType = service_.steady().productType();
-  packet_.blobIdCount = service_.protocol().blobIdCount();
-  packet_.streamType = call.type;
-  packet_.length = std::min(call.length, hid::kFrameSize);
-  packet_.hadPreviousPoints = !service_.stereo().previousPoints().empty();
+  beginPacket(call);
   Listener listener(*this);
   service_.inputStream(call.type, given, 0, call.length, listener);
   if (!sinks_->block) return nullptr;
@@ -178,11 +174,30 @@ const PacketTrace* PipelineTrace::feed(const session::Call& call) {
   return &packet_;
 }
 
+void PipelineTrace::beginPacket(const session::Call& call) {
+  packet_.productType = service_.steady().productType();
+  packet_.blobIdCount = service_.protocol().blobIdCount();
+  packet_.streamType = call.type;
+  packet_.frame = {};
+  packet_.length = std::min(call.length, hid::kFrameSize);
+  packet_.status = hid::DecodeStatus::kNone;
+  packet_.pieces.clear();
+  packet_.blobs.clear();
+  packet_.points.clear();
+  packet_.hadPreviousPoints = !service_.stereo().previousPoints().empty();
+  for (const int camera : {0, 1}) {
+    decoded_[camera].clear();
+    entered_[camera].clear();
+    rawBlobs_[camera].clear();
+  }
+}
+
 void PipelineTrace::dissectPacket() {
   packet_.frame = service_.protocol().frame();
-  packet_.pieces = dissect(packet_.frame, packet_.length, packet_.blobIdCount);
-  std::vector<hid::RawBlob> left, right;
-  packet_.status = hid::decode(packet_.frame, packet_.length, packet_.blobIdCount, left, right);
+  packet_.pieces =
+      dissect(packet_.frame, packet_.length, packet_.blobIdCount, std::move(packet_.pieces));
+  packet_.status =
+      hid::decode(packet_.frame, packet_.length, packet_.blobIdCount, rawBlobs_[0], rawBlobs_[1]);
   for (const PacketPiece& piece : packet_.pieces) {
     if (piece.kind != PacketPiece::Kind::kRecord) continue;
     TracedBlob blob;

@@ -80,12 +80,17 @@ class PipelineTrace {
   struct Sinks;
   class Listener;
 
+  void beginPacket(const session::Call& call);
   void dissectPacket();
   void measureRays();
 
   std::unique_ptr<Sinks> sinks_;
   algorithm::StereoService service_;
   PacketTrace packet_;
+  // Of the latest packet, kept for their storage: blobs by camera, as the decoder listed them and
+  // as they entered the 3D stage, and what the decoder made of them.
+  std::vector<int> decoded_[2], entered_[2];
+  std::vector<hid::RawBlob> rawBlobs_[2];
 };
 
 }  // namespace trace
