@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """Where algtrack writes to: files, links, pipes, devices and the standard output."""
 import os
+import signal
 import stat
 import subprocess
 import threading
+import time
 import unittest
 
 from algtrack_case import ALGTRACK, AlgtrackCase
@@ -151,6 +153,71 @@ class OutputsTest(AlgtrackCase):
                  env={**os.environ, "TMPDIR": self.path("temporary")})
         self.assertEqual(os.listdir(self.path("temporary")), [])
 
+    def begin(self, *arguments, wait_for=None, **options):
+        process = subprocess.Popen([ALGTRACK, *arguments], cwd=self.folder, text=True,
+                                   stderr=subprocess.PIPE, **options)
+        self.addCleanup(lambda: process.poll() is None and process.kill())
+        while wait_for and not os.path.exists(self.path(wait_for)):
+            self.assertIsNone(process.poll())
+            time.sleep(0.01)
+        return process
+
+    def test_a_second_interrupt_leaves_nothing_unfinished(self):
+        os.mkfifo(self.path("pipe"))
+        before = self.files()
+        # It waits for a reader of the pipe, however often it is told to end in order.
+        process = self.begin("replay", "r", "--csv", "o", "--jsonl", "pipe",
+                             wait_for="o.partial", stdout=subprocess.DEVNULL)
+        process.send_signal(signal.SIGINT)
+        with self.assertRaises(subprocess.TimeoutExpired):
+            process.wait(0.5)
+        process.send_signal(signal.SIGINT)
+        self.assertEqual((process.communicate(timeout=30)[1], process.returncode),
+                         ("", -signal.SIGINT))
+        self.assertEqual(self.files(), before)
+
+    def test_who_stops_reading_leaves_nothing_unfinished(self):
+        before = self.files()
+        process = self.begin("replay", "r", "--csv", "-", "--record", "o", stdout=subprocess.PIPE)
+        process.stdout.close()
+        self.assertEqual((process.wait(30), process.stderr.read()), (-signal.SIGPIPE, ""))
+        self.assertEqual(self.files(), before)
+        process.stderr.close()
+
+    def test_what_kills_at_once_leaves_nothing_among_the_temporary_files(self):
+        os.mkdir(self.path("temporary"))
+        process = self.begin("simulate", "--seconds", "20000", "-o", "-", stdout=subprocess.DEVNULL,
+                             env={**os.environ, "TMPDIR": self.path("temporary")})
+        while not os.listdir(self.path("temporary")):
+            time.sleep(0.01)
+        time.sleep(0.2)
+        process.send_signal(signal.SIGPIPE)
+        process.communicate(timeout=30)
+        self.assertEqual(process.returncode, -signal.SIGPIPE)
+        self.assertEqual(os.listdir(self.path("temporary")), [])
+
+    def test_a_terminal_that_is_closed_ends_a_command_in_order_unless_it_is_to_stay(self):
+        before = self.files()
+        process = self.begin("simulate", "--seconds", "20000", "-o", "o", wait_for="o.partial-wal",
+                             stdout=subprocess.DEVNULL)
+        process.send_signal(signal.SIGHUP)
+        self.assertEqual((process.communicate(timeout=30)[1], process.returncode),
+                         ("algtrack: interrupted: nothing was written, files that were there are "
+                          "as before\n", 2))
+        self.assertEqual(self.files(), before)
+        process = self.begin("replay", "r", "--realtime", "--csv", "o", wait_for="o.partial",
+                             stdout=subprocess.DEVNULL,
+                             preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
+        process.send_signal(signal.SIGHUP)
+        self.assertEqual((process.communicate(timeout=30)[1], process.returncode), ("", 0))
+
+    def test_an_interrupt_names_what_went_out_in_part(self):
+        self.simulate("long", "--seconds", 60)
+        process = self.begin("replay", "long", "--realtime", "--csv", "-", stdout=subprocess.PIPE)
+        self.assertTrue(process.stdout.readline().startswith("# algtrack replay"))
+        process.send_signal(signal.SIGINT)
+        self.assertEqual((process.communicate(timeout=30)[1], process.returncode),
+                         ("algtrack: interrupted: written in part: -; nothing else was\n", 2))
 
     def test_a_recording_that_may_not_be_read_is_named_as_such(self):
         nobody = dict(user=65534, group=65534, extra_groups=[]) if os.geteuid() == 0 else {}

@@ -12,6 +12,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr const char* kParts[] = {"", "-wal", "-shm"};  // of a recording that is being written
+
 std::string temporaryFolder() {
   std::string name = (fs::temp_directory_path() / "algtrack-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr)
@@ -32,11 +34,13 @@ PartialRecording::PartialRecording(const std::string& finalName, bool force,
     : place_(outputPlace(finalName, force)) {
   if (place_.kind != OutputPlace::Kind::kFile) {
     folder_ = temporaryFolder();
+    unfinished_.add(folder_);
     path_ = folder_ + "/recording";
-    return;
+  } else {
+    path_ = place_.path + suffix;
+    makePartialFile(path_, force);
   }
-  path_ = place_.path + suffix;
-  makePartialFile(path_, force);
+  for (const char* const part : kParts) unfinished_.add(path_ + part);
 }
 
 PartialRecording::~PartialRecording() {
@@ -45,7 +49,7 @@ PartialRecording::~PartialRecording() {
 
 void PartialRecording::removeAll() const {
   std::error_code error;
-  for (const char* const suffix : {"", "-wal", "-shm"}) fs::remove(path_ + suffix, error);
+  for (const char* const part : kParts) fs::remove(path_ + part, error);
   if (!folder_.empty()) fs::remove(folder_, error);
 }
 
@@ -61,6 +65,7 @@ void PartialRecording::complete() {
   std::error_code error;
   // What a killed recorder left beside the file that is replaced would be taken for ours.
   for (const char* const suffix : {"-wal", "-shm"}) fs::remove(place_.path + suffix, error);
+  unfinished_.finish();  // once it is renamed, the name may be another program's
   fs::rename(path_, place_.path, error);
   if (error) throw std::runtime_error(place_.name + ": writing failed: " + error.message());
   completed_ = true;

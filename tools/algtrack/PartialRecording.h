@@ -33,6 +33,7 @@ class PartialRecording {
 
   InterruptsNoted interrupts_;
   OutputPlace place_;
+  Unfinished unfinished_;
   std::string folder_;  ///< temporary; empty = beside the final name
   std::string path_;
   bool completed_ = false;

@@ -94,8 +94,8 @@ void addRepairCommand(CLI::App& app) {
       "repair",
       "Writes all that can be read of a recording to a new one: of a file that was cut or "
       "damaged,\n"
-      "or whose program was killed. A journal (-wal) beside it is worked in; a .partial of an\n"
-      "interrupted command is finished. Calls whose checksum does not fit are left out. The file\n"
+      "or whose program was killed. A journal (-wal) beside it is worked in; a .partial of a\n"
+      "killed command is finished. Calls whose checksum does not fit are left out. The file\n"
       "itself stays as it is. Exit status 1 if anything is lost.\n"
       "\n"
       "  algtrack repair broken.algrec -o saved.algrec\n"

@@ -1,11 +1,14 @@
 #include <tools/algtrack/terminal/Interrupt.h>
 
 #include <tools/algtrack/terminal/ExitStatus.h>
+#include <tools/algtrack/terminal/Unfinished.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
 #include <string_view>
+#include <vector>
 
 #if defined(_WIN32)
 #include <io.h>
@@ -21,7 +24,7 @@ constexpr std::string_view kNothingWritten =
 
 volatile std::sig_atomic_t interrupted = 0;
 volatile std::sig_atomic_t noters = 0;  // written by the thread that runs the command alone
-std::string writtenOutputs;
+std::vector<std::string> writtenOutputs, begunOutputs;
 
 /// What a signal's handler may do and no more.
 void endAtOnce() {
@@ -36,16 +39,40 @@ void endAtOnce() {
   std::_Exit(kFailed);
 }
 
+/// The program ends as the signal alone would have ended it, but leaves nothing unfinished.
+void endAsSignalled(int signal) {
+  removeUnfinished();
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
 void note(int signal) {
+  if (interrupted != 0) return endAsSignalled(signal);
   if (noters == 0) endAtOnce();
   interrupted = 1;
-  std::signal(signal, SIG_DFL);
+}
+
+#if !defined(_WIN32)
+/// What the program was started to ignore, as under nohup, it goes on to ignore.
+void heedUnlessIgnored(int signal, void (*handler)(int)) {
+  if (std::signal(signal, handler) == SIG_IGN) std::signal(signal, SIG_IGN);
+}
+#endif
+
+std::string listed(const std::vector<std::string>& outputs) {
+  std::string list;
+  for (const std::string& output : outputs) list += (list.empty() ? "" : ", ") + output;
+  return list;
 }
 
 }  // namespace
 
 void heedInterrupts() {
   for (const int signal : {SIGINT, SIGTERM}) std::signal(signal, note);
+#if !defined(_WIN32)
+  heedUnlessIgnored(SIGHUP, note);
+  for (const int signal : {SIGPIPE, SIGQUIT}) heedUnlessIgnored(signal, endAsSignalled);
+#endif
 }
 
 InterruptsNoted::InterruptsNoted() {
@@ -56,16 +83,25 @@ InterruptsNoted::~InterruptsNoted() {
   noters = noters - 1;
 }
 
+void noteBegun(const std::string& output) {
+  begunOutputs.push_back(output);
+}
+
 void noteWritten(const std::string& output) {
   static const InterruptsNoted forGood;
-  writtenOutputs += (writtenOutputs.empty() ? "" : ", ") + output;
+  begunOutputs.erase(std::remove(begunOutputs.begin(), begunOutputs.end(), output),
+                     begunOutputs.end());
+  writtenOutputs.push_back(output);
 }
 
 void stopIfInterrupted() {
   if (interrupted == 0) return;
-  throw std::runtime_error(writtenOutputs.empty() ? std::string(kNothingWritten)
-                                                  : "interrupted: written whole: " +
-                                                        writtenOutputs + "; nothing else was");
+  if (writtenOutputs.empty() && begunOutputs.empty())
+    throw std::runtime_error(std::string(kNothingWritten));
+  std::string left = "interrupted: ";
+  if (!writtenOutputs.empty()) left += "written whole: " + listed(writtenOutputs) + "; ";
+  if (!begunOutputs.empty()) left += "written in part: " + listed(begunOutputs) + "; ";
+  throw std::runtime_error(left + "nothing else was");
 }
 
 bool wasInterrupted() {

@@ -132,9 +132,13 @@ void makePartialFile(const std::string& path, bool force) {
 }
 
 OutputFile::OutputFile(const std::string& name, bool force) : place_(outputPlace(name, force)) {
+  if (place_.kind != OutputPlace::Kind::kFile) noteBegun(place_.name);
   if (place_.isStandardOutput()) return;
   const bool isFile = place_.kind == OutputPlace::Kind::kFile;
-  if (isFile) makePartialFile(partialPath(place_.path), force);
+  if (isFile) {
+    makePartialFile(partialPath(place_.path), force);
+    unfinished_.add(partialPath(place_.path));
+  }
   stream_.open(isFile ? partialPath(place_.path) : place_.path, std::ios::binary);
   if (!stream_) throw std::runtime_error(name + ": expected a file to write: " + lastSystemError());
 }
@@ -154,11 +158,12 @@ void OutputFile::commit() {
   stopIfInterrupted();
   if (place_.isStandardOutput()) {
     if (!std::cout.flush()) throw std::runtime_error("standard output: writing failed");
-    return;
+    return noteWritten(place_.name);
   }
   stream_.close();
   if (!stream_) throw std::runtime_error(place_.name + ": writing failed (is the disk full?)");
   if (place_.kind == OutputPlace::Kind::kDevice) return noteWritten(place_.name);
+  unfinished_.finish();  // once it is renamed, the name may be another program's
   std::error_code error;
   fs::rename(partialPath(place_.path), place_.path, error);
   if (error) throw std::runtime_error(place_.name + ": writing failed: " + error.message());

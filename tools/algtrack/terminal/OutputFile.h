@@ -1,6 +1,7 @@
 #pragma once
 
 #include <tools/algtrack/terminal/Interrupt.h>
+#include <tools/algtrack/terminal/Unfinished.h>
 
 #include <fstream>
 #include <string>
@@ -75,6 +76,7 @@ class OutputFile {
  private:
   InterruptsNoted interrupts_;
   OutputPlace place_;
+  Unfinished unfinished_;
   std::ofstream stream_;
   bool committed_ = false;
 };
