@@ -37,6 +37,19 @@ std::string identityOf(const std::string& path) {
 
 }  // namespace
 
+bool isThere(const std::string& path) {
+  std::error_code problem;
+  const bool there = fs::exists(fs::status(path, problem));
+  if (there) return true;
+  std::string found;
+  if (!fs::path(path).has_filename())
+    found = "no name of a file";
+  else if (problem && problem != std::errc::no_such_file_or_directory)
+    found = problem.message();
+  if (found.empty()) return false;
+  throw RecordingError(path, "expected the name of a recording or of one to come, found: " + found);
+}
+
 FollowingReader::FollowingReader(std::string path, std::int64_t firstCall)
     : path_(std::move(path)), firstUnread_(firstCall), nextCall_(firstCall) {}
 
@@ -62,8 +75,7 @@ void FollowingReader::fill() {
 }
 
 bool FollowingReader::hasFile() {
-  std::error_code error;
-  const bool there = fs::exists(path_, error);
+  const bool there = isThere(path_);
   if (!there && identity_.empty()) return false;
   const std::string identity = there ? identityOf(path_) : "";
   if (!identity_.empty() && identity != identity_)

@@ -11,6 +11,10 @@
 
 namespace recording {
 
+/// Whether there is a file of this name by now, for who would wait for it.
+/// @throws RecordingError where there can be none: empty, too long, a loop of links, below a file
+bool isThere(const std::string& path);
+
 /// Reads a recording that a host may still be writing, in this process or another, as far as it has
 /// been committed. `next` never waits: who follows asks again after a while.
 ///
@@ -40,7 +44,8 @@ class FollowingReader {
 
   /// Fills `unit` (its storage is reused) with the next unit that was committed; false if there is
   /// none now. Units have no truth: see RecordingReader::truthOf.
-  /// @throws RecordingError as a RecordingReader does, and where another file took the name
+  /// @throws RecordingError as a RecordingReader does, where another file took the name, and where
+  ///         no file can have it
   bool next(session::Unit& unit);
 
   State state() const { return state_; }

@@ -59,8 +59,7 @@ class Watcher::Work {
   explicit Work(Watcher& watcher) : watcher_(watcher) {}
 
   void run() {
-    std::error_code error;
-    if (fs::exists(watcher_.path_, error)) {
+    if (recording::isThere(watcher_.path_)) {
       const recording::RecordingReader reader(watcher_.path_);
       const recording::Metadata& metadata = reader.metadata();
       if (metadata.complete && metadata.values.count("continued_in") == 0) return readAll(reader);
@@ -233,8 +232,8 @@ class Watcher::Work {
 
   void begin(const recording::Metadata& metadata, State state) {
     const std::lock_guard<std::mutex> guard(watcher_.mutex_);
-    if (watcher_.status_.state == state) return;
     watcher_.status_.metadata = metadata;
+    if (watcher_.status_.state == state) return;
     watcher_.status_.state = state;
     if (state != State::kReading) watcher_.status_.share = 1;
     if (state == State::kEnded) watcher_.status_.health.reset();  // all of it is judged now

@@ -33,9 +33,9 @@ class Watcher {
     State state = State::kAbsent;
     std::string problem;
     std::string path;
-    double share = 0;  ///< of the calls that are there, 0 to 1
-    recording::Metadata metadata;
-    int productType = -1;  ///< of the latest Init; -1 = none yet
+    double share = 0;              ///< of the calls that are there, 0 to 1
+    recording::Metadata metadata;  ///< as of the latest look, of a recording under way
+    int productType = -1;          ///< of the latest Init; -1 = none yet
     std::optional<algorithm::StereoCalibration> calibration;
     bool hasTruth = false;
     /// Of the latest calibration, by what was read; none = not judged yet.

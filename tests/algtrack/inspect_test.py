@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import shutil
 import sqlite3
 import struct
 import subprocess
@@ -406,13 +407,36 @@ class AskTest(AlgtrackCase):
         self.assertTrue(report["recording"]["journal_missing"])
         self.assertTrue(any("Its journal (a-wal)" in text for text in report["notices"]))
 
-    def test_who_streams_from_a_name_that_no_file_can_have_does_not_wait_for_it(self):
-        name = "x" * 300
-        result = subprocess.run([ALGTRACK, "stream", name, "--follow", "--osc", "127.0.0.1:9"],
-                                cwd=self.folder, text=True, capture_output=True, timeout=30)
-        self.assertEqual(result.returncode, 2)
-        self.assertEqual(result.stderr.count("\n"), 1)
-        self.assertIn(name + ": expected the name of a recording", result.stderr)
+    def test_who_follows_a_name_that_no_file_can_have_does_not_wait_for_it(self):
+        self.simulate("a", "--seconds", 0.1)
+        os.symlink("round", self.path("round"))
+        for name in ("x" * 300, "a/b", "round", "folder/"):
+            for command in (["stream", "--osc", "127.0.0.1:9"], ["view", "--no-browser"]):
+                result = subprocess.run([ALGTRACK, *command, "--follow", name], cwd=self.folder,
+                                        text=True, capture_output=True, timeout=30)
+                self.assertEqual(result.returncode, 2)
+                self.assertEqual(result.stderr.count("\n"), 1)
+                self.assertIn(name + ": expected the name of a recording or of one to come",
+                              result.stderr)
+
+    def test_who_waited_for_a_recording_is_told_that_it_came_without_its_journal(self):
+        self.simulate("a", "--seconds", 1)
+        self.lose_journal("a")
+        for arguments in (["stream", "--osc", "127.0.0.1:9"], ["view", "--no-browser"]):
+            with subprocess.Popen([ALGTRACK, *arguments, "--follow", "late"], cwd=self.folder,
+                                  text=True, stdout=subprocess.PIPE,
+                                  stderr=subprocess.PIPE) as process:
+                limit = threading.Timer(30, process.kill)
+                limit.start()
+                self.assertTrue(process.stdout.readline())  # it waits
+                shutil.copy(self.path("a"), self.path("a copy"))
+                os.rename(self.path("a copy"), self.path("late"))
+                self.assertEqual(process.stderr.readline(),
+                                 "Note: late: its journal late-wal is not beside it: the latest "
+                                 "calls are in there\n", arguments)
+                limit.cancel()
+                process.kill()
+            os.remove(self.path("late"))
 
     def test_who_follows_is_told_of_a_missing_journal_before_the_wait(self):
         self.simulate("a", "--seconds", 1)

@@ -7,6 +7,7 @@ import signal
 import socket
 import subprocess
 import sys
+import threading
 import time
 import unittest
 from urllib.parse import urlsplit
@@ -75,6 +76,32 @@ class ViewTest(AlgtrackCase):
                           "--seconds", 0.1)
         self.serve("a.algrec", says="Note: a.algrec: The unit of the translation seems to be "
                    "metres: the baseline is 0[.]1.*\n")
+
+    @unittest.skipUnless(os.path.exists("/dev/full"), "no device to try this on")
+    def test_does_not_serve_at_an_address_that_nobody_was_told(self):
+        self.simulate("a.algrec", "--seconds", 0.1)
+        with open("/dev/full", "w") as full:
+            result = subprocess.run([ALGTRACK, "view", "--no-browser", "a.algrec"], text=True,
+                                    cwd=self.folder, stdout=full, stderr=subprocess.PIPE, timeout=30)
+        self.assertEqual((result.returncode, result.stderr),
+                         (2, "algtrack: standard output: writing failed\n"))
+
+    def test_says_of_a_recording_that_comes_later_what_it_says_of_one_that_is_there(self):
+        rig = os.path.join(os.environ["ALG_SOURCE"],
+                           "tests/kit/calibration/data/opencv/stereo_fisheye.yml")
+        self.run_algtrack("simulate", "--calibration", rig, "--unit", "mm", "-o", "a.algrec",
+                          "--seconds", 0.1)
+        server = subprocess.Popen([ALGTRACK, "view", "--no-browser", "--follow", "late.algrec"],
+                                  cwd=self.folder, text=True, stdout=subprocess.PIPE,
+                                  stderr=subprocess.PIPE)
+        self.addCleanup(self.end, server, "")
+        limit = threading.Timer(30, server.kill)
+        limit.start()
+        self.addCleanup(limit.cancel)
+        self.assertTrue(server.stdout.readline())  # it waits
+        os.rename(self.path("a.algrec"), self.path("late.algrec"))
+        self.assertIn("Note: late.algrec: The unit of the translation seems to be metres",
+                      server.stderr.readline())
 
     def test_refuses_a_port_that_is_taken(self):
         self.simulate("a.algrec", "--seconds", 0.1)

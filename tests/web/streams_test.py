@@ -305,6 +305,10 @@ class StreamsTest(BodyCase):
                     (("walk.algrec", "--osc", "127.0.0.1:0"), "expected a port from 1"),
                     (("walk.algrec", "--foxglove", 70000), "70000"),
                     (("walk.algrec", "--foxglove", 0, "--speed", 0), "--speed"),
+                    (("walk.algrec", "--foxglove", 0, "--speed", 2, "--follow"),
+                     "--follow: expected without --speed"),
+                    (("walk.algrec", "--osc", "127.0.0.1:9", "--origin", "https://app.example"),
+                     "--origin: expected --foxglove with it"),
                     (("walk.algrec", "--foxglove", 0, "--body", "none.json"), "none.json"),
                     (("walk.algrec", "--foxglove", 0, "--body", "tool.json", "--body",
                       "tool.json"), "names differ")):

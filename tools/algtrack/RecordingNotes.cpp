@@ -9,11 +9,30 @@
 
 namespace algtrack {
 
-void noteMissingJournal(const recording::RecordingReader& reader) {
-  if (!reader.metadata().journalMissing) return;
-  const std::string file = oneLine(reader.path());
+namespace {
+
+constexpr auto kJournalTakes = std::chrono::seconds(1);  // at most, to come after its file
+
+void sayJournalIsMissing(const std::string& path) {
+  const std::string file = oneLine(path);
   std::cerr << "Note: " << file << ": its journal " << file
             << "-wal is not beside it: the latest calls are in there\n";
+}
+
+}  // namespace
+
+void noteMissingJournal(const recording::RecordingReader& reader) {
+  if (reader.metadata().journalMissing) sayJournalIsMissing(reader.path());
+}
+
+void LateJournalNote::look(const std::string& file, const recording::Metadata& metadata) {
+  const auto now = std::chrono::steady_clock::now();
+  if (!metadata.journalMissing) missingSince_.reset();
+  if (said_ || !metadata.journalMissing) return;
+  if (!missingSince_) missingSince_ = now;
+  if (now - *missingSince_ < kJournalTakes) return;
+  sayJournalIsMissing(file);
+  said_ = true;
 }
 
 void noteUnit(const recording::RecordingReader& reader) {

@@ -14,13 +14,11 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -113,8 +111,9 @@ void play(const StreamCommandOptions& options, Sinks& sinks) {
   }
 }
 
-void follow(const StreamCommandOptions& options, Sinks& sinks) {
+void follow(const StreamCommandOptions& options, bool awaited, Sinks& sinks) {
   recording::FollowingReader reader(options.file);
+  LateJournalNote journal;
   session::Unit unit;
   while (reader.state() != recording::FollowingReader::State::kEnded) {
     while (reader.next(unit)) {
@@ -123,30 +122,26 @@ void follow(const StreamCommandOptions& options, Sinks& sinks) {
       sinks.take(unit);
     }
     stopIfInterrupted();
+    if (awaited) journal.look(reader.path(), reader.metadata());
     std::this_thread::sleep_for(kLook);
   }
 }
 
 void sendStream(StreamCommandOptions& options) {
   const InterruptsNoted interrupts;
+  const bool awaited = options.follow && !recording::isThere(options.file);
   if (!options.follow) {
     const recording::RecordingReader reader(options.file);
     noteDoubts(reader);
     if (!options.scene.bodies.empty())
       options.scene.frameRate = recording::frameRateOf(reader, kPacketsForRate);
-  } else {
-    std::error_code problem;
-    if (std::filesystem::exists(options.file, problem))
-      noteMissingJournal(recording::RecordingReader(options.file));
-    if (problem)
-      throw recording::RecordingError(
-          options.file,
-          "expected the name of a recording or of one to come, found: " + problem.message());
+  } else if (!awaited) {
+    noteMissingJournal(recording::RecordingReader(options.file));
   }
   Sinks sinks = sinksOf(options);
   try {
     if (options.follow)
-      follow(options, sinks);
+      follow(options, awaited, sinks);
     else
       play(options, sinks);
   } catch (const std::exception&) {
@@ -180,13 +175,15 @@ void addStreamCommand(CLI::App& app) {
       "  algtrack stream work.algrec --openigtlink 18944 --body tool.json\n"
       "  algtrack stream --follow session.algrec --openigtlink 18944\n");
   command->add_option("file", options->file, "the recording")->required();
-  command->add_flag("--follow", options->follow,
-                    "send what is recorded as it comes, until the recording is closed; the file "
-                    "need not be there yet");
-  command
-      ->add_option("--foxglove", options->foxglove,
-                   "PORT of a WebSocket server for viewers of robot data; 0 = a free one")
-      ->check(wholeNumberTo(65535));
+  CLI::Option* const follow =
+      command->add_flag("--follow", options->follow,
+                        "send what is recorded as it comes, until the recording is closed; the "
+                        "file need not be there yet");
+  CLI::Option* const foxglove =
+      command
+          ->add_option("--foxglove", options->foxglove,
+                       "PORT of a WebSocket server for viewers of robot data; 0 = a free one")
+          ->check(wholeNumberTo(65535));
   command->add_option("--osc", options->osc, "HOST:PORT to send OSC messages to, over UDP");
   command
       ->add_option("--openigtlink", options->openIgtLink,
@@ -196,13 +193,16 @@ void addStreamCommand(CLI::App& app) {
       ->add_option("--listen", options->listen,
                    "ADDRESS of the interface that the servers are reached at")
       ->capture_default_str();
-  command->add_option("--origin", options->origins,
-                      "a web page that may connect (https://app.example.org); more than one is "
-                      "possible; without it, any page");
+  command
+      ->add_option("--origin", options->origins,
+                   "a web page that may connect (https://app.example.org); more than one is "
+                   "possible; without it, any page")
+      ->needs(foxglove);
   addBodyFiles(*command, options->scene.bodies);
   command->add_option("--speed", options->speed, "times as fast as it was recorded")
       ->check(numberFrom(0.01, kFastest))
-      ->capture_default_str();
+      ->capture_default_str()
+      ->excludes(follow);
   command->callback([options] { sendStream(*options); });
 }
 

@@ -1,4 +1,5 @@
 #include <alg_kit/bodies/BodyFile.h>
+#include <alg_kit/recording/FollowingReader.h>
 #include <alg_kit/recording/Recording.h>
 #include <alg_kit/view/Server.h>
 #include <tools/algtrack/Commands.h>
@@ -50,6 +51,28 @@ void checkToken(const std::string& token) {
   throw std::runtime_error("--token: expected 16 to 128 letters, digits, - or _, found others");
 }
 
+/// What is to be said of a recording that was not there when the command began.
+class LateNotes {
+ public:
+  explicit LateNotes(const view::Watcher& watcher) : watcher_(watcher) {}
+
+  void look() {
+    const view::Watcher::Status status = watcher_.status();
+    if (status.state == view::Watcher::State::kAbsent) return;
+    journal_.look(status.path, status.metadata);
+    if (unitNoted_ || !status.calibration) return;
+    calibration::LoadedCalibration loaded;
+    loaded.calibration = *status.calibration;
+    noteUnit(loaded, status.path);
+    unitNoted_ = true;
+  }
+
+ private:
+  const view::Watcher& watcher_;
+  LateJournalNote journal_;
+  bool unitNoted_ = false;
+};
+
 void viewFiles(const ViewOptions& options) {
   const InterruptsNoted interrupts;
   if (options.files.size() > view::kMostFiles)
@@ -63,16 +86,23 @@ void viewFiles(const ViewOptions& options) {
   for (const std::string& file : options.bodies)
     bodies.push_back(bodies::readBody(file, bodies::Pairs::kTaken));
   view::Watchers watchers;
+  std::vector<LateNotes> late;
   for (const std::string& file : options.files) {
     // What cannot be read is said here, and not in a page.
-    if (!options.follow || access(file.c_str(), F_OK) == 0)
-      noteDoubts(recording::RecordingReader(file));
+    const bool awaited = options.follow && !recording::isThere(file);
+    if (!awaited) noteDoubts(recording::RecordingReader(file));
     watchers.push_back(std::make_unique<view::Watcher>(file, bodies));
+    if (awaited) late.emplace_back(*watchers.back());
   }
   view::Server server(watchers, options.server);
   std::cout << server.address() << std::endl;
+  // The address has the token: nobody else tells it.
+  if (!std::cout) throw std::runtime_error("standard output: writing failed");
   if (!options.noBrowser) openBrowser(server.address());
-  server.run([] { return !wasInterrupted(); });
+  server.run([&late] {
+    for (LateNotes& notes : late) notes.look();
+    return !wasInterrupted();
+  });
 }
 
 }  // namespace

@@ -76,6 +76,19 @@ class FollowingReaderTest : public testing::Test {
   ScriptedAlg library_;
 };
 
+TEST_F(FollowingReaderTest, WaitsForNoNameThatNoFileCanHave) {
+  std::ofstream(folder_.path("file")) << "no folder";
+  for (const std::string& name : {std::string(), folder_.path("file/below"), folder_.path("new/"),
+                                  folder_.path(std::string(300, 'x'))}) {
+    EXPECT_THROW(recording::isThere(name), RecordingError) << name;
+    FollowingReader follower(name);
+    session::Unit unit;
+    EXPECT_THROW(follower.next(unit), RecordingError) << name;
+  }
+  EXPECT_FALSE(recording::isThere(file_));
+  EXPECT_TRUE(recording::isThere(folder_.path("file")));
+}
+
 TEST_F(FollowingReaderTest, FollowsAnotherProcessFromBeforeTheFileIsThereToItsLastCall) {
   FollowingReader follower(file_);
   session::Unit unit;
