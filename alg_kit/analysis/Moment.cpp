@@ -72,6 +72,7 @@ Moment findMoment(const recording::RecordingReader& reader, const MomentQuery& q
                          [&](const Moment& moment) { return moment.call <= *query.call; });
   }
   const double time = query.time.value_or(0);
+  if (std::isnan(time)) throw error("a time", "none");
   const auto distance = [&](const Moment& moment) { return std::abs(moment.seconds - time); };
   const Moment& nearest = *std::min_element(
       moments.begin(), moments.end(),

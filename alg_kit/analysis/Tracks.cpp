@@ -3,10 +3,13 @@
 #include <alg_kit/analysis/Tracks.h>
 
 #include <alg_factory/api/Constants.h>
+#include <alg_kit/estimate/PacketBlobs.h>
 #include <alg_kit/estimate/Smoother.h>
 #include <alg_kit/recording/FrameRate.h>
 
+#include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -116,6 +119,43 @@ double estimateTracks(const recording::RecordingReader& reader, const TrackOptio
                              ": expected an initialised library and device packets (InputStream "
                              "of stream type 0 or 2), found none");
   return noise;
+}
+
+std::string whyNoTrack(const recording::RecordingReader& reader, std::optional<int> object) {
+  std::int64_t packets = 0, whole = 0, seen = 0, seenByBoth = 0;
+  MomentCounter moments;
+  auto entries = reader.entries();
+  estimate::PacketBlobs blobs;
+  for (Entry entry; entries.next(entry);) {
+    if (!moments.next(entry.call)) continue;
+    ++packets;
+    const auto& bytes = entry.call.payload;
+    const std::size_t stamp =
+        entry.call.type == algorithm::kStampedPacket ? algorithm::kStampSize : 0;
+    if (bytes.size() < stamp || !estimate::readPacket(bytes.data() + stamp, bytes.size() - stamp,
+                                                      algorithm::kMaxObjects, blobs))
+      continue;
+    ++whole;
+    std::array<bool, algorithm::kMaxObjects> cameras[2] = {};
+    for (std::size_t i = 0; i < blobs.count; ++i)
+      cameras[blobs.blobs[i].camera][static_cast<std::size_t>(blobs.blobs[i].id)] = true;
+    bool any = false, both = false;
+    for (std::size_t id = 0; id < algorithm::kMaxObjects; ++id) {
+      if (object && static_cast<int>(id) != *object) continue;
+      any = any || cameras[0][id] || cameras[1][id];
+      both = both || (cameras[0][id] && cameras[1][id]);
+    }
+    seen += any;
+    seenByBoth += both;
+  }
+  const std::string of = object ? " of object " + std::to_string(*object) : "";
+  const std::string text =
+      reader.path() + ": no track" + of + ": of " + std::to_string(packets) + " packets ";
+  if (whole == 0) return text + "none has a start word and a right check byte";
+  if (seen == 0) return text + "none has a blob" + of;
+  const std::string pairs = " blobs" + (object ? of : " of one object") + " from both cameras";
+  if (seenByBoth == 0) return text + "none has" + pairs;
+  return text + std::to_string(seenByBoth) + " have" + pairs + ", which make none";
 }
 
 }  // namespace analysis

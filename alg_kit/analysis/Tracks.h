@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
+#include <string>
 
 namespace analysis {
 
@@ -32,5 +34,8 @@ using TrackTaker = std::function<void(const TrackRow& row)>;
 ///         estimate from
 double estimateTracks(const recording::RecordingReader& reader, const TrackOptions& options,
                       const TrackTaker& take);
+
+/// Why `estimateTracks` gave no row, or none of an object, in one line that names the file.
+std::string whyNoTrack(const recording::RecordingReader& reader, std::optional<int> object);
 
 }  // namespace analysis

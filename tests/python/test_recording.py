@@ -126,6 +126,26 @@ def test_a_slice_has_its_times_and_the_same_interface(walk):
         r[1:2:3]
 
 
+@pytest.mark.parametrize("limit", [-3, float("nan"), "1"])
+def test_a_slice_by_anything_but_seconds_since_the_first_call_is_refused(walk, limit):
+    r = af.Recording(walk)
+    for ask in (lambda: r[limit:], lambda: r[:limit]):
+        with pytest.raises(ValueError, match="expected seconds since the recording's first call"):
+            ask()
+    assert len(r[0:float("inf")].packets) == 450
+
+
+def test_a_name_that_no_file_can_have_is_refused_as_such(tmp_path):
+    with pytest.raises(ValueError, match=r"found 'walk\\x00'"):
+        af.Recording("walk\0")
+    for save in (lambda name: af.simulate(name, seconds=0.1),
+                 lambda name: af.Calibration.built_in().save(name)):
+        with pytest.raises(ValueError, match="expected the name of a file to write, found"):
+            save("")
+        with pytest.raises(ValueError, match="expected the name of a file to write, found"):
+            save(f"{tmp_path}/")
+
+
 def test_an_object_that_the_product_has_not_is_refused(walk):
     with pytest.raises(ValueError, match=r"from 0 to 2 \(product type 1\), found 3"):
         af.Recording(walk).positions(object=3)

@@ -3,6 +3,7 @@ import json
 import math
 import os
 import sqlite3
+import warnings
 
 import numpy as np
 import pytest
@@ -201,6 +202,11 @@ def test_an_explanation_says_what_algtrack_says(six):
     json.dumps(found.to_dict())
 
 
+def test_an_explanation_of_no_time_is_refused(six):
+    with pytest.raises(af.RecordingError, match="expected a time, found none"):
+        af.Recording(six).explain(time=math.nan)
+
+
 def test_an_explanation_wants_one_moment(six):
     r = af.Recording(six)
     with pytest.raises(ValueError, match="one of time, call and packet"):
@@ -230,6 +236,49 @@ def test_tracks_are_those_of_algtrack(six, tmp_path):
     assert [row["object"] for row in rows] == [int(line[1]) for line in lines]
     assert np.allclose(rows["position"], [[float(v) for v in line[2:5]] for line in lines], rtol=1e-8)
     assert [row["source"] for row in rows] == [line[14] for line in lines]
+
+
+def test_tracks_say_why_there_are_none(tmp_path):
+    dark = tmp_path / "dark.algrec"
+    af.simulate(dark, seconds=1, dropouts=1)
+    with pytest.warns(RuntimeWarning, match="dark.algrec: no track: of 90 packets none has a blob$"):
+        assert len(af.Recording(dark).tracks()) == 0
+    half = tmp_path / "half.algrec"
+    af.simulate(half, seconds=1, product_type=2, occlude=[(3, 0, 1, "left")])
+    r = af.Recording(half)
+    with pytest.warns(RuntimeWarning, match="none has blobs of object 3 from both cameras$"):
+        assert len(r.tracks(object=3)) == 0
+    with warnings.catch_warnings():
+        warnings.simplefilter("error")
+        assert len(r.tracks()) > 0
+        assert len(r[5:].tracks(object=1)) == 0  # a stretch may well be without
+    with sqlite3.connect(half) as database:
+        database.execute("UPDATE calls SET type = 4 WHERE kind = 'Init'")
+    database.close()
+    seal(half)
+    with pytest.raises(RuntimeError, match="half.algrec: expected an initialised library and"):
+        af.Recording(half).tracks()
+
+
+def test_a_calibration_that_none_can_work_with_hides_nothing_else(tmp_path):
+    path = tmp_path / "zeros.algrec"
+    af.simulate(path, seconds=1, product_type=2)
+    with sqlite3.connect(path) as database:
+        database.execute("UPDATE calls SET payload = zeroblob(920) WHERE kind = 'Init'")
+        call = database.execute("SELECT id FROM calls WHERE kind = 'Init'").fetchone()[0]
+    database.close()
+    seal(path)
+    r = af.Recording(path)
+    assert r.product_type == 2
+    assert "product type 2" in repr(r)
+    assert len(r.positions(object=5)) == 90
+    for ask in (lambda: r.calibration, lambda: r.configurations):
+        with pytest.raises(af.FileError, match=rf"zeros.algrec: call {call} \(Init\): expected "
+                           "positive focal lengths"):
+            ask()
+    with pytest.raises(RuntimeError, match=rf"zeros.algrec: call {call} \(Init\): expected a "
+                       "calibration with focal lengths above 0"):
+        r.tracks()
 
 
 def test_a_report_has_the_numbers_of_algtrack_and_is_one_page(six, tmp_path):

@@ -14,6 +14,8 @@ def complete_file(path, overwrite, inputs=()):
     FileNotFoundError without the folder.
     """
     path = os.fspath(path)
+    if not os.path.basename(path):
+        raise ValueError(f"expected the name of a file to write, found {path!r}")
     if not overwrite and os.path.lexists(path):
         raise FileExistsError(f"{path}: expected a new name, found a file (overwrite=True)")
     for name in inputs:

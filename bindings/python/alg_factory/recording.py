@@ -1,6 +1,7 @@
 """Recordings as numpy arrays."""
 import numbers
 import os
+import warnings
 from dataclasses import dataclass
 from functools import cached_property
 
@@ -91,7 +92,10 @@ class Recording:
     """
 
     def __init__(self, path):
-        self._file = _core.RecordingFile(os.fspath(path))
+        name = os.fsdecode(path)
+        if "\0" in name:
+            raise ValueError(f"expected the name of a recording, found {name!r}")
+        self._file = _core.RecordingFile(name)
         self._tables = _Tables(self._file)
         self._range = (None, None)
 
@@ -122,22 +126,34 @@ class Recording:
         return self.metadata["complete"]
 
     @cached_property
+    def _inits(self):
+        """(call, product type, 920 bytes or None) of every Init."""
+        return self._file.configurations()
+
+    def _calibration_of(self, call, record):
+        try:
+            return record and Calibration.from_bytes(record, "mm")
+        except _core.FileError as problem:
+            found = str(problem).removeprefix("calibration: ")
+            raise _core.FileError(f"{self.path or 'in memory'}: call {call} (Init): {found}") from None
+
+    @cached_property
     def configurations(self):
-        """(call, product type, Calibration or None) of every Init."""
-        unit = "mm"
-        return [(call, product_type, record and Calibration.from_bytes(record, unit))
-                for call, product_type, record in self._file.configurations()]
+        """(call, product type, Calibration or None) of every Init. Raises FileError for a
+        calibration with numbers that none has, which a host may have passed all the same."""
+        return [(call, product_type, self._calibration_of(call, record))
+                for call, product_type, record in self._inits]
 
     @property
     def product_type(self):
         """Of the last Init; None without one."""
-        return self.configurations[-1][1] if self.configurations else None
+        return self._inits[-1][1] if self._inits else None
 
-    @property
+    @cached_property
     def calibration(self):
-        """Of the last Init that got one; None without."""
-        found = [calibration for _, _, calibration in self.configurations if calibration]
-        return found[-1] if found else None
+        """Of the last Init that got one; None without. Raises FileError as `configurations`."""
+        found = [(call, record) for call, _, record in self._inits if record]
+        return self._calibration_of(*found[-1]) if found else None
 
     @property
     def objects(self):
@@ -233,6 +249,8 @@ class Recording:
     def funnel(self, object=None):
         """Where the blobs ended: a Funnel; of one blob id with `object`. Raises Difference as
         `blobs`."""
+        if object is not None:
+            self._check_object(object)
         return funnel_of(self._file, object, *self._range)
 
     def explain(self, time=None, *, call=None, packet=None, object=None):
@@ -251,18 +269,27 @@ class Recording:
         Returns rows by time and object: time, call, object, source ("measured", "bridged",
         "predicted"), age (s since it was seen), position (mm as delivered), velocity (mm/s),
         deviation (mm, standard deviations of position), covariance (9, 9) of position, velocity and
-        acceleration. docs/estimation.md has the model. Raises RuntimeError without packets."""
+        acceleration. docs/estimation.md has the model. Of a slice, those whose time is in it: with
+        `ahead`, the moment that is foretold. Raises RuntimeError, with the reason, without packets or
+        with a calibration that nothing can be estimated with; warns, with the reason, where all of
+        the recording gives no row."""
         if object is not None:
             self._check_object(object)
         check_ahead(ahead, "smooth" if smooth else None)
         check_noise(noise)
         rows = self._tables.tracks(bool(smooth), float(ahead), float(noise))
-        rows = self._cut(rows)
-        return rows if object is None else rows[rows["object"] == object]
+        if object is not None:
+            rows = rows[rows["object"] == object]
+        if not len(rows):
+            warnings.warn(_core.why_no_track(self._file, object), RuntimeWarning, stacklevel=2)
+        return self._cut(rows)
 
     # Quantities
 
     def _check_object(self, object):
+        if not self.objects:
+            raise ValueError("expected an object of product type 0, 1 or 2, found a recording of "
+                             f"product type {self.product_type}")
         if object not in self.objects:
             raise ValueError(f"expected an object from 0 to {len(self.objects) - 1} (product type "
                              f"{self.product_type}), found {object}")
@@ -320,6 +347,10 @@ class Recording:
     def __getitem__(self, limits):
         if not isinstance(limits, slice) or limits.step is not None:
             raise TypeError("expected a slice by time: recording[12.0:25.0]")
+        for seconds in (limits.start, limits.stop):
+            if seconds is not None and not (isinstance(seconds, numbers.Real) and seconds >= 0):
+                raise ValueError("expected seconds since the recording's first call, 0 or more, "
+                                 f"found {seconds!r}")
         inside = lambda value, other, choose: (
             value if other is None else other if value is None else choose(value, other))
         first = inside(limits.start, self._range[0], max)

@@ -188,6 +188,12 @@ py::tuple tracksOf(const RecordingFile& file, bool smooth, double ahead, double 
   return py::make_tuple(toArray(std::move(rows)), assumed);
 }
 
+std::string whyNoTrack(const RecordingFile& file, const std::optional<int>& object) {
+  const py::gil_scoped_release free;
+  const std::lock_guard<std::mutex> lock(file.mutex());
+  return analysis::whyNoTrack(file.reader(), object);
+}
+
 }  // namespace
 
 void addAnalysis(py::module_& module) {
@@ -195,6 +201,7 @@ void addAnalysis(py::module_& module) {
   module.def("funnel", funnelOf);
   module.def("explain", explain);
   module.def("tracks", tracksOf);
+  module.def("why_no_track", whyNoTrack);
 }
 
 }  // namespace bindings
