@@ -13,12 +13,6 @@ using algorithm::kStampSize;
 constexpr int kBytesPerRow = 16;
 constexpr const char* kCameras[2] = {"left", "right"};
 
-std::string format(const char* pattern, double value) {
-  char text[64];
-  std::snprintf(text, sizeof text, pattern, value);
-  return text;
-}
-
 std::string hex(const std::uint8_t* bytes, int count) {
   std::string text;
   for (int i = 0; i < count; ++i) {
@@ -94,7 +88,7 @@ class ByteLister {
     const std::string name = "record " + std::to_string(records_++) + ": ";
     const auto centre = [&](std::uint32_t sum) {
       return raw.weight == 0 ? std::string("no centre: weight 0")
-                             : format("%.3f px", static_cast<double>(sum) / raw.weight);
+                             : numberText(static_cast<double>(sum) / raw.weight, "%.3f px");
     };
     addRow(piece.offset, 3, name + "weight " + std::to_string(raw.weight));
     addRow(piece.offset + 3, 1,
