@@ -453,6 +453,31 @@ class AskTest(AlgtrackCase):
                 limit.cancel()
                 process.kill()
 
+    def test_a_time_without_anything_is_refused_in_the_same_words_by_every_command(self):
+        self.simulate("a", "--seconds", 1, "--product-type", 2)
+        for arguments in (["inspect"], ["inspect", "--json"], ["replay", "--verify"],
+                          ["replay", "--csv", "o"], ["replay", "--against", "a"]):
+            self.assertEqual(self.fail_in_one_line(*arguments, "a", "--from", 5),
+                             "algtrack: a: expected calls in that time, found none (the recording "
+                             "ends at 0.989 s)\n")
+        for arguments in (["inspect", "--object", 0], ["tracks", "--csv", "o"],
+                          ["tracks", "--smooth", "--jsonl", "o"]):
+            self.assertEqual(self.fail_in_one_line(*arguments, "a", "--from", 5),
+                             "algtrack: a: expected packets in that time, found none (the "
+                             "recording ends at 0.989 s)\n")
+        self.assertFalse(os.path.exists(self.path("o")))
+
+    def test_an_object_that_the_product_does_not_track_is_refused_by_every_command(self):
+        self.simulate("a", "--seconds", 0.2, "--product-type", 1)
+        for arguments in (["inspect"], ["tracks", "--csv", "-"], ["replay", "--csv", "-"],
+                          ["replay", "--tum", "t"]):
+            result = self.run_algtrack(*arguments, "a", "--object", 4)
+            self.assertEqual((result.returncode, result.stdout, result.stderr),
+                             (2, "", "algtrack: a: expected an object that its product type "
+                                     "tracks, 0 to 2, found 4\n"))
+        # What if: another product type has it.
+        self.succeed("replay", "a", "--product-type", 2, "--object", 4, "--csv", "-")
+
     def test_bytes_that_are_no_text_never_end_a_command(self):
         self.assertEqual(
             self.run_bytes("simulate", "-o", "b\udcff.algrec", "--seconds", 0.2).returncode, 0)

@@ -219,6 +219,13 @@ class OutputsTest(AlgtrackCase):
         self.assertEqual((process.communicate(timeout=30)[1], process.returncode),
                          ("algtrack: interrupted: written in part: -; nothing else was\n", 2))
 
+    def test_the_beginning_of_several_names_is_not_the_standard_output(self):
+        before = self.files()
+        for command in ("replay", "tracks"):
+            self.assertIn("--tum: expected what the names of several files begin with, found -",
+                          self.fail_in_one_line(command, "r", "--tum", "-"))
+        self.assertEqual(self.files(), before)
+
     def test_a_recording_that_may_not_be_read_is_named_as_such(self):
         nobody = dict(user=65534, group=65534, extra_groups=[]) if os.geteuid() == 0 else {}
         os.chmod(self.folder, 0o755)

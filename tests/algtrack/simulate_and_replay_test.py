@@ -317,6 +317,10 @@ class RecordTest(AlgtrackCase):
         self.assertIn("this call is only there", message)
         message = self.find_in_one_line("replay", "long", "--against", "short")
         self.assertIn("this call is only here", message)
+        # Of the first second they are the same.
+        for pair in (("short", "long"), ("long", "short")):
+            self.assertIn("is the same, byte by byte",
+                          self.succeed("replay", pair[0], "--against", pair[1], "--to", 0.9))
 
 
 class ExportTest(AlgtrackCase):

@@ -116,5 +116,20 @@ class TracksTest(AlgtrackCase):
                              wanted)
         self.fail_in_one_line("tracks", "r", "--csv", "-", "--from", 2, "--to", 1)
 
+    def test_a_recording_without_any_track_says_why(self):
+        self.simulate("dark", "--seconds", 1, "--product-type", 2, "--dropouts", 1)
+        self.assertEqual(self.find_in_one_line("tracks", "dark", "--csv", "-"),
+                         "algtrack: dark: no track: of 90 packets none has a blob\n")
+        self.simulate("half", "--seconds", 1, "--product-type", 2, "--occlude", "3:0-1:left",
+                      "--occlude", "1:0-1")
+        self.assertEqual(self.find_in_one_line("tracks", "half", "--object", 3, "--csv", "-"),
+                         "algtrack: half: no track of object 3: of 90 packets none has blobs of "
+                         "object 3 from both cameras\n")
+        self.assertEqual(self.find_in_one_line("tracks", "half", "--object", 1, "--tum", "t"),
+                         "algtrack: half: no track of object 1: of 90 packets none has a blob of "
+                         "object 1\n")
+        self.succeed("tracks", "half", "--csv", "-")
+
+
 if __name__ == "__main__":
     unittest.main()

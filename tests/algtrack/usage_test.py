@@ -65,9 +65,18 @@ class UsageTest(AlgtrackCase):
                 (["inspect", "r", "s"], "expected no more arguments, found 's'"),
                 (["simulate", "-o", "x", "--product-type", "3"],
                  "--product-type: expected 0, 1 or 2, found '3'"),
-                (["simulate", "-o", "x", "--seed", "many"], "expected a whole number, found 'many'"),
+                (["simulate", "-o", "x", "--seed", "many"], "expected a whole number from 0 to"),
                 (["simulate", "-o", "x", "--scene", "none"], "expected moving or still, found 'none'"),
-                (["inspect", "r", "--packet", "1.5"], "expected a whole number, found '1.5'")):
+                (["inspect", "r", "--packet", "1.5"],
+                 "expected a whole number from 0 to 9223372036854775807, found '1.5'"),
+                (["inspect", "r", "--packet", "-1"],
+                 "expected a whole number from 0 to 9223372036854775807, found '-1'"),
+                (["simulate", "-o", "x", "--filter-mode", "0.5"],
+                 "--filter-mode: expected a whole number from -1 to 1000, found '0.5'"),
+                (["replay", "r", "--filter-mode", "-2"],
+                 "--filter-mode: expected a whole number from -1 to 1000, found '-2'"),
+                (["replay", "r", "--from", "0.05"], "expected an export (--csv, --jsonl, --tum), "
+                 "--verify or --against, found none")):
             message = self.fail_in_one_line(*arguments)
             self.assertIn(expected, message)
             for foreign in ("Could not convert", "required but received", "not in {", "was not"):

@@ -6,6 +6,7 @@
 #include <alg_kit/bodies/BodyTruth.h>
 #include <alg_kit/bodies/Pivot.h>
 #include <alg_kit/recording/Recording.h>
+#include <tools/algtrack/Asked.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/terminal/ExitStatus.h>
@@ -326,6 +327,7 @@ void poseBody(const BodyOptions& options) {
     const auto packetNs = std::llround((row.time - how.ahead) * 1e9);
     if (options.range.contains(static_cast<double>(packetNs) / 1e9)) rows.push_back(row);
   });
+  if (rows.empty() && options.range.given()) requirePackets(reader, options.range);
   const std::string origin = originOf(options, noise);
   if (!options.csv.empty()) writeCsv(options, known, rows, origin);
   if (!options.tum.empty()) writeTum(options, known, rows, origin);

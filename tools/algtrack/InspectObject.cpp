@@ -2,6 +2,7 @@
 #include <alg_kit/analysis/BlobFunnel.h>
 #include <alg_kit/analysis/ObjectHistory.h>
 #include <alg_kit/trace/PipelineTrace.h>
+#include <tools/algtrack/Asked.h>
 #include <tools/algtrack/Inspect.h>
 #include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/SurveyTables.h>
@@ -26,18 +27,6 @@ struct ObjectFindings {
   analysis::CrossCheck crossCheck;
   double endSeconds = 0;  ///< of the recording
 };
-
-void requireTracked(const recording::RecordingReader& reader, int object) {
-  int objects = 0;
-  for (const recording::Configuration& configuration : reader.configurations())
-    objects = std::max(objects, algorithm::objectCount(configuration.productType));
-  if (object < objects) return;
-  throw recording::RecordingError(
-      reader.path(), objects == 0
-                         ? std::string("expected a configuration (Init) in it, found none")
-                         : "expected an object that its product type tracks, 0 to " +
-                               std::to_string(objects - 1) + ", found " + std::to_string(object));
-}
 
 void gather(const recording::RecordingReader& reader, const analysis::TimeRange& range,
             ObjectFindings& found) {
@@ -129,10 +118,7 @@ void inspectObject(const InspectOptions& options) {
   ObjectFindings found(object);
   gather(reader, options.range, found);
   const analysis::ObjectHistory& history = found.history;
-  if (history.packets() == 0)
-    throw recording::RecordingError(
-        reader.path(), "expected packets in that time, found none (the recording ends at " +
-                           analysis::secondsText(found.endSeconds) + ")");
+  if (history.packets() == 0) throw nothingInTime(reader, "packets", found.endSeconds);
   const double from = options.range.from.value_or(0);
   const double to = options.range.to.value_or(found.endSeconds);
   if (options.json) {

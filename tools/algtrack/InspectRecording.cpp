@@ -6,6 +6,7 @@
 #include <alg_kit/analysis/WorstMoments.h>
 #include <alg_kit/calibration/CalibrationFile.h>
 #include <alg_kit/trace/PipelineTrace.h>
+#include <tools/algtrack/Asked.h>
 #include <tools/algtrack/Inspect.h>
 #include <tools/algtrack/RecordingNotes.h>
 #include <tools/algtrack/SurveyTables.h>
@@ -38,6 +39,7 @@ struct Findings {
   analysis::WorstMoments worst;
   CheckBytes checkBytes;
   analysis::CrossCheck crossCheck;
+  double endSeconds = 0;  ///< of the recording
 };
 
 void gather(const recording::RecordingReader& reader, const analysis::TimeRange& range,
@@ -53,7 +55,7 @@ void gather(const recording::RecordingReader& reader, const analysis::TimeRange&
     const session::Call& call = entry.call;
     const trace::PacketTrace* const packet = trace.feed(call);
     if (call.kind == session::CallKind::kInit) productType = call.type;
-    const double seconds = moments.secondsOf(call);
+    const double seconds = found.endSeconds = moments.secondsOf(call);
     const auto moment = moments.next(call);
     const bool inRange = range.contains(seconds);
     found.crossCheck.add(entry, trace.block(), moment, inRange);
@@ -208,6 +210,8 @@ void inspectRecording(const InspectOptions& options) {
   noteUnit(reader);
   Findings found;
   gather(reader, options.range, found);
+  if (options.range.given() && found.survey.calls() == 0)
+    throw nothingInTime(reader, "calls", found.endSeconds);
   if (options.json) {
     Json json = fileJson(reader, found.survey);
     json["range"] = rangeJson(options.range);

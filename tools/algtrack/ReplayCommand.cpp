@@ -9,6 +9,7 @@
 #include <alg_kit/session/LibraryIdentity.h>
 #include <alg_kit/session/Player.h>
 #include <alg_kit/session/TimedAlg.h>
+#include <tools/algtrack/Asked.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/MomentJson.h>
 #include <tools/algtrack/PartialRecording.h>
@@ -130,8 +131,9 @@ class Against {
     verdict.compare(entry, &played, at, true);
     if (entry != nullptr) distances.compare(*entry, played, at);
   }
-  void finish(const Moment& at) {
-    while (const Entry* const entry = next()) verdict.compare(entry, nullptr, at, true);
+  void finish(const Moment& at, const analysis::TimeRange& range) {
+    while (const Entry* const entry = next())
+      if (range.contains(seconds_)) verdict.compare(entry, nullptr, at, true);
   }
 
   analysis::ReplayVerdict verdict{"there", "here"};
@@ -140,12 +142,16 @@ class Against {
  private:
   const Entry* next() {
     ended_ = ended_ || !entries_.next(entry_);  // behind its end a cursor must not be asked again
-    return ended_ ? nullptr : &entry_;
+    if (ended_) return nullptr;
+    seconds_ = times_.secondsOf(entry_.call);
+    return &entry_;
   }
 
   RecordingReader reader_;
   recording::EntryCursor entries_;
   Entry entry_;
+  analysis::MomentCounter times_;
+  double seconds_ = 0;  ///< of the entry, in its recording
   bool ended_ = false;
 };
 
@@ -187,6 +193,7 @@ class ReRecording {
 
 std::vector<std::unique_ptr<TrackExport>> exportsFrom(const ReplayOptions& options,
                                                       const RecordingReader& reader) {
+  if (options.object) requireTracked(reader, *options.object, options.productType);
   const ExportOrigin origin = {nameOf(options.file), ALG_FACTORY_VERSION, reader.metadata().clock,
                                options.object};
   std::vector<std::unique_ptr<TrackExport>> exports;
@@ -217,6 +224,11 @@ void checkOptions(const ReplayOptions& options) {
   const bool exports = !options.csv.empty() || !options.jsonLines.empty() || !options.tum.empty();
   if (options.object && !exports)
     throw std::runtime_error("--object: expected an export (--csv, --jsonl, --tum), found none");
+  if (options.range.given() && !exports && !options.verify && options.against.empty())
+    throw std::runtime_error(
+        "--from and --to: expected an export (--csv, --jsonl, --tum), --verify or --against, found "
+        "none");
+  checkPrefix("--tum", options.tum);
   if (options.range.given() && !options.record.empty())
     throw std::runtime_error(
         "--record: expected without --from and --to, found both: a recording replays from its "
@@ -373,7 +385,9 @@ class Replay {
       for (std::size_t i = 0; i < unit.size(); ++i) take(unit[i], played[i]);
       progress.show(outcome_.counts.calls);
     }
-    if (against_) against_->finish(at_);
+    if (against_) against_->finish(at_, options_.range);
+    if (options_.range.given() && callsInTime_ == 0)
+      throw nothingInTime(reader_, "calls", at_.seconds);
     outcome_.counts.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
   }
 
@@ -391,6 +405,7 @@ class Replay {
     outcome_.counts.pointsRecorded += pointsOf(recorded);
     outcome_.counts.messages += static_cast<std::int64_t>(played.logs.size());
     if (!counts) return;
+    ++callsInTime_;
     for (const auto& track : exports_) track->add(played, at_);
   }
 
@@ -399,7 +414,8 @@ class Replay {
   std::optional<Against> against_;
   std::vector<std::unique_ptr<TrackExport>> exports_;
   analysis::MomentCounter moments_;
-  Moment at_ = {-1, -1, 0};  ///< the latest packet, with the latest call's time
+  std::int64_t callsInTime_ = 0;  ///< that was asked for
+  Moment at_ = {-1, -1, 0};       ///< the latest packet, with the latest call's time
   Outcome outcome_;
 };
 
@@ -468,7 +484,7 @@ void addReplayCommand(CLI::App& app) {
   command
       ->add_option("--filter-mode", options->filterMode,
                    "what if: another mode in every SetFilterMode (set after Init if there is none)")
-      ->check(numberFrom(-1, 1000));
+      ->check(wholeNumberFrom(-1, 1000));
   addObjectOption(*command, options->object, "export this object alone");
   addTimeRangeOptions(*command, options->range);
   command->add_flag("--force", options->force, "replace existing files");

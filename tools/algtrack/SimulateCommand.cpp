@@ -320,7 +320,7 @@ void addSimulateCommand(CLI::App& app) {
   command
       ->add_option("--filter-mode", options->filterMode,
                    "of the pose filters: -1 off, 1 large measurement noise, else small")
-      ->check(numberFrom(-1, 1000))
+      ->check(wholeNumberFrom(-1, 1000))
       ->capture_default_str();
   command->add_option("--marker-size", sim.blobs.markerDiameter, "mm, diameter of the markers")
       ->check(numberFrom(0.1, 1000))

@@ -1,8 +1,10 @@
 #include <alg_factory/api/Constants.h>
 #include <alg_kit/analysis/Tracks.h>
 #include <alg_kit/estimate/Estimator.h>
+#include <tools/algtrack/Asked.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/RecordingNotes.h>
+#include <tools/algtrack/terminal/ExitStatus.h>
 #include <tools/algtrack/terminal/Json.h>
 #include <tools/algtrack/terminal/MomentOptions.h>
 #include <tools/algtrack/terminal/Options.h>
@@ -161,6 +163,7 @@ void writeTracks(TracksOptions options) {
   if (options.tracks.smooth && options.aheadMs > 0)
     throw std::runtime_error(
         "--ahead: expected a live estimate, found --smooth, which knows what came");
+  checkPrefix("--tum", options.tum);
   std::vector<std::string> outputs = {options.csv, options.jsonLines};
   for (int object = 0; !options.tum.empty() && object < algorithm::kMaxObjects; ++object)
     outputs.push_back(tumPath(options, object));
@@ -168,15 +171,19 @@ void writeTracks(TracksOptions options) {
 
   options.tracks.ahead = options.aheadMs / 1e3;
   const recording::RecordingReader reader(options.file);
+  if (options.object) requireTracked(reader, *options.object);
   session::Entry first;
   const std::int64_t firstNs = reader.entries().next(first) ? first.call.startNs : 0;
   const std::int64_t aheadNs = std::llround(options.tracks.ahead * 1e9);
   std::vector<Line> lines;
+  bool anywhere = false;
   const double noise = estimateTracks(reader, options.tracks, [&](const analysis::TrackRow& row) {
     const double seconds = static_cast<double>(row.timeNs - aheadNs - firstNs) / 1e9;
-    if (row.object == options.object.value_or(row.object) && options.range.contains(seconds))
-      lines.push_back(lineOf(row, firstNs));
+    if (row.object != options.object.value_or(row.object)) return;
+    anywhere = true;
+    if (options.range.contains(seconds)) lines.push_back(lineOf(row, firstNs));
   });
+  if (lines.empty() && options.range.given()) requirePackets(reader, options.range);
   std::stable_sort(lines.begin(), lines.end(), [](const Line& a, const Line& b) {
     return std::tie(a.time, a.object) < std::tie(b.time, b.object);
   });
@@ -185,6 +192,8 @@ void writeTracks(TracksOptions options) {
   if (!options.csv.empty()) writeCsv(options, origin, lines);
   if (!options.jsonLines.empty()) writeJsonLines(options, origin, lines);
   if (!options.tum.empty()) writeTum(options, origin, lines);
+  // A stretch may well be without.
+  if (!anywhere) throw SomethingFound(analysis::whyNoTrack(reader, options.object));
 }
 
 }  // namespace

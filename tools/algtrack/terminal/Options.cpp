@@ -23,11 +23,14 @@ std::string shortNumber(double value) {
   return buffer;
 }
 
-bool isWhole(const std::string& text, std::int64_t most) {
-  std::int64_t value = -1;
+constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
+
+bool isWhole(const std::string& text, std::int64_t least, std::int64_t most) {
+  std::int64_t value = 0;
   const char* const end = text.data() + text.size();
   const auto [parsed, error] = std::from_chars(text.data(), end, value);
-  return error == std::errc() && parsed == end && text[0] != '-' && value <= most;
+  return error == std::errc() && parsed == end && (least < 0 || text[0] != '-') && value >= least &&
+         value <= most;
 }
 
 // Where a file does not say how large its images are: the principal point is near their middle.
@@ -74,20 +77,20 @@ std::vector<double> numbersOf(const std::string& option, const std::string& text
 }
 
 CLI::Validator wholeNumber() {
-  return CLI::Validator(
-      [](std::string& text) {
-        return isWhole(text, std::numeric_limits<std::int64_t>::max())
-                   ? std::string()
-                   : "expected a whole number, found " + text::quoted(text);
-      },
-      "");
+  CLI::Validator number = wholeNumberTo(kLargest);
+  number.description("");  // the limit is no news
+  return number;
 }
 
 CLI::Validator wholeNumberTo(std::int64_t most) {
-  const std::string range = "0 to " + std::to_string(most);
+  return wholeNumberFrom(0, most);
+}
+
+CLI::Validator wholeNumberFrom(std::int64_t least, std::int64_t most) {
+  const std::string range = std::to_string(least) + " to " + std::to_string(most);
   return CLI::Validator(
       [=](std::string& text) {
-        return isWhole(text, most)
+        return isWhole(text, least, most)
                    ? std::string()
                    : "expected a whole number from " + range + ", found " + text::quoted(text);
       },

@@ -27,6 +27,9 @@ CLI::Validator wholeNumber();
 /// Digits only, from 0 to `most`.
 CLI::Validator wholeNumberTo(std::int64_t most);
 
+/// Digits, with a minus before them where `least` is below 0.
+CLI::Validator wholeNumberFrom(std::int64_t least, std::int64_t most);
+
 /// One of these words, as they stand.
 CLI::Validator oneOf(const std::vector<std::string>& words);
 

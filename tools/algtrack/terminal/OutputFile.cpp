@@ -113,6 +113,13 @@ bool isStandardOutput(const std::string& name) {
   return !name.empty() && (name == "-" || sameAsStandardOutput(name));
 }
 
+void checkPrefix(const std::string& option, const std::string& prefix) {
+  if (isStandardOutput(prefix))
+    throw std::runtime_error(option +
+                             ": expected what the names of several files begin with, found " +
+                             prefix + ", the standard output");
+}
+
 std::string partialPath(const std::string& path) {
   return path + kPartial;
 }

@@ -45,6 +45,10 @@ void checkNotInput(const std::string& output, const std::string& input);
 /// Whether an output is the standard output, which then has room for nothing else.
 bool isStandardOutput(const std::string& name);
 
+/// For outputs that are several files with names of one beginning.
+/// @throws std::runtime_error in one line, if that is the standard output
+void checkPrefix(const std::string& option, const std::string& prefix);
+
 /// Behind the name of an output until it is complete.
 constexpr const char* kPartial = ".partial";
 
