@@ -75,4 +75,61 @@ MiddleAndOffset middleAndOffset(const PositionInformation& first,
   return result;
 }
 
+namespace {
+
+/// What remains of one's information where the other is known that well from elsewhere.
+PositionInformation remaining(PositionInformation one, const PositionInformation& other,
+                              const Matrix3d& cross, const Matrix3d& weightOfOther) {
+  const Matrix3d covariance = (other.weight + weightOfOther).inverse();
+  const Matrix3d share = cross * covariance;
+  const Matrix3d lost = share * cross.transpose();
+  one.weight -= 0.5 * (lost + lost.transpose());
+  one.pull -= share * other.pull;
+  one.misfit -= other.pull.dot(covariance * other.pull);
+  determine(one);
+  return one;
+}
+
+}  // namespace
+
+PairInformation::PairInformation(const Vector3d& middle, const Vector3d& offset) {
+  middle_.at = middle;
+  offset_.at = offset;
+}
+
+void PairInformation::addMarker(int marker, const PositionInformation& information) {
+  const double side = marker == 0 ? -1 : 1;
+  const PositionInformation here = movedTo(information, middle_.at + side * offset_.at);
+  middle_.pull += here.pull;
+  offset_.pull += side * here.pull;
+  cross_ += side * here.weight;
+  for (PositionInformation* const one : {&middle_, &offset_}) {
+    one->weight += here.weight;
+    one->misfit += here.misfit;
+    one->numbers += here.numbers;
+  }
+}
+
+void PairInformation::addOffset(const PositionInformation& information) {
+  const PositionInformation here = movedTo(information, offset_.at);
+  offset_.weight += here.weight;
+  offset_.pull += here.pull;
+  for (PositionInformation* const one : {&middle_, &offset_}) {
+    one->misfit += here.misfit;
+    one->numbers += here.numbers;
+  }
+}
+
+PositionInformation PairInformation::ofMiddle() const {
+  return remaining(middle_, offset_, cross_, kAlongTheRay * Matrix3d::Identity());
+}
+
+PositionInformation PairInformation::ofOffset() const {
+  return remaining(offset_, middle_, cross_, kAlongTheRay * Matrix3d::Identity());
+}
+
+PositionInformation PairInformation::ofMiddle(const Matrix3d& offset) const {
+  return remaining(middle_, offset_, cross_, offset.inverse());
+}
+
 }  // namespace estimate

@@ -34,4 +34,28 @@ struct MiddleAndOffset {
 MiddleAndOffset middleAndOffset(const PositionInformation& first,
                                 const PositionInformation& second);
 
+/// What light of two markers, of whichever cameras, says of both at once: how the errors hang
+/// together is kept.
+class PairInformation {
+ public:
+  /// Where the light is linearised.
+  PairInformation(const Eigen::Vector3d& middle, const Eigen::Vector3d& offset);
+
+  /// @param marker  0, at the middle less the offset, or 1
+  void addMarker(int marker, const PositionInformation& information);
+  void addOffset(const PositionInformation& information);
+
+  /// What it says of the one where of the other nothing is known from elsewhere ...
+  PositionInformation ofMiddle() const;
+  PositionInformation ofOffset() const;
+
+  /// ... or the offset is known to be where it was linearised, with that covariance.
+  PositionInformation ofMiddle(const Eigen::Matrix3d& offset) const;
+
+ private:
+  PositionInformation middle_,
+      offset_;  ///< of each if the other is exactly where it was linearised
+  Eigen::Matrix3d cross_ = Eigen::Matrix3d::Zero();
+};
+
 }  // namespace estimate

@@ -240,4 +240,16 @@ InteractingModels::Place InteractingModels::place() const {
   return result;
 }
 
+InteractingModels::Place InteractingModels::widest() const {
+  const auto spread = (models_.pp.trace() + Lanes(3) * tremor2_).all();
+  const int m = static_cast<int>(std::max_element(spread.begin(), spread.end()) - spread.begin());
+  Place result;
+  for (int i = 0; i < 3; ++i) {
+    result.p[i] = models_.p[i][m];
+    for (int j = 0; j < 3; ++j) result.pp(i, j) = models_.pp(i, j)[m];
+    result.pp(i, i) += tremor2_[m];
+  }
+  return result;
+}
+
 }  // namespace estimate

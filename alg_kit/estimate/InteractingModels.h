@@ -44,6 +44,9 @@ class InteractingModels {
   };
   Place place() const;
 
+  /// The same under the model that is least sure of it.
+  Place widest() const;
+
   /// What of the marker is not that of the motion.
   struct Displaced {
     Eigen::Vector3d p = Eigen::Vector3d::Zero();

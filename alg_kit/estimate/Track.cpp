@@ -11,7 +11,6 @@ namespace {
 using Eigen::Matrix3d;
 using Eigen::Vector3d;
 
-constexpr double kGate2 = 36;    // of 4 or 2 numbers: beyond 6 standard deviations
 constexpr int kTrial = 3;        // frames until a track is no longer doubted
 constexpr int kMostRefused = 3;  // frames in a row that begin the track anew
 /// Seconds without light after which one camera's alone does not bring the object back: by then it
@@ -101,6 +100,7 @@ void Track::end() {
   state_.alive = state_.confirmed = false;
   state_.hasOffset = false;
   state_.leaning = false;
+  spacing_.clear();
   accepted_ = refused_ = 0;
 }
 
@@ -116,22 +116,24 @@ bool Track::isBlurred() const {
   return centre_.p.dot(centre_.pp * centre_.p) > kBlurred * kBlurred * distance2 * distance2;
 }
 
-/// At `at` or, where the pair meets far from there, where it meets: the equations are not straight.
 std::optional<PositionInformation> Track::informationAt(const Sighting& sighting,
                                                         const Vector3d& at) const {
-  return informationAt(sighting, at, equations_.information(sighting, at, settings_.noise));
+  auto information = equations_.information(sighting, at, settings_.noise);
+  straighten(information, sighting, at);
+  return information;
 }
 
-std::optional<PositionInformation> Track::informationAt(
-    const Sighting& sighting, const Vector3d& at,
-    const std::optional<PositionInformation>& information) const {
-  if (!sighting.both()) return information;
+/// Where the pair meets far from `at`, the information is to be that from where it meets: the
+/// equations are not straight.
+void Track::straighten(std::optional<PositionInformation>& information, const Sighting& sighting,
+                       const Vector3d& at) const {
+  if (!sighting.both()) return;
   if (information && information->determined) {
     const Vector3d change = information->covariance * information->pull;
-    if (change.squaredNorm() <= kLargeStep * kLargeStep * at.squaredNorm()) return information;
+    if (change.squaredNorm() <= kLargeStep * kLargeStep * at.squaredNorm()) return;
   }
-  const auto meeting = equations_.triangulate(sighting);
-  return meeting ? equations_.information(sighting, *meeting, settings_.noise) : information;
+  if (const auto meeting = equations_.triangulate(sighting))
+    information = equations_.information(sighting, *meeting, settings_.noise);
 }
 
 Outcome Track::followOne(const ObjectCandidates& candidates) {
@@ -189,139 +191,6 @@ Outcome Track::correctCentre(const Sighting& sighting) {
   outcome.value = distance2[camera];
   outcome.cameras = 1;
   outcome.used[0] = onlyOf(sighting, camera);
-  return outcome;
-}
-
-namespace {
-
-/// One of two markers: what of its sighting fits the track.
-struct Admitted {
-  bool camera[2] = {};
-  bool any() const { return camera[kLeft] || camera[kRight]; }
-};
-
-}  // namespace
-
-Outcome Track::followTwo(const ObjectCandidates& candidates) {
-  const Vector3d &centre = centre_.p, &offset = offset_.p;
-  const Vector3d at[2] = {centre - offset, centre + offset};
-  Sighting sighting[2];
-  PixelEquations::Projections expectedAt[2];  // by marker and camera
-  for (const int camera : {kLeft, kRight}) {
-    const auto c = static_cast<std::size_t>(camera);
-    for (int marker = 0; marker < 2; ++marker)
-      expectedAt[marker][c] = equations_.project(camera, at[marker]);
-    const std::optional<Projection>&first = expectedAt[0][c], &second = expectedAt[1][c];
-    if (!first || !second) continue;
-    const CandidateList& list = candidates[camera];
-    const Candidate* a = list.nearest(first->pixel);
-    const Candidate* b = list.nearest(second->pixel);
-    if (a != nullptr && b != nullptr && (a->blobs & b->blobs) != 0) {
-      // Both want the same light: the nearer has it.
-      const bool firsts = (a->pixel - first->pixel).norm() < (b->pixel - second->pixel).norm();
-      if (firsts)
-        b = list.nearest(second->pixel, a->blobs);
-      else
-        a = list.nearest(first->pixel, b->blobs);
-    }
-    if (a != nullptr) sighting[0].pixel[camera] = a->pixel;
-    if (b != nullptr) sighting[1].pixel[camera] = b->pixel;
-  }
-
-  // Each marker alone: does its light fit?
-  MotionState expected;
-  expected.pp = centre_.pp + offset_.pp;
-  Outcome outcome{Refusal::kNotSeen, 0, kGate2, 0};
-  Admitted admitted[2];
-  std::optional<PositionInformation> ofAll[2];  // by all cameras that saw the marker
-  for (int marker = 0; marker < 2; ++marker) {
-    if (!sighting[marker].any()) continue;
-    expected.p = at[marker];
-    const auto fits = [&](const std::optional<PositionInformation>& information, int cameras) {
-      const double distance2 = information ? fitOf(expected, *information).distance2 : HUGE_VAL;
-      if (outcome.refusal != Refusal::kNone)
-        outcome = {Refusal::kOffTrack, distance2, kGate2, cameras};
-      return distance2 <= kGate2;
-    };
-    ofAll[marker] = informationAt(sighting[marker], at[marker],
-                                  PixelEquations::information(sighting[marker], at[marker],
-                                                              expectedAt[marker], settings_.noise));
-    if (sighting[marker].both() && fits(ofAll[marker], 2)) {
-      admitted[marker].camera[kLeft] = admitted[marker].camera[kRight] = true;
-    } else if (blind_) {
-      if (outcome.refusal == Refusal::kNotSeen) outcome.refusal = Refusal::kOneCamera;
-    } else {
-      bool one[2];
-      for (const int camera : {kLeft, kRight})
-        one[camera] = sighting[marker].pixel[camera] &&
-                      fits(informationAt(onlyOf(sighting[marker], camera), at[marker]), 1);
-      // Each fits alone, but not both together: one of them is wrong, and which is not known.
-      if (one[kLeft] != one[kRight])
-        for (const int camera : {kLeft, kRight}) admitted[marker].camera[camera] = one[camera];
-    }
-    if (admitted[marker].any()) outcome.refusal = Refusal::kNone;
-  }
-  if (outcome.refusal != Refusal::kNone) return outcome;
-
-  std::optional<PositionInformation> seen[2];  // by what is admitted
-  Sighting(&used)[2] = outcome.used;
-  for (int marker = 0; marker < 2; ++marker) {
-    if (!admitted[marker].any()) continue;
-    for (const int camera : {kLeft, kRight})
-      if (admitted[marker].camera[camera])
-        used[marker].pixel[camera] = sighting[marker].pixel[camera];
-    const bool all = areAlike(used[marker], sighting[marker]);
-    seen[marker] = all ? ofAll[marker] : informationAt(used[marker], at[marker]);
-    if (!seen[marker]) return {Refusal::kOffTrack, 0, kGate2};
-    outcome.cameras = std::max(outcome.cameras, camerasOf(used[marker]));
-    if (used[marker].both())
-      outcome.raysMiss2 = raysMiss(*seen[marker]) * settings_.noise * settings_.noise;
-  }
-
-  // What the same cameras saw of both markers gives middle and offset. (From different cameras the
-  // one's error along its ray would go into both.)
-  const Sighting common = commonOf(used[0], used[1]);
-  if (!common.any()) {
-    // One marker: the middle follows it, and keeps the offset's uncertainty to itself.
-    const int marker = seen[0] ? 0 : 1;
-    used[1 - marker] = {};
-    outcome.cameras = camerasOf(used[marker]);
-    state_.leaning = true;
-    return correctedBy(ofMiddle(*seen[marker], marker == 0 ? offset : Vector3d(-offset), centre),
-                       outcome);
-  }
-  const bool alike = areAlike(used[0], used[1]);
-  if (!alike) {
-    seen[0] = informationAt(common, at[0]);
-    seen[1] = informationAt(commonOf(used[1], used[0]), at[1]);
-    if (!seen[0] || !seen[1]) return {Refusal::kOffTrack, 0, kGate2};
-  }
-  MiddleAndOffset both = middleAndOffset(*seen[0], *seen[1]);
-  outcome.value = state_.offset.correct(both.offset, kGate2);
-  if (!(outcome.value <= kGate2)) {
-    outcome.refusal = Refusal::kOffTrack;
-    return outcome;
-  }
-  if (alike && state_.leaning) state_.centre.widen(offset_.pp);
-  state_.leaning = !alike;
-  if (!alike) {
-    // The other camera saw one marker: with the offset as it is known, that is the middle's depth.
-    const int marker = used[0].both() ? 0 : 1;
-    const int camera = common.pixel[kLeft] ? kRight : kLeft;
-    const auto other = informationAt(onlyOf(used[marker], camera), at[marker]);
-    const InteractingModels::Place known = state_.offset.place();
-    if (other)
-      both.middle = together(
-          blurred(ofMiddle(*other, marker == 0 ? known.p : Vector3d(-known.p), centre), known.pp),
-          both.middle);
-  }
-  return correctedBy(both.middle, outcome);
-}
-
-/// The outcome of a correction of the middle.
-Outcome Track::correctedBy(const PositionInformation& middle, Outcome outcome) {
-  outcome.value = state_.centre.correct(middle, kGate2);
-  if (!(outcome.value <= kGate2)) outcome.refusal = Refusal::kOffTrack;
   return outcome;
 }
 

@@ -4,9 +4,12 @@
 #include <alg_kit/estimate/Candidates.h>
 #include <alg_kit/estimate/Estimate.h>
 #include <alg_kit/estimate/InteractingModels.h>
+#include <alg_kit/estimate/MarkerSpacing.h>
 #include <alg_kit/estimate/PixelEquations.h>
 
 namespace estimate {
+
+constexpr double kGate2 = 36;  ///< of 4 or 2 numbers: beyond 6 standard deviations
 
 /// What all tracks share.
 struct TrackSettings {
@@ -70,21 +73,29 @@ class Track {
   Outcome followOne(const ObjectCandidates& candidates);
   Outcome followTwo(const ObjectCandidates& candidates);
   Outcome correctCentre(const Sighting& sighting);
-  Outcome correctedBy(const PositionInformation& middle, Outcome outcome);
+
+  struct LightOfTwo;
+  void find(LightOfTwo& light, const ObjectCandidates& candidates) const;
+  Outcome admit(const LightOfTwo& light, const InteractingModels::Place& centre,
+                const InteractingModels::Place& offset) const;
+  void correctByAll(const LightOfTwo& light, Outcome& outcome);
+  void correctByRest(const LightOfTwo& light, Outcome& outcome);
+  static bool corrected(InteractingModels& models, const PositionInformation& information,
+                        Outcome& outcome);
+
   bool offsetIsKnown() const;
   bool isBlurred() const;
   Outcome begin(double now, const ObjectCandidates& candidates);
   std::optional<PositionInformation> informationAt(const Sighting& sighting,
                                                    const Eigen::Vector3d& at) const;
-  /// @param first  as the equations have it at `at`
-  std::optional<PositionInformation> informationAt(
-      const Sighting& sighting, const Eigen::Vector3d& at,
-      const std::optional<PositionInformation>& first) const;
+  void straighten(std::optional<PositionInformation>& information, const Sighting& sighting,
+                  const Eigen::Vector3d& at) const;
 
   const PixelEquations& equations_;
   const TrackSettings& settings_;
   const bool twoPoint_;
   TrackState state_;
+  MarkerSpacing spacing_;                     ///< of the two-point object
   InteractingModels::Place centre_, offset_;  ///< expected in this frame
   int accepted_ = 0;                          ///< frames used since the track began
   bool blind_ = false;  ///< the place is too uncertain to trust one camera's light

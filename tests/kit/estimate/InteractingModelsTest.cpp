@@ -187,5 +187,23 @@ TEST(InteractingModels, ExtrapolateAsTheyWouldPredict) {
   EXPECT_LT((ahead.pp - models.marker().pp).norm(), 1e-9 * ahead.pp.norm());
 }
 
+// The fourth model's place, with its tremor.
+TEST(InteractingModels, AreLeastSureUnderTheFastest) {
+  InteractingModels models;
+  models.start(atRest());
+  for (int i = 0; i < 100; ++i) {
+    models.predict(kPeriod);
+    models.correct(measured(Vector3d(0.01 * i, 0, 1500), 1), 36);
+  }
+  models.predict(kPeriod);
+  const InteractingModels::Place widest = models.widest();
+  const double tremor = models.set().models[3].tremor;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(widest.p[i], models.models().p[i][3]);
+    EXPECT_EQ(widest.pp(i, i), models.models().pp(i, i)[3] + tremor * tremor);
+  }
+  EXPECT_GT(widest.pp.trace(), 1.5 * models.place().pp.trace());
+}
+
 }  // namespace
 }  // namespace estimate
