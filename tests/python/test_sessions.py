@@ -78,6 +78,11 @@ def test_saving_keeps_what_is_there(walk, tmp_path):
     with pytest.raises(af.RecordingError):
         af.replay(walk).save(path)
     assert path.read_text() == "mine"
+    # Nor is anything taken away beside it.
+    (tmp_path / "new.part").write_text("mine too")
+    af.replay(walk).save(tmp_path / "new")
+    assert (tmp_path / "new.part").read_text() == "mine too"
+    assert af.verify(tmp_path / "new")
 
 
 def test_verifying_again_and_again_in_one_process(walk, six):

@@ -11,6 +11,7 @@ from . import _core
 from .analysis import explanation_of, funnel_of, require_agreement, with_ends
 from .calibration import Calibration
 from .columns import with_names
+from .files import complete_file
 
 _MIRROR = np.array([1.0, -1.0, -1.0])
 
@@ -368,7 +369,11 @@ class Recording:
         if self.path and os.path.exists(self.path + "-wal"):
             raise _core.RecordingError(f"{self.path}: expected a finished recording, found a journal "
                                        "beside it (algtrack repair)")
-        self._file.save(os.fspath(path), overwrite)
+        path = os.fspath(path)
+        if not overwrite and os.path.lexists(path):
+            raise _core.RecordingError(f"{path}: expected a new name, found a file (overwrite=True)")
+        with complete_file(path, overwrite) as partial:
+            self._file.save(partial, path)
 
     def __repr__(self):
         name = self.path or "in memory"

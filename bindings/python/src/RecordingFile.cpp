@@ -21,21 +21,12 @@ std::unique_ptr<RecordingFile> RecordingFile::inMemory(const std::string& path) 
   return std::unique_ptr<RecordingFile>(new RecordingFile(path, memory));
 }
 
-void RecordingFile::save(const std::string& path, bool overwrite) const {
-  if (!overwrite && fs::exists(path))
-    throw recording::RecordingError(path, "expected a new name, found a file (overwrite=True)");
+void RecordingFile::save(const std::string& path, const std::string& name) const {
   const std::string from =
       isInMemory() ? "/proc/self/fd/" + std::to_string(memory_.number) : reader_.path();
-  // Complete, or not there at all.
-  const std::string partial = path + ".part";
   std::error_code error;
-  fs::copy_file(from, partial, fs::copy_options::overwrite_existing, error);
-  if (!error) fs::rename(partial, path, error);
-  if (error) {
-    const std::string problem = error.message();
-    fs::remove(partial, error);
-    throw recording::RecordingError(path, "writing failed: " + problem);
-  }
+  fs::copy_file(from, path, error);
+  if (error) throw recording::RecordingError(name, "writing failed: " + error.message());
 }
 
 }  // namespace bindings

@@ -20,8 +20,8 @@ class RecordingFile {
   RecordingFile(const RecordingFile&) = delete;
   RecordingFile& operator=(const RecordingFile&) = delete;
 
-  /// Writes the recording's bytes under a name that does not exist yet, or replaces it.
-  void save(const std::string& path, bool overwrite) const;
+  /// Writes the recording's bytes to a file that is not there yet; what goes wrong names `name`.
+  void save(const std::string& path, const std::string& name) const;
 
   const recording::RecordingReader& reader() const { return reader_; }
   std::mutex& mutex() const { return mutex_; }
