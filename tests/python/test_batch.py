@@ -13,6 +13,7 @@ import time
 import pytest
 
 import alg_factory as af
+from alg_factory.batch_run import library_identity, run_in_process
 from alg_factory.batch_tables import changes_of
 
 pytest.importorskip("distributed")
@@ -317,6 +318,24 @@ def test_a_calibration_that_cannot_be_read_is_refused_before_anything_runs(recor
                        tmp_path / "results", status=2)
     assert "none.json" in result.stderr and result.stderr.count("\n") == 1
     assert not (tmp_path / "results").exists()
+
+
+def test_what_no_run_could_do_is_refused_before_anything_runs(recordings, tmp_path):
+    for arguments, said in (
+            (["--filter-mode", 5000, "-o", tmp_path / "results"],
+             "batch: --filter-mode: expected a whole number from -1 to 1000, found 5000\n"),
+            (["-o", recordings[0]],
+             f"batch: {recordings[0]}: expected a folder for the results, found a file\n")):
+        assert run_batch(recordings[0], *arguments, status=2).stderr == said
+    assert not (tmp_path / "results").exists()
+
+
+def test_a_recording_that_cannot_be_judged_is_named_as_it_is_known(tmp_path):
+    path = str(tmp_path / "empty.algrec")
+    af.simulate(path, seconds=0.1, loss=1)
+    row = run_in_process({"recording": path, "calibration": None, "filter_mode": 0, "product_type": None,
+                          "library": library_identity()})
+    assert row["message"].startswith(path + ": expected an initialised library and device packets")
 
 
 def test_wrong_usage_is_one_line():

@@ -275,6 +275,11 @@ def main(arguments=None):
             raise Refusal(f"--workers: expected 1 or more, found {options.workers}")
         if options.timeout is not None and not options.timeout > 0:
             raise Refusal(f"--timeout: expected seconds, found {options.timeout:g}")
+        for mode in options.filter_mode:
+            if not -1 <= mode <= 1000:
+                raise Refusal(f"--filter-mode: expected a whole number from -1 to 1000, found {mode}")
+        if os.path.exists(options.output) and not os.path.isdir(options.output):
+            raise Refusal(f"{options.output}: expected a folder for the results, found a file")
         try:
             import distributed  # noqa: F401
         except ImportError:

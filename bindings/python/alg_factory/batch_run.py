@@ -88,7 +88,10 @@ def run(job):
     calibration = job["calibration"] and Calibration.from_bytes(bytes.fromhex(job["calibration"]))
     new = replay(recorded, product_type=job["product_type"], calibration=calibration,
                  filter_mode=job["filter_mode"])
-    numbers = report(new)
+    try:
+        numbers = report(new)
+    except (Error, RuntimeError) as error:  # of a file in memory, whose name tells nobody anything
+        raise RuntimeError(str(error).replace(new._file.path, job["recording"])) from None
     facts = numbers["recording"]
     objects = [_object_row(of_object, recorded, new) for of_object in numbers["objects"]]
     return {"status": "done", "message": "", "packets": len(new.packets), "calls": len(new.calls),
