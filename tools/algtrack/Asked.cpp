@@ -11,8 +11,8 @@ void requireTracked(const recording::RecordingReader& reader, int object,
                     std::optional<int> productType) {
   int objects = 0;
   for (const recording::Configuration& configuration : reader.configurations())
-    objects = std::max(objects,
-                       algorithm::objectCount(productType.value_or(configuration.productType)));
+    objects =
+        std::max(objects, algorithm::objectCount(productType.value_or(configuration.productType)));
   if (object < objects) return;
   throw recording::RecordingError(
       reader.path(), objects == 0
