@@ -10,13 +10,13 @@ namespace {
 using Eigen::Matrix3d;
 using Eigen::Vector3d;
 
-/// Of what is known before a frame: the mean runs over a thousand, by then it is known to a tenth of
-/// a millimetre or so, and what was taken in with a wrong blob noise at first is forgotten.
+/// Of what is known before a frame: the mean runs over a thousand, by then it is known to a tenth
+/// of a millimetre or so, and what was taken in with a wrong blob noise at first is forgotten.
 constexpr double kKept = 0.999;
 
 /// Half of how far apart, in standard deviations, the two points have to be where the direction is
 /// taken for known. Nearer, the wrong one could be taken, for sure from then on.
-constexpr double kApart = 3;
+constexpr double kApart = 4;
 /// Of the variance, what the spacing has to leave at most. Its error, and that of the direction, is
 /// the same from frame to frame: it must not be taken in again and again.
 constexpr double kOfUse = 0.5;

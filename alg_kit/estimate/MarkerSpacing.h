@@ -8,8 +8,8 @@
 
 namespace estimate {
 
-/// Half the distance between two markers of one rigid object, squared: what both cameras saw of both
-/// markers tells it, better from frame to frame, and where one camera is blind it tells the
+/// Half the distance between two markers of one rigid object, squared: what both cameras saw of
+/// both markers tells it, better from frame to frame, and where one camera is blind it tells the
 /// direction along the other's rays. Squared, since there the mean of noisy offsets is off by their
 /// covariance's trace and nothing else.
 class MarkerSpacing {

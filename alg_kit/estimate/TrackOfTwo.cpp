@@ -35,8 +35,7 @@ Outcome Track::followTwo(const ObjectCandidates& candidates) {
     if (!areAlike(used, light.sighting[marker]))
       information = used.any() ? informationAt(used, light.at[marker]) : std::nullopt;
     if (used.any() && !information) return {Refusal::kOffTrack, 0, kGate2};
-    if (used.both())
-      outcome.raysMiss2 = raysMiss(*information) * settings_.noise * settings_.noise;
+    if (used.both()) outcome.raysMiss2 = raysMiss(*information) * settings_.noise * settings_.noise;
   }
   const auto sawAny = [&](int camera) -> bool {
     return outcome.used[0].pixel[camera] || outcome.used[1].pixel[camera];

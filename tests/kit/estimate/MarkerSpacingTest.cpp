@@ -103,7 +103,7 @@ TEST(MarkerSpacing, IsNotMisledByNoiseThatIsAsLargeAsItself) {
     length += (offset + noise).norm() / 5000;
   }
   EXPECT_GT(length, 41);
-  const auto before = place({30, 0, 12}, 0.01, 25);
+  const auto before = place({30, 0, 12}, 0.01, 12);
   const auto said = spacing.informationAt(before);
   ASSERT_TRUE(said);
   EXPECT_NEAR(zAfter(before, *said).z, 16, 4);
@@ -112,8 +112,9 @@ TEST(MarkerSpacing, IsNotMisledByNoiseThatIsAsLargeAsItself) {
 TEST(MarkerSpacing, ForgetsWithinAFewThousandFrames) {
   MarkerSpacing spacing = known();
   const Vector3d shorter(20, 0, 0);
-  for (int i = 0; i < 8000; ++i) spacing.add(measured(shorter, 1e-6 * Matrix3d::Identity()), shorter);
-  const auto before = place({12, 0, 14}, 0.01, 20);
+  for (int i = 0; i < 8000; ++i)
+    spacing.add(measured(shorter, 1e-6 * Matrix3d::Identity()), shorter);
+  const auto before = place({12, 0, 14}, 0.01, 12);
   const auto said = spacing.informationAt(before);
   ASSERT_TRUE(said);
   EXPECT_NEAR(zAfter(before, *said).z, 16, 0.05);
