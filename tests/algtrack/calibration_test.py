@@ -308,6 +308,21 @@ class CalibrationTest(AlgtrackCase):
             found = json.loads(self.run_algtrack(command, "walk", "--json").stdout)
             json.dumps(found, allow_nan=False)
 
+    def test_what_contradicts_the_file_or_has_none_is_refused(self):
+        self.succeed("calibration", "import", STEREO, "--unit", "m", "-o", "rig.json",
+                     "--image-size", "640,480")
+        self.assertIn("--image-size: expected 640,480, as the file states, found '100,100'",
+                      self.fail_in_one_line("calibration", "import", "rig.json", "-o", "x.json",
+                                            "--image-size", "100,100"))
+        self.succeed("calibration", "import", "rig.json", "-o", "x.json", "--image-size", "640,480")
+        self.simulate("r", "--seconds", 0.1)
+        for command in ("show", "check"):
+            self.assertIn("--unit: expected a calibration file with it, found none",
+                          self.fail_in_one_line("calibration", command, "--recording", "r",
+                                                "--unit", "m"))
+        self.assertIn("files: expected at most 2, found 3",
+                      self.fail_in_one_line("calibration", "show", *["rig.json"] * 3))
+
     def test_refuses_bad_input_in_one_line(self):
         self.import_rig()
         self.simulate("a", "--seconds", 1)

@@ -129,6 +129,10 @@ class RefineTest(AlgtrackCase):
                           ["short", "-o", "h", "--wand", "nan"],
                           ["short", "-o", "h", "--from", "text"]):
             self.fail_in_one_line("calibration", "refine", *arguments)
+        os.link(self.path("short"), self.path("again"))
+        for second in ("./short", "again"):  # counted twice it would seem more certain
+            self.assertIn(second + ": expected different recordings, found the same file as short",
+                          self.fail_in_one_line("calibration", "refine", "short", second, "-o", "h"))
         self.assertFalse(os.path.exists(self.path("h")))
 
 

@@ -72,6 +72,20 @@ class RigTest(AlgtrackCase):
                           ["map", "--calibration", "rig.json", "-o", "x", "--csv", "x"]):
             self.fail_in_one_line("rig", *arguments)
         self.assertFalse(os.path.exists(self.path("x")))
+        rigs = ["rig.json"] * 3
+        for arguments, found in (
+                (["--compare", *rigs[:1]], "--compare: expected 2, found 1 (see"),
+                (["--compare", *rigs], "--compare: expected 2, found 3 (see"),
+                (["--compare", *rigs[:2], "--calibration", "rig.json"],
+                 "--compare: expected without --calibration, found both")):
+            self.assertIn(found, self.fail_in_one_line("rig", "map", *arguments))
+
+    def test_the_unit_of_rigs_that_are_compared_can_be_said(self):
+        stereo = os.path.join(os.environ["ALG_SOURCE"],
+                              "tests/kit/calibration/data/opencv/stereo_fisheye.yml")
+        self.assertIn("expected a unit", self.fail_in_one_line("rig", "map", "--compare", stereo,
+                                                               stereo))
+        self.succeed("rig", "map", "--compare", stereo, stereo, "--unit", "m")
 
 
 if __name__ == "__main__":

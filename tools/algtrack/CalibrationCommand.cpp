@@ -63,6 +63,9 @@ std::string sourceOf(const CalibrationOptions& options) {
 LoadedCalibration load(const CalibrationOptions& options) {
   if (options.files.empty() && options.recording.empty())
     throw std::runtime_error("expected a calibration file or --recording, found neither");
+  if (options.files.empty() && !options.unit.empty())
+    throw std::runtime_error(
+        "--unit: expected a calibration file with it, found none: a recording's is in millimetres");
   if (options.files.empty())
     return recordedCalibration(recording::RecordingReader(options.recording));
   return calibration::readCalibration(

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <filesystem>
 #include <stdexcept>
+#include <string>
 
 namespace algtrack {
 
@@ -93,6 +94,12 @@ void setImageSize(const std::string& text, LoadedCalibration& loaded) {
     if (pixels < 1 || pixels != std::floor(pixels))
       throw std::runtime_error("--image-size: expected WIDTH,HEIGHT in whole pixels, found '" +
                                text + "'");
+  const auto sizeText = [](int width, int height) {
+    return std::to_string(width) + "," + std::to_string(height);
+  };
+  if (loaded.width > 0 && (loaded.width != size[0] || loaded.height != size[1]))
+    throw std::runtime_error("--image-size: expected " + sizeText(loaded.width, loaded.height) +
+                             ", as the file states, found '" + text + "'");
   loaded.width = static_cast<int>(size[0]);
   loaded.height = static_cast<int>(size[1]);
 }

@@ -8,10 +8,12 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace algtrack {
@@ -161,7 +163,20 @@ Json jsonOf(const RefineCommandOptions& options, const Refinement& r, const Base
   return json;
 }
 
+/// What is counted twice seems twice as certain.
+void requireDifferent(const std::vector<std::string>& recordings) {
+  for (std::size_t i = 0; i < recordings.size(); ++i)
+    for (std::size_t j = 0; j < i; ++j) {
+      std::error_code error;
+      if (std::filesystem::equivalent(recordings[i], recordings[j], error))
+        throw std::runtime_error(recordings[i] +
+                                 ": expected different recordings, found the same file as " +
+                                 recordings[j]);
+    }
+}
+
 void runRefine(const RefineCommandOptions& options) {
+  requireDifferent(options.recordings);
   std::vector<std::string> inputs = options.recordings;
   inputs.push_back(options.from);
   if (isStandardOutput(options.output))

@@ -60,6 +60,8 @@ void runMap(RigOptions options) {
       }(),
       options.force);
   std::vector<NamedMap> maps;
+  if (options.rig.given() && !options.compared.empty())
+    throw std::runtime_error("--compare: expected without --calibration, found both");
   if (options.compared.empty()) {
     if (!options.rig.given())
       throw std::runtime_error("expected --calibration FILE or --compare A B, found neither");
@@ -105,6 +107,8 @@ void addRigCommand(CLI::App& app) {
       "  algtrack rig map --compare short.json long.json --noise 0.1 -o designs.html\n");
   addRigOption(*map, options->rig,
                "the camera pair, in any format that `algtrack calibration` reads");
+  map->get_option("--unit")->remove_needs(
+      map->get_option("--calibration"));  // --compare has it too
   map->add_option("--compare", options->compared, "two camera pairs, side by side")->expected(2);
   map->add_option("--noise", options->map.noise, "px, standard deviation of a blob's centre")
       ->check(numberFrom(0, 100))

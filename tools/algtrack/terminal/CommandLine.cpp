@@ -182,9 +182,16 @@ std::string problemOf(const CLI::App& command) {
       if (excluded->count() > 0)
         return nameOf(*option) + ": expected without " + nameOf(*excluded) + ", found both";
     const auto most = static_cast<std::size_t>(std::max(option->get_items_expected_max(), 1));
-    if (option->count() > most)
-      return nameOf(*option) + ": expected once, found " + std::to_string(option->count()) +
-             " times";
+    const auto least = static_cast<std::size_t>(std::max(option->get_items_expected_min(), 0));
+    const std::string found = ", found " + std::to_string(option->count());
+    if (option->count() > most && most == 1)
+      return nameOf(*option) + ": expected once" + found + " times";
+    if (option->count() > most || option->count() < least)
+      return nameOf(*option) + ": expected " +
+             (least == most             ? ""
+              : option->count() < least ? "at least "
+                                        : "at most ") +
+             std::to_string(option->count() < least ? least : most) + found;
   }
   for (const CLI::Option* option : command.get_options())
     if (option->get_required() && option->count() == 0)
