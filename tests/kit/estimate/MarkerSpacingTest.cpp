@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sim/Random.h>
 
+#include <Eigen/LU>
 #include <cmath>
 
 namespace estimate {
