@@ -84,7 +84,8 @@ std::string whyNoPose(const recording::RecordingReader& reader, const Body& body
     else
       addMarkers(frame, body, cameras, noise, sights);
   });
-  if (sights.packets == 0) return "there is no packet";
+  if (sights.packets == 0)
+    return "no packet with a start word and a right check byte comes behind an Init";
   const std::string never = neverSeen(body, sights);
   if (sights.enough > 0) return refused(body, sights) + (never.empty() ? "" : "; " + never);
   if (!never.empty()) return never;

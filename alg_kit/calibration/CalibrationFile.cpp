@@ -65,8 +65,6 @@ LoadedCalibration readOne(const std::string& path) {
     return text::FileError(path, 0, std::string("expected ") + kExpected + ", found " + what);
   };
   if (beginsWith(content, "\x1f\x8b")) throw found("compressed data (gzip): unpack it first");
-  if (beginsWith(content, "SQLite format 3"))
-    throw found("a database (a recording is given with --recording)");
   if (content.size() == kRecordBytes || content.find('\0') != std::string::npos)
     return readRecord(content, path);
   if (beginsWith(content, "<?xml")) throw found("XML; save the FileStorage as .yml");

@@ -43,6 +43,13 @@ std::string readTextFile(const std::string& path, const std::string& kind, std::
     throw FileError(path, 0,
                     "expected " + kind + ", found a file that cannot be opened: " +
                         std::generic_category().message(errno));
+  // What people mix up most: its size would be a poor reason.
+  constexpr std::string_view kDatabase = "SQLite format 3";
+  std::string begin(kDatabase.size(), '\0');
+  if (stream.read(begin.data(), static_cast<std::streamsize>(begin.size())) && begin == kDatabase)
+    throw FileError(path, 0, "expected " + kind + ", found a recording, or another database");
+  stream.clear();
+  stream.seekg(0);
   const auto size = std::filesystem::file_size(path, error);
   if (!error && size > largest)
     throw FileError(path, 0,

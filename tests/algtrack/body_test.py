@@ -241,6 +241,10 @@ class BodyTest(BodyCase):
         self.write_body("larger.json", {**{i: (x + 50, y, z) for i, (x, y, z) in MARKERS.items()},
                                         5: (0, 60, 60)})
         self.succeed("body", "pose", "r", "--body", "larger.json", "--csv", "q.csv")
+        self.simulate("wrong", "--seconds", 0.2, "--wrong-check", 1)
+        self.assertIn("no pose in wrong: no packet with a start word and a right check byte comes "
+                      "behind an Init\n", self.find_in_one_line(
+                          "body", "pose", "wrong", "--body", "absent.json", "--csv", "-"))
 
     def test_a_name_that_no_file_would_keep_is_refused_at_once(self):
         self.assertIn("--name: expected a name of at most 1000 bytes, found 100000",

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """What algtrack says to wrong usage: what was expected, what was found, the nearest known name."""
+import os
 import re
 import unittest
 
@@ -39,6 +40,15 @@ class UsageTest(AlgtrackCase):
         self.simulate("walk.algrec", "--seconds", 0.1)
         self.assertIn("found the file 'walk.algrec': the command comes first",
                       self.fail_in_one_line("walk.algrec"))
+
+    def test_a_recording_in_the_place_of_another_file_is_seen_as_one(self):
+        self.simulate("r", "--seconds", 20)
+        self.assertGreater(os.path.getsize(self.path("r")), 2**20)
+        for arguments in (["calibration", "show", "r"], ["replay", "r", "--calibration", "r"],
+                          ["simulate", "-o", "x", "--trajectory", "r"],
+                          ["body", "map", "--body", "r"]):
+            self.assertIn("found a recording, or another database",
+                          self.fail_in_one_line(*arguments))
 
     def test_an_unknown_option_is_named_alone_with_the_nearest_known_one(self):
         message = self.fail_in_one_line("inspect", "--packt", "3", "walk.algrec")

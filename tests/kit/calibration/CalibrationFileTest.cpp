@@ -235,7 +235,8 @@ TEST_F(CalibrationFiles, RefusesWhatIsNoCalibrationInOneLine) {
   EXPECT_THAT(errorOfContent("%YAML:1.0\n---\nK1: [1, 2\n"), HasSubstr("expected YAML"));
   EXPECT_THAT(errorOfContent("%YAML:1.0\n---\n- 1\n"), HasSubstr("found none"));
   EXPECT_THAT(errorOfContent("<?xml version=\"1.0\"?>"), HasSubstr("found XML"));
-  EXPECT_THAT(errorOfContent(std::string("SQLite format 3\0", 16)), HasSubstr("--recording"));
+  EXPECT_THAT(errorOfContent(std::string("SQLite format 3\0", 16)),
+              HasSubstr("found a recording, or another database"));
   EXPECT_THAT(errorOfContent(std::string("\0\1\2", 3)), HasSubstr("920 bytes"));
   EXPECT_THAT(errorOfContent(std::string(919, '\0')), HasSubstr("found 919"));
   EXPECT_THAT(errorOfContent(std::string(920, '\0')), HasSubstr("positive focal lengths"));

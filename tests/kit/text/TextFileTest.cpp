@@ -37,6 +37,10 @@ TEST(ReadTextFile, RefusesWhatHasNoEndAndWhatIsTooLarge) {
   const std::string path = folder.write("t", "12345");
   EXPECT_EQ(problem(path, 5), "no problem");
   EXPECT_EQ(problem(path, 4), path + ": expected a text of at most 4 bytes, found 5");
+  const std::string recording =
+      folder.write("r", std::string("SQLite format 3\0", 16) + std::string(100, 'x'));
+  EXPECT_EQ(problem(recording, 50),
+            recording + ": expected a text, found a recording, or another database");
 }
 
 TEST(NestingOf, CountsBracketsOutsideOfQuotes) {
