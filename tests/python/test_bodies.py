@@ -2,6 +2,7 @@
 import csv
 import json
 import math
+import warnings
 
 import numpy as np
 import pytest
@@ -104,6 +105,17 @@ def test_poses_are_the_numbers_of_algtrack(folder, options, arguments):
     for name in rows.dtype.names:
         form = "{}" if name in ("call", "source", "markers") else "{:.9f}" if name == "time_s" else "{:.9g}"
         assert [form.format(value) for value in rows[name]] == [row[name] for row in expected], name
+
+
+def test_a_recording_without_a_pose_says_why(folder, tmp_path):
+    dark = tmp_path / "dark.algrec"
+    af.simulate(dark, seconds=0.5, product_type=2, dropouts=1)
+    body = af.Body({0: (0, 0, 0), 1: (80, 0, 0), 2: (0, 60, 0)}, name="plan")
+    with pytest.warns(RuntimeWarning, match="plan: no pose in .*dark.algrec: ids 0, 1, 2 were never seen$"):
+        assert len(body.track(dark)) == 0
+    with warnings.catch_warnings():
+        warnings.simplefilter("error")  # a stretch may well be without
+        assert len(af.Body.load(folder / "true.json").track(af.Recording(folder / "move.algrec")[900:])) == 0
 
 
 def test_poses_put_the_markers_where_they_truly_were(folder):

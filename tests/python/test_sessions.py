@@ -243,6 +243,17 @@ def test_tracks_are_those_of_algtrack(six, tmp_path):
     assert [row["source"] for row in rows] == [line[14] for line in lines]
 
 
+def test_a_slice_of_predictions_has_those_of_its_packets_as_algtrack_has_them(six, tmp_path):
+    algtrack("tracks", six, "--ahead", 33, "--from", 1, "--to", 2, "--csv", tmp_path / "tracks.csv")
+    lines = [line.split(",") for line in (tmp_path / "tracks.csv").read_text().splitlines()
+             if line[0] != "#"][1:]
+    r = af.Recording(six)
+    rows = r[1:2].tracks(ahead=0.033)
+    assert [int(line[-1]) for line in lines] == rows["call"].tolist()
+    assert set(rows["call"]) <= set(r[1:2].packets["call"])
+    assert rows["time"].max() > 2
+
+
 def test_tracks_say_why_there_are_none(tmp_path):
     dark = tmp_path / "dark.algrec"
     af.simulate(dark, seconds=1, dropouts=1)

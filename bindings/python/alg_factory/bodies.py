@@ -3,6 +3,7 @@ import json
 import math
 import operator
 import os
+import warnings
 from dataclasses import dataclass
 
 import numpy as np
@@ -185,7 +186,8 @@ class Body:
         source ("measured", "bridged", "predicted"), age_s (since a marker was seen). Of the two-point
         object sd_rx, sd_ry and sd_rz are infinite, since nobody sees how far it is turned about its
         line, and sd_direction (degrees, per axis across the line) says how well that is known. Raises
-        RuntimeError without a calibration in the recording.
+        RuntimeError without a calibration in the recording; warns, with the reason, where all of it
+        has no pose of the body.
         """
         if smooth and single:
             raise ValueError("single: expected one of smooth and single, found both")
@@ -195,7 +197,10 @@ class Body:
         source = as_recording(recording)
         rows = _core.body_track(source._file, self._shape, manner, float(ahead), float(noise))
         first, last = source._range
-        at = rows["time_s"] - ahead
+        if not len(rows):
+            reason = _core.why_no_pose(source._file, self._shape, float(noise))
+            warnings.warn(f"{self.name}: no pose in {reason}", RuntimeWarning, stacklevel=2)
+        at = np.round(rows["time_s"] - ahead, 9)  # of the packet, to the nanosecond
         keep = (at >= (-np.inf if first is None else first)) & (at < (np.inf if last is None else last))
         names = [name for name in rows.dtype.names
                  if name != "sd_direction" or self._shape.is_pair]

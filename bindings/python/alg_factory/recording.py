@@ -172,15 +172,16 @@ class Recording:
     def _column(self, name):
         return self._cut(self._tables.columns[name])
 
-    def _cut(self, rows):
+    def _cut(self, rows, ahead=0.0):
         first, last = self._range
         if first is None and last is None:
             return rows
+        time = np.round(rows["time"] - ahead, 9) if ahead else rows["time"]  # to the nanosecond
         keep = np.ones(len(rows), bool)
         if first is not None:
-            keep &= rows["time"] >= first
+            keep &= time >= first
         if last is not None:
-            keep &= rows["time"] < last
+            keep &= time < last
         return rows[keep]
 
     @property
@@ -270,10 +271,10 @@ class Recording:
         Returns rows by time and object: time, call, object, source ("measured", "bridged",
         "predicted"), age (s since it was seen), position (mm as delivered), velocity (mm/s),
         deviation (mm, standard deviations of position), covariance (9, 9) of position, velocity and
-        acceleration. docs/estimation.md has the model. Of a slice, those whose time is in it: with
-        `ahead`, the moment that is foretold. Raises RuntimeError, with the reason, without packets or
-        with a calibration that nothing can be estimated with; warns, with the reason, where all of
-        the recording gives no row."""
+        acceleration. docs/estimation.md has the model. Of a slice, those of its packets, also with
+        `ahead`. Raises RuntimeError, with the reason, without packets or with a calibration that
+        nothing can be estimated with; warns, with the reason, where all of the recording gives no
+        row."""
         if object is not None:
             self._check_object(object)
         check_ahead(ahead, "smooth" if smooth else None)
@@ -283,7 +284,7 @@ class Recording:
             rows = rows[rows["object"] == object]
         if not len(rows):
             warnings.warn(_core.why_no_track(self._file, object), RuntimeWarning, stacklevel=2)
-        return self._cut(rows)
+        return self._cut(rows, float(ahead))
 
     # Quantities
 

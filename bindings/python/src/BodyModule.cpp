@@ -1,4 +1,5 @@
 // Markers that belong together: shape, poses, the tip of a pointer.
+#include <alg_kit/bodies/BodyAbsence.h>
 #include <alg_kit/bodies/BodyCheck.h>
 #include <alg_kit/bodies/BodyFile.h>
 #include <alg_kit/bodies/BodyTracks.h>
@@ -131,6 +132,12 @@ py::array track(const RecordingFile& file, const Body& body, const std::string& 
   }));
 }
 
+std::string whyNoPose(const RecordingFile& file, const Body& body, double noise) {
+  return reading(file, [&](const Reader& reader) {
+    return reader.path() + ": " + bodies::whyNoPose(reader, body, noiseFor(reader, noise));
+  });
+}
+
 py::dict pivot(const RecordingFile& file, const Body& body, double noise) {
   const bodies::PivotFit fit = reading(file, [&](const Reader& reader) {
     const auto poses = bodies::posesOf(reader, body, noiseFor(reader, noise));
@@ -186,6 +193,7 @@ void addBodies(py::module_& module) {
       });
   module.def("body_learn", learn);
   module.def("body_track", track);
+  module.def("why_no_pose", whyNoPose);
   module.def("body_pivot", pivot);
   module.def("body_check", check);
 }
