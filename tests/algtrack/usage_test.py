@@ -108,6 +108,13 @@ class UsageTest(AlgtrackCase):
         self.assertEqual(self.succeed("help"), self.succeed("--help"))
         self.assertEqual(self.succeed("help", "replay"), self.succeed("replay", "--help"))
 
+    def test_the_manual_page_has_every_command(self):
+        with open(os.path.join(os.environ["ALG_SOURCE"], "cmake/packaging/algtrack.1.in"),
+                  encoding="utf-8") as file:
+            page = file.read().split(".SH OPTIONS")[0]
+        described = set(re.findall(r"\.TP\n\.B (\w+)\n", page))
+        self.assertEqual({path[0] for path in self.commands() if path} - described, set())
+
     def test_help_has_at_most_100_columns_and_no_signs_of_the_parser(self):
         for command in self.commands():
             text = self.succeed(*command, "--help")
