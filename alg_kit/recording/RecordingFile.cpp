@@ -196,6 +196,8 @@ std::string makeUnfinished(const std::string& path) {
 RecordingFile::RecordingFile(const std::string& path, bool overwrite,
                              const std::function<void(const std::string&)>& fill)
     : path_(path) {
+  if (path.empty())
+    throw RecordingError("a recording", "expected the name of its file, found none");
   std::error_code error;
   if (fs::is_directory(path, error))
     throw RecordingError(path, "expected a file to record to, found a directory");

@@ -461,7 +461,7 @@ class AskTest(AlgtrackCase):
                              "algtrack: a: expected calls in that time, found none (the recording "
                              "ends at 0.989 s)\n")
         for arguments in (["inspect", "--object", 0], ["tracks", "--csv", "o"],
-                          ["tracks", "--smooth", "--jsonl", "o"]):
+                          ["tracks", "--smooth", "--jsonl", "o"], ["report", "--json"]):
             self.assertEqual(self.fail_in_one_line(*arguments, "a", "--from", 5),
                              "algtrack: a: expected packets in that time, found none (the "
                              "recording ends at 0.989 s)\n")
@@ -470,7 +470,7 @@ class AskTest(AlgtrackCase):
     def test_an_object_that_the_product_does_not_track_is_refused_by_every_command(self):
         self.simulate("a", "--seconds", 0.2, "--product-type", 1)
         for arguments in (["inspect"], ["tracks", "--csv", "-"], ["replay", "--csv", "-"],
-                          ["replay", "--tum", "t"]):
+                          ["replay", "--tum", "t"], ["report", "--json"]):
             result = self.run_algtrack(*arguments, "a", "--object", 4)
             self.assertEqual((result.returncode, result.stdout, result.stderr),
                              (2, "", "algtrack: a: expected an object that its product type "

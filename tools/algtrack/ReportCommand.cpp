@@ -4,6 +4,7 @@
 #include <alg_kit/bodies/BodyFile.h>
 #include <alg_kit/report/ReportJson.h>
 #include <alg_kit/report/ReportPage.h>
+#include <tools/algtrack/Asked.h>
 #include <tools/algtrack/Commands.h>
 #include <tools/algtrack/terminal/Json.h>
 #include <tools/algtrack/terminal/MomentOptions.h>
@@ -137,6 +138,8 @@ void writeReport(const ReportOptions& options) {
     checkOutputs({options.output, options.json ? "-" : ""}, inputs, options.force);
   }
   const recording::RecordingReader reader(options.file);
+  if (options.range.object) requireTracked(reader, *options.range.object);
+  if (options.range.time.given()) requirePackets(reader, options.range.time);
   const analysis::Report report = reportOn(reader, options);
   if (!options.output.empty()) {
     OutputFile file(options.output, options.force);

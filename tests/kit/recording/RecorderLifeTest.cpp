@@ -224,6 +224,11 @@ TEST_F(RecorderLifeTest, ARenamedFileKeepsWhatWasWritten) {
   EXPECT_EQ(moved.integer("SELECT count(*) FROM calls"), 1);
 }
 
+TEST_F(RecorderLifeTest, RefusesAFileWithoutAName) {
+  EXPECT_THAT(refusalOf("", false), HasSubstr("expected the name of its file, found none"));
+  EXPECT_THAT(refusalOf("", true), HasSubstr("expected the name of its file, found none"));
+}
+
 TEST_F(RecorderLifeTest, ReplacesALinkAndNotItsTarget) {
   const std::string precious = folder_.write("precious", "text");
   std::filesystem::create_symlink(precious, file_);
