@@ -117,7 +117,7 @@ class TapAlg::Scope {
     if (!relay.onTapsThread()) {
       if (!tap.heard_ || PassingCallback::standsFor(&relay)) return;
       if (processGeneration() != tap.bornIn_) return;
-      if (!lock_.try_lock() && !lock_.try_lock_for(kLongestWait)) {
+      if (!lock_.try_lock_for(kLongestWait)) {
         tap.missOne();
         return;
       }
@@ -176,10 +176,10 @@ class TapAlg::Scope {
   }
 
   TapAlg& tap_;
-  std::unique_lock<std::timed_mutex> lock_;  ///< owned by the outermost call
-  Scope* outer_ = nullptr;                   ///< the call in whose callback this one was made
-  std::size_t entry_ = 0;                    ///< its place in the unit
-  int steps_ = 0;                            ///< callbacks so far
+  std::unique_lock<QuickLock> lock_;  ///< owned by the outermost call
+  Scope* outer_ = nullptr;            ///< the call in whose callback this one was made
+  std::size_t entry_ = 0;             ///< its place in the unit
+  int steps_ = 0;                     ///< callbacks so far
   std::int64_t begunNs_ = 0;
   bool taken_ = false;
 };
@@ -317,9 +317,7 @@ void TapAlg::assemble(Action action) noexcept {
 
 [[gnu::hot]] void TapAlg::handOver() noexcept {
   {
-    // By the operation that took the order: less code to wait for than `lock`.
-    std::unique_lock<std::mutex> guard(sinksLock_, std::try_to_lock);
-    if (!guard.owns_lock()) guard.lock();
+    const std::lock_guard<QuickLock> guard(sinksLock_);
     bool leaving = false;
     for (const Listener& listener : sinks_) {
       if (!whole_)
@@ -347,19 +345,19 @@ void TapAlg::endThoseLeaving() noexcept {
 
 /// A call that was forwarded without its place in the order.
 void TapAlg::missOne() noexcept {
-  const std::lock_guard<std::mutex> guard(sinksLock_);
+  const std::lock_guard<QuickLock> guard(sinksLock_);
   for (const Listener& listener : sinks_) listener.sink->miss(1);
 }
 
 void TapAlg::add(UnitSink& sink) {
-  const std::lock_guard<std::mutex> guard(sinksLock_);
+  const std::lock_guard<QuickLock> guard(sinksLock_);
   sinks_.push_back({&sink, false});
   heard_ = true;
 }
 
 void TapAlg::remove(UnitSink& sink) {
   if (processGeneration() != bornIn_) return;
-  const std::lock_guard<std::mutex> guard(sinksLock_);
+  const std::lock_guard<QuickLock> guard(sinksLock_);
   const auto found = std::find_if(sinks_.begin(), sinks_.end(),
                                   [&](const Listener& listener) { return listener.sink == &sink; });
   if (found == sinks_.end()) return;
@@ -379,7 +377,7 @@ bool TapAlg::insideCall() const {
 void TapAlg::addTruth(const std::vector<TruthRow>& rows) {
   Unit unit;
   unit.truth = rows;
-  const std::lock_guard<std::mutex> guard(sinksLock_);
+  const std::lock_guard<QuickLock> guard(sinksLock_);
   for (const Listener& listener : sinks_) listener.sink->take(unit);
 }
 

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <alg_factory/api/AlgFactory.h>
+#include <alg_kit/session/QuickLock.h>
 #include <alg_kit/session/UnitSink.h>
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #if defined(__GNUC__)
@@ -106,11 +106,11 @@ class TapAlg : public algorithm::AlgBase {
   std::atomic<std::int64_t> nextIndex_{0};
   std::atomic<int> productType_{0};  ///< of the latest Init: it decides which bytes are read
 
-  std::mutex sinksLock_;
+  QuickLock sinksLock_;
   std::vector<Listener> sinks_;
   std::atomic<bool> heard_{false};  ///< there is a sink
 
-  std::timed_mutex order_;      ///< held during an outermost call; guards what follows
+  QuickLock order_;             ///< held during an outermost call; guards what follows
   Scope* innermost_ = nullptr;  ///< of the calls that have not returned yet
   Unit unit_;
   std::int64_t callsInUnit_ = 0;
