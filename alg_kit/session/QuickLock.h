@@ -7,9 +7,10 @@
 
 namespace session {
 
-/// A lock that is nearly always free: to take it and to give it back is one atomic operation each, in
-/// place. A host that slept since its last frame waits for every page of code that its call comes
-/// through, those of the system's lock too. For std::lock_guard and std::unique_lock. Not fair.
+/// A lock that is nearly always free: to take it and to give it back is one atomic operation each,
+/// in place. A host that slept since its last frame waits for every page of code that its call
+/// comes through, those of the system's lock too. For std::lock_guard and std::unique_lock. Not
+/// fair.
 class QuickLock {
  public:
   QuickLock();
